@@ -1,0 +1,18 @@
+# Native build: the portable logic against the recording fakes.
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+add_library(kel_fakes STATIC tests/fakes/fake_platform.cpp)
+target_include_directories(kel_fakes PUBLIC ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/tests/support ${PROJECT_SOURCE_DIR}/src)
+target_link_libraries(kel_fakes PUBLIC kelbrook_core)
+
+file(GLOB_RECURSE KEL_UNIT_TEST_SOURCES CONFIGURE_DEPENDS
+  ${PROJECT_SOURCE_DIR}/tests/frame/*.cpp
+  ${PROJECT_SOURCE_DIR}/tests/launch/*.cpp
+  ${PROJECT_SOURCE_DIR}/tests/catalogue/*.cpp
+  ${PROJECT_SOURCE_DIR}/tests/package_discovery/*.cpp
+  ${PROJECT_SOURCE_DIR}/tests/manifest/*.cpp
+  ${PROJECT_SOURCE_DIR}/tests/platform/*.cpp)
+add_executable(kel_unit_tests ${KEL_UNIT_TEST_SOURCES})
+target_link_libraries(kel_unit_tests PRIVATE kel_fakes GTest::gtest_main GTest::gmock)
+gtest_discover_tests(kel_unit_tests DISCOVERY_TIMEOUT 60 PROPERTIES LABELS unit)

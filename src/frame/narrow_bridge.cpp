@@ -1,0 +1,169 @@
+#include "frame/narrow_bridge.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "frame/export_guard.h"
+#include "frame/exports.h"
+#include "frame/log.h"
+#include "platform/platform.h"
+
+namespace kel {
+namespace {
+
+struct FreeDeleter {
+  void operator()(char16_t* p) const { std::free(p); }
+};
+using MallocWide = std::unique_ptr<char16_t, FreeDeleter>;
+
+HRESULT Exit(const char16_t* name, HRESULT result) {
+  WriteDebugLog("%S OUT(0x%08X)\r\n", name, result);
+  return result;
+}
+
+// Converts, or gives null: every conversion failure counts alike at the
+// exports.
+MallocWide ToWide(const char* source) {
+  char16_t* wide = nullptr;
+  if (Failed(ShiftJisToWideChar(source, &wide))) return MallocWide(nullptr);
+  return MallocWide(wide);
+}
+
+}  // namespace
+
+HRESULT ShiftJisToWideChar(const char* source, char16_t** ppWideChar) {
+  constexpr char16_t kName[] = u"ShiftJisToWideChar";
+  WriteDebugLog("%S(%s) IN\r\n", kName, source);
+  if (source == nullptr || ppWideChar == nullptr) return Exit(kName, E_POINTER);
+  if (source[0] == 0) return Exit(kName, E_INVALIDARG);
+  auto& sys = platform::Current();
+  const int length = sys.MultiByteToWideChar(platform::CP_SHIFT_JIS, platform::MB_PRECOMPOSED, source, -1, nullptr, 0);
+  if (length <= 0) return Exit(kName, E_FAIL);
+  // One unit more than asked for, zeroed: the copy stays terminated even if
+  // the converter consumed the terminator after a dangling lead byte.
+  auto* buffer = static_cast<char16_t*>(std::calloc(static_cast<std::size_t>(length) + 1, sizeof(char16_t)));
+  *ppWideChar = buffer;
+  if (buffer == nullptr) return Exit(kName, E_OUTOFMEMORY);
+  if (sys.MultiByteToWideChar(platform::CP_SHIFT_JIS, platform::MB_PRECOMPOSED, source, -1, buffer, length) != 0) {
+    WriteDebugLog("%S OUT(0x%08X *ppWideChar = %S)\r\n", kName, S_OK, static_cast<const char16_t*>(buffer));
+    return S_OK;
+  }
+  std::free(buffer);
+  *ppWideChar = nullptr;
+  return Exit(kName, E_FAIL);
+}
+
+}  // namespace kel
+
+using namespace kel;
+
+namespace {
+
+// The one pattern of the narrow exports after their own checks.
+template <typename CallWide>
+HRESULT ConvertAndCall(const char* source, CallWide callWide) {
+  MallocWide wide = ToWide(source);
+  if (!wide) return E_FAIL;
+  return callWide(static_cast<const char16_t*>(wide.get()));
+}
+
+bool IsEmpty(const char* text) { return text[0] == 0; }
+
+}  // namespace
+
+extern "C" HRESULT KELAPI KelLaunchByProtocolA(const char* pszProtocol) {
+  return GuardExport([&]() -> HRESULT {
+    constexpr char16_t kName[] = u"KelLaunchByProtocolA";
+    WriteDebugLog("%S(%s) IN\r\n", kName, pszProtocol);
+    if (pszProtocol == nullptr) return Exit(kName, E_POINTER);
+    if (IsEmpty(pszProtocol)) return Exit(kName, E_INVALIDARG);
+    return Exit(kName, ConvertAndCall(pszProtocol, [](const char16_t* w) { return KelLaunchByProtocolW(w); }));
+  });
+}
+
+extern "C" HRESULT KELAPI KelLaunchStoreA(const char* pszPackageFamilyName) {
+  return GuardExport([&]() -> HRESULT {
+    constexpr char16_t kName[] = u"KelLaunchStoreA";
+    WriteDebugLog("%S(%s) IN\r\n", kName, pszPackageFamilyName);
+    if (pszPackageFamilyName == nullptr) return Exit(kName, E_POINTER);
+    if (IsEmpty(pszPackageFamilyName)) return Exit(kName, E_INVALIDARG);
+    return Exit(kName, ConvertAndCall(pszPackageFamilyName, [](const char16_t* w) { return KelLaunchStoreW(w); }));
+  });
+}
+
+extern "C" HRESULT KELAPI KelIsInstalledA(const char* pszPackageFamilyName, BOOL* pIsInstalled) {
+  return GuardExport([&]() -> HRESULT {
+    constexpr char16_t kName[] = u"KelIsInstalledA";
+    WriteDebugLog("%S(%s) IN\r\n", kName, pszPackageFamilyName);
+    if (pszPackageFamilyName == nullptr || pIsInstalled == nullptr) return Exit(kName, E_POINTER);
+    if (IsEmpty(pszPackageFamilyName)) return Exit(kName, E_INVALIDARG);
+    return Exit(kName, ConvertAndCall(pszPackageFamilyName,
+                                      [&](const char16_t* w) { return KelIsInstalledW(w, pIsInstalled); }));
+  });
+}
+
+extern "C" HRESULT KELAPI KelLaunchBySearchA(const char* pszKeyword, DWORD dwMode, std::int32_t nOption) {
+  return GuardExport([&]() -> HRESULT {
+    constexpr char16_t kName[] = u"KelLaunchBySearchA";
+    WriteDebugLog("%S(%s, %d, %d) IN\r\n", kName, pszKeyword, dwMode, nOption);
+    if (pszKeyword == nullptr) return Exit(kName, E_POINTER);
+    if (IsEmpty(pszKeyword) || dwMode > 2) return Exit(kName, E_INVALIDARG);
+    return Exit(kName, ConvertAndCall(pszKeyword,
+                                      [&](const char16_t* w) { return KelLaunchBySearchW(w, dwMode, nOption); }));
+  });
+}
+
+extern "C" HRESULT KELAPI KelLaunchByPFNA(const char* pszPackageFamilyName, DWORD dwMode, std::int32_t nOption) {
+  return GuardExport([&]() -> HRESULT {
+    constexpr char16_t kName[] = u"KelLaunchByPFNA";
+    WriteDebugLog("%S(%s, %d, %d) IN\r\n", kName, pszPackageFamilyName, dwMode, nOption);
+    if (pszPackageFamilyName == nullptr) return Exit(kName, E_POINTER);
+    if (IsEmpty(pszPackageFamilyName) || dwMode > 2) return Exit(kName, E_INVALIDARG);
+    return Exit(kName, ConvertAndCall(pszPackageFamilyName,
+                                      [&](const char16_t* w) { return KelLaunchByPFNW(w, dwMode, nOption); }));
+  });
+}
+
+extern "C" HRESULT KELAPI KelLaunchBrowserByProtocolA(const char* pszUrl, DWORD dwAssociationMode) {
+  return GuardExport([&]() -> HRESULT {
+    constexpr char16_t kName[] = u"KelLaunchBrowserByProtocolA";
+    WriteDebugLog("%S(%s, %d) IN\r\n", kName, pszUrl, dwAssociationMode);
+    if (pszUrl == nullptr) return Exit(kName, E_POINTER);
+    // The shortest address the wide export accepts, "http:", is five bytes.
+    if (std::strlen(pszUrl) < 5 || dwAssociationMode > 2) return Exit(kName, E_INVALIDARG);
+    return Exit(kName, ConvertAndCall(pszUrl, [&](const char16_t* w) {
+                  return KelLaunchBrowserByProtocolW(w, dwAssociationMode);
+                }));
+  });
+}
+
+extern "C" HRESULT KELAPI KelLaunchByAppUserModelIdA(const char* pszAppUserModelId) {
+  return GuardExport([&]() -> HRESULT {
+    constexpr char16_t kName[] = u"KelLaunchByAppUserModelIdA";
+    WriteDebugLog("%S(%s) IN\r\n", kName, pszAppUserModelId);
+    if (pszAppUserModelId == nullptr) return Exit(kName, E_POINTER);
+    // An empty ID is handed on as an empty wide ID without a conversion.
+    if (IsEmpty(pszAppUserModelId)) return Exit(kName, KelLaunchByAppUserModelIdW(u"", nullptr));
+    return Exit(kName, ConvertAndCall(pszAppUserModelId,
+                                      [](const char16_t* w) { return KelLaunchByAppUserModelIdW(w, nullptr); }));
+  });
+}
+
+extern "C" void KELAPI KelReleaseStringW(char16_t* pszString) {
+  GuardVoidExport([&] {
+    constexpr char16_t kName[] = u"KelReleaseStringW";
+    WriteDebugLog("%S IN\r\n", kName);
+    if (pszString != nullptr) platform::Current().LocalFree(pszString);
+    WriteDebugLog("%S OUT\r\n", kName);
+  });
+}
+
+extern "C" void KELAPI KelReleaseStringA(char* pszString) {
+  GuardVoidExport([&] {
+    constexpr char16_t kName[] = u"KelReleaseStringA";
+    WriteDebugLog("%S IN\r\n", kName);
+    if (pszString != nullptr) platform::Current().LocalFree(pszString);
+    WriteDebugLog("%S OUT\r\n", kName);
+  });
+}

@@ -1,0 +1,38 @@
+// CKELPackageManager: the one library-wide object that owns the app
+// catalogue, keeps it current from a background thread, and carries the
+// per-call package operations behind the exports.
+#pragma once
+
+#include "platform/types.h"
+
+namespace kel {
+
+class CKELPackageManager {
+ public:
+  CKELPackageManager() = default;
+  CKELPackageManager(const CKELPackageManager&) = delete;
+  CKELPackageManager& operator=(const CKELPackageManager&) = delete;
+  virtual ~CKELPackageManager() = default;
+
+  // Lifecycle, driven by KelInitialize and KelFinalize.
+  HRESULT Initialize();
+  void Finalize();
+
+  // The data folder: LOCALAPPDATA\Osk\Kelbrook\<host file name up to its
+  // first dot>, created with its parents.
+  static HRESULT CreateAppNameListFolder(WString& path);
+  // PresetAppNameList.xml beside the host executable.
+  static bool GetPresetAppNameFullPath(WString& path);
+
+  // Per-call operations behind the exports.
+  HRESULT LaunchStore(const char16_t* packageFamilyName);
+  HRESULT LaunchStoreApp(const char16_t* appUserModelId);
+  HRESULT LaunchStoreApp(const char16_t* appUserModelId, const char16_t* arguments);
+  HRESULT IsInstalled(const char16_t* packageFamilyName, BOOL* pIsInstalled);
+  HRESULT GetAppDisplayNameByPFN(const char16_t* packageFamilyName, char16_t** ppDisplayName);
+};
+
+// The library-wide instance, constructed at load and destroyed at unload.
+CKELPackageManager& ThePackageManager();
+
+}  // namespace kel

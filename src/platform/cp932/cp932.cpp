@@ -1,0 +1,77 @@
+// Table-driven code page 932 decoder. The tables come from
+// tools/cp932/gen_cp932_table.py; this file holds only the rules for walking
+// the bytes, which follow what MultiByteToWideChar does with code page 932.
+#include "platform/cp932/cp932.h"
+
+#include <cstddef>
+
+namespace kel::cp932 {
+namespace {
+
+#include "platform/cp932/cp932_table.inc"
+
+// The code page's default character, given for every sequence that does
+// not decode to a character.
+constexpr char16_t kDefaultChar = u'\u30FB';
+
+// Code unit for the lead byte `lead` followed by `trail`. A trail byte that
+// cannot carry a character (below 0x40, 0x7F, above 0xFC) still belongs to
+// the lead byte, so the pair gives a single default character, as does a
+// valid-looking pair nothing is assigned to.
+char16_t DecodePair(unsigned char lead, unsigned char trail) {
+    if (trail < kTrailFirst || trail > kTrailLast) return kDefaultChar;
+    const char16_t unit = kDoubleByte[kLeadSlot[lead] - 1][trail - kTrailFirst];
+    return unit != 0 ? unit : kDefaultChar;
+}
+
+}  // namespace
+
+int MultiByteToWide(const char* source, int sourceLength, char16_t* buffer, int capacity) {
+    if (source == nullptr || sourceLength == 0 || sourceLength < -1) return 0;
+    if (capacity < 0 || (capacity > 0 && buffer == nullptr)) return 0;
+
+    const auto* bytes = reinterpret_cast<const unsigned char*>(source);
+    std::size_t length = 0;
+    if (sourceLength == -1) {
+        while (bytes[length] != 0) ++length;
+        ++length;  // the terminating zero is converted too
+    } else {
+        length = static_cast<std::size_t>(sourceLength);
+    }
+
+    const bool sizeOnly = capacity == 0;
+    int written = 0;
+    std::size_t i = 0;
+    while (i < length) {
+        const unsigned char byte = bytes[i];
+        char16_t unit;
+        if (kLeadSlot[byte] == 0) {
+            unit = kSingleByte[byte];
+            i += 1;
+        } else if (i + 1 < length && bytes[i + 1] != 0) {
+            unit = DecodePair(byte, bytes[i + 1]);
+            i += 2;
+        } else {
+            // A lead byte with nothing after it, or with a zero byte after
+            // it, gives the default character on its own, and a following
+            // zero is never taken as its trail byte: it is decoded as U+0000
+            // next. With sourceLength -1 that zero is the terminator, so a
+            // string ending in a lead byte still comes out terminated
+            // ("81 00", length -1: U+30FB U+0000, size 2). We chose this
+            // over swallowing the terminator into the pair; Wine 8.0's
+            // MultiByteToWideChar gives the same, also for an explicit
+            // length of 2 over "81 00" (U+30FB U+0000).
+            unit = kDefaultChar;
+            i += 1;
+        }
+
+        if (!sizeOnly) {
+            if (written == capacity) return 0;  // buffer too small
+            buffer[written] = unit;
+        }
+        ++written;
+    }
+    return written;
+}
+
+}  // namespace kel::cp932

@@ -1,0 +1,79 @@
+// Owning wrappers for what the platform hands out, so every path of an
+// operation releases what it acquired.
+#pragma once
+
+#include <utility>
+
+#include "platform/platform.h"
+
+namespace kel::platform {
+
+template <typename Traits>
+class UniqueResource {
+ public:
+  using Value = typename Traits::Value;
+
+  UniqueResource() = default;
+  explicit UniqueResource(Value value) : value_(value) {}
+  UniqueResource(const UniqueResource&) = delete;
+  UniqueResource& operator=(const UniqueResource&) = delete;
+  UniqueResource(UniqueResource&& other) noexcept : value_(std::exchange(other.value_, Traits::Invalid())) {}
+  UniqueResource& operator=(UniqueResource&& other) noexcept {
+    if (this != &other) reset(std::exchange(other.value_, Traits::Invalid()));
+    return *this;
+  }
+  ~UniqueResource() { reset(); }
+
+  Value get() const { return value_; }
+  bool valid() const { return Traits::IsValid(value_); }
+  explicit operator bool() const { return valid(); }
+  Value* put() {
+    reset();
+    return &value_;
+  }
+  Value release() { return std::exchange(value_, Traits::Invalid()); }
+  void reset(Value value = Traits::Invalid()) {
+    if (Traits::IsValid(value_)) Traits::Close(value_);
+    value_ = value;
+  }
+
+ private:
+  Value value_ = Traits::Invalid();
+};
+
+struct RegKeyTraits {
+  using Value = Handle;
+  static Value Invalid() { return nullptr; }
+  static bool IsValid(Value v) { return v != nullptr; }
+  static void Close(Value v) { Current().RegCloseKey(v); }
+};
+
+// Kernel handles: files, events, threads. Both null and INVALID_HANDLE_VALUE
+// mean "none".
+struct KernelHandleTraits {
+  using Value = Handle;
+  static Value Invalid() { return nullptr; }
+  static bool IsValid(Value v) { return v != nullptr && v != InvalidHandleValue(); }
+  static void Close(Value v) { Current().CloseHandle(v); }
+};
+
+struct FindHandleTraits {
+  using Value = Handle;
+  static Value Invalid() { return InvalidHandleValue(); }
+  static bool IsValid(Value v) { return v != nullptr && v != InvalidHandleValue(); }
+  static void Close(Value v) { Current().FindClose(v); }
+};
+
+struct LocalMemoryTraits {
+  using Value = void*;
+  static Value Invalid() { return nullptr; }
+  static bool IsValid(Value v) { return v != nullptr; }
+  static void Close(Value v) { Current().LocalFree(v); }
+};
+
+using UniqueRegKey = UniqueResource<RegKeyTraits>;
+using UniqueHandle = UniqueResource<KernelHandleTraits>;
+using UniqueFind = UniqueResource<FindHandleTraits>;
+using UniqueLocal = UniqueResource<LocalMemoryTraits>;
+
+}  // namespace kel::platform

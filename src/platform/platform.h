@@ -1,0 +1,235 @@
+// The platform seam. Every operation the logic needs from the operating
+// system goes through this one interface, so each algorithm can run against
+// the real Windows calls (src/platform/win32) or against a recording fake in
+// the tests. The operations keep the shape and arguments of the Windows calls
+// they stand for, which is what lets a test check the exact calls made.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/types.h"
+
+namespace kel::platform {
+
+// --- constants of the Windows calls, in one place -------------------------
+
+// Registry.
+enum class RootKey { CurrentUser };
+constexpr DWORD KEY_READ = 0x20019;
+constexpr DWORD KEY_WRITE = 0x20006;
+constexpr DWORD REG_SZ = 1;
+constexpr DWORD REG_DWORD = 4;
+
+// Files.
+constexpr DWORD GENERIC_WRITE = 0x40000000;
+constexpr DWORD GENERIC_READ = 0x80000000;
+constexpr DWORD FILE_SHARE_READ = 0x1;
+constexpr DWORD FILE_SHARE_WRITE = 0x2;
+constexpr DWORD CREATE_ALWAYS = 2;
+constexpr DWORD OPEN_EXISTING = 3;
+constexpr DWORD OPEN_ALWAYS = 4;
+constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x10;
+constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
+constexpr DWORD FILE_END = 2;
+constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
+constexpr DWORD INVALID_SET_FILE_POINTER = 0xFFFFFFFF;
+inline Handle InvalidHandleValue() { return reinterpret_cast<Handle>(~std::uintptr_t{0}); }
+
+// Waits.
+constexpr DWORD WAIT_OBJECT_0 = 0;
+constexpr DWORD WAIT_TIMEOUT = 0x102;
+constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
+constexpr DWORD INFINITE = 0xFFFFFFFF;
+
+// Version test.
+constexpr DWORD VER_MINORVERSION = 0x1;
+constexpr DWORD VER_MAJORVERSION = 0x2;
+constexpr std::uint8_t VER_GREATER_EQUAL = 3;
+
+// Code pages.
+constexpr UINT CP_SHIFT_JIS = 932;
+constexpr DWORD MB_PRECOMPOSED = 0x1;
+
+// Local and global heaps.
+constexpr UINT LMEM_ZEROINIT = 0x40;
+constexpr UINT LPTR = 0x40;
+constexpr UINT GHND = 0x42;
+
+// Shell.
+constexpr int SW_SHOW = 5;
+
+// Keyboard.
+constexpr DWORD INPUT_KEYBOARD = 1;
+constexpr DWORD KEYEVENTF_EXTENDEDKEY = 0x1;
+constexpr DWORD KEYEVENTF_KEYUP = 0x2;
+constexpr DWORD KEYEVENTF_SCANCODE = 0x8;
+constexpr UINT MAPVK_VK_TO_VSC = 0;
+
+// Clipboard, windows, message boxes.
+constexpr UINT CF_UNICODETEXT = 13;
+constexpr DWORD MONITOR_DEFAULTTOPRIMARY = 1;
+constexpr UINT MB_ICONINFORMATION = 0x40;
+constexpr UINT MB_TOPMOST = 0x40000;
+
+// COM and the Windows Runtime.
+constexpr DWORD COINIT_APARTMENTTHREADED = 0x2;
+constexpr int RO_INIT_SINGLETHREADED = 0;
+
+// --- value types -------------------------------------------------------------
+
+struct SystemTime {
+  WORD wYear = 0, wMonth = 0, wDayOfWeek = 0, wDay = 0;
+  WORD wHour = 0, wMinute = 0, wSecond = 0, wMilliseconds = 0;
+};
+
+// OSVERSIONINFOEXW, field for field.
+struct OsVersionInfoEx {
+  DWORD dwOSVersionInfoSize = 0;
+  DWORD dwMajorVersion = 0;
+  DWORD dwMinorVersion = 0;
+  DWORD dwBuildNumber = 0;
+  DWORD dwPlatformId = 0;
+  WCHAR szCSDVersion[128] = {};
+  WORD wServicePackMajor = 0;
+  WORD wServicePackMinor = 0;
+  WORD wSuiteMask = 0;
+  std::uint8_t wProductType = 0;
+  std::uint8_t wReserved = 0;
+};
+// sizeof(OSVERSIONINFOEXW) on Windows; the version test passes it as the size.
+constexpr DWORD kOsVersionInfoExSize = 284;
+
+// The parts of WIN32_FIND_DATAW the logic reads.
+struct FindData {
+  DWORD dwFileAttributes = 0;
+  WString cFileName;
+};
+
+// KEYBDINPUT of one INPUT record of type INPUT_KEYBOARD.
+struct KeyboardInput {
+  WORD wVk = 0;
+  WORD wScan = 0;
+  DWORD dwFlags = 0;
+  DWORD time = 0;
+  std::uintptr_t dwExtraInfo = 0;
+};
+
+struct Point {
+  LONG x = 0;
+  LONG y = 0;
+};
+
+using ThreadProc = DWORD (*)(void* parameter);
+
+// --- the seam ----------------------------------------------------------------
+
+class Platform {
+ public:
+  virtual ~Platform() = default;
+
+  // Environment and process. GetEnvironmentVariable answers false when the
+  // variable is unset; the value has no length limit of its own.
+  virtual bool GetEnvironmentVariable(const WCHAR* name, WString& value) = 0;
+  virtual DWORD ExpandEnvironmentStrings(const WCHAR* source, WCHAR* buffer, DWORD capacity) = 0;
+  // Full path of the host executable (GetModuleFileNameW(NULL, ...)).
+  virtual DWORD GetModuleFileName(WCHAR* buffer, DWORD capacity) = 0;
+  virtual DWORD GetCurrentProcessId() = 0;
+  virtual DWORD GetLastError() = 0;
+
+  // Time.
+  virtual SystemTime GetLocalTime() = 0;
+  virtual void Sleep(DWORD milliseconds) = 0;
+
+  // Files and folders.
+  virtual Handle CreateFile(const WCHAR* path, DWORD access, DWORD share, DWORD disposition,
+                            DWORD attributes) = 0;
+  virtual DWORD SetFilePointer(Handle file, LONG distance, DWORD method) = 0;
+  virtual BOOL WriteFile(Handle file, const void* data, DWORD length, DWORD* written) = 0;
+  virtual BOOL CloseHandle(Handle handle) = 0;
+  virtual DWORD GetFileAttributes(const WCHAR* path) = 0;
+  virtual BOOL PathFileExists(const WCHAR* path) = 0;
+  virtual int SHCreateDirectoryEx(const WCHAR* path) = 0;
+  virtual Handle FindFirstFile(const WCHAR* pattern, FindData& found) = 0;
+  virtual BOOL FindNextFile(Handle search, FindData& found) = 0;
+  virtual BOOL FindClose(Handle search) = 0;
+
+  // Registry.
+  virtual LONG RegOpenKeyEx(RootKey root, const WCHAR* subKey, DWORD options, DWORD access,
+                            Handle* key) = 0;
+  virtual LONG RegQueryValueEx(Handle key, const WCHAR* name, DWORD* type, std::uint8_t* data,
+                               DWORD* size) = 0;
+  virtual LONG RegSetValueEx(Handle key, const WCHAR* name, DWORD type, const std::uint8_t* data,
+                             DWORD size) = 0;
+  virtual LONG RegDeleteValue(Handle key, const WCHAR* name) = 0;
+  virtual LONG RegCloseKey(Handle key) = 0;
+
+  // Version test.
+  virtual std::uint64_t VerSetConditionMask(std::uint64_t mask, DWORD typeBit,
+                                            std::uint8_t condition) = 0;
+  virtual BOOL VerifyVersionInfo(OsVersionInfoEx& info, DWORD typeMask,
+                                 std::uint64_t conditionMask) = 0;
+
+  // Code pages (MultiByteToWideChar).
+  virtual int MultiByteToWideChar(UINT codePage, DWORD flags, const char* source, int sourceLength,
+                                  WCHAR* buffer, int capacity) = 0;
+
+  // Local heap: strings handed to the host.
+  virtual void* LocalAlloc(UINT flags, std::size_t bytes) = 0;
+  virtual void* LocalFree(void* memory) = 0;
+
+  // Shell.
+  virtual std::intptr_t ShellExecute(Handle window, const WCHAR* verb, const WCHAR* file,
+                                     const WCHAR* parameters, const WCHAR* directory,
+                                     int showCommand) = 0;
+
+  // Threads and events.
+  virtual Handle CreateEvent(bool manualReset, bool initialState, const WCHAR* name) = 0;
+  virtual BOOL SetEvent(Handle event) = 0;
+  virtual BOOL ResetEvent(Handle event) = 0;
+  virtual DWORD WaitForSingleObject(Handle object, DWORD milliseconds) = 0;
+  virtual Handle CreateThread(ThreadProc start, void* parameter) = 0;
+
+  // Keyboard: one INPUT record of type INPUT_KEYBOARD per call.
+  virtual UINT SendInput(const KeyboardInput& input) = 0;
+  virtual UINT MapVirtualKey(UINT code, UINT mapType) = 0;
+
+  // Clipboard and the global heap behind it.
+  virtual BOOL OpenClipboard(Handle owner) = 0;
+  virtual BOOL EmptyClipboard() = 0;
+  virtual Handle SetClipboardData(UINT format, Handle memory) = 0;
+  virtual BOOL CloseClipboard() = 0;
+  virtual Handle GlobalAlloc(UINT flags, std::size_t bytes) = 0;
+  virtual void* GlobalLock(Handle memory) = 0;
+  virtual BOOL GlobalUnlock(Handle memory) = 0;
+  virtual Handle GlobalFree(Handle memory) = 0;
+
+  // Windows and monitors.
+  virtual Handle GetForegroundWindow() = 0;
+  virtual int GetClassName(Handle window, WCHAR* buffer, int capacity) = 0;
+  virtual Handle MonitorFromPoint(Point point, DWORD flags) = 0;
+  virtual int MessageBox(Handle owner, const WCHAR* text, const WCHAR* caption, UINT type) = 0;
+
+  // COM and Windows Runtime apartments.
+  virtual HRESULT CoInitializeEx(DWORD coInit) = 0;
+  virtual void CoUninitialize() = 0;
+  virtual HRESULT RoInitialize(int initType) = 0;
+  virtual void RoUninitialize() = 0;
+
+  // Security: the current user's SID.
+  virtual BOOL GetUserName(WCHAR* buffer, DWORD* size) = 0;
+  virtual BOOL LookupAccountName(const WCHAR* systemName, const WCHAR* accountName, void* sid,
+                                 DWORD* sidSize, WCHAR* domain, DWORD* domainSize) = 0;
+  // The string comes from the local heap; the caller frees it with LocalFree.
+  virtual BOOL ConvertSidToStringSid(void* sid, WCHAR** stringSid) = 0;
+
+  // Indirect strings ("@{...}") resolved by the shell.
+  virtual HRESULT SHLoadIndirectString(const WCHAR* source, WCHAR* buffer, UINT capacity) = 0;
+};
+
+// The platform the library runs on. The Windows build installs its real
+// platform at load; tests install a fake.
+Platform& Current();
+void Install(Platform* platform);
+
+}  // namespace kel::platform

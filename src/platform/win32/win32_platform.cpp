@@ -1,0 +1,242 @@
+// The seam first: its constants share names with the Windows macros, which
+// must not be defined while it is read.
+#include "platform/win32/win32_platform.h"
+#include "platform/win32/windows_headers.h"
+
+#include <vector>
+
+namespace kel::platform::win32 {
+namespace {
+
+const wchar_t* W(const WCHAR* text) { return reinterpret_cast<const wchar_t*>(text); }
+wchar_t* W(WCHAR* text) { return reinterpret_cast<wchar_t*>(text); }
+// The seam's DWORD is a 32-bit unsigned int; Windows' is a 32-bit unsigned long.
+static_assert(sizeof(::DWORD) == sizeof(DWORD));
+::DWORD* D(DWORD* value) { return reinterpret_cast<::DWORD*>(value); }
+
+void CopyFindData(const WIN32_FIND_DATAW& data, FindData& found) {
+  found.dwFileAttributes = data.dwFileAttributes;
+  found.cFileName = reinterpret_cast<const char16_t*>(data.cFileName);
+}
+
+struct ThreadStart {
+  ThreadProc start;
+  void* parameter;
+};
+
+::DWORD WINAPI RunThread(LPVOID raw) {
+  ThreadStart start = *static_cast<ThreadStart*>(raw);
+  delete static_cast<ThreadStart*>(raw);
+  return start.start(start.parameter);
+}
+
+}  // namespace
+
+bool Win32Platform::GetEnvironmentVariable(const WCHAR* name, WString& value) {
+  std::vector<wchar_t> buffer(MAX_PATH);
+  for (;;) {
+    ::SetLastError(ERROR_SUCCESS);
+    const DWORD n = ::GetEnvironmentVariableW(W(name), buffer.data(), static_cast<DWORD>(buffer.size()));
+    if (n == 0) {
+      if (::GetLastError() == ERROR_ENVVAR_NOT_FOUND) return false;
+      value.clear();
+      return true;
+    }
+    if (n < buffer.size()) {
+      value.assign(reinterpret_cast<const char16_t*>(buffer.data()), n);
+      return true;
+    }
+    buffer.resize(n);
+  }
+}
+
+DWORD Win32Platform::ExpandEnvironmentStrings(const WCHAR* source, WCHAR* buffer, DWORD capacity) {
+  return ::ExpandEnvironmentStringsW(W(source), W(buffer), capacity);
+}
+
+DWORD Win32Platform::GetModuleFileName(WCHAR* buffer, DWORD capacity) {
+  return ::GetModuleFileNameW(nullptr, W(buffer), capacity);
+}
+
+DWORD Win32Platform::GetCurrentProcessId() { return ::GetCurrentProcessId(); }
+DWORD Win32Platform::GetLastError() { return ::GetLastError(); }
+
+SystemTime Win32Platform::GetLocalTime() {
+  SYSTEMTIME t;
+  ::GetLocalTime(&t);
+  return SystemTime{t.wYear, t.wMonth, t.wDayOfWeek, t.wDay, t.wHour, t.wMinute, t.wSecond, t.wMilliseconds};
+}
+
+void Win32Platform::Sleep(DWORD milliseconds) { ::Sleep(milliseconds); }
+
+Handle Win32Platform::CreateFile(const WCHAR* path, DWORD access, DWORD share, DWORD disposition, DWORD attributes) {
+  return ::CreateFileW(W(path), access, share, nullptr, disposition, attributes, nullptr);
+}
+
+DWORD Win32Platform::SetFilePointer(Handle file, LONG distance, DWORD method) {
+  return ::SetFilePointer(file, distance, nullptr, method);
+}
+
+BOOL Win32Platform::WriteFile(Handle file, const void* data, DWORD length, DWORD* written) {
+  ::DWORD count = 0;
+  const BOOL ok = ::WriteFile(file, data, length, &count, nullptr);
+  if (written != nullptr) *written = count;
+  return ok;
+}
+
+BOOL Win32Platform::CloseHandle(Handle handle) { return ::CloseHandle(handle); }
+DWORD Win32Platform::GetFileAttributes(const WCHAR* path) { return ::GetFileAttributesW(W(path)); }
+BOOL Win32Platform::PathFileExists(const WCHAR* path) { return ::PathFileExistsW(W(path)); }
+int Win32Platform::SHCreateDirectoryEx(const WCHAR* path) { return ::SHCreateDirectoryExW(nullptr, W(path), nullptr); }
+
+Handle Win32Platform::FindFirstFile(const WCHAR* pattern, FindData& found) {
+  WIN32_FIND_DATAW data;
+  HANDLE search = ::FindFirstFileW(W(pattern), &data);
+  if (search != INVALID_HANDLE_VALUE) CopyFindData(data, found);
+  return search;
+}
+
+BOOL Win32Platform::FindNextFile(Handle search, FindData& found) {
+  WIN32_FIND_DATAW data;
+  const BOOL ok = ::FindNextFileW(search, &data);
+  if (ok) CopyFindData(data, found);
+  return ok;
+}
+
+BOOL Win32Platform::FindClose(Handle search) { return ::FindClose(search); }
+
+LONG Win32Platform::RegOpenKeyEx(RootKey, const WCHAR* subKey, DWORD options, DWORD access, Handle* key) {
+  HKEY opened = nullptr;
+  const LONG code = ::RegOpenKeyExW(HKEY_CURRENT_USER, W(subKey), options, access, &opened);
+  *key = code == ERROR_SUCCESS ? opened : nullptr;
+  return code;
+}
+
+LONG Win32Platform::RegQueryValueEx(Handle key, const WCHAR* name, DWORD* type, std::uint8_t* data, DWORD* size) {
+  return ::RegQueryValueExW(static_cast<HKEY>(key), W(name), nullptr, D(type), data, D(size));
+}
+
+LONG Win32Platform::RegSetValueEx(Handle key, const WCHAR* name, DWORD type, const std::uint8_t* data, DWORD size) {
+  return ::RegSetValueExW(static_cast<HKEY>(key), W(name), 0, type, data, size);
+}
+
+LONG Win32Platform::RegDeleteValue(Handle key, const WCHAR* name) {
+  return ::RegDeleteValueW(static_cast<HKEY>(key), W(name));
+}
+
+LONG Win32Platform::RegCloseKey(Handle key) { return ::RegCloseKey(static_cast<HKEY>(key)); }
+
+std::uint64_t Win32Platform::VerSetConditionMask(std::uint64_t mask, DWORD typeBit, std::uint8_t condition) {
+  return ::VerSetConditionMask(mask, typeBit, condition);
+}
+
+BOOL Win32Platform::VerifyVersionInfo(OsVersionInfoEx& info, DWORD typeMask, std::uint64_t conditionMask) {
+  OSVERSIONINFOEXW native{};
+  native.dwOSVersionInfoSize = info.dwOSVersionInfoSize;
+  native.dwMajorVersion = info.dwMajorVersion;
+  native.dwMinorVersion = info.dwMinorVersion;
+  native.dwBuildNumber = info.dwBuildNumber;
+  native.dwPlatformId = info.dwPlatformId;
+  native.wServicePackMajor = info.wServicePackMajor;
+  native.wServicePackMinor = info.wServicePackMinor;
+  native.wSuiteMask = info.wSuiteMask;
+  native.wProductType = info.wProductType;
+  return ::VerifyVersionInfoW(&native, typeMask, conditionMask);
+}
+
+int Win32Platform::MultiByteToWideChar(UINT codePage, DWORD flags, const char* source, int sourceLength,
+                                       WCHAR* buffer, int capacity) {
+  return ::MultiByteToWideChar(codePage, flags, source, sourceLength, W(buffer), capacity);
+}
+
+void* Win32Platform::LocalAlloc(UINT flags, std::size_t bytes) { return ::LocalAlloc(flags, bytes); }
+void* Win32Platform::LocalFree(void* memory) { return ::LocalFree(memory); }
+
+std::intptr_t Win32Platform::ShellExecute(Handle window, const WCHAR* verb, const WCHAR* file,
+                                          const WCHAR* parameters, const WCHAR* directory, int showCommand) {
+  HINSTANCE result = ::ShellExecuteW(static_cast<HWND>(window), W(verb), W(file), W(parameters), W(directory),
+                                     showCommand);
+  return reinterpret_cast<std::intptr_t>(result);
+}
+
+Handle Win32Platform::CreateEvent(bool manualReset, bool initialState, const WCHAR* name) {
+  return ::CreateEventW(nullptr, manualReset, initialState, W(name));
+}
+
+BOOL Win32Platform::SetEvent(Handle event) { return ::SetEvent(event); }
+BOOL Win32Platform::ResetEvent(Handle event) { return ::ResetEvent(event); }
+DWORD Win32Platform::WaitForSingleObject(Handle object, DWORD milliseconds) {
+  return ::WaitForSingleObject(object, milliseconds);
+}
+
+Handle Win32Platform::CreateThread(ThreadProc start, void* parameter) {
+  auto* startInfo = new ThreadStart{start, parameter};
+  HANDLE thread = ::CreateThread(nullptr, 0, RunThread, startInfo, 0, nullptr);
+  if (thread == nullptr) delete startInfo;
+  return thread;
+}
+
+UINT Win32Platform::SendInput(const KeyboardInput& input) {
+  INPUT record;
+  ::ZeroMemory(&record, sizeof(record));
+  record.type = INPUT_KEYBOARD;
+  record.ki.wVk = input.wVk;
+  record.ki.wScan = input.wScan;
+  record.ki.dwFlags = input.dwFlags;
+  record.ki.time = input.time;
+  record.ki.dwExtraInfo = input.dwExtraInfo;
+  return ::SendInput(1, &record, sizeof(INPUT));
+}
+
+UINT Win32Platform::MapVirtualKey(UINT code, UINT mapType) { return ::MapVirtualKeyW(code, mapType); }
+BOOL Win32Platform::OpenClipboard(Handle owner) { return ::OpenClipboard(static_cast<HWND>(owner)); }
+BOOL Win32Platform::EmptyClipboard() { return ::EmptyClipboard(); }
+Handle Win32Platform::SetClipboardData(UINT format, Handle memory) { return ::SetClipboardData(format, memory); }
+BOOL Win32Platform::CloseClipboard() { return ::CloseClipboard(); }
+Handle Win32Platform::GlobalAlloc(UINT flags, std::size_t bytes) { return ::GlobalAlloc(flags, bytes); }
+void* Win32Platform::GlobalLock(Handle memory) { return ::GlobalLock(memory); }
+BOOL Win32Platform::GlobalUnlock(Handle memory) { return ::GlobalUnlock(memory); }
+Handle Win32Platform::GlobalFree(Handle memory) { return ::GlobalFree(memory); }
+Handle Win32Platform::GetForegroundWindow() { return ::GetForegroundWindow(); }
+
+int Win32Platform::GetClassName(Handle window, WCHAR* buffer, int capacity) {
+  return ::GetClassNameW(static_cast<HWND>(window), W(buffer), capacity);
+}
+
+Handle Win32Platform::MonitorFromPoint(Point point, DWORD flags) {
+  return ::MonitorFromPoint(POINT{point.x, point.y}, flags);
+}
+
+int Win32Platform::MessageBox(Handle owner, const WCHAR* text, const WCHAR* caption, UINT type) {
+  return ::MessageBoxW(static_cast<HWND>(owner), W(text), W(caption), type);
+}
+
+HRESULT Win32Platform::CoInitializeEx(DWORD coInit) { return ::CoInitializeEx(nullptr, coInit); }
+void Win32Platform::CoUninitialize() { ::CoUninitialize(); }
+
+HRESULT Win32Platform::RoInitialize(int initType) {
+  return ::RoInitialize(static_cast<RO_INIT_TYPE>(initType));
+}
+
+void Win32Platform::RoUninitialize() { ::RoUninitialize(); }
+
+BOOL Win32Platform::GetUserName(WCHAR* buffer, DWORD* size) { return ::GetUserNameW(W(buffer), D(size)); }
+
+BOOL Win32Platform::LookupAccountName(const WCHAR* systemName, const WCHAR* accountName, void* sid, DWORD* sidSize,
+                                      WCHAR* domain, DWORD* domainSize) {
+  SID_NAME_USE use;
+  return ::LookupAccountNameW(W(systemName), W(accountName), sid, D(sidSize), W(domain), D(domainSize), &use);
+}
+
+BOOL Win32Platform::ConvertSidToStringSid(void* sid, WCHAR** stringSid) {
+  LPWSTR text = nullptr;
+  const BOOL ok = ::ConvertSidToStringSidW(sid, &text);
+  *stringSid = reinterpret_cast<WCHAR*>(text);
+  return ok;
+}
+
+HRESULT Win32Platform::SHLoadIndirectString(const WCHAR* source, WCHAR* buffer, UINT capacity) {
+  return ::SHLoadIndirectString(W(source), W(buffer), capacity, nullptr);
+}
+
+}  // namespace kel::platform::win32

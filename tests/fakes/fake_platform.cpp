@@ -1,0 +1,763 @@
+#include "fakes/fake_platform.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <thread>
+
+#include "frame/format.h"
+#include "frame/log.h"
+#include "frame/wide.h"
+#include "platform/cp932/cp932.h"
+
+namespace kel::fakes {
+namespace {
+
+std::string Arg(const WCHAR* text) { return text == nullptr ? "null" : ToUtf8(text); }
+std::string Arg(DWORD value) { return std::to_string(value); }
+std::string Hex(std::uint64_t value) { return FormatNarrow("0x%X", {static_cast<std::uint32_t>(value)}); }
+
+// Wildcard match of '*' and '?' without regard to ASCII case.
+bool Matches(const char16_t* pattern, const char16_t* name) {
+  if (*pattern == 0) return *name == 0;
+  if (*pattern == u'*') return Matches(pattern + 1, name) || (*name != 0 && Matches(pattern, name + 1));
+  if (*name == 0) return false;
+  if (*pattern != u'?' && AsciiLower(*pattern) != AsciiLower(*name)) return false;
+  return Matches(pattern + 1, name + 1);
+}
+
+struct ThreadState {
+  std::thread thread;
+  bool finished = false;
+};
+
+std::mutex g_threadLock;
+std::condition_variable g_threadFinished;
+std::map<Handle, std::shared_ptr<ThreadState>> g_threads;
+
+}  // namespace
+
+std::string Narrow(const WString& text) { return ToUtf8(text); }
+
+FakePlatform::FakePlatform() {
+  env_[u"LOCALAPPDATA"] = u"C:\\Users\\kel\\AppData\\Local";
+  env_[u"APPDATA"] = u"C:\\Users\\kel\\AppData\\Roaming";
+  env_[u"ALLUSERSPROFILE"] = u"C:\\ProgramData";
+  AddDirectory(u"C:\\Users\\kel\\AppData\\Local");
+  AddDirectory(u"C:\\Program Files\\Launcher");
+}
+
+FakePlatform::~FakePlatform() {
+  std::vector<std::shared_ptr<ThreadState>> toJoin;
+  {
+    std::lock_guard<std::mutex> lock(g_threadLock);
+    for (Handle h : threads_) {
+      auto it = g_threads.find(h);
+      if (it != g_threads.end()) {
+        toJoin.push_back(it->second);
+        g_threads.erase(it);
+      }
+    }
+  }
+  for (auto& state : toJoin) {
+    if (state->thread.joinable()) state->thread.join();
+  }
+  for (void* p : localAllocations_) std::free(p);
+  for (Handle h : globalAllocations_) std::free(h);
+}
+
+void FakePlatform::Record(const char* name, std::string args) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  calls_.push_back({name, std::move(args)});
+}
+
+Handle FakePlatform::NewHandle() { return reinterpret_cast<Handle>(nextHandle_ += 4); }
+
+WString FakePlatform::Key(const WString& path) {
+  WString key = path;
+  LowerInPlace(key);
+  while (key.size() > 3 && key.back() == u'\\') key.pop_back();
+  return key;
+}
+
+WString FakePlatform::Parent(const WString& key) {
+  const std::size_t slash = key.rfind(u'\\');
+  return slash == WString::npos ? WString() : key.substr(0, slash);
+}
+
+void FakePlatform::SetEnv(const WString& name, const WString& value) { env_[name] = value; }
+void FakePlatform::UnsetEnv(const WString& name) { env_.erase(name); }
+
+void FakePlatform::AddDirectory(const WString& path) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  WString key = Key(path);
+  WString display = path;
+  while (!key.empty() && key.size() > 2) {
+    auto& node = files_[key];
+    node.directory = true;
+    if (node.displayPath.empty()) node.displayPath = display.substr(0, key.size());
+    key = Parent(key);
+  }
+}
+
+void FakePlatform::AddFile(const WString& path, const std::string& bytes) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  const WString key = Key(path);
+  AddDirectory(path.substr(0, path.rfind(u'\\')));
+  files_[key] = Node{false, bytes, path};
+}
+
+bool FakePlatform::Exists(const WString& path) const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return files_.count(Key(path)) != 0;
+}
+
+std::string FakePlatform::FileContent(const WString& path) const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  auto it = files_.find(Key(path));
+  return it == files_.end() ? std::string() : it->second.bytes;
+}
+
+void FakePlatform::RemoveFile(const WString& path) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  files_.erase(Key(path));
+}
+
+void FakePlatform::AddKey(const WString& key) { registry_[Key(key)]; }
+void FakePlatform::RemoveKey(const WString& key) { registry_.erase(Key(key)); }
+
+void FakePlatform::SetRaw(const WString& key, const WString& name, DWORD type, const std::string& bytes) {
+  WString valueName = name;
+  LowerInPlace(valueName);
+  registry_[Key(key)][valueName] = Value{type, bytes};
+}
+
+void FakePlatform::SetDword(const WString& key, const WString& name, DWORD value) {
+  SetRaw(key, name, platform::REG_DWORD, std::string(reinterpret_cast<const char*>(&value), 4));
+}
+
+void FakePlatform::SetString(const WString& key, const WString& name, const WString& value) {
+  const WString withTerminator = value + u'\0';
+  SetRaw(key, name, platform::REG_SZ,
+         std::string(reinterpret_cast<const char*>(withTerminator.data()), withTerminator.size() * 2));
+}
+
+bool FakePlatform::KeyExists(const WString& key) const { return registry_.count(Key(key)) != 0; }
+
+bool FakePlatform::HasValue(const WString& key, const WString& name) const {
+  auto it = registry_.find(Key(key));
+  WString valueName = name;
+  LowerInPlace(valueName);
+  return it != registry_.end() && it->second.count(valueName) != 0;
+}
+
+DWORD FakePlatform::DwordValue(const WString& key, const WString& name) const {
+  WString valueName = name;
+  LowerInPlace(valueName);
+  const std::string& bytes = registry_.at(Key(key)).at(valueName).bytes;
+  DWORD value = 0;
+  std::memcpy(&value, bytes.data(), std::min<std::size_t>(4, bytes.size()));
+  return value;
+}
+
+std::vector<Call> FakePlatform::Calls() const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return calls_;
+}
+
+std::vector<Call> FakePlatform::CallsNamed(std::initializer_list<const char*> names) const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  std::vector<Call> out;
+  for (const Call& call : calls_) {
+    for (const char* name : names) {
+      if (call.name == name) out.push_back(call);
+    }
+  }
+  return out;
+}
+
+std::vector<std::string> FakePlatform::CallNames() const {
+  std::vector<std::string> names;
+  for (const Call& call : Calls()) names.push_back(call.name);
+  return names;
+}
+
+void FakePlatform::ClearCalls() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  calls_.clear();
+  sleeps_.clear();
+  inputs.clear();
+}
+
+std::size_t FakePlatform::LiveLocalAllocations() const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return localAllocations_.size();
+}
+
+// --- environment and process ---------------------------------------------
+
+bool FakePlatform::GetEnvironmentVariable(const WCHAR* name, WString& value) {
+  Record("GetEnvironmentVariable", Arg(name));
+  auto it = env_.find(name);
+  if (it == env_.end()) return false;
+  value = it->second;
+  return true;
+}
+
+DWORD FakePlatform::ExpandEnvironmentStrings(const WCHAR* source, WCHAR* buffer, DWORD capacity) {
+  Record("ExpandEnvironmentStrings", Arg(source));
+  WString out;
+  for (const WCHAR* p = source; *p != 0; ++p) {
+    const WCHAR* end = *p == u'%' ? p + 1 : nullptr;
+    while (end != nullptr && *end != 0 && *end != u'%') ++end;
+    if (end != nullptr && *end == u'%') {
+      auto it = env_.find(WString(p + 1, end));
+      if (it != env_.end()) {
+        out += it->second;
+        p = end;
+        continue;
+      }
+    }
+    out.push_back(*p);
+  }
+  const DWORD needed = static_cast<DWORD>(out.size() + 1);
+  if (buffer != nullptr && capacity >= needed) std::memcpy(buffer, out.c_str(), needed * 2);
+  return needed;
+}
+
+DWORD FakePlatform::GetModuleFileName(WCHAR* buffer, DWORD capacity) {
+  Record("GetModuleFileName", Arg(capacity));
+  if (modulePath_.empty() || capacity == 0) return 0;
+  const std::size_t n = std::min<std::size_t>(modulePath_.size(), capacity - 1);
+  std::memcpy(buffer, modulePath_.data(), n * 2);
+  buffer[n] = 0;
+  return static_cast<DWORD>(n);
+}
+
+platform::SystemTime FakePlatform::GetLocalTime() { return time_; }
+
+void FakePlatform::Sleep(DWORD milliseconds) {
+  Record("Sleep", Arg(milliseconds));
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  sleeps_.push_back(milliseconds);
+}
+
+// --- files ---------------------------------------------------------------
+
+Handle FakePlatform::CreateFile(const WCHAR* path, DWORD access, DWORD share, DWORD disposition, DWORD attributes) {
+  Record("CreateFile", Arg(path) + ", " + Hex(access) + ", " + Arg(share) + ", " + Arg(disposition) + ", " +
+                           Hex(attributes));
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  const WString key = Key(path == nullptr ? WString() : WString(path));
+  auto parent = files_.find(Parent(key));
+  if (key.empty() || parent == files_.end() || !parent->second.directory) {
+    lastError_ = ERROR_PATH_NOT_FOUND;
+    return platform::InvalidHandleValue();
+  }
+  auto it = files_.find(key);
+  if (it != files_.end() && it->second.directory) {
+    lastError_ = ERROR_ACCESS_DENIED;
+    return platform::InvalidHandleValue();
+  }
+  if (it == files_.end()) {
+    if (disposition == platform::OPEN_EXISTING) {
+      lastError_ = ERROR_FILE_NOT_FOUND;
+      return platform::InvalidHandleValue();
+    }
+    files_[key] = Node{false, {}, path};
+  } else if (disposition == platform::CREATE_ALWAYS) {
+    it->second.bytes.clear();
+  }
+  Handle h = NewHandle();
+  openFiles_[h] = OpenFile{key, 0};
+  return h;
+}
+
+DWORD FakePlatform::SetFilePointer(Handle file, LONG distance, DWORD method) {
+  Record("SetFilePointer", Arg(static_cast<DWORD>(distance)) + ", " + Arg(method));
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  auto it = openFiles_.find(file);
+  if (it == openFiles_.end()) return platform::INVALID_SET_FILE_POINTER;
+  const std::size_t size = files_[it->second.key].bytes.size();
+  it->second.position = method == platform::FILE_END ? size + distance : static_cast<std::size_t>(distance);
+  return static_cast<DWORD>(it->second.position);
+}
+
+BOOL FakePlatform::WriteFile(Handle file, const void* data, DWORD length, DWORD* written) {
+  Record("WriteFile", std::string(static_cast<const char*>(data), length));
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  auto it = openFiles_.find(file);
+  if (it == openFiles_.end()) return 0;
+  std::string& bytes = files_[it->second.key].bytes;
+  if (bytes.size() < it->second.position) bytes.resize(it->second.position);
+  bytes.replace(it->second.position, std::min<std::size_t>(length, bytes.size() - it->second.position),
+                static_cast<const char*>(data), length);
+  it->second.position += length;
+  if (written != nullptr) *written = length;
+  return 1;
+}
+
+BOOL FakePlatform::CloseHandle(Handle handle) {
+  Record("CloseHandle", Hex(reinterpret_cast<std::uintptr_t>(handle)));
+  std::shared_ptr<ThreadState> thread;
+  {
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    if (openFiles_.erase(handle) != 0 || events_.erase(handle) != 0) return 1;
+  }
+  {
+    std::lock_guard<std::mutex> lock(g_threadLock);
+    auto it = g_threads.find(handle);
+    if (it == g_threads.end()) return 0;
+    thread = it->second;
+    g_threads.erase(it);
+  }
+  // Closing a thread handle leaves the thread running, as on Windows.
+  if (thread->thread.joinable()) thread->thread.detach();
+  return 1;
+}
+
+DWORD FakePlatform::GetFileAttributes(const WCHAR* path) {
+  Record("GetFileAttributes", Arg(path));
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  auto it = files_.find(Key(path));
+  if (it == files_.end()) return platform::INVALID_FILE_ATTRIBUTES;
+  return it->second.directory ? platform::FILE_ATTRIBUTE_DIRECTORY : platform::FILE_ATTRIBUTE_NORMAL;
+}
+
+BOOL FakePlatform::PathFileExists(const WCHAR* path) {
+  Record("PathFileExists", Arg(path));
+  return Exists(path) ? 1 : 0;
+}
+
+int FakePlatform::SHCreateDirectoryEx(const WCHAR* path) {
+  Record("SHCreateDirectoryEx", Arg(path));
+  if (Exists(path)) return ERROR_ALREADY_EXISTS;
+  AddDirectory(path);
+  return 0;
+}
+
+Handle FakePlatform::FindFirstFile(const WCHAR* pattern, platform::FindData& found) {
+  Record("FindFirstFile", Arg(pattern));
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  const WString full = pattern;
+  const std::size_t slash = full.rfind(u'\\');
+  const WString folder = Key(full.substr(0, slash));
+  const WString mask = full.substr(slash + 1);
+  auto dir = files_.find(folder);
+  if (dir == files_.end() || !dir->second.directory) {
+    lastError_ = ERROR_PATH_NOT_FOUND;
+    return platform::InvalidHandleValue();
+  }
+  Search search;
+  if (mask == u"*") {
+    search.names = {u".", u".."};
+    search.attributes = {platform::FILE_ATTRIBUTE_DIRECTORY, platform::FILE_ATTRIBUTE_DIRECTORY};
+  }
+  for (const auto& [key, node] : files_) {
+    if (Parent(key) != folder) continue;
+    const WString name = node.displayPath.substr(node.displayPath.rfind(u'\\') + 1);
+    if (!Matches(mask.c_str(), name.c_str())) continue;
+    search.names.push_back(name);
+    search.attributes.push_back(node.directory ? platform::FILE_ATTRIBUTE_DIRECTORY
+                                               : platform::FILE_ATTRIBUTE_NORMAL);
+  }
+  if (search.names.empty()) {
+    lastError_ = ERROR_FILE_NOT_FOUND;
+    return platform::InvalidHandleValue();
+  }
+  found.cFileName = search.names[0];
+  found.dwFileAttributes = search.attributes[0];
+  search.next = 1;
+  Handle h = NewHandle();
+  searches_[h] = std::move(search);
+  return h;
+}
+
+BOOL FakePlatform::FindNextFile(Handle handle, platform::FindData& found) {
+  Record("FindNextFile", "");
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  auto it = searches_.find(handle);
+  if (it == searches_.end() || it->second.next >= it->second.names.size()) {
+    lastError_ = ERROR_NO_MORE_FILES;
+    return 0;
+  }
+  found.cFileName = it->second.names[it->second.next];
+  found.dwFileAttributes = it->second.attributes[it->second.next];
+  ++it->second.next;
+  return 1;
+}
+
+BOOL FakePlatform::FindClose(Handle handle) {
+  Record("FindClose", "");
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return searches_.erase(handle) != 0 ? 1 : 0;
+}
+
+// --- registry ------------------------------------------------------------
+
+LONG FakePlatform::RegOpenKeyEx(platform::RootKey, const WCHAR* subKey, DWORD options, DWORD access, Handle* key) {
+  Record("RegOpenKeyEx", "HKCU\\" + Arg(subKey) + ", " + Arg(options) + ", " + Hex(access));
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (registry_.count(Key(subKey)) == 0) return ERROR_FILE_NOT_FOUND;
+  *key = NewHandle();
+  openKeys_[*key] = {Key(subKey), access};
+  return ERROR_SUCCESS;
+}
+
+LONG FakePlatform::RegQueryValueEx(Handle key, const WCHAR* name, DWORD* type, std::uint8_t* data, DWORD* size) {
+  Record("RegQueryValueEx", Arg(name) + ", " + Arg(size == nullptr ? 0 : *size));
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  auto open = openKeys_.find(key);
+  if (open == openKeys_.end()) return ERROR_INVALID_PARAMETER;
+  WString valueName = name;
+  LowerInPlace(valueName);
+  auto& values = registry_[open->second.first];
+  auto it = values.find(valueName);
+  if (it == values.end()) return ERROR_FILE_NOT_FOUND;
+  if (type != nullptr) *type = it->second.type;
+  const DWORD needed = static_cast<DWORD>(it->second.bytes.size());
+  if (data != nullptr && (size == nullptr || *size < needed)) {
+    if (size != nullptr) *size = needed;
+    return ERROR_MORE_DATA;
+  }
+  if (data != nullptr) std::memcpy(data, it->second.bytes.data(), needed);
+  if (size != nullptr) *size = needed;
+  return ERROR_SUCCESS;
+}
+
+LONG FakePlatform::RegSetValueEx(Handle key, const WCHAR* name, DWORD type, const std::uint8_t* data, DWORD size) {
+  std::string args = Arg(name) + ", " + Arg(type) + ", ";
+  if (type == platform::REG_DWORD && size == 4) {
+    DWORD value = 0;
+    std::memcpy(&value, data, 4);
+    args += Arg(value);
+  }
+  Record("RegSetValueEx", args + ", " + Arg(size));
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  auto open = openKeys_.find(key);
+  if (open == openKeys_.end()) return ERROR_INVALID_PARAMETER;
+  if ((open->second.second & 0x2) == 0) return ERROR_ACCESS_DENIED;  // KEY_SET_VALUE
+  WString valueName = name;
+  LowerInPlace(valueName);
+  registry_[open->second.first][valueName] = Value{type, std::string(reinterpret_cast<const char*>(data), size)};
+  return ERROR_SUCCESS;
+}
+
+LONG FakePlatform::RegDeleteValue(Handle key, const WCHAR* name) {
+  Record("RegDeleteValue", Arg(name));
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  auto open = openKeys_.find(key);
+  if (open == openKeys_.end()) return ERROR_INVALID_PARAMETER;
+  if ((open->second.second & 0x2) == 0) return ERROR_ACCESS_DENIED;
+  WString valueName = name;
+  LowerInPlace(valueName);
+  return registry_[open->second.first].erase(valueName) != 0 ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
+}
+
+LONG FakePlatform::RegCloseKey(Handle key) {
+  Record("RegCloseKey", "");
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return openKeys_.erase(key) != 0 ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
+}
+
+// --- version -------------------------------------------------------------
+
+std::uint64_t FakePlatform::VerSetConditionMask(std::uint64_t mask, DWORD typeBit, std::uint8_t condition) {
+  Record("VerSetConditionMask", Hex(mask) + ", " + Arg(typeBit) + ", " + Arg(condition));
+  unsigned index = 0;
+  while (index < 32 && (typeBit & (1u << index)) == 0) ++index;
+  return mask | (static_cast<std::uint64_t>(condition & 7) << (index * 3));
+}
+
+BOOL FakePlatform::VerifyVersionInfo(platform::OsVersionInfoEx& info, DWORD typeMask, std::uint64_t conditionMask) {
+  Record("VerifyVersionInfo", Arg(info.dwOSVersionInfoSize) + ", " + Arg(info.dwMajorVersion) + ", " +
+                                  Arg(info.dwMinorVersion) + ", " + Arg(typeMask) + ", " + Hex(conditionMask));
+  auto passes = [](DWORD actual, DWORD wanted, unsigned condition) {
+    switch (condition) {
+      case 1: return actual == wanted;
+      case 2: return actual > wanted;
+      case 3: return actual >= wanted;
+      case 4: return actual < wanted;
+      case 5: return actual <= wanted;
+      default: return false;
+    }
+  };
+  bool ok = true;
+  if (typeMask & platform::VER_MINORVERSION) ok = ok && passes(minor_, info.dwMinorVersion, conditionMask & 7);
+  if (typeMask & platform::VER_MAJORVERSION) ok = ok && passes(major_, info.dwMajorVersion, (conditionMask >> 3) & 7);
+  return ok ? 1 : 0;
+}
+
+int FakePlatform::MultiByteToWideChar(UINT codePage, DWORD flags, const char* source, int sourceLength,
+                                      WCHAR* buffer, int capacity) {
+  Record("MultiByteToWideChar", Arg(codePage) + ", " + Arg(flags) + ", " + Arg(static_cast<DWORD>(sourceLength)) +
+                                    ", " + Arg(static_cast<DWORD>(capacity)));
+  if (failMultiByte_ || codePage != platform::CP_SHIFT_JIS) return 0;
+  return cp932::MultiByteToWide(source, sourceLength, buffer, capacity);
+}
+
+void* FakePlatform::LocalAlloc(UINT flags, std::size_t bytes) {
+  Record("LocalAlloc", Arg(flags) + ", " + Arg(static_cast<DWORD>(bytes)));
+  void* p = std::calloc(1, bytes == 0 ? 1 : bytes);
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  localAllocations_.insert(p);
+  return p;
+}
+
+void* FakePlatform::LocalFree(void* memory) {
+  Record("LocalFree", "");
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (localAllocations_.erase(memory) == 0) return memory;
+  std::free(memory);
+  return nullptr;
+}
+
+std::intptr_t FakePlatform::ShellExecute(Handle window, const WCHAR* verb, const WCHAR* file,
+                                         const WCHAR* parameters, const WCHAR* directory, int showCommand) {
+  Record("ShellExecute", std::string(window == nullptr ? "null" : "hwnd") + ", " + Arg(verb) + ", " + Arg(file) +
+                             ", " + Arg(parameters) + ", " + Arg(directory) + ", " +
+                             Arg(static_cast<DWORD>(showCommand)));
+  return shellExecuteResult_;
+}
+
+// --- threads and events ----------------------------------------------------
+
+Handle FakePlatform::CreateEvent(bool manualReset, bool initialState, const WCHAR* name) {
+  Record("CreateEvent", Arg(static_cast<DWORD>(manualReset)) + ", " + Arg(static_cast<DWORD>(initialState)) + ", " +
+                            Arg(name));
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  Handle h = NewHandle();
+  events_[h] = Event{manualReset, initialState};
+  return h;
+}
+
+BOOL FakePlatform::SetEvent(Handle event) {
+  Record("SetEvent", "");
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  auto it = events_.find(event);
+  if (it == events_.end()) return 0;
+  it->second.signalled = true;
+  eventChanged_.notify_all();
+  return 1;
+}
+
+BOOL FakePlatform::ResetEvent(Handle event) {
+  Record("ResetEvent", "");
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  auto it = events_.find(event);
+  if (it == events_.end()) return 0;
+  it->second.signalled = false;
+  return 1;
+}
+
+DWORD FakePlatform::WaitForSingleObject(Handle object, DWORD milliseconds) {
+  Record("WaitForSingleObject", Arg(milliseconds));
+  {
+    std::unique_lock<std::recursive_mutex> lock(mutex_);
+    auto it = events_.find(object);
+    if (it != events_.end()) {
+      // Finite waits on events do not pass real time: the fake clock answers
+      // at once, so no test waits for real.
+      if (milliseconds == platform::INFINITE) {
+        eventChanged_.wait(lock, [&] { return events_.count(object) == 0 || events_[object].signalled; });
+      }
+      it = events_.find(object);
+      if (it == events_.end()) return platform::WAIT_FAILED;
+      if (!it->second.signalled) return platform::WAIT_TIMEOUT;
+      if (!it->second.manualReset) it->second.signalled = false;
+      return platform::WAIT_OBJECT_0;
+    }
+  }
+  std::shared_ptr<ThreadState> thread;
+  {
+    std::lock_guard<std::mutex> lock(g_threadLock);
+    auto it = g_threads.find(object);
+    if (it == g_threads.end()) return platform::WAIT_FAILED;
+    thread = it->second;
+  }
+  std::unique_lock<std::mutex> lock(g_threadLock);
+  const bool done = g_threadFinished.wait_for(lock, std::chrono::milliseconds(milliseconds),
+                                              [&] { return thread->finished; });
+  return done ? platform::WAIT_OBJECT_0 : platform::WAIT_TIMEOUT;
+}
+
+Handle FakePlatform::CreateThread(platform::ThreadProc start, void* parameter) {
+  Record("CreateThread", "");
+  Handle h = NewHandle();
+  auto state = std::make_shared<ThreadState>();
+  {
+    std::lock_guard<std::mutex> lock(g_threadLock);
+    g_threads[h] = state;
+  }
+  threads_.push_back(h);
+  state->thread = std::thread([start, parameter, state] {
+    start(parameter);
+    std::lock_guard<std::mutex> lock(g_threadLock);
+    state->finished = true;
+    g_threadFinished.notify_all();
+  });
+  return h;
+}
+
+// --- keyboard, clipboard, windows ------------------------------------------
+
+UINT FakePlatform::SendInput(const platform::KeyboardInput& input) {
+  Record("SendInput", Hex(input.wVk) + ", " + Hex(input.wScan) + ", " + Hex(input.dwFlags));
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  inputs.push_back(input);
+  return 1;
+}
+
+UINT FakePlatform::MapVirtualKey(UINT code, UINT mapType) {
+  Record("MapVirtualKey", Hex(code) + ", " + Arg(mapType));
+  switch (code) {
+    case 0x10: return 0x2A;  // shift
+    case 0x51: return 0x10;  // Q
+    case 0x0D: return 0x1C;  // enter
+    case 0x2D: return 0x52;  // insert
+    default: return 0;
+  }
+}
+
+BOOL FakePlatform::OpenClipboard(Handle) {
+  Record("OpenClipboard", "");
+  clipboardOpen_ = true;
+  return 1;
+}
+
+BOOL FakePlatform::EmptyClipboard() {
+  Record("EmptyClipboard", "");
+  clipboardText.clear();
+  return clipboardOpen_ ? 1 : 0;
+}
+
+Handle FakePlatform::SetClipboardData(UINT format, Handle memory) {
+  Record("SetClipboardData", Arg(format));
+  if (!clipboardOpen_ || memory == nullptr) return nullptr;
+  clipboardText = static_cast<const char16_t*>(memory);
+  return memory;
+}
+
+BOOL FakePlatform::CloseClipboard() {
+  Record("CloseClipboard", "");
+  clipboardOpen_ = false;
+  return 1;
+}
+
+Handle FakePlatform::GlobalAlloc(UINT flags, std::size_t bytes) {
+  Record("GlobalAlloc", Hex(flags) + ", " + Arg(static_cast<DWORD>(bytes)));
+  Handle h = std::calloc(1, bytes == 0 ? 1 : bytes);
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  globalAllocations_.insert(h);
+  return h;
+}
+
+void* FakePlatform::GlobalLock(Handle memory) {
+  Record("GlobalLock", "");
+  return memory;
+}
+
+BOOL FakePlatform::GlobalUnlock(Handle) {
+  Record("GlobalUnlock", "");
+  return 0;
+}
+
+Handle FakePlatform::GlobalFree(Handle memory) {
+  Record("GlobalFree", "");
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (globalAllocations_.erase(memory) == 0) return memory;
+  std::free(memory);
+  return nullptr;
+}
+
+Handle FakePlatform::GetForegroundWindow() {
+  Record("GetForegroundWindow", "");
+  return foregroundClass.empty() ? nullptr : reinterpret_cast<Handle>(0x777);
+}
+
+int FakePlatform::GetClassName(Handle, WCHAR* buffer, int capacity) {
+  Record("GetClassName", Arg(static_cast<DWORD>(capacity)));
+  const int n = static_cast<int>(std::min<std::size_t>(foregroundClass.size(), capacity - 1));
+  std::memcpy(buffer, foregroundClass.data(), n * 2);
+  buffer[n] = 0;
+  return n;
+}
+
+Handle FakePlatform::MonitorFromPoint(platform::Point point, DWORD flags) {
+  Record("MonitorFromPoint", Arg(static_cast<DWORD>(point.x)) + ", " + Arg(static_cast<DWORD>(point.y)) + ", " +
+                                 Arg(flags));
+  return reinterpret_cast<Handle>(0x10001);
+}
+
+int FakePlatform::MessageBox(Handle, const WCHAR* text, const WCHAR* caption, UINT type) {
+  Record("MessageBox", Arg(text) + ", " + Arg(caption) + ", " + Hex(type));
+  return 1;
+}
+
+HRESULT FakePlatform::CoInitializeEx(DWORD coInit) {
+  Record("CoInitializeEx", Arg(coInit));
+  return coInitializeResult;
+}
+
+void FakePlatform::CoUninitialize() { Record("CoUninitialize", ""); }
+
+HRESULT FakePlatform::RoInitialize(int initType) {
+  Record("RoInitialize", Arg(static_cast<DWORD>(initType)));
+  return roInitializeResult;
+}
+
+void FakePlatform::RoUninitialize() { Record("RoUninitialize", ""); }
+
+BOOL FakePlatform::GetUserName(WCHAR* buffer, DWORD* size) {
+  Record("GetUserName", Arg(*size));
+  if (userName.size() + 1 > *size) return 0;
+  std::memcpy(buffer, userName.c_str(), (userName.size() + 1) * 2);
+  *size = static_cast<DWORD>(userName.size() + 1);
+  return 1;
+}
+
+BOOL FakePlatform::LookupAccountName(const WCHAR*, const WCHAR* accountName, void* sid, DWORD* sidSize, WCHAR* domain,
+                                     DWORD* domainSize) {
+  Record("LookupAccountName", Arg(accountName) + ", " + Arg(*sidSize) + ", " + Arg(*domainSize));
+  constexpr DWORD kSidSize = 28;
+  constexpr char16_t kDomain[] = u"KELPC";
+  if (sid == nullptr || *sidSize < kSidSize || domain == nullptr || *domainSize < 6) {
+    *sidSize = kSidSize;
+    *domainSize = 6;
+    return 0;
+  }
+  std::memset(sid, 0x5A, kSidSize);
+  std::memcpy(domain, kDomain, sizeof(kDomain));
+  return 1;
+}
+
+BOOL FakePlatform::ConvertSidToStringSid(void*, WCHAR** stringSid) {
+  Record("ConvertSidToStringSid", "");
+  auto* text = static_cast<WCHAR*>(LocalAlloc(platform::LPTR, (userSid.size() + 1) * 2));
+  std::memcpy(text, userSid.c_str(), (userSid.size() + 1) * 2);
+  *stringSid = text;
+  return 1;
+}
+
+HRESULT FakePlatform::SHLoadIndirectString(const WCHAR* source, WCHAR* buffer, UINT capacity) {
+  Record("SHLoadIndirectString", Arg(source) + ", " + Arg(capacity));
+  auto it = indirectStrings.find(source);
+  if (it == indirectStrings.end()) return E_FAIL;
+  const std::size_t n = std::min<std::size_t>(it->second.size(), capacity - 1);
+  std::memcpy(buffer, it->second.data(), n * 2);
+  buffer[n] = 0;
+  return S_OK;
+}
+
+ScopedFakePlatform::ScopedFakePlatform() {
+  ResetLog();
+  platform::Install(&fake_);
+}
+
+ScopedFakePlatform::~ScopedFakePlatform() {
+  ResetLog();
+  platform::Install(nullptr);
+}
+
+}  // namespace kel::fakes

@@ -1,0 +1,202 @@
+// A recording fake of the platform seam: an in-memory registry, file system,
+// environment, clock and desktop. Every call is recorded with its arguments
+// so tests can check the exact calls, in order.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/platform.h"
+
+namespace kel::fakes {
+
+struct Call {
+  std::string name;  // the Windows call, e.g. "ShellExecute"
+  std::string args;  // its arguments, comma separated, UTF-8
+};
+
+class FakePlatform : public platform::Platform {
+ public:
+  FakePlatform();
+  ~FakePlatform() override;
+
+  // --- set-up and inspection ---------------------------------------------
+  void SetEnv(const WString& name, const WString& value);
+  void UnsetEnv(const WString& name);
+  void SetModulePath(const WString& path) { modulePath_ = path; }
+  void SetVersion(DWORD major, DWORD minor) { major_ = major, minor_ = minor; }
+  void SetLocalTime(const platform::SystemTime& t) { time_ = t; }
+
+  // Files: paths compare without regard to ASCII case, as on Windows.
+  void AddDirectory(const WString& path);
+  void AddFile(const WString& path, const std::string& bytes);
+  bool Exists(const WString& path) const;
+  std::string FileContent(const WString& path) const;
+  void RemoveFile(const WString& path);
+
+  // Registry under HKEY_CURRENT_USER.
+  void AddKey(const WString& key);
+  void RemoveKey(const WString& key);
+  void SetDword(const WString& key, const WString& name, DWORD value);
+  void SetString(const WString& key, const WString& name, const WString& value);
+  void SetRaw(const WString& key, const WString& name, DWORD type, const std::string& bytes);
+  bool HasValue(const WString& key, const WString& name) const;
+  bool KeyExists(const WString& key) const;
+  DWORD DwordValue(const WString& key, const WString& name) const;
+
+  void SetShellExecuteResult(std::intptr_t result) { shellExecuteResult_ = result; }
+  void FailMultiByteToWideChar(bool fail) { failMultiByte_ = fail; }
+
+  std::vector<Call> Calls() const;
+  // The calls with one of the given names, in order.
+  std::vector<Call> CallsNamed(std::initializer_list<const char*> names) const;
+  std::vector<std::string> CallNames() const;
+  void ClearCalls();
+  const std::vector<DWORD>& Sleeps() const { return sleeps_; }
+  std::size_t LiveLocalAllocations() const;
+
+  // --- the seam ------------------------------------------------------------
+  bool GetEnvironmentVariable(const WCHAR* name, WString& value) override;
+  DWORD ExpandEnvironmentStrings(const WCHAR* source, WCHAR* buffer, DWORD capacity) override;
+  DWORD GetModuleFileName(WCHAR* buffer, DWORD capacity) override;
+  DWORD GetCurrentProcessId() override { return pid_; }
+  DWORD GetLastError() override { return lastError_; }
+  platform::SystemTime GetLocalTime() override;
+  void Sleep(DWORD milliseconds) override;
+  Handle CreateFile(const WCHAR* path, DWORD access, DWORD share, DWORD disposition, DWORD attributes) override;
+  DWORD SetFilePointer(Handle file, LONG distance, DWORD method) override;
+  BOOL WriteFile(Handle file, const void* data, DWORD length, DWORD* written) override;
+  BOOL CloseHandle(Handle handle) override;
+  DWORD GetFileAttributes(const WCHAR* path) override;
+  BOOL PathFileExists(const WCHAR* path) override;
+  int SHCreateDirectoryEx(const WCHAR* path) override;
+  Handle FindFirstFile(const WCHAR* pattern, platform::FindData& found) override;
+  BOOL FindNextFile(Handle search, platform::FindData& found) override;
+  BOOL FindClose(Handle search) override;
+  LONG RegOpenKeyEx(platform::RootKey root, const WCHAR* subKey, DWORD options, DWORD access, Handle* key) override;
+  LONG RegQueryValueEx(Handle key, const WCHAR* name, DWORD* type, std::uint8_t* data, DWORD* size) override;
+  LONG RegSetValueEx(Handle key, const WCHAR* name, DWORD type, const std::uint8_t* data, DWORD size) override;
+  LONG RegDeleteValue(Handle key, const WCHAR* name) override;
+  LONG RegCloseKey(Handle key) override;
+  std::uint64_t VerSetConditionMask(std::uint64_t mask, DWORD typeBit, std::uint8_t condition) override;
+  BOOL VerifyVersionInfo(platform::OsVersionInfoEx& info, DWORD typeMask, std::uint64_t conditionMask) override;
+  int MultiByteToWideChar(UINT codePage, DWORD flags, const char* source, int sourceLength, WCHAR* buffer,
+                          int capacity) override;
+  void* LocalAlloc(UINT flags, std::size_t bytes) override;
+  void* LocalFree(void* memory) override;
+  std::intptr_t ShellExecute(Handle window, const WCHAR* verb, const WCHAR* file, const WCHAR* parameters,
+                             const WCHAR* directory, int showCommand) override;
+  Handle CreateEvent(bool manualReset, bool initialState, const WCHAR* name) override;
+  BOOL SetEvent(Handle event) override;
+  BOOL ResetEvent(Handle event) override;
+  DWORD WaitForSingleObject(Handle object, DWORD milliseconds) override;
+  Handle CreateThread(platform::ThreadProc start, void* parameter) override;
+  UINT SendInput(const platform::KeyboardInput& input) override;
+  UINT MapVirtualKey(UINT code, UINT mapType) override;
+  BOOL OpenClipboard(Handle owner) override;
+  BOOL EmptyClipboard() override;
+  Handle SetClipboardData(UINT format, Handle memory) override;
+  BOOL CloseClipboard() override;
+  Handle GlobalAlloc(UINT flags, std::size_t bytes) override;
+  void* GlobalLock(Handle memory) override;
+  BOOL GlobalUnlock(Handle memory) override;
+  Handle GlobalFree(Handle memory) override;
+  Handle GetForegroundWindow() override;
+  int GetClassName(Handle window, WCHAR* buffer, int capacity) override;
+  Handle MonitorFromPoint(platform::Point point, DWORD flags) override;
+  int MessageBox(Handle owner, const WCHAR* text, const WCHAR* caption, UINT type) override;
+  HRESULT CoInitializeEx(DWORD coInit) override;
+  void CoUninitialize() override;
+  HRESULT RoInitialize(int initType) override;
+  void RoUninitialize() override;
+  BOOL GetUserName(WCHAR* buffer, DWORD* size) override;
+  BOOL LookupAccountName(const WCHAR* systemName, const WCHAR* accountName, void* sid, DWORD* sidSize, WCHAR* domain,
+                         DWORD* domainSize) override;
+  BOOL ConvertSidToStringSid(void* sid, WCHAR** stringSid) override;
+  HRESULT SHLoadIndirectString(const WCHAR* source, WCHAR* buffer, UINT capacity) override;
+
+  // Desktop state for the keyboard, clipboard and window calls.
+  WString foregroundClass = u"Progman";
+  WString clipboardText;
+  std::vector<platform::KeyboardInput> inputs;
+  HRESULT coInitializeResult = S_OK;
+  HRESULT roInitializeResult = S_OK;
+  WString userName = u"kel";
+  WString userSid = u"S-1-5-21-1-2-3-1001";
+  std::map<WString, WString> indirectStrings;
+
+ private:
+  struct Node {
+    bool directory = false;
+    std::string bytes;
+    WString displayPath;
+  };
+  struct OpenFile {
+    WString key;
+    std::size_t position = 0;
+  };
+  struct Value {
+    DWORD type = 0;
+    std::string bytes;
+  };
+  struct Event {
+    bool manualReset = false;
+    bool signalled = false;
+  };
+  struct Search {
+    std::vector<WString> names;
+    std::vector<DWORD> attributes;
+    std::size_t next = 0;
+  };
+
+  void Record(const char* name, std::string args);
+  Handle NewHandle();
+  static WString Key(const WString& path);
+  static WString Parent(const WString& key);
+
+  mutable std::recursive_mutex mutex_;
+  std::condition_variable_any eventChanged_;
+  std::vector<Call> calls_;
+  std::vector<DWORD> sleeps_;
+  std::map<WString, WString> env_;
+  WString modulePath_ = u"C:\\Program Files\\Launcher\\Launcher.exe";
+  DWORD pid_ = 4242;
+  DWORD lastError_ = 0;
+  DWORD major_ = 6;
+  DWORD minor_ = 2;
+  platform::SystemTime time_{2013, 5, 1, 20, 9, 4, 7, 31};
+  std::map<WString, Node> files_;
+  std::map<Handle, OpenFile> openFiles_;
+  std::map<WString, std::map<WString, Value>> registry_;
+  std::map<Handle, std::pair<WString, DWORD>> openKeys_;
+  std::map<Handle, Event> events_;
+  std::map<Handle, Search> searches_;
+  std::set<void*> localAllocations_;
+  std::set<Handle> globalAllocations_;
+  std::vector<Handle> threads_;
+  std::intptr_t shellExecuteResult_ = 42;
+  bool failMultiByte_ = false;
+  bool clipboardOpen_ = false;
+  std::uintptr_t nextHandle_ = 0x1000;
+};
+
+// Installs a fake for the lifetime of a test and removes it afterwards.
+class ScopedFakePlatform {
+ public:
+  ScopedFakePlatform();
+  ~ScopedFakePlatform();
+  FakePlatform& operator*() { return fake_; }
+  FakePlatform* operator->() { return &fake_; }
+
+ private:
+  FakePlatform fake_;
+};
+
+std::string Narrow(const WString& text);
+
+}  // namespace kel::fakes
