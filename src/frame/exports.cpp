@@ -7,6 +7,7 @@
 #include "frame/log.h"
 #include "frame/pfn_substitution.h"
 #include "frame/reg.h"
+#include "launch/monitor_mode.h"
 #include "package_discovery/package_manager.h"
 
 namespace kel {
@@ -144,8 +145,6 @@ extern "C" HRESULT KELAPI KelGetMonitorMode(UINT* puMonitorMode) {
     constexpr char16_t kName[] = u"KelGetMonitorMode";
     WriteDebugLog("%S IN\r\n", kName);
     if (puMonitorMode == nullptr) return Exit(kName, E_POINTER);
-    // The monitor mode comes from the shell's app visibility service, which
-    // joins with the Start screen driver.
-    return Exit(kName, E_NOTIMPL);
+    return Exit(kName, CKELMonitorMode::GetMonitorMode(puMonitorMode));
   });
 }

@@ -122,6 +122,38 @@ struct Point {
 
 using ThreadProc = DWORD (*)(void* parameter);
 
+// MONITOR_APP_VISIBILITY.
+constexpr int MAV_UNKNOWN = 0;
+constexpr int MAV_NO_APP_VISIBLE = 1;
+constexpr int MAV_APP_VISIBLE = 2;
+
+constexpr DWORD CLSCTX_INPROC_SERVER = 0x1;
+constexpr DWORD CLSCTX_LOCAL_SERVER = 0x4;
+
+// A COM class and interface identity, as published.
+struct Guid {
+  std::uint32_t data1;
+  std::uint16_t data2;
+  std::uint16_t data3;
+  std::uint8_t data4[8];
+};
+// {7E5FE3D9-985F-4908-91F9-EE19F9FD1514}
+constexpr Guid CLSID_AppVisibility = {0x7E5FE3D9, 0x985F, 0x4908, {0x91, 0xF9, 0xEE, 0x19, 0xF9, 0xFD, 0x15, 0x14}};
+// {2246EA2D-CAEA-4444-A3C4-6DE827E44313}
+constexpr Guid IID_IAppVisibility = {0x2246EA2D, 0xCAEA, 0x4444, {0xA3, 0xC4, 0x6D, 0xE8, 0x27, 0xE4, 0x43, 0x13}};
+
+// The shell's IAppVisibility, as far as the library uses it. The object
+// holds one reference, given back by Release.
+class AppVisibility {
+ public:
+  virtual HRESULT GetAppVisibilityOnMonitor(Handle monitor, int* visibility) = 0;
+  virtual HRESULT IsLauncherVisible(BOOL* visible) = 0;
+  virtual void Release() = 0;
+
+ protected:
+  virtual ~AppVisibility() = default;
+};
+
 // --- the seam ----------------------------------------------------------------
 
 class Platform {
@@ -212,6 +244,8 @@ class Platform {
 
   // COM and Windows Runtime apartments.
   virtual HRESULT CoInitializeEx(DWORD coInit) = 0;
+  // CoCreateInstance(CLSID_AppVisibility, NULL, context, IID_IAppVisibility).
+  virtual HRESULT CreateAppVisibility(DWORD context, AppVisibility** object) = 0;
   virtual void CoUninitialize() = 0;
   virtual HRESULT RoInitialize(int initType) = 0;
   virtual void RoUninitialize() = 0;

@@ -622,6 +622,7 @@ UINT FakePlatform::MapVirtualKey(UINT code, UINT mapType) {
 
 BOOL FakePlatform::OpenClipboard(Handle) {
   Record("OpenClipboard", "");
+  if (openClipboardFails) return 0;
   clipboardOpen_ = true;
   return 1;
 }
@@ -634,7 +635,8 @@ BOOL FakePlatform::EmptyClipboard() {
 
 Handle FakePlatform::SetClipboardData(UINT format, Handle memory) {
   Record("SetClipboardData", Arg(format));
-  if (!clipboardOpen_ || memory == nullptr) return nullptr;
+  if (setClipboardDataFails) lastError_ = setClipboardDataError;
+  if (setClipboardDataFails || !clipboardOpen_ || memory == nullptr) return nullptr;
   clipboardText = static_cast<const char16_t*>(memory);
   return memory;
 }
@@ -647,6 +649,7 @@ BOOL FakePlatform::CloseClipboard() {
 
 Handle FakePlatform::GlobalAlloc(UINT flags, std::size_t bytes) {
   Record("GlobalAlloc", Hex(flags) + ", " + Arg(static_cast<DWORD>(bytes)));
+  if (globalAllocFails) return nullptr;
   Handle h = std::calloc(1, bytes == 0 ? 1 : bytes);
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   globalAllocations_.insert(h);
@@ -655,7 +658,7 @@ Handle FakePlatform::GlobalAlloc(UINT flags, std::size_t bytes) {
 
 void* FakePlatform::GlobalLock(Handle memory) {
   Record("GlobalLock", "");
-  return memory;
+  return globalLockFails ? nullptr : memory;
 }
 
 BOOL FakePlatform::GlobalUnlock(Handle) {
@@ -673,13 +676,21 @@ Handle FakePlatform::GlobalFree(Handle memory) {
 
 Handle FakePlatform::GetForegroundWindow() {
   Record("GetForegroundWindow", "");
-  return foregroundClass.empty() ? nullptr : reinterpret_cast<Handle>(0x777);
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (!foregroundSequence.empty()) {
+    currentForeground_ = foregroundSequence.front();
+    foregroundSequence.erase(foregroundSequence.begin());
+  } else {
+    currentForeground_ = foregroundClass;
+  }
+  return currentForeground_.empty() ? nullptr : reinterpret_cast<Handle>(0x777);
 }
 
 int FakePlatform::GetClassName(Handle, WCHAR* buffer, int capacity) {
   Record("GetClassName", Arg(static_cast<DWORD>(capacity)));
-  const int n = static_cast<int>(std::min<std::size_t>(foregroundClass.size(), capacity - 1));
-  std::memcpy(buffer, foregroundClass.data(), n * 2);
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  const int n = static_cast<int>(std::min<std::size_t>(currentForeground_.size(), capacity - 1));
+  std::memcpy(buffer, currentForeground_.data(), n * 2);
   buffer[n] = 0;
   return n;
 }
@@ -701,6 +712,42 @@ HRESULT FakePlatform::CoInitializeEx(DWORD coInit) {
 }
 
 void FakePlatform::CoUninitialize() { Record("CoUninitialize", ""); }
+
+class FakePlatform::AppVisibilityObject final : public platform::AppVisibility {
+ public:
+  explicit AppVisibilityObject(FakePlatform& owner) : owner_(owner) { ++owner_.appVisibilityObjectsAlive; }
+  HRESULT GetAppVisibilityOnMonitor(Handle monitor, int* visibility) override {
+    owner_.Record("GetAppVisibilityOnMonitor", Hex(reinterpret_cast<std::uintptr_t>(monitor)));
+    if (Succeeded(owner_.visibilityResult)) *visibility = owner_.visibility;
+    return owner_.visibilityResult;
+  }
+  HRESULT IsLauncherVisible(BOOL* visible) override {
+    owner_.Record("IsLauncherVisible", "");
+    const auto& answers = owner_.launcherAnswers;
+    const std::size_t index = std::min(owner_.launcherCalls_++, answers.size() - 1);
+    if (Succeeded(owner_.launcherResult)) *visible = answers[index];
+    return owner_.launcherResult;
+  }
+  void Release() override {
+    owner_.Record("Release", "AppVisibility");
+    --owner_.appVisibilityObjectsAlive;
+    delete this;
+  }
+
+ private:
+  ~AppVisibilityObject() override = default;
+  FakePlatform& owner_;
+};
+
+HRESULT FakePlatform::CreateAppVisibility(DWORD context, platform::AppVisibility** object) {
+  Record("CoCreateInstance", "{7E5FE3D9-985F-4908-91F9-EE19F9FD1514}, null, " + Arg(context) +
+                                 ", {2246EA2D-CAEA-4444-A3C4-6DE827E44313}");
+  *object = nullptr;
+  if (Succeeded(createAppVisibilityResult) && createAppVisibilityGivesObject) {
+    *object = new AppVisibilityObject(*this);
+  }
+  return createAppVisibilityResult;
+}
 
 HRESULT FakePlatform::RoInitialize(int initType) {
   Record("RoInitialize", Arg(static_cast<DWORD>(initType)));

@@ -111,6 +111,7 @@ class FakePlatform : public platform::Platform {
   Handle MonitorFromPoint(platform::Point point, DWORD flags) override;
   int MessageBox(Handle owner, const WCHAR* text, const WCHAR* caption, UINT type) override;
   HRESULT CoInitializeEx(DWORD coInit) override;
+  HRESULT CreateAppVisibility(DWORD context, platform::AppVisibility** object) override;
   void CoUninitialize() override;
   HRESULT RoInitialize(int initType) override;
   void RoUninitialize() override;
@@ -122,6 +123,24 @@ class FakePlatform : public platform::Platform {
 
   // Desktop state for the keyboard, clipboard and window calls.
   WString foregroundClass = u"Progman";
+  // Classes the foreground window takes on successive GetForegroundWindow
+  // calls before it settles on foregroundClass; an empty entry is no window.
+  std::vector<WString> foregroundSequence;
+  bool openClipboardFails = false;
+  bool globalAllocFails = false;
+  bool globalLockFails = false;
+  bool setClipboardDataFails = false;
+  DWORD setClipboardDataError = 1418;  // ERROR_CLIPBOARD_NOT_OPEN
+
+  // The shell's app visibility service.
+  HRESULT createAppVisibilityResult = S_OK;
+  bool createAppVisibilityGivesObject = true;
+  HRESULT visibilityResult = S_OK;
+  int visibility = platform::MAV_NO_APP_VISIBLE;
+  HRESULT launcherResult = S_OK;
+  // Answers of successive IsLauncherVisible calls; the last one repeats.
+  std::vector<BOOL> launcherAnswers{0};
+  int appVisibilityObjectsAlive = 0;
   WString clipboardText;
   std::vector<platform::KeyboardInput> inputs;
   HRESULT coInitializeResult = S_OK;
@@ -154,6 +173,8 @@ class FakePlatform : public platform::Platform {
     std::size_t next = 0;
   };
 
+  class AppVisibilityObject;
+  std::size_t launcherCalls_ = 0;
   void Record(const char* name, std::string args);
   Handle NewHandle();
   static WString Key(const WString& path);
@@ -182,6 +203,7 @@ class FakePlatform : public platform::Platform {
   std::intptr_t shellExecuteResult_ = 42;
   bool failMultiByte_ = false;
   bool clipboardOpen_ = false;
+  WString currentForeground_;
   std::uintptr_t nextHandle_ = 0x1000;
 };
 

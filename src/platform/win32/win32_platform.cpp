@@ -30,6 +30,42 @@ struct ThreadStart {
   return start.start(start.parameter);
 }
 
+// The seam's view of the shell's IAppVisibility: forwards to the COM object
+// and gives its one reference back on Release.
+class ComAppVisibility final : public AppVisibility {
+ public:
+  explicit ComAppVisibility(IAppVisibility* object) : object_(object) {}
+  HRESULT GetAppVisibilityOnMonitor(Handle monitor, int* visibility) override {
+    MONITOR_APP_VISIBILITY value = ::MAV_UNKNOWN;
+    const HRESULT hr = object_->GetAppVisibilityOnMonitor(static_cast<HMONITOR>(monitor), &value);
+    if (SUCCEEDED(hr)) *visibility = static_cast<int>(value);
+    return hr;
+  }
+  HRESULT IsLauncherVisible(BOOL* visible) override {
+    ::BOOL value = FALSE;
+    const HRESULT hr = object_->IsLauncherVisible(&value);
+    if (SUCCEEDED(hr)) *visible = value;
+    return hr;
+  }
+  void Release() override {
+    object_->Release();
+    delete this;
+  }
+
+ private:
+  ~ComAppVisibility() override = default;
+  IAppVisibility* object_;
+};
+
+GUID ToGuid(const Guid& id) {
+  GUID out;
+  out.Data1 = id.data1;
+  out.Data2 = id.data2;
+  out.Data3 = id.data3;
+  for (int i = 0; i < 8; ++i) out.Data4[i] = id.data4[i];
+  return out;
+}
+
 }  // namespace
 
 bool Win32Platform::GetEnvironmentVariable(const WCHAR* name, WString& value) {
@@ -213,6 +249,16 @@ int Win32Platform::MessageBox(Handle owner, const WCHAR* text, const WCHAR* capt
 
 HRESULT Win32Platform::CoInitializeEx(DWORD coInit) { return ::CoInitializeEx(nullptr, coInit); }
 void Win32Platform::CoUninitialize() { ::CoUninitialize(); }
+
+HRESULT Win32Platform::CreateAppVisibility(DWORD context, AppVisibility** object) {
+  *object = nullptr;
+  IAppVisibility* created = nullptr;
+  const GUID clsid = ToGuid(CLSID_AppVisibility);
+  const GUID iid = ToGuid(IID_IAppVisibility);
+  const HRESULT hr = ::CoCreateInstance(clsid, nullptr, context, iid, reinterpret_cast<void**>(&created));
+  if (SUCCEEDED(hr) && created != nullptr) *object = new ComAppVisibility(created);
+  return hr;
+}
 
 HRESULT Win32Platform::RoInitialize(int initType) {
   return ::RoInitialize(static_cast<RO_INIT_TYPE>(initType));

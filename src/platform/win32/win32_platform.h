@@ -57,6 +57,7 @@ class Win32Platform final : public Platform {
   Handle MonitorFromPoint(Point point, DWORD flags) override;
   int MessageBox(Handle owner, const WCHAR* text, const WCHAR* caption, UINT type) override;
   HRESULT CoInitializeEx(DWORD coInit) override;
+  HRESULT CreateAppVisibility(DWORD context, AppVisibility** object) override;
   void CoUninitialize() override;
   HRESULT RoInitialize(int initType) override;
   void RoUninitialize() override;

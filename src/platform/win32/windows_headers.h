@@ -12,6 +12,7 @@
 #include <shellapi.h>
 #include <shlobj.h>
 #include <shlwapi.h>
+#include <shobjidl.h>
 
 #undef GetEnvironmentVariable
 #undef ExpandEnvironmentStrings

@@ -1,0 +1,13 @@
+// CKELClipboard: puts a wide string on the clipboard as CF_UNICODETEXT.
+#pragma once
+
+#include "platform/types.h"
+
+namespace kel {
+
+class CKELClipboard {
+ public:
+  static HRESULT SetClipboardData(const char16_t* text);
+};
+
+}  // namespace kel

@@ -1,0 +1,28 @@
+// CKELMonitorMode: what the primary monitor shows (desktop, a Store app, the
+// Start screen), bringing up the Start screen and the search pane. Every
+// operation creates and releases its own app visibility object.
+#pragma once
+
+#include "platform/platform.h"
+
+namespace kel {
+
+class CKELMonitorMode {
+ public:
+  static constexpr UINT kDesktop = 0;
+  static constexpr UINT kStoreApp = 1;
+  static constexpr UINT kStartScreen = 2;
+
+  // Initialises COM on this thread as a single-threaded apartment and creates
+  // the shell's app visibility object. *needUninitialize tells the caller to
+  // undo the initialisation when it releases the object.
+  static HRESULT GetIMetroMode(platform::AppVisibility** object, BOOL* needUninitialize);
+  static void ReleaseIMetroMode(platform::AppVisibility* object, BOOL needUninitialize);
+
+  static HRESULT GetMonitorMode(UINT* mode);
+  static HRESULT SwitchToStartScreen();
+  static HRESULT OpenAppSearchUI();
+  static BOOL IsSearchPaneForeground();
+};
+
+}  // namespace kel
