@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "platform/types.h"
 
@@ -122,6 +123,39 @@ struct Point {
 
 using ThreadProc = DWORD (*)(void* parameter);
 
+// PackageVersion of Windows.ApplicationModel, field for field.
+struct PackageVersion {
+  WORD Major = 0;
+  WORD Minor = 0;
+  WORD Build = 0;
+  WORD Revision = 0;
+  bool operator==(const PackageVersion&) const = default;
+};
+
+// A failure reported by the Windows Runtime as an error with a message; the
+// operation that made the call catches it.
+struct PlatformError {
+  HRESULT code;
+  WString message;
+};
+
+// Windows.ApplicationModel.Package: the identity and installed folder of an
+// installed package. Reference-counted like the runtime object it stands for.
+class Package {
+ public:
+  virtual HRESULT GetFamilyName(WString& value) = 0;
+  virtual HRESULT GetFullName(WString& value) = 0;
+  virtual HRESULT GetName(WString& value) = 0;
+  virtual HRESULT GetVersion(PackageVersion& value) = 0;
+  // InstalledLocation queried as a storage item, its Path.
+  virtual HRESULT GetInstalledLocationPath(WString& value) = 0;
+  virtual void AddRef() = 0;
+  virtual void Release() = 0;
+
+ protected:
+  virtual ~Package() = default;
+};
+
 // MONITOR_APP_VISIBILITY.
 constexpr int MAV_UNKNOWN = 0;
 constexpr int MAV_NO_APP_VISIBLE = 1;
@@ -154,6 +188,39 @@ class AppVisibility {
   virtual ~AppVisibility() = default;
 };
 
+// The packaging API's reading of a manifest: IAppxManifestReader,
+// IAppxManifestApplicationsEnumerator and IAppxManifestApplication, as far as
+// the library uses them. Each object holds one reference.
+class AppxApplication {
+ public:
+  // The string comes from the COM task allocator: free it with CoTaskMemFree.
+  virtual HRESULT GetStringValue(const WCHAR* name, WCHAR** value) = 0;
+  virtual void Release() = 0;
+
+ protected:
+  virtual ~AppxApplication() = default;
+};
+
+class AppxApplicationsEnumerator {
+ public:
+  virtual HRESULT GetCurrent(AppxApplication** application) = 0;
+  virtual HRESULT GetHasCurrent(BOOL* hasCurrent) = 0;
+  virtual HRESULT MoveNext(BOOL* hasNext) = 0;
+  virtual void Release() = 0;
+
+ protected:
+  virtual ~AppxApplicationsEnumerator() = default;
+};
+
+class AppxManifestReader {
+ public:
+  virtual HRESULT GetApplications(AppxApplicationsEnumerator** applications) = 0;
+  virtual void Release() = 0;
+
+ protected:
+  virtual ~AppxManifestReader() = default;
+};
+
 // --- the seam ----------------------------------------------------------------
 
 class Platform {
@@ -182,6 +249,12 @@ class Platform {
   virtual DWORD GetFileAttributes(const WCHAR* path) = 0;
   virtual BOOL PathFileExists(const WCHAR* path) = 0;
   virtual int SHCreateDirectoryEx(const WCHAR* path) = 0;
+  // The whole content of a file (a stream on the file opened for reading).
+  // A missing file gives 0x80070002.
+  virtual HRESULT ReadFileBytes(const WCHAR* path, std::string& bytes) = 0;
+  // Writes the file in full beside its destination, then renames it over the
+  // old one, so a crash or a full disk never leaves it half-written.
+  virtual HRESULT ReplaceFileAtomically(const WCHAR* path, const std::string& bytes) = 0;
   virtual Handle FindFirstFile(const WCHAR* pattern, FindData& found) = 0;
   virtual BOOL FindNextFile(Handle search, FindData& found) = 0;
   virtual BOOL FindClose(Handle search) = 0;
@@ -246,6 +319,12 @@ class Platform {
   virtual HRESULT CoInitializeEx(DWORD coInit) = 0;
   // CoCreateInstance(CLSID_AppVisibility, NULL, context, IID_IAppVisibility).
   virtual HRESULT CreateAppVisibility(DWORD context, AppVisibility** object) = 0;
+  // CoCreateInstance(CLSID_AppxFactory, NULL, CLSCTX_INPROC_SERVER,
+  // IID_IAppxFactory), SHCreateStreamOnFileEx(path, STGM_READ |
+  // STGM_SHARE_EXCLUSIVE, 0, FALSE, NULL), then CreateManifestReader on that
+  // stream; the first failure is returned.
+  virtual HRESULT CreateAppxManifestReader(const WCHAR* manifestPath, AppxManifestReader** reader) = 0;
+  virtual void CoTaskMemFree(void* memory) = 0;
   virtual void CoUninitialize() = 0;
   virtual HRESULT RoInitialize(int initType) = 0;
   virtual void RoUninitialize() = 0;

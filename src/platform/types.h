@@ -37,6 +37,9 @@ constexpr HRESULT E_KEL_MULTIPLE_APPLICATIONS = static_cast<HRESULT>(0xA0000002u
 constexpr HRESULT E_KEL_DISPLAY_NAME_FAILED = static_cast<HRESULT>(0xA0000003u);
 
 inline bool Succeeded(HRESULT hr) { return hr >= 0; }
+inline constexpr HRESULT HresultFromWin32(std::uint32_t code) {
+  return code == 0 ? 0 : static_cast<HRESULT>((code & 0xFFFF) | 0x80070000u);
+}
 inline bool Failed(HRESULT hr) { return hr < 0; }
 
 // Win32 error codes the logic looks at.

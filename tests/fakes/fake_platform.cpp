@@ -337,6 +337,30 @@ int FakePlatform::SHCreateDirectoryEx(const WCHAR* path) {
   return 0;
 }
 
+HRESULT FakePlatform::ReadFileBytes(const WCHAR* path, std::string& bytes) {
+  Record("ReadFileBytes", Arg(path));
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  auto it = files_.find(Key(path));
+  if (it == files_.end()) {
+    auto parent = files_.find(Parent(Key(path)));
+    return HresultFromWin32(parent == files_.end() ? ERROR_PATH_NOT_FOUND : ERROR_FILE_NOT_FOUND);
+  }
+  if (it->second.directory) return HresultFromWin32(ERROR_ACCESS_DENIED);
+  bytes = it->second.bytes;
+  return S_OK;
+}
+
+HRESULT FakePlatform::ReplaceFileAtomically(const WCHAR* path, const std::string& bytes) {
+  Record("ReplaceFileAtomically", Arg(path) + ", " + std::to_string(bytes.size()));
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (Failed(replaceFileResult)) return replaceFileResult;  // the old content stays
+  const WString key = Key(path);
+  auto parent = files_.find(Parent(key));
+  if (parent == files_.end() || !parent->second.directory) return HresultFromWin32(ERROR_PATH_NOT_FOUND);
+  files_[key] = Node{false, bytes, path};
+  return S_OK;
+}
+
 Handle FakePlatform::FindFirstFile(const WCHAR* pattern, platform::FindData& found) {
   Record("FindFirstFile", Arg(pattern));
   std::lock_guard<std::recursive_mutex> lock(mutex_);
@@ -738,6 +762,107 @@ class FakePlatform::AppVisibilityObject final : public platform::AppVisibility {
   ~AppVisibilityObject() override = default;
   FakePlatform& owner_;
 };
+
+class FakePlatform::AppxApplicationObject final : public platform::AppxApplication {
+ public:
+  AppxApplicationObject(FakePlatform& owner, WString name) : owner_(owner), name_(std::move(name)) {
+    ++owner_.appxObjectsAlive;
+  }
+  HRESULT GetStringValue(const WCHAR* name, WCHAR** value) override {
+    owner_.Record("GetStringValue", Arg(name));
+    if (name_.empty()) return E_FAIL;
+    auto* text = static_cast<WCHAR*>(std::malloc((name_.size() + 1) * sizeof(WCHAR)));
+    std::memcpy(text, name_.c_str(), (name_.size() + 1) * sizeof(WCHAR));
+    ++owner_.coTaskStringsAlive;
+    *value = text;
+    return S_OK;
+  }
+  void Release() override {
+    owner_.Record("Release", "AppxApplication");
+    --owner_.appxObjectsAlive;
+    delete this;
+  }
+
+ private:
+  ~AppxApplicationObject() override = default;
+  FakePlatform& owner_;
+  WString name_;
+};
+
+class FakePlatform::AppxApplicationsObject final : public platform::AppxApplicationsEnumerator {
+ public:
+  AppxApplicationsObject(FakePlatform& owner, std::vector<WString> names) : owner_(owner), names_(std::move(names)) {
+    ++owner_.appxObjectsAlive;
+  }
+  HRESULT GetCurrent(platform::AppxApplication** application) override {
+    owner_.Record("GetCurrent", "");
+    if (next_ >= names_.size()) return E_FAIL;
+    *application = new AppxApplicationObject(owner_, names_[next_]);
+    return S_OK;
+  }
+  HRESULT GetHasCurrent(BOOL* hasCurrent) override {
+    owner_.Record("GetHasCurrent", "");
+    *hasCurrent = next_ < names_.size() ? 1 : 0;
+    return S_OK;
+  }
+  HRESULT MoveNext(BOOL* hasNext) override {
+    owner_.Record("MoveNext", "");
+    ++next_;
+    *hasNext = next_ < names_.size() ? 1 : 0;
+    return S_OK;
+  }
+  void Release() override {
+    owner_.Record("Release", "AppxApplicationsEnumerator");
+    --owner_.appxObjectsAlive;
+    delete this;
+  }
+
+ private:
+  ~AppxApplicationsObject() override = default;
+  FakePlatform& owner_;
+  std::vector<WString> names_;
+  std::size_t next_ = 0;
+};
+
+class FakePlatform::AppxManifestReaderObject final : public platform::AppxManifestReader {
+ public:
+  AppxManifestReaderObject(FakePlatform& owner, std::vector<WString> names)
+      : owner_(owner), names_(std::move(names)) {
+    ++owner_.appxObjectsAlive;
+  }
+  HRESULT GetApplications(platform::AppxApplicationsEnumerator** applications) override {
+    owner_.Record("GetApplications", "");
+    *applications = new AppxApplicationsObject(owner_, names_);
+    return S_OK;
+  }
+  void Release() override {
+    owner_.Record("Release", "AppxManifestReader");
+    --owner_.appxObjectsAlive;
+    delete this;
+  }
+
+ private:
+  ~AppxManifestReaderObject() override = default;
+  FakePlatform& owner_;
+  std::vector<WString> names_;
+};
+
+HRESULT FakePlatform::CreateAppxManifestReader(const WCHAR* manifestPath, platform::AppxManifestReader** reader) {
+  Record("CreateAppxManifestReader", Arg(manifestPath));
+  *reader = nullptr;
+  if (Failed(createAppxManifestReaderResult)) return createAppxManifestReaderResult;
+  auto it = appxApplications.find(manifestPath);
+  if (it == appxApplications.end()) return HresultFromWin32(ERROR_FILE_NOT_FOUND);
+  *reader = new AppxManifestReaderObject(*this, it->second);
+  return S_OK;
+}
+
+void FakePlatform::CoTaskMemFree(void* memory) {
+  Record("CoTaskMemFree", "");
+  if (memory == nullptr) return;
+  --coTaskStringsAlive;
+  std::free(memory);
+}
 
 HRESULT FakePlatform::CreateAppVisibility(DWORD context, platform::AppVisibility** object) {
   Record("CoCreateInstance", "{7E5FE3D9-985F-4908-91F9-EE19F9FD1514}, null, " + Arg(context) +

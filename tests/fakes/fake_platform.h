@@ -75,6 +75,8 @@ class FakePlatform : public platform::Platform {
   DWORD GetFileAttributes(const WCHAR* path) override;
   BOOL PathFileExists(const WCHAR* path) override;
   int SHCreateDirectoryEx(const WCHAR* path) override;
+  HRESULT ReadFileBytes(const WCHAR* path, std::string& bytes) override;
+  HRESULT ReplaceFileAtomically(const WCHAR* path, const std::string& bytes) override;
   Handle FindFirstFile(const WCHAR* pattern, platform::FindData& found) override;
   BOOL FindNextFile(Handle search, platform::FindData& found) override;
   BOOL FindClose(Handle search) override;
@@ -112,6 +114,8 @@ class FakePlatform : public platform::Platform {
   int MessageBox(Handle owner, const WCHAR* text, const WCHAR* caption, UINT type) override;
   HRESULT CoInitializeEx(DWORD coInit) override;
   HRESULT CreateAppVisibility(DWORD context, platform::AppVisibility** object) override;
+  HRESULT CreateAppxManifestReader(const WCHAR* manifestPath, platform::AppxManifestReader** reader) override;
+  void CoTaskMemFree(void* memory) override;
   void CoUninitialize() override;
   HRESULT RoInitialize(int initType) override;
   void RoUninitialize() override;
@@ -141,6 +145,16 @@ class FakePlatform : public platform::Platform {
   // Answers of successive IsLauncherVisible calls; the last one repeats.
   std::vector<BOOL> launcherAnswers{0};
   int appVisibilityObjectsAlive = 0;
+
+  // The packaging API: the display names of the applications of each
+  // manifest path; an empty optional name is an application whose name
+  // cannot be read.
+  std::map<WString, std::vector<WString>> appxApplications;
+  HRESULT createAppxManifestReaderResult = S_OK;
+  int appxObjectsAlive = 0;
+  int coTaskStringsAlive = 0;
+  // Replacing a file fails with this code when set (a full disk, say).
+  HRESULT replaceFileResult = S_OK;
   WString clipboardText;
   std::vector<platform::KeyboardInput> inputs;
   HRESULT coInitializeResult = S_OK;
@@ -174,6 +188,9 @@ class FakePlatform : public platform::Platform {
   };
 
   class AppVisibilityObject;
+  class AppxApplicationObject;
+  class AppxApplicationsObject;
+  class AppxManifestReaderObject;
   std::size_t launcherCalls_ = 0;
   void Record(const char* name, std::string args);
   Handle NewHandle();

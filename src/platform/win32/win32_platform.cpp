@@ -2,7 +2,10 @@
 // must not be defined while it is read.
 #include "platform/win32/win32_platform.h"
 #include "platform/win32/windows_headers.h"
+#include "platform/win32/appx_interfaces.h"
 
+#include <algorithm>
+#include <string>
 #include <vector>
 
 namespace kel::platform::win32 {
@@ -55,6 +58,100 @@ class ComAppVisibility final : public AppVisibility {
  private:
   ~ComAppVisibility() override = default;
   IAppVisibility* object_;
+};
+
+// Releases a COM interface pointer when it goes out of scope.
+template <typename Interface>
+class ComPtr {
+ public:
+  ComPtr() = default;
+  ComPtr(const ComPtr&) = delete;
+  ComPtr& operator=(const ComPtr&) = delete;
+  ~ComPtr() {
+    if (pointer_ != nullptr) pointer_->Release();
+  }
+  Interface* get() const { return pointer_; }
+  Interface** put() { return &pointer_; }
+  Interface* operator->() const { return pointer_; }
+  Interface* detach() {
+    Interface* p = pointer_;
+    pointer_ = nullptr;
+    return p;
+  }
+
+ private:
+  Interface* pointer_ = nullptr;
+};
+
+class ComAppxApplication final : public AppxApplication {
+ public:
+  explicit ComAppxApplication(IAppxManifestApplication* object) : object_(object) {}
+  HRESULT GetStringValue(const WCHAR* name, WCHAR** value) override {
+    LPWSTR text = nullptr;
+    const HRESULT hr = object_->GetStringValue(reinterpret_cast<LPCWSTR>(name), &text);
+    *value = reinterpret_cast<WCHAR*>(text);
+    return hr;
+  }
+  void Release() override {
+    object_->Release();
+    delete this;
+  }
+
+ private:
+  ~ComAppxApplication() override = default;
+  IAppxManifestApplication* object_;
+};
+
+class ComAppxApplications final : public AppxApplicationsEnumerator {
+ public:
+  explicit ComAppxApplications(IAppxManifestApplicationsEnumerator* object) : object_(object) {}
+  HRESULT GetCurrent(AppxApplication** application) override {
+    *application = nullptr;
+    IAppxManifestApplication* current = nullptr;
+    const HRESULT hr = object_->GetCurrent(&current);
+    if (SUCCEEDED(hr) && current != nullptr) *application = new ComAppxApplication(current);
+    return hr;
+  }
+  HRESULT GetHasCurrent(BOOL* hasCurrent) override {
+    ::BOOL value = FALSE;
+    const HRESULT hr = object_->GetHasCurrent(&value);
+    *hasCurrent = value;
+    return hr;
+  }
+  HRESULT MoveNext(BOOL* hasNext) override {
+    ::BOOL value = FALSE;
+    const HRESULT hr = object_->MoveNext(&value);
+    *hasNext = value;
+    return hr;
+  }
+  void Release() override {
+    object_->Release();
+    delete this;
+  }
+
+ private:
+  ~ComAppxApplications() override = default;
+  IAppxManifestApplicationsEnumerator* object_;
+};
+
+class ComAppxManifestReader final : public AppxManifestReader {
+ public:
+  explicit ComAppxManifestReader(IAppxManifestReader* object) : object_(object) {}
+  HRESULT GetApplications(AppxApplicationsEnumerator** applications) override {
+    *applications = nullptr;
+    IAppxManifestApplicationsEnumerator* enumerator = nullptr;
+    const HRESULT hr = object_->GetApplications(&enumerator);
+    if (SUCCEEDED(hr) && enumerator != nullptr) *applications = new ComAppxApplications(enumerator);
+    return SUCCEEDED(hr) && enumerator == nullptr ? E_FAIL : hr;
+  }
+  void Release() override {
+    object_->Release();
+    delete this;
+  }
+
+ private:
+  ~ComAppxManifestReader() override = default;
+  IAppxManifestReader* object_;
 };
 
 GUID ToGuid(const Guid& id) {
@@ -124,6 +221,55 @@ BOOL Win32Platform::CloseHandle(Handle handle) { return ::CloseHandle(handle); }
 DWORD Win32Platform::GetFileAttributes(const WCHAR* path) { return ::GetFileAttributesW(W(path)); }
 BOOL Win32Platform::PathFileExists(const WCHAR* path) { return ::PathFileExistsW(W(path)); }
 int Win32Platform::SHCreateDirectoryEx(const WCHAR* path) { return ::SHCreateDirectoryExW(nullptr, W(path), nullptr); }
+
+HRESULT Win32Platform::ReadFileBytes(const WCHAR* path, std::string& bytes) {
+  HANDLE file = ::CreateFileW(W(path), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL,
+                              nullptr);
+  if (file == INVALID_HANDLE_VALUE) return HRESULT_FROM_WIN32(::GetLastError());
+  bytes.clear();
+  HRESULT hr = S_OK;
+  char chunk[64 * 1024];
+  for (;;) {
+    ::DWORD read = 0;
+    if (!::ReadFile(file, chunk, sizeof(chunk), &read, nullptr)) {
+      hr = HRESULT_FROM_WIN32(::GetLastError());
+      break;
+    }
+    if (read == 0) break;
+    bytes.append(chunk, read);
+  }
+  ::CloseHandle(file);
+  return hr;
+}
+
+HRESULT Win32Platform::ReplaceFileAtomically(const WCHAR* path, const std::string& bytes) {
+  // The new content goes to a file beside the old one and is renamed over it
+  // only once it is complete on disk.
+  std::wstring temporary = W(path);
+  temporary += L".new";
+  HANDLE file = ::CreateFileW(temporary.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL,
+                              nullptr);
+  if (file == INVALID_HANDLE_VALUE) return HRESULT_FROM_WIN32(::GetLastError());
+  HRESULT hr = S_OK;
+  std::size_t written = 0;
+  while (written < bytes.size()) {
+    ::DWORD count = 0;
+    const ::DWORD chunk = static_cast<::DWORD>(std::min<std::size_t>(bytes.size() - written, 1u << 20));
+    if (!::WriteFile(file, bytes.data() + written, chunk, &count, nullptr)) {
+      hr = HRESULT_FROM_WIN32(::GetLastError());
+      break;
+    }
+    written += count;
+  }
+  if (SUCCEEDED(hr) && !::FlushFileBuffers(file)) hr = HRESULT_FROM_WIN32(::GetLastError());
+  ::CloseHandle(file);
+  if (SUCCEEDED(hr) &&
+      !::MoveFileExW(temporary.c_str(), W(path), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+    hr = HRESULT_FROM_WIN32(::GetLastError());
+  }
+  if (FAILED(hr)) ::DeleteFileW(temporary.c_str());
+  return hr;
+}
 
 Handle Win32Platform::FindFirstFile(const WCHAR* pattern, FindData& found) {
   WIN32_FIND_DATAW data;
@@ -265,6 +411,23 @@ HRESULT Win32Platform::RoInitialize(int initType) {
 }
 
 void Win32Platform::RoUninitialize() { ::RoUninitialize(); }
+
+HRESULT Win32Platform::CreateAppxManifestReader(const WCHAR* manifestPath, AppxManifestReader** reader) {
+  *reader = nullptr;
+  ComPtr<IAppxFactory> factory;
+  HRESULT hr = ::CoCreateInstance(kClsidAppxFactory, nullptr, CLSCTX_INPROC_SERVER, kIidAppxFactory,
+                                  reinterpret_cast<void**>(factory.put()));
+  if (FAILED(hr)) return hr;
+  ComPtr<IStream> stream;
+  hr = ::SHCreateStreamOnFileEx(W(manifestPath), STGM_READ | STGM_SHARE_EXCLUSIVE, 0, FALSE, nullptr, stream.put());
+  if (FAILED(hr)) return hr;
+  ComPtr<IAppxManifestReader> manifest;
+  hr = factory->CreateManifestReader(stream.get(), manifest.put());
+  if (SUCCEEDED(hr) && manifest.get() != nullptr) *reader = new ComAppxManifestReader(manifest.detach());
+  return hr;
+}
+
+void Win32Platform::CoTaskMemFree(void* memory) { ::CoTaskMemFree(memory); }
 
 BOOL Win32Platform::GetUserName(WCHAR* buffer, DWORD* size) { return ::GetUserNameW(W(buffer), D(size)); }
 

@@ -21,6 +21,8 @@ class Win32Platform final : public Platform {
   DWORD GetFileAttributes(const WCHAR* path) override;
   BOOL PathFileExists(const WCHAR* path) override;
   int SHCreateDirectoryEx(const WCHAR* path) override;
+  HRESULT ReadFileBytes(const WCHAR* path, std::string& bytes) override;
+  HRESULT ReplaceFileAtomically(const WCHAR* path, const std::string& bytes) override;
   Handle FindFirstFile(const WCHAR* pattern, FindData& found) override;
   BOOL FindNextFile(Handle search, FindData& found) override;
   BOOL FindClose(Handle search) override;
@@ -58,6 +60,8 @@ class Win32Platform final : public Platform {
   int MessageBox(Handle owner, const WCHAR* text, const WCHAR* caption, UINT type) override;
   HRESULT CoInitializeEx(DWORD coInit) override;
   HRESULT CreateAppVisibility(DWORD context, AppVisibility** object) override;
+  HRESULT CreateAppxManifestReader(const WCHAR* manifestPath, AppxManifestReader** reader) override;
+  void CoTaskMemFree(void* memory) override;
   void CoUninitialize() override;
   HRESULT RoInitialize(int initType) override;
   void RoUninitialize() override;
