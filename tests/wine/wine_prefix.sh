@@ -32,12 +32,16 @@ need() {
 }
 
 # Runs a wine command quietly; on failure shows what it printed and stops.
+# Output goes to a file, never to a pipe: wine leaves service processes
+# running that inherit the output handles, and a pipe would stay open (and a
+# command substitution wait) for as long as they live.
+WINE_OUTPUT=$(mktemp "${TMPDIR:-/tmp}/wine_prefix.XXXXXX")
+trap 'rm -f "$WINE_OUTPUT"' EXIT
 run_wine() {
     local what="$1"
     shift
-    local output
-    if ! output=$("$@" 2>&1); then
-        echo "$output" >&2
+    if ! "$@" >"$WINE_OUTPUT" 2>&1 </dev/null; then
+        cat "$WINE_OUTPUT" >&2
         die "$what failed"
     fi
 }
@@ -69,7 +73,7 @@ setup() {
     # A persistent server keeps the prefix loaded between the short test runs.
     # wineserver exits with 2 when a server already runs for the prefix.
     local rc=0
-    wineserver -p || rc=$?
+    wineserver -p >"$WINE_OUTPUT" 2>&1 </dev/null || rc=$?
     [ $rc -eq 0 ] || [ $rc -eq 2 ] || die "wineserver -p failed with exit code $rc"
 
     # A crash must end the process at once instead of starting the debugger.
@@ -88,13 +92,10 @@ setup() {
     run_wine "registering kelrec" wine reg add 'HKLM\Software\Classes\kelrec\shell\open\command' \
         /ve /d '"C:\kel\recorder.exe" "%1"' /f
 
-    local command
-    command=$(wine reg query 'HKLM\Software\Classes\kelrec\shell\open\command' /ve 2>/dev/null | tr -d '\r') ||
-        die "cannot read back the kelrec registration"
-    case "$command" in
-        *'"C:\kel\recorder.exe" "%1"'*) ;;
-        *) die "kelrec registration reads back as: $command" ;;
-    esac
+    run_wine "reading back the kelrec registration" wine reg query \
+        'HKLM\Software\Classes\kelrec\shell\open\command' /ve
+    grep -qF '"C:\kel\recorder.exe" "%1"' "$WINE_OUTPUT" ||
+        die "kelrec registration reads back as: $(tr -d '\r' <"$WINE_OUTPUT")"
     echo "wine_prefix.sh: prefix $WINEPREFIX ready"
 }
 
@@ -108,10 +109,10 @@ teardown() {
     set_prefix "$1"
     # Exit code 1 means no server was running, which is fine here.
     local rc=0
-    wineserver -k || rc=$?
+    wineserver -k >"$WINE_OUTPUT" 2>&1 </dev/null || rc=$?
     [ $rc -eq 0 ] || [ $rc -eq 1 ] || die "wineserver -k failed with exit code $rc"
     # Wait (bounded) until the server has written the registry and gone.
-    timeout 30 wineserver -w || die "wineserver of $WINEPREFIX did not stop within 30 s"
+    timeout 30 wineserver -w </dev/null || die "wineserver of $WINEPREFIX did not stop within 30 s"
     echo "wine_prefix.sh: wineserver of $WINEPREFIX stopped"
 }
 

@@ -1,0 +1,856 @@
+// host_tests.exe: tests of the built Kelbrook.dll, run the way a host runs it.
+//
+//   host_tests.exe DLLPATH TESTNAME
+//
+// Loads the DLL with LoadLibraryW, looks its exports up with GetProcAddress,
+// runs the one named test and prints "PASS name" or "FAIL name: reason".
+// Exit code 0 on PASS, 1 on FAIL, 2 on bad usage. Meant to run under Wine in
+// the prefix prepared by wine_prefix.sh (which registers the "kelrec" protocol
+// with recorder.exe as its handler), one test per process so that every test
+// starts with a freshly loaded library.
+//
+// Several tests set values under HKCU\Software\Osk\Kelbrook and remove them
+// again (before and after), so they must not run at the same time as each other.
+
+#include <windows.h>
+#include <shellapi.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Kelbrook.h"
+
+namespace {
+
+// ---------------------------------------------------------------------------
+// Failure reporting
+
+const char* g_currentTest = "";  // for reports made outside the test's own flow
+
+struct TestFailure {
+    std::string reason;
+    std::string detail;  // printed under the FAIL line, may be empty
+};
+
+std::string format(const char* fmt, ...)
+{
+    char buffer[2048];
+    va_list args;
+    va_start(args, fmt);
+    vsnprintf(buffer, sizeof buffer, fmt, args);
+    va_end(args);
+    return buffer;
+}
+
+[[noreturn]] void fail(const std::string& reason, const std::string& detail = std::string())
+{
+    throw TestFailure{reason, detail};
+}
+
+void expectResult(HRESULT actual, HRESULT expected, const char* call)
+{
+    if (actual != expected)
+        fail(format("%s returned 0x%08lX, expected 0x%08lX", call, static_cast<unsigned long>(actual),
+                    static_cast<unsigned long>(expected)));
+}
+
+// ---------------------------------------------------------------------------
+// Strings, files, folders
+
+std::string narrow(const std::wstring& text)
+{
+    if (text.empty())
+        return std::string();
+    int bytes = WideCharToMultiByte(CP_UTF8, 0, text.c_str(), static_cast<int>(text.size()), nullptr, 0,
+                                    nullptr, nullptr);
+    std::string result(bytes, '\0');
+    WideCharToMultiByte(CP_UTF8, 0, text.c_str(), static_cast<int>(text.size()), &result[0], bytes, nullptr,
+                        nullptr);
+    return result;
+}
+
+bool fileExists(const std::wstring& path)
+{
+    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+// The whole file as bytes; empty when it cannot be opened. Opened with full
+// sharing so that a writer holding it open is not disturbed.
+std::string readFile(const std::wstring& path)
+{
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                              nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return std::string();
+    std::string content;
+    char buffer[4096];
+    DWORD read = 0;
+    while (ReadFile(file, buffer, sizeof buffer, &read, nullptr) && read > 0)
+        content.append(buffer, read);
+    CloseHandle(file);
+    return content;
+}
+
+void removeTree(const std::wstring& folder)
+{
+    WIN32_FIND_DATAW entry;
+    HANDLE find = FindFirstFileW((folder + L"\\*").c_str(), &entry);
+    if (find != INVALID_HANDLE_VALUE) {
+        do {
+            std::wstring name = entry.cFileName;
+            if (name == L"." || name == L"..")
+                continue;
+            std::wstring path = folder + L"\\" + name;
+            if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
+                removeTree(path);
+            else
+                DeleteFileW(path.c_str());
+        } while (FindNextFileW(find, &entry));
+        FindClose(find);
+    }
+    RemoveDirectoryW(folder.c_str());
+}
+
+// A new, empty folder under the temporary folder, removed again at the end.
+class TempFolder {
+public:
+    TempFolder()
+    {
+        wchar_t temp[MAX_PATH + 1];
+        DWORD length = GetTempPathW(MAX_PATH + 1, temp);
+        if (length == 0 || length > MAX_PATH)
+            fail("GetTempPathW failed");
+        for (unsigned attempt = 0; attempt < 100; ++attempt) {
+            wchar_t name[64];
+            swprintf(name, 64, L"kelhost-%lu-%llu-%u", GetCurrentProcessId(),
+                     static_cast<unsigned long long>(GetTickCount64()), attempt);
+            path_ = std::wstring(temp) + name;
+            if (CreateDirectoryW(path_.c_str(), nullptr))
+                return;
+        }
+        fail("cannot create a temporary folder under " + narrow(temp));
+    }
+    ~TempFolder() { removeTree(path_); }
+    TempFolder(const TempFolder&) = delete;
+    TempFolder& operator=(const TempFolder&) = delete;
+
+    const std::wstring& path() const { return path_; }
+
+private:
+    std::wstring path_;
+};
+
+// Points LOCALAPPDATA at `folder` and creates Osk\Kelbrook in it, the folder
+// the log file goes to. Returns the log file's path.
+std::wstring useLocalAppData(const std::wstring& folder)
+{
+    if (!SetEnvironmentVariableW(L"LOCALAPPDATA", folder.c_str()))
+        fail("SetEnvironmentVariableW(LOCALAPPDATA) failed");
+    CreateDirectoryW((folder + L"\\Osk").c_str(), nullptr);
+    std::wstring logFolder = folder + L"\\Osk\\Kelbrook";
+    if (!CreateDirectoryW(logFolder.c_str(), nullptr))
+        fail("cannot create " + narrow(logFolder));
+    return logFolder + L"\\KelbrookLogFS.txt";
+}
+
+// Calls `done` every 100 ms until it answers true or `timeoutMs` has passed.
+bool waitUntil(const std::function<bool()>& done, DWORD timeoutMs)
+{
+    const ULONGLONG deadline = GetTickCount64() + timeoutMs;
+    for (;;) {
+        if (done())
+            return true;
+        if (GetTickCount64() >= deadline)
+            return done();
+        Sleep(100);
+    }
+}
+
+// ---------------------------------------------------------------------------
+// The library's registry settings
+
+const wchar_t kSettingsKey[] = L"Software\\Osk\\Kelbrook";
+
+void writeSetting(const wchar_t* name, DWORD type, const void* data, DWORD size)
+{
+    HKEY key = nullptr;
+    LONG status = RegCreateKeyExW(HKEY_CURRENT_USER, kSettingsKey, 0, nullptr, 0, KEY_SET_VALUE, nullptr, &key,
+                                  nullptr);
+    if (status != ERROR_SUCCESS)
+        fail(format("RegCreateKeyExW(HKCU\\Software\\Osk\\Kelbrook) failed with %ld", status));
+    status = RegSetValueExW(key, name, 0, type, static_cast<const BYTE*>(data), size);
+    RegCloseKey(key);
+    if (status != ERROR_SUCCESS)
+        fail(format("RegSetValueExW(%s) failed with %ld", narrow(name).c_str(), status));
+}
+
+void setDwordSetting(const wchar_t* name, DWORD value)
+{
+    writeSetting(name, REG_DWORD, &value, sizeof value);
+}
+
+void setStringSetting(const wchar_t* name, const wchar_t* value)
+{
+    writeSetting(name, REG_SZ, value, static_cast<DWORD>((wcslen(value) + 1) * sizeof(wchar_t)));
+}
+
+void deleteSetting(const wchar_t* name)
+{
+    HKEY key = nullptr;
+    if (RegOpenKeyExW(HKEY_CURRENT_USER, kSettingsKey, 0, KEY_SET_VALUE, &key) == ERROR_SUCCESS) {
+        RegDeleteValueW(key, name);
+        RegCloseKey(key);
+    }
+}
+
+// Removes the settings a test touches, when the test starts and when it ends
+// (whether it passed or not), so that no test sees another one's values.
+class SettingsScope {
+public:
+    SettingsScope() { clear(); }
+    ~SettingsScope() { clear(); }
+    SettingsScope(const SettingsScope&) = delete;
+    SettingsScope& operator=(const SettingsScope&) = delete;
+
+private:
+    static void clear()
+    {
+        deleteSetting(L"DebugLog");
+        deleteSetting(L"RefreshInterval");
+        deleteSetting(L"ManifestReaderSetting");
+    }
+};
+
+// ---------------------------------------------------------------------------
+// The library under test
+
+// Loads the DLL once for the test. It is never unloaded: a refresh thread that
+// outlived KelFinalize must not find its code gone; the process ends soon anyway.
+class Library {
+public:
+    explicit Library(const std::wstring& path)
+    {
+        module_ = LoadLibraryW(path.c_str());
+        if (module_ == nullptr)
+            fail(format("LoadLibraryW(%s) failed with error %lu", narrow(path).c_str(), GetLastError()));
+    }
+
+    HMODULE module() const { return module_; }
+
+    template <typename Function>
+    Function get(const char* name) const
+    {
+        FARPROC address = GetProcAddress(module_, name);
+        if (address == nullptr)
+            fail(format("GetProcAddress(%s) failed", name));
+        return reinterpret_cast<Function>(reinterpret_cast<void*>(address));
+    }
+
+private:
+    HMODULE module_ = nullptr;
+};
+
+// KEL(lib, KelInitialize) gives the export typed like its declaration in Kelbrook.h.
+#define KEL(lib, name) ((lib).get<decltype(&name)>(#name))
+
+// The name of the refresh thread's stop event for this process.
+std::wstring stopEventName()
+{
+    return L"Local\\KEL_Event_Exit_RefreshThread" + std::to_wstring(GetCurrentProcessId());
+}
+
+// While this object lives, KelInitialize cannot start the refresh thread: a
+// mutex holds the name its stop event needs, so creating the event fails and
+// KelInitialize returns E_FAIL. The log writer takes no lock, so a refresh
+// thread writing at the same moment as the calling thread could interleave
+// lines; without the thread every line of the log comes from the test.
+class RefreshThreadBlocker {
+public:
+    RefreshThreadBlocker() : mutex_(CreateMutexW(nullptr, FALSE, stopEventName().c_str()))
+    {
+        if (mutex_ == nullptr)
+            fail(format("CreateMutexW(%s) failed with error %lu", narrow(stopEventName()).c_str(), GetLastError()));
+    }
+    ~RefreshThreadBlocker() { CloseHandle(mutex_); }
+    RefreshThreadBlocker(const RefreshThreadBlocker&) = delete;
+    RefreshThreadBlocker& operator=(const RefreshThreadBlocker&) = delete;
+
+private:
+    HANDLE mutex_;
+};
+
+// Holds the loader lock while it lives. A new thread takes that lock before it
+// runs its first instruction of user code, so a thread started meanwhile waits
+// until this object is gone. Used to let KelInitialize finish its own log lines
+// before the refresh thread it starts writes any.
+//
+// Should the library wait for such a thread while the lock is held, it would
+// never return; a watchdog, started before the lock is taken, then reports the
+// failure and ends the process after 30 s.
+class LoaderLockHold {
+public:
+    LoaderLockHold()
+    {
+        HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+        lock_ = reinterpret_cast<LockFunction>(
+            reinterpret_cast<void*>(GetProcAddress(ntdll, "LdrLockLoaderLock")));
+        unlock_ = reinterpret_cast<UnlockFunction>(
+            reinterpret_cast<void*>(GetProcAddress(ntdll, "LdrUnlockLoaderLock")));
+        if (lock_ == nullptr || unlock_ == nullptr)
+            fail("ntdll has no LdrLockLoaderLock/LdrUnlockLoaderLock");
+
+        started_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        released_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        watchdog_ = CreateThread(nullptr, 0, watch, this, 0, nullptr);
+        if (started_ == nullptr || released_ == nullptr || watchdog_ == nullptr) {
+            stop();
+            fail("cannot start the loader-lock watchdog");
+        }
+        if (WaitForSingleObject(started_, 10000) != WAIT_OBJECT_0) {
+            stop();
+            fail("the loader-lock watchdog did not start within 10 s");
+        }
+        ULONG disposition = 0;
+        if (lock_(0, &disposition, &cookie_) != 0) {
+            stop();
+            fail("LdrLockLoaderLock failed");
+        }
+        held_ = true;
+    }
+    ~LoaderLockHold() { stop(); }
+    LoaderLockHold(const LoaderLockHold&) = delete;
+    LoaderLockHold& operator=(const LoaderLockHold&) = delete;
+
+private:
+    void stop()
+    {
+        if (held_)
+            unlock_(0, cookie_);
+        held_ = false;
+        if (released_ != nullptr)
+            SetEvent(released_);
+        if (watchdog_ != nullptr) {
+            WaitForSingleObject(watchdog_, 10000);
+            CloseHandle(watchdog_);
+        }
+        if (released_ != nullptr)
+            CloseHandle(released_);
+        if (started_ != nullptr)
+            CloseHandle(started_);
+        watchdog_ = released_ = started_ = nullptr;
+    }
+
+    static DWORD WINAPI watch(void* parameter)
+    {
+        auto self = static_cast<LoaderLockHold*>(parameter);
+        SetEvent(self->started_);
+        if (WaitForSingleObject(self->released_, 30000) == WAIT_TIMEOUT) {
+            // Only calls that need no loader lock from here on: no C runtime
+            // output, and TerminateProcess instead of ExitProcess.
+            std::string message = std::string("FAIL ") + g_currentTest +
+                                  ": the library did not return within 30 s while the loader lock was held "
+                                  "(does KelInitialize wait for the thread it starts?)\n";
+            DWORD written = 0;
+            WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), message.data(), static_cast<DWORD>(message.size()), &written,
+                      nullptr);
+            TerminateProcess(GetCurrentProcess(), 1);
+        }
+        return 0;
+    }
+
+    using LockFunction = LONG(NTAPI*)(ULONG, ULONG*, ULONG_PTR*);
+    using UnlockFunction = LONG(NTAPI*)(ULONG, ULONG_PTR);
+    LockFunction lock_ = nullptr;
+    UnlockFunction unlock_ = nullptr;
+    ULONG_PTR cookie_ = 0;
+    bool held_ = false;
+    HANDLE started_ = nullptr;
+    HANDLE released_ = nullptr;
+    HANDLE watchdog_ = nullptr;
+};
+
+// ---------------------------------------------------------------------------
+// Reading the log
+
+const char kTimestampShape[] = "[0000/00/00 00:00:00.000]";  // 0 stands for a digit
+const size_t kTimestampLength = sizeof kTimestampShape - 1;
+
+// The log's lines, each with its "\r\n" (a last line without one is kept as it is).
+std::vector<std::string> splitLines(const std::string& text)
+{
+    std::vector<std::string> lines;
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t end = text.find('\n', start);
+        end = end == std::string::npos ? text.size() : end + 1;
+        lines.push_back(text.substr(start, end - start));
+        start = end;
+    }
+    return lines;
+}
+
+bool hasTimestamp(const std::string& line)
+{
+    if (line.size() < kTimestampLength)
+        return false;
+    for (size_t i = 0; i < kTimestampLength; ++i) {
+        char expected = kTimestampShape[i];
+        char actual = line[i];
+        if (expected == '0' ? (actual < '0' || actual > '9') : actual != expected)
+            return false;
+    }
+    return true;
+}
+
+// The messages of the log: every line without its timestamp, "\r\n" kept.
+std::vector<std::string> logMessages(const std::string& text)
+{
+    std::vector<std::string> messages;
+    for (const std::string& line : splitLines(text))
+        messages.push_back(hasTimestamp(line) ? line.substr(kTimestampLength) : line);
+    return messages;
+}
+
+std::string quoted(const std::string& text)
+{
+    std::string result = "\"";
+    for (char c : text) {
+        if (c == '\r')
+            result += "\\r";
+        else if (c == '\n')
+            result += "\\n";
+        else
+            result += c;
+    }
+    return result + "\"";
+}
+
+std::string logDetail(const std::string& text)
+{
+    std::string detail = "log file content:\n";
+    for (const std::string& line : splitLines(text))
+        detail += "  | " + quoted(line) + "\n";
+    return detail;
+}
+
+// Finds `expected` in `messages` in this order, starting at `from`; returns the
+// index after the last one found. Fails naming the first message not found.
+size_t expectMessagesInOrder(const std::vector<std::string>& messages, const std::vector<std::string>& expected,
+                             const std::string& logText, size_t from = 0)
+{
+    size_t next = from;
+    for (const std::string& wanted : expected) {
+        while (next < messages.size() && messages[next] != wanted)
+            ++next;
+        if (next == messages.size())
+            fail("log lacks the line " + quoted(wanted) + " (in the expected order)", logDetail(logText));
+        ++next;
+    }
+    return next;
+}
+
+bool containsMessage(const std::vector<std::string>& messages, const std::string& wanted, size_t from = 0)
+{
+    for (size_t i = from; i < messages.size(); ++i)
+        if (messages[i] == wanted)
+            return true;
+    return false;
+}
+
+// ---------------------------------------------------------------------------
+// Tests
+
+const char* const kExportNames[] = {
+    "KelFinalize",                 // @1
+    "KelGetAppDisplayNameByPFNW",  // @2
+    "KelGetMonitorMode",           // @3
+    "KelInitialize",               // @4
+    "KelIsInstalledA",             // @5
+    "KelIsInstalledW",             // @6
+    "KelLaunchBrowserByProtocolA", // @7
+    "KelLaunchBrowserByProtocolW", // @8
+    "KelLaunchByAppUserModelIdA",  // @9
+    "KelLaunchByAppUserModelIdW",  // @10
+    "KelLaunchByPFNA",             // @11
+    "KelLaunchByPFNW",             // @12
+    "KelLaunchByProtocolA",        // @13
+    "KelLaunchByProtocolW",        // @14
+    "KelLaunchBySearchA",          // @15
+    "KelLaunchBySearchW",          // @16
+    "KelLaunchIEBySearch",         // @17
+    "KelLaunchStoreA",             // @18
+    "KelLaunchStoreW",             // @19
+    "KelReleaseStringA",           // @20
+    "KelReleaseStringW",           // @21
+};
+const unsigned kExportCount = sizeof kExportNames / sizeof kExportNames[0];
+
+void ExportsResolveByNameAndOrdinal(const std::wstring& dllPath)
+{
+    for (unsigned i = 1; i < kExportCount; ++i)
+        if (strcmp(kExportNames[i - 1], kExportNames[i]) >= 0)
+            fail(format("the test's own table is not in alphabetical order at %s", kExportNames[i]));
+
+    Library library(dllPath);
+    HMODULE module = library.module();
+
+    // Exactly the 21 exports, ordinals 1 to 21, all of them named.
+    auto base = reinterpret_cast<const BYTE*>(module);
+    auto dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+    auto nt = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+    const IMAGE_DATA_DIRECTORY& directory = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT];
+    if (directory.VirtualAddress == 0)
+        fail("the DLL has no export directory");
+    auto exports = reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(base + directory.VirtualAddress);
+    if (exports->Base != 1 || exports->NumberOfFunctions != kExportCount || exports->NumberOfNames != kExportCount)
+        fail(format("export directory has ordinal base %lu, %lu functions, %lu names; expected 1, %u, %u",
+                    exports->Base, exports->NumberOfFunctions, exports->NumberOfNames, kExportCount, kExportCount));
+
+    for (unsigned ordinal = 1; ordinal <= kExportCount; ++ordinal) {
+        const char* name = kExportNames[ordinal - 1];
+        FARPROC byName = GetProcAddress(module, name);
+        if (byName == nullptr)
+            fail(format("GetProcAddress(\"%s\") failed", name));
+        FARPROC byOrdinal = GetProcAddress(module, MAKEINTRESOURCEA(ordinal));
+        if (byOrdinal == nullptr)
+            fail(format("GetProcAddress(ordinal %u) failed (expected %s)", ordinal, name));
+        if (byOrdinal != byName)
+            fail(format("ordinal %u resolves to %p but %s is at %p", ordinal, reinterpret_cast<void*>(byOrdinal),
+                        name, reinterpret_cast<void*>(byName)));
+    }
+    if (GetProcAddress(module, MAKEINTRESOURCEA(kExportCount + 1)) != nullptr)
+        fail(format("ordinal %u resolves, expected only %u exports", kExportCount + 1, kExportCount));
+}
+
+void NullAndEmptyArgumentsGiveTheirResults(const std::wstring& dllPath)
+{
+    SettingsScope settings;
+    Library library(dllPath);
+
+    expectResult(KEL(library, KelLaunchByProtocolW)(nullptr), E_POINTER, "KelLaunchByProtocolW(NULL)");
+    expectResult(KEL(library, KelLaunchByProtocolW)(L""), E_INVALIDARG, "KelLaunchByProtocolW(L\"\")");
+    expectResult(KEL(library, KelLaunchBySearchW)(L"x", 3, 0), E_INVALIDARG, "KelLaunchBySearchW(L\"x\", 3, 0)");
+    expectResult(KEL(library, KelGetMonitorMode)(nullptr), E_POINTER, "KelGetMonitorMode(NULL)");
+    expectResult(KEL(library, KelIsInstalledW)(L"a", nullptr), E_POINTER, "KelIsInstalledW(L\"a\", NULL)");
+    expectResult(KEL(library, KelLaunchBrowserByProtocolA)("http", 0), E_INVALIDARG,
+                 "KelLaunchBrowserByProtocolA(\"http\", 0)");
+    KEL(library, KelReleaseStringW)(nullptr);
+    KEL(library, KelFinalize)();  // without KelInitialize: only its trace lines
+}
+
+// One pass through the library with the log on, all of it on this thread.
+void LogLinesHaveTheTimestampShape(const std::wstring& dllPath)
+{
+    SettingsScope settings;
+    TempFolder localAppData;
+    std::wstring logPath = useLocalAppData(localAppData.path());
+    setDwordSetting(L"DebugLog", 1);
+
+    Library library(dllPath);
+    {
+        RefreshThreadBlocker noRefreshThread;
+        KEL(library, KelInitialize)();  // E_FAIL: it could not create the stop event
+        expectResult(KEL(library, KelLaunchByProtocolW)(nullptr), E_POINTER, "KelLaunchByProtocolW(NULL)");
+        KEL(library, KelFinalize)();
+    }
+
+    std::string log = readFile(logPath);
+    if (log.empty())
+        fail("no log written to " + narrow(logPath));
+    if (log.find("CKELPackageManager::RefreshThread") != std::string::npos)
+        fail("the refresh thread ran although the name of its stop event was taken", logDetail(log));
+    if (log.back() != '\n')
+        fail("the log does not end with a line end", logDetail(log));
+    for (const std::string& line : splitLines(log)) {
+        if (!hasTimestamp(line))
+            fail("line without a [yyyy/mm/dd hh:mm:ss.mmm] timestamp: " + quoted(line), logDetail(log));
+        char first = line.size() > kTimestampLength ? line[kTimestampLength] : '\0';
+        if (first == '\0' || first == '\r' || first == '\n' || first == ' ')
+            fail("the timestamp is not followed at once by text: " + quoted(line), logDetail(log));
+        if (line.size() < 2 || line.compare(line.size() - 2, 2, "\r\n") != 0)
+            fail("line does not end in \\r\\n: " + quoted(line), logDetail(log));
+    }
+    expectMessagesInOrder(logMessages(log),
+                          {"KelInitialize IN\r\n", "KelLaunchByProtocolW((null)) IN\r\n",
+                           "KelLaunchByProtocolW OUT(0x80004003)\r\n", "KelFinalize IN\r\n", "KelFinalize OUT\r\n"},
+                          log);
+}
+
+void LogStaysSilentWhenSwitchOff(const std::wstring& dllPath)
+{
+    SettingsScope settings;  // DebugLog absent
+    TempFolder localAppData;
+    std::wstring logPath = useLocalAppData(localAppData.path());
+
+    Library library(dllPath);
+    expectResult(KEL(library, KelInitialize)(), S_OK, "KelInitialize");
+    expectResult(KEL(library, KelLaunchByProtocolW)(nullptr), E_POINTER, "KelLaunchByProtocolW(NULL)");
+    KEL(library, KelFinalize)();
+
+    if (fileExists(logPath))
+        fail("a log file was written although DebugLog is absent", logDetail(readFile(logPath)));
+}
+
+// Runs KelInitialize and KelFinalize once with the log on and returns the value
+// that the refresh thread's "CKELReg::GetRefreshInterval OUT(%d)" line shows.
+std::string refreshIntervalSeenByTheRefreshThread(const Library& library, const std::wstring& logPath)
+{
+    const std::string marker = "CKELReg::GetRefreshInterval OUT(";
+    size_t linesBefore = logMessages(readFile(logPath)).size();
+    {
+        // KelInitialize writes its last lines after starting the thread; the
+        // thread's own lines wait until the lock is released.
+        LoaderLockHold holdTheRefreshThread;
+        expectResult(KEL(library, KelInitialize)(), S_OK, "KelInitialize");
+    }
+    // With the log already on, KelInitialize traces its re-read of the switch.
+    std::string log = readFile(logPath);
+    expectMessagesInOrder(logMessages(log),
+                          {"CKELReg::IsDebugLogOn IN\r\n", "CKELReg::IsDebugLogOn OUT(1)\r\n", "KelInitialize IN\r\n",
+                           "KelInitialize OUT(0x00000000)\r\n"},
+                          log, linesBefore);
+    // The thread reads the interval right after it starts. Only reads of the
+    // log happen on this thread meanwhile.
+    bool seen = waitUntil(
+        [&] {
+            std::vector<std::string> messages = logMessages(readFile(logPath));
+            for (size_t i = linesBefore; i < messages.size(); ++i)
+                if (messages[i].compare(0, marker.size(), marker) == 0)
+                    return true;
+            return false;
+        },
+        10000);
+    log = readFile(logPath);
+    KEL(library, KelFinalize)();
+    if (!seen)
+        fail("within 10 s the refresh thread logged no " + quoted(marker + "...") +
+                 " line (does KelInitialize start the refresh thread?)",
+             logDetail(log));
+
+    std::vector<std::string> messages = logMessages(log);
+    for (size_t i = linesBefore; i < messages.size(); ++i)
+        if (messages[i].compare(0, marker.size(), marker) == 0)
+            return messages[i].substr(marker.size(), messages[i].find(')') - marker.size());
+    return std::string();
+}
+
+void SettingsAreReadFromTheRegistry(const std::wstring& dllPath)
+{
+    SettingsScope settings;
+    TempFolder localAppData;
+    std::wstring logPath = useLocalAppData(localAppData.path());
+    Library library(dllPath);
+    auto launchStore = KEL(library, KelLaunchStoreW);
+
+    // DebugLog 0: KelInitialize reads the switch as off; nothing is logged, not
+    // by the export and not by the refresh thread it starts.
+    setDwordSetting(L"DebugLog", 0);
+    expectResult(KEL(library, KelInitialize)(), S_OK, "KelInitialize");
+    KEL(library, KelFinalize)();
+    if (fileExists(logPath))
+        fail("DebugLog=0 but KelInitialize/KelFinalize wrote a log", logDetail(readFile(logPath)));
+
+    // A DebugLog that is not a REG_DWORD counts as off.
+    setStringSetting(L"DebugLog", L"1");
+    expectResult(launchStore(L""), E_INVALIDARG, "KelLaunchStoreW(L\"\")");
+    if (fileExists(logPath))
+        fail("DebugLog as REG_SZ \"1\" turned the log on", logDetail(readFile(logPath)));
+
+    // DebugLog 1: KelLaunchStoreW re-reads the switch before its entry line.
+    // The re-read itself is traced under the switch as it was (off), so no
+    // CKELReg line comes first.
+    setDwordSetting(L"DebugLog", 1);
+    expectResult(launchStore(L""), E_INVALIDARG, "KelLaunchStoreW(L\"\")");
+    std::string log = readFile(logPath);
+    std::vector<std::string> messages = logMessages(log);
+    size_t next = expectMessagesInOrder(messages, {"KelLaunchStoreW() IN\r\n", "KelLaunchStoreW OUT(0x80070057)\r\n"},
+                                        log);
+    if (containsMessage(messages, "CKELReg::IsDebugLogOn IN\r\n"))
+        fail("the re-read that turned the log on was itself logged", logDetail(log));
+
+    // With the log on, the next re-read is traced.
+    expectResult(launchStore(L""), E_INVALIDARG, "KelLaunchStoreW(L\"\")");
+    log = readFile(logPath);
+    messages = logMessages(log);
+    expectMessagesInOrder(messages,
+                          {"CKELReg::IsDebugLogOn IN\r\n", "CKELReg::IsDebugLogOn OUT(1)\r\n",
+                           "KelLaunchStoreW() IN\r\n", "KelLaunchStoreW OUT(0x80070057)\r\n"},
+                          log, next);
+
+    // DebugLog 0 again: KelInitialize's re-read is still traced (the log was on
+    // when it began), then nothing more is written.
+    setDwordSetting(L"DebugLog", 0);
+    size_t linesBefore = messages.size();
+    expectResult(KEL(library, KelInitialize)(), S_OK, "KelInitialize");
+    KEL(library, KelFinalize)();
+    log = readFile(logPath);
+    messages = logMessages(log);
+    expectMessagesInOrder(messages, {"CKELReg::IsDebugLogOn OUT(0)\r\n"}, log, linesBefore);
+    if (messages.empty() || messages.back() != "CKELReg::IsDebugLogOn OUT(0)\r\n")
+        fail("lines were logged after DebugLog was read as 0", logDetail(log));
+
+}
+
+// RefreshInterval: 720 minutes when absent, else the stored value, as the
+// refresh thread reads it once it starts.
+void RefreshThreadReadsTheRefreshInterval(const std::wstring& dllPath)
+{
+    SettingsScope settings;
+    TempFolder localAppData;
+    std::wstring logPath = useLocalAppData(localAppData.path());
+    Library library(dllPath);
+    auto launchStore = KEL(library, KelLaunchStoreW);
+    setDwordSetting(L"DebugLog", 1);
+    expectResult(launchStore(L""), E_INVALIDARG, "KelLaunchStoreW(L\"\")");
+    std::string interval = refreshIntervalSeenByTheRefreshThread(library, logPath);
+    if (interval != "720")
+        fail("with RefreshInterval absent the refresh thread read " + quoted(interval) + ", expected 720",
+             logDetail(readFile(logPath)));
+    setDwordSetting(L"RefreshInterval", 7);
+    interval = refreshIntervalSeenByTheRefreshThread(library, logPath);
+    if (interval != "7")
+        fail("with RefreshInterval 7 the refresh thread read " + quoted(interval), logDetail(readFile(logPath)));
+}
+
+// The recorder file's complete lines (without "\n").
+std::vector<std::string> recordedLines(const std::wstring& path)
+{
+    std::vector<std::string> lines;
+    for (std::string line : splitLines(readFile(path))) {
+        if (line.empty() || line.back() != '\n')
+            continue;  // a line still being written
+        line.pop_back();
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+void expectRecorded(const std::wstring& recorderLog, const std::string& line)
+{
+    bool seen = waitUntil(
+        [&] {
+            for (const std::string& recorded : recordedLines(recorderLog))
+                if (recorded == line)
+                    return true;
+            return false;
+        },
+        10000);
+    if (!seen) {
+        std::string detail = "recorder file content:\n";
+        for (const std::string& recorded : recordedLines(recorderLog))
+            detail += "  | " + quoted(recorded) + "\n";
+        fail("within 10 s the kelrec handler did not record " + quoted(line), detail);
+    }
+}
+
+void ProtocolLaunchReachesTheRegisteredHandler(const std::wstring& dllPath)
+{
+    TempFolder folder;
+    std::wstring recorderLog = folder.path() + L"\\recorder.txt";
+    // The handler started by the shell inherits this process's environment.
+    if (!SetEnvironmentVariableW(L"KEL_RECORDER_LOG", recorderLog.c_str()))
+        fail("SetEnvironmentVariableW(KEL_RECORDER_LOG) failed");
+
+    Library library(dllPath);
+    HRESULT hr = KEL(library, KelLaunchByProtocolW)(L"kelrec:hello?a=1&b=2");
+    if (hr != S_OK)
+        fail(format("KelLaunchByProtocolW(L\"kelrec:hello?a=1&b=2\") returned 0x%08lX, expected S_OK "
+                    "(is kelrec registered? run wine_prefix.sh setup)",
+                    static_cast<unsigned long>(hr)));
+    expectRecorded(recorderLog, "kelrec:hello?a=1&b=2");
+
+    expectResult(KEL(library, KelLaunchByProtocolW)(L"kelnothere:x"), E_FAIL, "KelLaunchByProtocolW(L\"kelnothere:x\")");
+
+    expectResult(KEL(library, KelLaunchByProtocolA)("kelrec:narrow"), S_OK, "KelLaunchByProtocolA(\"kelrec:narrow\")");
+    expectRecorded(recorderLog, "kelrec:narrow");
+
+    // Shift JIS katakana "tesuto" arrives as the same text in Unicode.
+    expectResult(KEL(library, KelLaunchByProtocolA)("kelrec:\x83\x65\x83\x58\x83\x67"), S_OK,
+                 "KelLaunchByProtocolA(\"kelrec:<Shift JIS katakana>\")");
+    expectRecorded(recorderLog, "kelrec:\xE3\x83\x86\xE3\x82\xB9\xE3\x83\x88");
+}
+
+// ---------------------------------------------------------------------------
+// Runner
+
+struct Test {
+    const char* name;
+    void (*run)(const std::wstring& dllPath);
+};
+
+const Test kTests[] = {
+    {"ExportsResolveByNameAndOrdinal", ExportsResolveByNameAndOrdinal},
+    {"NullAndEmptyArgumentsGiveTheirResults", NullAndEmptyArgumentsGiveTheirResults},
+    {"LogLinesHaveTheTimestampShape", LogLinesHaveTheTimestampShape},
+    {"LogStaysSilentWhenSwitchOff", LogStaysSilentWhenSwitchOff},
+    {"SettingsAreReadFromTheRegistry", SettingsAreReadFromTheRegistry},
+    {"RefreshThreadReadsTheRefreshInterval", RefreshThreadReadsTheRefreshInterval},
+    {"ProtocolLaunchReachesTheRegisteredHandler", ProtocolLaunchReachesTheRegisteredHandler},
+};
+
+// A crash in the library still gives a FAIL line before the process ends.
+LONG WINAPI reportCrash(EXCEPTION_POINTERS* info)
+{
+    printf("FAIL %s: crashed with exception 0x%08lX\n", g_currentTest,
+           static_cast<unsigned long>(info->ExceptionRecord->ExceptionCode));
+    fflush(stdout);
+    return EXCEPTION_EXECUTE_HANDLER;
+}
+
+int usage()
+{
+    printf("usage: host_tests.exe DLLPATH TESTNAME\ntests:\n");
+    for (const Test& test : kTests)
+        printf("  %s\n", test.name);
+    return 2;
+}
+
+// Wine maps the Unix root to drive Z:, so a Unix path from the build system
+// is reachable as Z:<path>.
+std::wstring usablePath(const std::wstring& path)
+{
+    if (!path.empty() && path[0] == L'/' && !fileExists(path) && fileExists(L"Z:" + path))
+        return L"Z:" + path;
+    return path;
+}
+
+} // namespace
+
+int main()
+{
+    int argc = 0;
+    LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
+    if (argv == nullptr || argc != 3)
+        return usage();
+    std::wstring dllPath = usablePath(argv[1]);
+    std::string name = narrow(argv[2]);
+    LocalFree(argv);
+
+    for (const Test& test : kTests) {
+        if (name != test.name)
+            continue;
+        g_currentTest = test.name;
+        SetUnhandledExceptionFilter(reportCrash);
+        try {
+            test.run(dllPath);
+        } catch (const TestFailure& failure) {
+            printf("FAIL %s: %s\n%s", test.name, failure.reason.c_str(), failure.detail.c_str());
+            fflush(stdout);
+            return 1;
+        } catch (const std::exception& exception) {
+            printf("FAIL %s: exception %s\n", test.name, exception.what());
+            fflush(stdout);
+            return 1;
+        }
+        printf("PASS %s\n", test.name);
+        fflush(stdout);
+        return 0;
+    }
+    printf("unknown test %s\n", name.c_str());
+    return usage();
+}
