@@ -5,7 +5,8 @@
 #       Creates the prefix when PREFIX_DIR/system.reg is missing, starts a
 #       persistent wineserver for it (so every later wine start is quick),
 #       turns off the crash debugger, copies the recorder to C:\kel\recorder.exe
-#       and registers it as the handler of the URL protocol "kelrec".
+#       and registers it as the handler of the URL protocols "kelrec" and
+#       "ms-windows-store".
 #       Cheap to run again on a prefix that is already set up.
 #   wine_prefix.sh teardown PREFIX_DIR
 #       Stops the wineserver of that prefix (and any process still running in it).
@@ -84,18 +85,21 @@ setup() {
     cp -f "$recorder" "$WINEPREFIX/drive_c/kel/recorder.exe" || die "cannot copy the recorder"
 
     # Wine reads URL protocols from HKLM\Software\Classes only (not from the
-    # per-user classes), so the handler is registered machine-wide.
-    run_wine "registering kelrec" wine reg add 'HKLM\Software\Classes\kelrec' \
-        /ve /d 'URL:kelrec Protocol' /f
-    run_wine "registering kelrec" wine reg add 'HKLM\Software\Classes\kelrec' \
-        /v 'URL Protocol' /d '' /f
-    run_wine "registering kelrec" wine reg add 'HKLM\Software\Classes\kelrec\shell\open\command' \
-        /ve /d '"C:\kel\recorder.exe" "%1"' /f
-
-    run_wine "reading back the kelrec registration" wine reg query \
-        'HKLM\Software\Classes\kelrec\shell\open\command' /ve
-    grep -qF '"C:\kel\recorder.exe" "%1"' "$WINE_OUTPUT" ||
-        die "kelrec registration reads back as: $(tr -d '\r' <"$WINE_OUTPUT")"
+    # per-user classes), so the handlers are registered machine-wide: "kelrec"
+    # for the protocol launches and "ms-windows-store" for the Store pages.
+    local protocol
+    for protocol in kelrec ms-windows-store; do
+        run_wine "registering $protocol" wine reg add "HKLM\\Software\\Classes\\$protocol" \
+            /ve /d "URL:$protocol Protocol" /f
+        run_wine "registering $protocol" wine reg add "HKLM\\Software\\Classes\\$protocol" \
+            /v 'URL Protocol' /d '' /f
+        run_wine "registering $protocol" wine reg add "HKLM\\Software\\Classes\\$protocol\\shell\\open\\command" \
+            /ve /d '"C:\kel\recorder.exe" "%1"' /f
+        run_wine "reading back the $protocol registration" wine reg query \
+            "HKLM\\Software\\Classes\\$protocol\\shell\\open\\command" /ve
+        grep -qF '"C:\kel\recorder.exe" "%1"' "$WINE_OUTPUT" ||
+            die "$protocol registration reads back as: $(tr -d '\r' <"$WINE_OUTPUT")"
+    done
     echo "wine_prefix.sh: prefix $WINEPREFIX ready"
 }
 
