@@ -1,0 +1,305 @@
+#include "catalogue/app_name_list.h"
+
+#include <new>
+
+#include "frame/exports.h"
+#include "frame/format.h"
+#include "frame/log.h"
+#include "frame/wide.h"
+#include "manifest/manifest_reader.h"
+#include "platform/platform.h"
+#include "platform/xml/xml_reader.h"
+#include "platform/xml/xml_writer.h"
+
+namespace kel {
+namespace {
+
+platform::Platform& Sys() { return platform::Current(); }
+
+HRESULT Exit(const char16_t* name, HRESULT result) {
+  WriteDebugLog("%S OUT(0x%08X)\r\n", name, result);
+  return result;
+}
+
+bool NameIs(const char16_t* name, UINT length, std::u16string_view wanted) {
+  if (name == nullptr || length != wanted.size()) return false;
+  for (UINT i = 0; i < length; ++i) {
+    if (AsciiLower(name[i]) != AsciiLower(wanted[i])) return false;
+  }
+  return true;
+}
+
+// The manifest beside a package: installed folder, a backslash, the file.
+bool ManifestPathOf(platform::Package& package, WString& path) {
+  WString folder;
+  if (Failed(package.GetInstalledLocationPath(folder))) throw platform::PlatformError{E_FAIL, u"InstalledLocation"};
+  return FormatWideInto(path, kMaxPath, u"%s\\%s", {folder, u"AppxManifest.xml"});
+}
+
+}  // namespace
+
+CKELAppNameList::~CKELAppNameList() { Clear(); }
+
+HRESULT CKELAppNameList::Load(const char16_t* path) {
+  constexpr char16_t kName[] = u"CKELAppNameList::Load";
+  WriteDebugLog("%S(%S) IN\r\n", kName, path);
+  if (path == nullptr) return Exit(kName, E_POINTER);
+  if (path[0] == 0) return Exit(kName, E_INVALIDARG);
+  try {
+    std::string bytes;
+    HRESULT hr = Sys().ReadFileBytes(path, bytes);
+    if (Failed(hr)) return Exit(kName, hr);
+    xml::XmlReader reader;
+    hr = reader.SetInput(bytes);
+    if (Failed(hr)) return Exit(kName, hr);
+    return Exit(kName, ScanDocument(reader));
+  } catch (const std::bad_alloc&) {
+    return Exit(kName, E_OUTOFMEMORY);
+  }
+}
+
+HRESULT CKELAppNameList::ScanDocument(xml::XmlReader& reader) {
+  HRESULT status = S_OK;
+  for (;;) {
+    xml::XmlNodeType type = xml::XmlNodeType_None;
+    status = reader.GetNodeType(&type);
+    if (status != S_OK) break;
+    const char16_t* name = nullptr;
+    UINT length = 0;
+    if (type == xml::XmlNodeType_Element && Succeeded(reader.GetLocalName(&name, &length))) {
+      if (NameIs(name, length, u"Package")) {
+        CKELPackage* package = nullptr;
+        if (Succeeded(CKELPackage::FromXmlNode(&reader, &package)) && package != nullptr) {
+          AddMetroPackage(package);
+        } else {
+          delete package;
+        }
+        continue;  // the package's parse has moved the reader on
+      }
+      if (NameIs(name, length, u"DesktopApps")) {
+        ReadDesktopApps(&reader);
+        continue;
+      }
+    }
+    // A clean end of input (S_FALSE) ends the scan as a failure does.
+    status = reader.Read(nullptr);
+    if (status != S_OK) break;
+  }
+  return status;
+}
+
+HRESULT CKELAppNameList::ReadDesktopApps(xml::XmlReader* reader) {
+  constexpr char16_t kName[] = u"CKELAppNameList::ReadDesktopApps";
+  WriteDebugLog("%S IN\r\n", kName);
+  if (reader == nullptr) return Exit(kName, E_POINTER);
+  UINT listDepth = 0;
+  reader->GetDepth(&listDepth);
+  HRESULT hr;
+  xml::XmlNodeType type = xml::XmlNodeType_None;
+  while ((hr = reader->Read(&type)) == S_OK) {
+    UINT depth = 0;
+    reader->GetDepth(&depth);
+    if (type == xml::XmlNodeType_Element) {
+      if (depth <= listDepth) break;  // belongs to the outer scan
+      const char16_t* name = nullptr;
+      UINT length = 0;
+      if (Succeeded(reader->GetLocalName(&name, &length)) && NameIs(name, length, u"DesktopApp")) {
+        CKELDesktopApp* app = nullptr;
+        if (Succeeded(CKELDesktopApp::FromXmlNode(reader, &app)) && app != nullptr) {
+          try {
+            m_DesktopApps.emplace_back(app);
+          } catch (...) {
+            delete app;
+            WriteDebugLog("%S Error (0x%08X)\r\n", kName, E_OUTOFMEMORY);
+          }
+        } else {
+          delete app;
+        }
+      }
+    } else if (type == xml::XmlNodeType_EndElement && depth - 1 <= listDepth) {
+      break;
+    }
+  }
+  return Exit(kName, hr);
+}
+
+HRESULT CKELAppNameList::Save(const char16_t* path) {
+  constexpr char16_t kName[] = u"CKELAppNameList::Save";
+  WriteDebugLog("%S(%S) IN\r\n", kName, path);
+  if (path == nullptr) return Exit(kName, E_POINTER);
+  if (path[0] == 0) return Exit(kName, E_INVALIDARG);
+  try {
+    xml::XmlWriter writer;
+    HRESULT hr = writer.WriteStartDocument();
+    if (Failed(hr)) return Exit(kName, hr);
+    // "Applications" stays open and the document is never ended: the file's
+    // long-standing form, which every reader of it accepts.
+    if (Succeeded(writer.WriteStartElement(nullptr, u"Applications", nullptr))) {
+      if (Succeeded(writer.WriteStartElement(nullptr, u"MetroApps", nullptr))) {
+        for (const auto& package : m_Packages) package->ToXmlNode(&writer);
+        writer.WriteEndElement();
+      }
+      if (Succeeded(writer.WriteStartElement(nullptr, u"DesktopApps", nullptr))) {
+        for (const auto& app : m_DesktopApps) app->ToXmlNode(&writer);
+        writer.WriteEndElement();
+      }
+    }
+    hr = writer.Flush();
+    if (Succeeded(hr)) hr = Sys().ReplaceFileAtomically(path, writer.Output());
+    return Exit(kName, hr);
+  } catch (const std::bad_alloc&) {
+    return Exit(kName, E_OUTOFMEMORY);
+  }
+}
+
+void CKELAppNameList::Clear() {
+  constexpr char16_t kName[] = u"CKELAppNameList::Clear";
+  WriteDebugLog("%S IN\r\n", kName);
+  while (!m_Packages.empty()) m_Packages.pop_front();
+  while (!m_DesktopApps.empty()) m_DesktopApps.pop_front();
+  WriteDebugLog("%S OUT\r\n", kName);
+}
+
+CKELPackage* CKELAppNameList::GetPackage(const char16_t* packageFamilyName) {
+  constexpr char16_t kName[] = u"CKELAppNameList::GetPackage";
+  WriteDebugLog("%S IN\r\n", kName);
+  CKELPackage* found = nullptr;
+  if (packageFamilyName != nullptr && packageFamilyName[0] != 0) {
+    for (const auto& package : m_Packages) {
+      if (package->IsThisPackage(packageFamilyName)) {
+        found = package.get();
+        break;
+      }
+    }
+  }
+  WriteDebugLog("%S OUT\r\n", kName);
+  return found;
+}
+
+HRESULT CKELAppNameList::AddMetroPackage(CKELPackage* package) {
+  constexpr char16_t kName[] = u"CKELAppNameList::AddMetroPackage";
+  WriteDebugLog("%S IN\r\n", kName);
+  if (package == nullptr) return Exit(kName, E_POINTER);
+  try {
+    m_Packages.emplace_back(package);
+  } catch (...) {
+    delete package;
+    return Exit(kName, E_OUTOFMEMORY);
+  }
+  return Exit(kName, S_OK);
+}
+
+HRESULT CKELAppNameList::AddMetroPackage(platform::Package* package) {
+  constexpr char16_t kName[] = u"CKELAppNameList::AddMetroPackage";
+  WriteDebugLog("%S IN\r\n", kName);
+  if (package == nullptr) return Exit(kName, E_POINTER);
+  try {
+    WString familyName;
+    if (Failed(package->GetFamilyName(familyName))) throw platform::PlatformError{E_FAIL, u"Package.Id.FamilyName"};
+    CKELPackage* record = GetPackage(familyName.c_str());
+    bool isNew = record == nullptr;
+    HRESULT changeResult = S_OK;
+    std::unique_ptr<CKELPackage> created;
+    WString manifestPath;
+    if (!isNew) {
+      if (record->NeedReserve) return Exit(kName, S_OK);  // reserved records are never refreshed
+      platform::PackageVersion version;
+      if (Failed(package->GetVersion(version))) throw platform::PlatformError{E_FAIL, u"Package.Id.Version"};
+      if (version == record->Version) return Exit(kName, S_OK);
+      WString fullName, name;
+      if (Failed(package->GetFullName(fullName)) || Failed(package->GetName(name))) {
+        throw platform::PlatformError{E_FAIL, u"Package.Id"};
+      }
+      record->FullName = fullName;
+      record->Name = name;
+      if (!ManifestPathOf(*package, manifestPath)) {
+        WriteDebugLog("%S manifest path longer than %d characters, skipped\r\n", kName, static_cast<int>(kMaxPath - 1));
+        return Exit(kName, E_FAIL);
+      }
+      BOOL canGet = 0;
+      changeResult = CKELManifestReader::IsCanGetAppNameFromManifest(manifestPath.c_str(), record, &canGet);
+      // Without readable names the record keeps its old version and apps, so
+      // the next refresh tries again.
+      if (Failed(changeResult) || !canGet) return Exit(kName, changeResult);
+      record->Version = version;
+      record->DeleteAllApp();
+    } else {
+      created = std::make_unique<CKELPackage>(*package);
+      record = created.get();
+    }
+    if (!ManifestPathOf(*package, manifestPath)) {
+      WriteDebugLog("%S manifest path longer than %d characters, skipped\r\n", kName, static_cast<int>(kMaxPath - 1));
+    } else {
+      CKELManifestReader::AddAppsToPackage(manifestPath.c_str(), record);
+    }
+    if (isNew) return Exit(kName, AddMetroPackage(created.release()));
+    return Exit(kName, changeResult);
+  } catch (const platform::PlatformError& error) {
+    WriteDebugLog("%S OUT(%S)\r\n", kName, error.message);
+    return Exit(kName, E_FAIL);
+  } catch (const std::bad_alloc&) {
+    return Exit(kName, E_OUTOFMEMORY);
+  }
+}
+
+HRESULT CKELAppNameList::AddDesktopApp(const char16_t* displayName, const char16_t* shortcutPath) {
+  constexpr char16_t kName[] = u"CKELAppNameList::AddDesktopApp";
+  WriteDebugLog("%S(%S) IN\r\n", kName, displayName);
+  if (displayName == nullptr || shortcutPath == nullptr) return Exit(kName, E_POINTER);
+  if (displayName[0] == 0 || shortcutPath[0] == 0) return Exit(kName, E_INVALIDARG);
+  if (IsInDesktopAppList(shortcutPath)) return S_FALSE;  // the catalogued record stays as it is
+  try {
+    m_DesktopApps.push_back(std::make_unique<CKELDesktopApp>(displayName, shortcutPath, nullptr, nullptr, 0, 1, 0));
+  } catch (...) {
+    return Exit(kName, E_OUTOFMEMORY);
+  }
+  return Exit(kName, S_OK);
+}
+
+BOOL CKELAppNameList::IsInDesktopAppList(const char16_t* shortcutPath) {
+  constexpr char16_t kName[] = u"CKELAppNameList::IsInDesktopAppList";
+  WriteDebugLog("%S(%S) IN\r\n", kName, shortcutPath);
+  BOOL found = 0;
+  if (shortcutPath != nullptr && shortcutPath[0] != 0) {
+    for (const auto& app : m_DesktopApps) {
+      if (app->IsSameShortcut(shortcutPath)) {
+        found = 1;
+        break;
+      }
+    }
+  }
+  WriteDebugLog("%S OUT(%d)\r\n", kName, found);
+  return found;
+}
+
+HRESULT CKELAppNameList::GetExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
+                                               BOOL* pFound) {
+  constexpr char16_t kName[] = u"CKELAppNameList::GetExcludeAppNameList";
+  WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
+  if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return Exit(kName, E_POINTER);
+  if (searchWord[0] == 0) return Exit(kName, E_INVALIDARG);
+  *pFound = 0;
+  BOOL flag = 0;
+  for (const auto& package : m_Packages) {
+    package->AddAppNameToExcludeList(searchWord, excludeList, &flag);
+    if (flag) *pFound = 1;
+  }
+  for (const auto& app : m_DesktopApps) {
+    app->AddToExcludeAppNameList(searchWord, excludeList, &flag);
+    if (flag) *pFound = 1;
+  }
+  WriteDebugLog("%S OUT\r\n", kName);
+  return S_OK;
+}
+
+void CKELAppNameList::RefreshInstalledFlags() {
+  for (const auto& package : m_Packages) {
+    package->IsInstalled = 1;
+    if (Failed(KelIsInstalledW(package->PackageFamilyName.c_str(), &package->IsInstalled))) package->IsInstalled = 1;
+  }
+  for (const auto& app : m_DesktopApps) {
+    app->IsInstalled = Sys().PathFileExists(app->LnkFileName.c_str()) != 0 ? 1 : 0;
+  }
+}
+
+}  // namespace kel

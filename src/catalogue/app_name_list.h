@@ -1,0 +1,45 @@
+// CKELAppNameList: the catalogue of Store packages and desktop applications,
+// its file, what discovery adds to it, and the exclusion list of a word.
+#pragma once
+
+#include <list>
+#include <memory>
+
+#include "catalogue/records.h"
+
+namespace kel {
+
+namespace xml {
+class XmlReader;
+}  // namespace xml
+
+class CKELAppNameList {
+ public:
+  CKELAppNameList() = default;
+  CKELAppNameList(const CKELAppNameList&) = delete;
+  CKELAppNameList& operator=(const CKELAppNameList&) = delete;
+  virtual ~CKELAppNameList();
+
+  HRESULT Load(const char16_t* path);
+  HRESULT Save(const char16_t* path);
+  void Clear();
+  CKELPackage* GetPackage(const char16_t* packageFamilyName);
+  HRESULT AddMetroPackage(platform::Package* package);
+  HRESULT AddMetroPackage(CKELPackage* package);
+  HRESULT AddDesktopApp(const char16_t* displayName, const char16_t* shortcutPath);
+  BOOL IsInDesktopAppList(const char16_t* shortcutPath);
+  HRESULT GetExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList, BOOL* pFound);
+  HRESULT ReadDesktopApps(xml::XmlReader* reader);
+  void RefreshInstalledFlags();
+
+  const std::list<std::unique_ptr<CKELPackage>>& Packages() const { return m_Packages; }
+  const std::list<std::unique_ptr<CKELDesktopApp>>& DesktopApps() const { return m_DesktopApps; }
+
+ private:
+  HRESULT ScanDocument(xml::XmlReader& reader);
+
+  std::list<std::unique_ptr<CKELPackage>> m_Packages;
+  std::list<std::unique_ptr<CKELDesktopApp>> m_DesktopApps;
+};
+
+}  // namespace kel

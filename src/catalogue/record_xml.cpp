@@ -1,0 +1,281 @@
+// The records' part of the app name list file: each record writes its own
+// element and reads itself back from the reader positioned on its start tag.
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+#include "catalogue/records.h"
+#include "frame/format.h"
+#include "frame/log.h"
+#include "frame/wide.h"
+#include "platform/xml/xml_reader.h"
+#include "platform/xml/xml_writer.h"
+
+namespace kel {
+namespace {
+
+using xml::XmlNodeType;
+using xml::XmlReader;
+using xml::XmlWriter;
+
+HRESULT Exit(const char16_t* name, HRESULT result) {
+  WriteDebugLog("%S OUT(0x%08X)\r\n", name, result);
+  return result;
+}
+
+// Names are compared by length first, then ignoring ASCII case.
+bool NameIs(std::u16string_view name, std::u16string_view wanted) {
+  if (name.size() != wanted.size()) return false;
+  for (std::size_t i = 0; i < name.size(); ++i) {
+    if (AsciiLower(name[i]) != AsciiLower(wanted[i])) return false;
+  }
+  return true;
+}
+
+// Reads "%d" as the runtime's scanner does: a value that does not parse
+// leaves the preset untouched.
+int ScanInt(std::u16string_view text, int preset) {
+  std::size_t i = 0;
+  while (i < text.size() && (text[i] == u' ' || (text[i] >= u'\t' && text[i] <= u'\r'))) ++i;
+  bool negative = false;
+  if (i < text.size() && (text[i] == u'+' || text[i] == u'-')) negative = text[i++] == u'-';
+  if (i >= text.size() || text[i] < u'0' || text[i] > u'9') return preset;
+  std::uint32_t value = 0;
+  for (; i < text.size() && text[i] >= u'0' && text[i] <= u'9'; ++i) value = value * 10 + (text[i] - u'0');
+  return static_cast<int>(negative ? 0u - value : value);
+}
+
+// Reads "%hu.%hu.%hu.%hu": parts after the first that does not parse stay 0.
+PackageVersion ScanVersion(std::u16string_view text) {
+  WORD parts[4] = {0, 0, 0, 0};
+  std::size_t i = 0;
+  for (int part = 0; part < 4; ++part) {
+    if (part > 0) {
+      if (i >= text.size() || text[i] != u'.') break;
+      ++i;
+    }
+    while (i < text.size() && (text[i] == u' ' || (text[i] >= u'\t' && text[i] <= u'\r'))) ++i;
+    bool negative = false;
+    if (i < text.size() && (text[i] == u'+' || text[i] == u'-')) negative = text[i++] == u'-';
+    if (i >= text.size() || text[i] < u'0' || text[i] > u'9') break;
+    std::uint32_t value = 0;
+    for (; i < text.size() && text[i] >= u'0' && text[i] <= u'9'; ++i) value = value * 10 + (text[i] - u'0');
+    parts[part] = static_cast<WORD>(negative ? 0u - value : value);
+  }
+  PackageVersion version;
+  version.Major = parts[0];
+  version.Minor = parts[1];
+  version.Build = parts[2];
+  version.Revision = parts[3];
+  return version;
+}
+
+// Walks the attributes of the current element: value first, then local
+// name, as the file reader always has. A failure of either ends the walk.
+template <typename TakeAttribute>
+HRESULT WalkAttributes(XmlReader& reader, TakeAttribute take) {
+  for (HRESULT move = reader.MoveToFirstAttribute(); move == S_OK; move = reader.MoveToNextAttribute()) {
+    const char16_t* value = nullptr;
+    UINT valueLength = 0;
+    HRESULT hr = reader.GetValue(&value, &valueLength);
+    if (Failed(hr)) return hr;
+    const std::u16string_view valueView(value, valueLength);
+    const char16_t* name = nullptr;
+    UINT nameLength = 0;
+    hr = reader.GetLocalName(&name, &nameLength);
+    if (Failed(hr)) return hr;
+    take(std::u16string_view(name, nameLength), valueView);
+  }
+  return S_OK;
+}
+
+struct Position {
+  XmlNodeType type = xml::XmlNodeType_None;
+  UINT depth = 0;
+  std::u16string_view name;
+};
+
+Position Current(XmlReader& reader) {
+  Position position;
+  reader.GetNodeType(&position.type);
+  reader.GetDepth(&position.depth);
+  const char16_t* name = nullptr;
+  UINT length = 0;
+  if (Succeeded(reader.GetLocalName(&name, &length)) && name != nullptr) position.name = {name, length};
+  return position;
+}
+
+HRESULT WriteAttribute(XmlWriter& writer, const char16_t* name, const WString& value) {
+  return writer.WriteAttributeString(nullptr, name, nullptr, value.c_str());
+}
+
+}  // namespace
+
+// --- writing -----------------------------------------------------------------
+
+HRESULT CKELMetroApp::ToXmlNode(XmlWriter* writer) const {
+  if (writer == nullptr) return E_POINTER;
+  const HRESULT hr = writer->WriteStartElement(nullptr, u"MetroApp", nullptr);
+  if (Failed(hr)) return hr;
+  if (!DisplayName.empty()) WriteAttribute(*writer, u"DisplayName", DisplayName);
+  if (!ShortName.empty()) WriteAttribute(*writer, u"ShortName", ShortName);
+  if (!RubyDisplayName.empty()) WriteAttribute(*writer, u"RubyDisplayName", RubyDisplayName);
+  if (!RubyShortName.empty()) WriteAttribute(*writer, u"RubyShortName", RubyShortName);
+  return writer->WriteEndElement();
+}
+
+HRESULT CKELDesktopApp::ToXmlNode(XmlWriter* writer) const {
+  if (writer == nullptr) return E_POINTER;
+  if (!NeedReserve && !IsInstalled) return S_FALSE;  // a vanished, unreserved shortcut is dropped
+  const HRESULT hr = writer->WriteStartElement(nullptr, u"DesktopApp", nullptr);
+  if (Failed(hr)) return hr;
+  if (!DisplayName.empty()) WriteAttribute(*writer, u"DisplayName", DisplayName);
+  if (!LnkFileName.empty()) WriteAttribute(*writer, u"LnkFileName", LnkFileName);
+  if (!LocalizeName.empty()) WriteAttribute(*writer, u"LocalizeName", LocalizeName);
+  if (!RubyDisplayName.empty()) WriteAttribute(*writer, u"RubyDisplayName", RubyDisplayName);
+  if (NeedReserve) WriteAttribute(*writer, u"NeedReserve", u"1");
+  if (!IsInstalled) WriteAttribute(*writer, u"IsInstalled", u"0");
+  if (IsDualMode) WriteAttribute(*writer, u"IsDualMode", u"1");
+  return writer->WriteEndElement();
+}
+
+HRESULT CKELPackage::ToXmlNode(XmlWriter* writer) const {
+  constexpr char16_t kName[] = u"CKELPackage::ToXmlNode";
+  WriteDebugLog("%S IN\r\n", kName);
+  if (writer == nullptr) return Exit(kName, E_POINTER);
+  if (!IsInstalled && !NeedReserve) return Exit(kName, S_OK);  // dropped silently
+  HRESULT hr = writer->WriteStartElement(nullptr, u"Package", nullptr);
+  if (Failed(hr)) return Exit(kName, hr);
+  hr = WriteAttribute(*writer, u"PackageFamilyName", PackageFamilyName);
+  if (Succeeded(hr)) {
+    const WString version =
+        FormatWide(u"%d.%d.%d.%d", {Version.Major, Version.Minor, Version.Build, Version.Revision});
+    hr = WriteAttribute(*writer, u"Version", version);
+    if (Succeeded(hr) && NeedReserve) hr = WriteAttribute(*writer, u"NeedReserve", u"1");
+  }
+  if (!IsInstalled) hr = WriteAttribute(*writer, u"IsInstalled", u"0");
+  if (Succeeded(hr)) {
+    for (const auto& app : m_Applications) {
+      if (Failed(app->ToXmlNode(writer))) break;
+    }
+  }
+  return Exit(kName, writer->WriteEndElement());
+}
+
+// --- reading -----------------------------------------------------------------
+
+HRESULT CKELMetroApp::FromXmlNode(XmlReader* reader, CKELMetroApp** ppApp) {
+  constexpr char16_t kName[] = u"CKELMetroApp::FromXmlNode";
+  WriteDebugLog("%S IN\r\n", kName);
+  if (reader == nullptr || ppApp == nullptr) return Exit(kName, E_POINTER);
+  WString displayName, shortName, rubyDisplayName, rubyShortName;
+  const HRESULT hr = WalkAttributes(*reader, [&](std::u16string_view name, std::u16string_view value) {
+    if (NameIs(name, u"DisplayName")) {
+      displayName = value;
+    } else if (NameIs(name, u"ShortName")) {
+      shortName = value;
+    } else if (NameIs(name, u"RubyDisplayName")) {
+      rubyDisplayName = value;
+    } else if (NameIs(name, u"RubyShortName")) {
+      rubyShortName = value;
+    }
+  });
+  if (Failed(hr)) return Exit(kName, hr);
+  *ppApp = new (std::nothrow)
+      CKELMetroApp(displayName.c_str(), shortName.c_str(), rubyDisplayName.c_str(), rubyShortName.c_str());
+  return Exit(kName, *ppApp == nullptr ? E_OUTOFMEMORY : hr);
+}
+
+HRESULT CKELDesktopApp::FromXmlNode(XmlReader* reader, CKELDesktopApp** ppApp) {
+  constexpr char16_t kName[] = u"CKELDesktopApp::FromXmlNode";
+  WriteDebugLog("%S IN\r\n", kName);
+  if (reader == nullptr || ppApp == nullptr) return Exit(kName, E_POINTER);
+  WString displayName, localizeName, lnkFileName, rubyDisplayName;
+  int needReserve = 0, isInstalled = 1, isDualMode = 0;
+  const HRESULT hr = WalkAttributes(*reader, [&](std::u16string_view name, std::u16string_view value) {
+    if (NameIs(name, u"DisplayName")) {
+      displayName = value;
+    } else if (NameIs(name, u"LocalizeName")) {
+      localizeName = value;
+    } else if (NameIs(name, u"NeedReserve")) {
+      needReserve = ScanInt(value, 1);
+    } else if (NameIs(name, u"LnkFileName")) {
+      // Environment references are expanded; a value whose expansion does
+      // not fit the 260-character buffer is kept as it stands.
+      const WString raw(value);
+      std::vector<char16_t> expanded(kMaxPath, 0);
+      const DWORD needed =
+          platform::Current().ExpandEnvironmentStrings(raw.c_str(), expanded.data(), static_cast<DWORD>(kMaxPath));
+      if (needed != 0 && needed <= kMaxPath) {
+        lnkFileName = expanded.data();
+      } else {
+        if (needed > kMaxPath) {
+          WriteDebugLog("%S LnkFileName longer than %d characters once expanded, kept as stored\r\n", kName,
+                        static_cast<int>(kMaxPath - 1));
+        }
+        lnkFileName = raw;
+      }
+    } else if (NameIs(name, u"RubyDisplayName")) {
+      rubyDisplayName = value;
+    } else if (NameIs(name, u"IsInstalled")) {
+      isInstalled = ScanInt(value, 1);
+    } else if (NameIs(name, u"IsDualMode")) {
+      isDualMode = ScanInt(value, 0);
+    }
+  });
+  if (Failed(hr)) return Exit(kName, hr);
+  *ppApp = new (std::nothrow)
+      CKELDesktopApp(displayName.c_str(), lnkFileName.c_str(), localizeName.c_str(), rubyDisplayName.c_str(),
+                     needReserve != 0, isInstalled != 0, isDualMode != 0);
+  return Exit(kName, *ppApp == nullptr ? E_OUTOFMEMORY : hr);
+}
+
+HRESULT CKELPackage::FromXmlNode(XmlReader* reader, CKELPackage** ppPackage) {
+  constexpr char16_t kName[] = u"CKELPackage::FromXmlNode";
+  WriteDebugLog("%S IN\r\n", kName);
+  if (reader == nullptr || ppPackage == nullptr) return Exit(kName, E_POINTER);
+  UINT packageDepth = 0;
+  reader->GetDepth(&packageDepth);
+  WString familyName;
+  PackageVersion version;
+  int needReserve = 0, isInstalled = 1;
+  HRESULT hr = WalkAttributes(*reader, [&](std::u16string_view name, std::u16string_view value) {
+    if (NameIs(name, u"PackageFamilyName")) {
+      familyName = value;
+    } else if (NameIs(name, u"Version")) {
+      version = ScanVersion(value);
+    } else if (NameIs(name, u"NeedReserve")) {
+      needReserve = ScanInt(value, 1);
+    } else if (NameIs(name, u"IsInstalled")) {
+      isInstalled = ScanInt(value, 1);
+    }
+  });
+  if (Failed(hr)) return Exit(kName, hr);
+  reader->MoveToElement();
+  auto* package = new (std::nothrow) CKELPackage(familyName.c_str(), version, needReserve != 0, isInstalled != 0);
+  if (package == nullptr) return Exit(kName, E_OUTOFMEMORY);
+
+  XmlNodeType type = xml::XmlNodeType_None;
+  while ((hr = reader->Read(&type)) == S_OK) {
+    const Position at = Current(*reader);
+    if (type == xml::XmlNodeType_Element) {
+      // An element outside the package belongs to the outer scan, which
+      // finds it as the current node.
+      if (at.depth <= packageDepth) break;
+      if (NameIs(at.name, u"MetroApp")) {
+        CKELMetroApp* app = nullptr;
+        if (Succeeded(CKELMetroApp::FromXmlNode(reader, &app)) && app != nullptr) {
+          package->AddApplication(app);
+        } else {
+          delete app;
+        }
+      }
+    } else if (type == xml::XmlNodeType_EndElement && at.depth - 1 <= packageDepth) {
+      break;  // the package's own end tag
+    }
+  }
+  *ppPackage = package;
+  return Exit(kName, hr);
+}
+
+}  // namespace kel

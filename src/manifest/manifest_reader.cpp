@@ -1,0 +1,253 @@
+#include "manifest/manifest_reader.h"
+
+#include <cstring>
+#include <vector>
+
+#include "frame/format.h"
+#include "frame/log.h"
+#include "frame/reg.h"
+#include "frame/wide.h"
+#include "platform/platform.h"
+#include "platform/xml/xml_reader.h"
+
+namespace kel {
+namespace {
+
+constexpr char16_t kResourcePrefix[] = u"ms-resource:";
+
+platform::Platform& Sys() { return platform::Current(); }
+
+HRESULT Exit(const char16_t* name, HRESULT result) {
+  WriteDebugLog("%S OUT(0x%08X)\r\n", name, result);
+  return result;
+}
+
+bool SameNameIgnoringCase(const char16_t* name, UINT length, const char16_t* wanted) {
+  if (name == nullptr || length != WideLength(wanted)) return false;
+  for (UINT i = 0; i < length; ++i) {
+    if (AsciiLower(name[i]) != AsciiLower(wanted[i])) return false;
+  }
+  return true;
+}
+
+bool IsResourceReference(const WString& name) { return name.rfind(kResourcePrefix, 0) == 0; }
+
+// Lower-cases the name; a resource reference is replaced by its resolved
+// text, which keeps its own case.
+void ResolveName(WString& name, const CKELPackage& package) {
+  LowerInPlace(name);
+  if (!IsResourceReference(name)) return;
+  std::vector<char16_t> buffer(CKELManifestReader::kNameBufferCharacters, 0);
+  if (CKELManifestReader::ConvertMsResourceToString(name, package.FullName.c_str(), package.Name.c_str(),
+                                                     buffer.data())) {
+    name = buffer.data();
+  }
+}
+
+// Opens the manifest with the library's XML reader.
+HRESULT OpenManifest(const char16_t* name, const char16_t* path, xml::XmlReader& reader) {
+  std::string bytes;
+  HRESULT hr = Sys().ReadFileBytes(path, bytes);
+  if (Failed(hr)) {
+    WriteDebugLog("%S SHCreateStreamOnFile failed. ErrCode = 0x%08X\r\n", name, hr);
+    return hr;
+  }
+  hr = reader.SetInput(bytes);
+  if (Failed(hr)) WriteDebugLog("%S SetInput failed. ErrCode = 0x%08X\r\n", name, hr);
+  return hr;
+}
+
+// One application's names: the walk both XML readings share. The result is
+// that of the last step; `displayName` and `shortName` are resolved.
+HRESULT ReadApplication(xml::XmlReader& reader, const CKELPackage& package, WString& displayName,
+                        WString& shortName) {
+  HRESULT hr = CKELManifestReader::MoveToElementByName(&reader, u"VisualElements");
+  if (Failed(hr)) return hr;
+  displayName.clear();
+  hr = CKELManifestReader::GetAttributeValueByName(&reader, u"DisplayName", displayName);
+  if (Failed(hr)) return hr;
+  ResolveName(displayName, package);
+  // Without a DefaultTile the search runs on into the next application (or
+  // to the end), as it always has.
+  hr = CKELManifestReader::MoveToElementByName(&reader, u"DefaultTile");
+  if (Failed(hr)) return hr;
+  shortName.clear();
+  hr = CKELManifestReader::GetAttributeValueByName(&reader, u"ShortName", shortName);
+  if (Failed(hr)) return hr;
+  ResolveName(shortName, package);
+  return hr;
+}
+
+}  // namespace
+
+DWORD CKELManifestReader::LoadSetting() { return CKELReg::GetManifestReaderSetting(); }
+
+HRESULT CKELManifestReader::AddAppsToPackage(const char16_t* manifestPath, CKELPackage* package) {
+  constexpr char16_t kName[] = u"CKELManifestReader::AddAppsToPackage";
+  WriteDebugLog("%S IN\r\n", kName);
+  const HRESULT result = LoadSetting() == kXmlReader ? GetAppNameUsingXmlParser(manifestPath, package)
+                                                     : GetAppNameUsingAPI(manifestPath, package);
+  return Exit(kName, result);
+}
+
+HRESULT CKELManifestReader::MoveToElementByName(xml::XmlReader* reader, const char16_t* name) {
+  if (reader == nullptr || name == nullptr) return E_POINTER;
+  xml::XmlNodeType type = xml::XmlNodeType_None;
+  HRESULT hr = reader->Read(&type);
+  while (hr == S_OK) {
+    const char16_t* localName = nullptr;
+    UINT length = 0;
+    if (type == xml::XmlNodeType_Element && Succeeded(reader->GetLocalName(&localName, &length)) &&
+        SameNameIgnoringCase(localName, length, name)) {
+      return S_OK;
+    }
+    hr = reader->Read(&type);
+  }
+  return hr;
+}
+
+HRESULT CKELManifestReader::GetAttributeValueByName(xml::XmlReader* reader, const char16_t* name, WString& value) {
+  if (reader == nullptr || name == nullptr) return E_POINTER;
+  if (name[0] == 0) return E_INVALIDARG;
+  for (HRESULT move = reader->MoveToFirstAttribute(); move == S_OK; move = reader->MoveToNextAttribute()) {
+    const char16_t* attributeValue = nullptr;
+    UINT valueLength = 0;
+    HRESULT hr = reader->GetValue(&attributeValue, &valueLength);
+    if (Failed(hr)) return hr;
+    const char16_t* localName = nullptr;
+    UINT nameLength = 0;
+    hr = reader->GetLocalName(&localName, &nameLength);
+    if (Failed(hr)) return hr;
+    if (SameNameIgnoringCase(localName, nameLength, name)) {
+      value.assign(attributeValue, valueLength);
+      reader->MoveToElement();
+      return S_OK;
+    }
+  }
+  return S_FALSE;  // missing: the caller's value stays as it was
+}
+
+HRESULT CKELManifestReader::GetAppNameUsingXmlParser(const char16_t* manifestPath, CKELPackage* package) {
+  constexpr char16_t kName[] = u"CKELManifestReader::GetAppNameUsingXmlParser";
+  WriteDebugLog("%S IN\r\n", kName);
+  if (manifestPath == nullptr || package == nullptr) return Exit(kName, E_POINTER);
+  xml::XmlReader reader;
+  HRESULT hr = OpenManifest(kName, manifestPath, reader);
+  if (Failed(hr)) return Exit(kName, hr);
+  hr = MoveToElementByName(&reader, u"Applications");
+  if (Failed(hr)) return Exit(kName, hr);
+  for (;;) {
+    hr = MoveToElementByName(&reader, u"Application");
+    if (hr != S_OK) break;
+    WString displayName, shortName;
+    hr = ReadApplication(reader, *package, displayName, shortName);
+    if (Failed(hr)) break;
+    package->AddApplication(displayName.c_str(), shortName.c_str());
+  }
+  return Exit(kName, hr);
+}
+
+HRESULT CKELManifestReader::IsCanGetAppNameFromManifest(const char16_t* manifestPath, CKELPackage* package,
+                                                        BOOL* canGet) {
+  constexpr char16_t kName[] = u"CKELManifestReader::IsCanGetAppNameFromManifest";
+  WriteDebugLog("%S IN\r\n", kName);
+  if (manifestPath == nullptr || package == nullptr || canGet == nullptr) return Exit(kName, E_POINTER);
+  *canGet = 0;
+  xml::XmlReader reader;
+  HRESULT hr = OpenManifest(kName, manifestPath, reader);
+  if (Failed(hr)) return Exit(kName, hr);
+  hr = MoveToElementByName(&reader, u"Applications");
+  if (Failed(hr)) return Exit(kName, hr);
+  for (;;) {
+    hr = MoveToElementByName(&reader, u"Application");
+    if (hr == S_FALSE) {
+      *canGet = 1;  // every application's names were readable
+      break;
+    }
+    if (hr != S_OK) break;
+    WString displayName, shortName;
+    hr = ReadApplication(reader, *package, displayName, shortName);
+    if (Failed(hr)) break;
+    // A reference that did not resolve means the names cannot be had yet.
+    if (IsResourceReference(displayName) || IsResourceReference(shortName)) break;
+  }
+  return Exit(kName, hr);
+}
+
+HRESULT CKELManifestReader::GetAppNameUsingAPI(const char16_t* manifestPath, CKELPackage* package) {
+  constexpr char16_t kName[] = u"CKELManifestReader::GetAppNameUsingAPI";
+  WriteDebugLog("%S IN\r\n", kName);
+  if (manifestPath == nullptr || package == nullptr) return Exit(kName, E_POINTER);
+  if (manifestPath[0] == 0) return Exit(kName, E_INVALIDARG);
+  HRESULT hr = Sys().CoInitializeEx(platform::COINIT_APARTMENTTHREADED);
+  if (Failed(hr) && hr != RPC_E_CHANGED_MODE) return Exit(kName, hr);
+  const bool needUninitialize = hr != RPC_E_CHANGED_MODE;
+
+  platform::AppxManifestReader* manifest = nullptr;
+  platform::AppxApplicationsEnumerator* applications = nullptr;
+  hr = Sys().CreateAppxManifestReader(manifestPath, &manifest);
+  if (Succeeded(hr)) hr = manifest->GetApplications(&applications);
+  BOOL hasCurrent = 0;
+  if (Succeeded(hr)) hr = applications->GetHasCurrent(&hasCurrent);
+  while (Succeeded(hr) && hasCurrent) {
+    platform::AppxApplication* application = nullptr;
+    WCHAR* displayName = nullptr;
+    hr = applications->GetCurrent(&application);
+    if (Succeeded(hr)) {
+      // An application whose name cannot be read is skipped.
+      if (Succeeded(application->GetStringValue(u"DisplayName", &displayName))) {
+        package->AddApplication(displayName, nullptr);
+        Sys().CoTaskMemFree(displayName);
+      }
+      application->Release();
+      hr = applications->MoveNext(&hasCurrent);
+    }
+  }
+  if (applications != nullptr) applications->Release();
+  if (manifest != nullptr) manifest->Release();
+  if (needUninitialize) Sys().CoUninitialize();
+  return Exit(kName, hr);
+}
+
+HRESULT CKELManifestReader::GetAppDisplayName(platform::Package* package, char16_t** displayName) {
+  constexpr char16_t kName[] = u"CKELManifestReader::GetAppDisplayName";
+  WriteDebugLog("%S IN\r\n", kName);
+  if (package == nullptr || displayName == nullptr) return E_POINTER;
+  WString folder;
+  HRESULT hr = package->GetInstalledLocationPath(folder);
+  if (Failed(hr)) throw platform::PlatformError{hr, u"Package.InstalledLocation"};
+  const WString path = folder + u"\\" + u"AppxManifest.xml";
+  xml::XmlReader reader;
+  hr = OpenManifest(kName, path.c_str(), reader);
+  if (Failed(hr)) return Exit(kName, hr);
+  hr = MoveToElementByName(&reader, u"Applications");
+  if (Failed(hr)) return Exit(kName, hr);
+  hr = MoveToElementByName(&reader, u"Application");
+  if (hr != S_OK) return Exit(kName, hr);
+  hr = MoveToElementByName(&reader, u"VisualElements");
+  if (hr != S_OK) return Exit(kName, hr);
+  WString name;
+  hr = GetAttributeValueByName(&reader, u"DisplayName", name);
+  if (Failed(hr)) return Exit(kName, hr);
+  if (MoveToElementByName(&reader, u"Application") == S_OK) return Exit(kName, E_KEL_MULTIPLE_APPLICATIONS);
+
+  auto* buffer = static_cast<char16_t*>(Sys().LocalAlloc(platform::LMEM_ZEROINIT, kNameBufferCharacters * 2));
+  *displayName = buffer;
+  if (buffer == nullptr) return Exit(kName, E_OUTOFMEMORY);
+  LowerInPlace(name);
+  if (!IsResourceReference(name)) {
+    // The lower-cased text, cut to the buffer: what hosts have always got.
+    const std::size_t length = std::min<std::size_t>(name.size(), kNameBufferCharacters - 1);
+    std::memcpy(buffer, name.data(), length * sizeof(char16_t));
+    buffer[length] = 0;
+    return Exit(kName, S_OK);
+  }
+  WString fullName, identityName;
+  if (Failed(package->GetFullName(fullName)) || Failed(package->GetName(identityName))) {
+    throw platform::PlatformError{E_FAIL, u"Package.Id"};
+  }
+  if (!ConvertMsResourceToString(name, fullName.c_str(), identityName.c_str(), buffer)) return Exit(kName, E_FAIL);
+  return Exit(kName, S_OK);
+}
+
+}  // namespace kel

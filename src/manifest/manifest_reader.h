@@ -1,0 +1,41 @@
+// CKELManifestReader: the names of a Store package's applications, read
+// from its AppxManifest.xml either with the library's XML reader or with the
+// packaging API, as "ManifestReaderSetting" chooses.
+#pragma once
+
+#include "catalogue/records.h"
+#include "platform/types.h"
+
+namespace kel {
+
+namespace xml {
+class XmlReader;
+}  // namespace xml
+
+class CKELManifestReader {
+ public:
+  static constexpr DWORD kPackagingApi = 0;
+  static constexpr DWORD kXmlReader = 1;
+  static constexpr UINT kNameBufferCharacters = 256;
+
+  static DWORD LoadSetting();
+  static HRESULT AddAppsToPackage(const char16_t* manifestPath, CKELPackage* package);
+
+  static HRESULT MoveToElementByName(xml::XmlReader* reader, const char16_t* name);
+  static HRESULT GetAttributeValueByName(xml::XmlReader* reader, const char16_t* name, WString& value);
+
+  static HRESULT GetAppNameUsingXmlParser(const char16_t* manifestPath, CKELPackage* package);
+  static HRESULT IsCanGetAppNameFromManifest(const char16_t* manifestPath, CKELPackage* package, BOOL* canGet);
+  static HRESULT GetAppNameUsingAPI(const char16_t* manifestPath, CKELPackage* package);
+
+  // The display name of a package with exactly one application, in a
+  // LocalAlloc'ed buffer of 256 characters that the caller frees.
+  static HRESULT GetAppDisplayName(platform::Package* package, char16_t** displayName);
+
+  // Resolves an "ms-resource:" reference through the shell's indirect
+  // strings into `buffer` (256 characters).
+  static BOOL ConvertMsResourceToString(WString reference, const char16_t* packageFullName,
+                                        const char16_t* packageName, char16_t* buffer);
+};
+
+}  // namespace kel

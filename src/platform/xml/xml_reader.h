@@ -1,0 +1,200 @@
+// The library's own forward-only XML reader. It reads the catalogue file the
+// library writes itself and the AppxManifest.xml files of Store packages, and
+// it answers the way the system's pull reader (IXmlReader) does for the calls
+// the library makes: the same node types, names, values, depths and result
+// codes, so the logic behaves the same on every system and under Wine, whose
+// reader spins forever on an unclosed root element.
+//
+// The whole input is decoded to UTF-16 once, in SetInput. Names and values are
+// then handed out as pointers into that one buffer: values that need
+// unescaping are rewritten in place (an unescaped value is never longer than
+// its source text), and every string handed out is NUL-terminated. Reading a
+// node allocates nothing once the buffers have grown to the document's needs.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/types.h"
+
+namespace kel::xml {
+
+enum XmlNodeType {
+    XmlNodeType_None = 0,
+    XmlNodeType_Element = 1,
+    XmlNodeType_Attribute = 2,
+    XmlNodeType_Text = 3,
+    XmlNodeType_CDATA = 4,
+    XmlNodeType_ProcessingInstruction = 7,
+    XmlNodeType_Comment = 8,
+    XmlNodeType_DocumentType = 10,
+    XmlNodeType_Whitespace = 13,
+    XmlNodeType_EndElement = 15,
+    XmlNodeType_XmlDeclaration = 17,
+};
+
+// Result codes, with the values the system's reader and writer use.
+// Input and encoding.
+constexpr HRESULT MX_E_INPUTEND = static_cast<HRESULT>(0xC00CEE01u);
+constexpr HRESULT MX_E_ENCODING = static_cast<HRESULT>(0xC00CEE02u);
+constexpr HRESULT MX_E_ENCODINGSWITCH = static_cast<HRESULT>(0xC00CEE03u);
+// Well-formedness.
+constexpr HRESULT WC_E_WHITESPACE = static_cast<HRESULT>(0xC00CEE21u);
+constexpr HRESULT WC_E_SEMICOLON = static_cast<HRESULT>(0xC00CEE22u);
+constexpr HRESULT WC_E_GREATERTHAN = static_cast<HRESULT>(0xC00CEE23u);
+constexpr HRESULT WC_E_QUOTE = static_cast<HRESULT>(0xC00CEE24u);
+constexpr HRESULT WC_E_EQUAL = static_cast<HRESULT>(0xC00CEE25u);
+constexpr HRESULT WC_E_LESSTHAN = static_cast<HRESULT>(0xC00CEE26u);
+constexpr HRESULT WC_E_HEXDIGIT = static_cast<HRESULT>(0xC00CEE27u);
+constexpr HRESULT WC_E_DIGIT = static_cast<HRESULT>(0xC00CEE28u);
+constexpr HRESULT WC_E_XMLCHARACTER = static_cast<HRESULT>(0xC00CEE2Bu);
+constexpr HRESULT WC_E_NAMECHARACTER = static_cast<HRESULT>(0xC00CEE2Cu);
+constexpr HRESULT WC_E_SYNTAX = static_cast<HRESULT>(0xC00CEE2Du);
+constexpr HRESULT WC_E_CDSECT = static_cast<HRESULT>(0xC00CEE2Eu);
+constexpr HRESULT WC_E_COMMENT = static_cast<HRESULT>(0xC00CEE2Fu);
+constexpr HRESULT WC_E_NAME = static_cast<HRESULT>(0xC00CEE39u);
+constexpr HRESULT WC_E_ELEMENTMATCH = static_cast<HRESULT>(0xC00CEE3Bu);
+constexpr HRESULT WC_E_UNIQUEATTRIBUTE = static_cast<HRESULT>(0xC00CEE3Cu);
+constexpr HRESULT WC_E_LEADINGXML = static_cast<HRESULT>(0xC00CEE3Eu);
+constexpr HRESULT WC_E_XMLDECL = static_cast<HRESULT>(0xC00CEE40u);
+constexpr HRESULT WC_E_UNDECLAREDENTITY = static_cast<HRESULT>(0xC00CEE47u);
+constexpr HRESULT WC_E_PI = static_cast<HRESULT>(0xC00CEE4Au);
+constexpr HRESULT WC_E_CDSECTEND = static_cast<HRESULT>(0xC00CEE4Du);
+constexpr HRESULT WC_E_DTDPROHIBITED = static_cast<HRESULT>(0xC00CEE4Fu);
+// Namespaces.
+constexpr HRESULT NC_E_QNAMECHARACTER = static_cast<HRESULT>(0xC00CEE61u);
+constexpr HRESULT NC_E_QNAMECOLON = static_cast<HRESULT>(0xC00CEE62u);
+constexpr HRESULT NC_E_NAMECOLON = static_cast<HRESULT>(0xC00CEE63u);
+constexpr HRESULT NC_E_UNDECLAREDPREFIX = static_cast<HRESULT>(0xC00CEE65u);
+constexpr HRESULT NC_E_EMPTYURI = static_cast<HRESULT>(0xC00CEE66u);
+constexpr HRESULT NC_E_XMLNSPREFIXRESERVED = static_cast<HRESULT>(0xC00CEE68u);
+// Limits.
+constexpr HRESULT SC_E_MAXELEMENTDEPTH = static_cast<HRESULT>(0xC00CEE81u);
+// Writer.
+constexpr HRESULT WR_E_NSPREFIXWITHEMPTYNSURI = static_cast<HRESULT>(0xC00CEF03u);
+constexpr HRESULT WR_E_DUPLICATEATTRIBUTE = static_cast<HRESULT>(0xC00CEF04u);
+constexpr HRESULT WR_E_INVALIDACTION = static_cast<HRESULT>(0xC00CEF0Bu);
+constexpr HRESULT WR_E_INVALIDSURROGATEPAIR = static_cast<HRESULT>(0xC00CEF0Cu);
+
+// Elements may nest this deep (the root is at depth 0); one level more is
+// SC_E_MAXELEMENTDEPTH, as with the system reader's default limit.
+constexpr std::size_t kMaxElementDepth = 256;
+
+// Whether `name` is a name without a colon, the form of every prefix and
+// local name (the writer checks the names it is given with it).
+bool IsNcName(std::u16string_view name);
+
+class XmlReader {
+public:
+    XmlReader();
+    XmlReader(const XmlReader&) = delete;
+    XmlReader& operator=(const XmlReader&) = delete;
+
+    // Takes a copy of the document (raw bytes: UTF-8 with or without a byte
+    // order mark, UTF-16 LE or BE, or an 8-bit encoding named by the
+    // declaration) and positions the reader before its first node. Problems
+    // with the bytes are reported by Read once it reaches them.
+    HRESULT SetInput(std::string_view bytes);
+
+    // Moves to the next node: S_OK with a node, S_FALSE after the end of a
+    // complete document, an error for malformed input. After an error every
+    // later call returns that same error. `nodeType` may be null.
+    HRESULT Read(XmlNodeType* nodeType);
+
+    HRESULT GetNodeType(XmlNodeType* nodeType) const;
+    // The strings stay valid until the next Read or SetInput (moving between
+    // an element and its attributes keeps them); `length` may be null.
+    HRESULT GetLocalName(const char16_t** name, UINT* length) const;
+    HRESULT GetPrefix(const char16_t** prefix, UINT* length) const;
+    HRESULT GetValue(const char16_t** value, UINT* length) const;
+
+    HRESULT MoveToFirstAttribute();
+    HRESULT MoveToNextAttribute();
+    HRESULT MoveToElement();
+
+    HRESULT GetDepth(UINT* depth) const;
+    bool IsEmptyElement() const;
+    UINT GetAttributeCount() const;
+
+private:
+    struct Span {
+        const char16_t* text;
+        UINT length;
+    };
+    struct Attribute {
+        Span prefix;
+        Span localName;
+        Span value;
+    };
+    struct OpenElement {
+        Span prefix;
+        Span localName;
+    };
+    struct Binding {
+        Span prefix;
+        std::size_t depth;
+    };
+
+    void ResetNode();
+    void Decode(std::string_view bytes);
+    HRESULT ParseNode();
+    HRESULT ParseTopLevel();
+    HRESULT ParseContent();
+    HRESULT ParseStartTag();
+    HRESULT ParseEndTag();
+    HRESULT ParseText();
+    HRESULT ParseTopLevelWhitespace();
+    HRESULT ParseComment();
+    HRESULT ParseCData();
+    HRESULT ParseProcessingInstruction();
+    HRESULT ParseDeclaration();
+    HRESULT ParseMarkupDeclaration();
+    HRESULT ParseQName(char16_t*& p, Span& prefix, Span& localName);
+    HRESULT ParseAttributeValue(char16_t*& p, Span& value);
+    HRESULT ParseReference(char16_t*& p, char16_t*& out);
+    HRESULT CheckAttributes();
+    HRESULT BindNamespaces(std::size_t depth);
+    bool IsBound(const Span& prefix) const;
+    HRESULT EndError() const;
+    void Terminate(char16_t* at);
+
+    // The decoded document, NUL-terminated where the usable input ends.
+    std::u16string text_;
+    char16_t* begin_ = nullptr;
+    char16_t* pos_ = nullptr;
+    char16_t* limit_ = nullptr;
+    HRESULT inputError_ = S_OK;  // why the input stops at limit_, S_OK for its real end
+    bool hasInput_ = false;
+
+    // A character overwritten by the terminator of the last value, put back
+    // before parsing goes on.
+    char16_t* savedAt_ = nullptr;
+    char16_t savedChar_ = 0;
+
+    // Names whose terminators are written once their tag has been parsed.
+    std::vector<char16_t*> pendingTerminators_;
+
+    HRESULT error_ = S_OK;
+    bool done_ = false;
+    bool rootSeen_ = false;
+    bool popOnNextRead_ = false;
+    bool scopeEndsOnNextRead_ = false;
+    std::size_t scopeEndDepth_ = 0;
+
+    XmlNodeType nodeType_ = XmlNodeType_None;
+    UINT depth_ = 0;
+    bool emptyElement_ = false;
+    Span prefix_{};
+    Span localName_{};
+    Span value_{};
+    std::vector<Attribute> attributes_;
+    int currentAttribute_ = -1;
+
+    std::vector<OpenElement> open_;
+    std::vector<Binding> bindings_;
+    std::vector<std::size_t> sortScratch_;
+};
+
+}  // namespace kel::xml
