@@ -7,6 +7,7 @@ set(KEL_DEF_FILE ${PROJECT_SOURCE_DIR}/src/frame/Kelbrook.def)
 add_library(Kelbrook SHARED
   $<TARGET_OBJECTS:kelbrook_core>
   src/platform/win32/win32_platform.cpp
+  src/platform/win32/winrt_packages.cpp
   src/platform/win32/dll_main.cpp
   src/frame/Kelbrook.rc
   ${KEL_DEF_FILE})

@@ -221,6 +221,54 @@ class AppxManifestReader {
   virtual ~AppxManifestReader() = default;
 };
 
+// The Windows Runtime's collections of packages: IIterable<Package> and
+// IIterator<Package> as far as the library walks them.
+class PackageIterator {
+ public:
+  virtual HRESULT GetHasCurrent(BOOL* hasCurrent) = 0;
+  // The package comes with one reference for the caller.
+  virtual HRESULT GetCurrent(Package** package) = 0;
+  virtual HRESULT MoveNext(BOOL* hasCurrent) = 0;
+  virtual void Release() = 0;
+
+ protected:
+  virtual ~PackageIterator() = default;
+};
+
+class PackageCollection {
+ public:
+  virtual HRESULT First(PackageIterator** iterator) = 0;
+  virtual void Release() = 0;
+
+ protected:
+  virtual ~PackageCollection() = default;
+};
+
+// Windows.Management.Deployment.PackageManager through IPackageManager.
+class DeploymentPackageManager {
+ public:
+  virtual HRESULT FindPackagesByUserSecurityId(const WCHAR* userSecurityId, PackageCollection** packages) = 0;
+  virtual HRESULT FindPackagesByUserSecurityIdPackageFamilyName(const WCHAR* userSecurityId,
+                                                                const WCHAR* packageFamilyName,
+                                                                PackageCollection** packages) = 0;
+  virtual void Release() = 0;
+
+ protected:
+  virtual ~DeploymentPackageManager() = default;
+};
+
+// IApplicationActivationManager.
+constexpr int AO_NONE = 0;
+class ApplicationActivationManager {
+ public:
+  virtual HRESULT ActivateApplication(const WCHAR* appUserModelId, const WCHAR* arguments, int options,
+                                      DWORD* processId) = 0;
+  virtual void Release() = 0;
+
+ protected:
+  virtual ~ApplicationActivationManager() = default;
+};
+
 // --- the seam ----------------------------------------------------------------
 
 class Platform {
@@ -328,6 +376,16 @@ class Platform {
   virtual void CoUninitialize() = 0;
   virtual HRESULT RoInitialize(int initType) = 0;
   virtual void RoUninitialize() = 0;
+  // RoActivateInstance of "Windows.Management.Deployment.PackageManager",
+  // queried for IPackageManager.
+  virtual HRESULT ActivatePackageManager(DeploymentPackageManager** manager) = 0;
+  // The text of a runtime error, for the log.
+  virtual WString DescribeError(HRESULT error) = 0;
+  // CoCreateInstance(CLSID_ApplicationActivationManager, NULL, context,
+  // IID_IApplicationActivationManager).
+  virtual HRESULT CreateApplicationActivationManager(DWORD context, ApplicationActivationManager** manager) = 0;
+  // CoAllowSetForegroundWindow(manager, NULL).
+  virtual HRESULT CoAllowSetForegroundWindow(ApplicationActivationManager* manager) = 0;
 
   // Security: the current user's SID.
   virtual BOOL GetUserName(WCHAR* buffer, DWORD* size) = 0;

@@ -881,6 +881,150 @@ HRESULT FakePlatform::RoInitialize(int initType) {
 
 void FakePlatform::RoUninitialize() { Record("RoUninitialize", ""); }
 
+class FakePlatform::PackageIteratorObject final : public platform::PackageIterator {
+ public:
+  PackageIteratorObject(FakePlatform& owner, std::vector<FakePackage*> packages)
+      : owner_(owner), packages_(std::move(packages)) {
+    ++owner_.deploymentObjectsAlive;
+  }
+  HRESULT GetHasCurrent(BOOL* hasCurrent) override {
+    owner_.Record("get_HasCurrent", "");
+    *hasCurrent = next_ < packages_.size() ? 1 : 0;
+    return S_OK;
+  }
+  HRESULT GetCurrent(platform::Package** package) override {
+    owner_.Record("get_Current", "");
+    if (next_ >= packages_.size()) return E_FAIL;
+    packages_[next_]->AddRef();
+    *package = packages_[next_];
+    if (++owner_.packagesHandedOut_ == owner_.setEventAfterPackages) owner_.SetEvent(owner_.eventToSet);
+    return S_OK;
+  }
+  HRESULT MoveNext(BOOL* hasCurrent) override {
+    owner_.Record("MoveNext", "");
+    ++next_;
+    *hasCurrent = next_ < packages_.size() ? 1 : 0;
+    return S_OK;
+  }
+  void Release() override {
+    owner_.Record("Release", "PackageIterator");
+    --owner_.deploymentObjectsAlive;
+    delete this;
+  }
+
+ private:
+  ~PackageIteratorObject() override = default;
+  FakePlatform& owner_;
+  std::vector<FakePackage*> packages_;
+  std::size_t next_ = 0;
+};
+
+class FakePlatform::PackageCollectionObject final : public platform::PackageCollection {
+ public:
+  PackageCollectionObject(FakePlatform& owner, std::vector<FakePackage*> packages)
+      : owner_(owner), packages_(std::move(packages)) {
+    ++owner_.deploymentObjectsAlive;
+  }
+  HRESULT First(platform::PackageIterator** iterator) override {
+    owner_.Record("First", "");
+    *iterator = new PackageIteratorObject(owner_, packages_);
+    return S_OK;
+  }
+  void Release() override {
+    owner_.Record("Release", "PackageCollection");
+    --owner_.deploymentObjectsAlive;
+    delete this;
+  }
+
+ private:
+  ~PackageCollectionObject() override = default;
+  FakePlatform& owner_;
+  std::vector<FakePackage*> packages_;
+};
+
+class FakePlatform::PackageManagerObject final : public platform::DeploymentPackageManager {
+ public:
+  explicit PackageManagerObject(FakePlatform& owner) : owner_(owner) { ++owner_.deploymentObjectsAlive; }
+  HRESULT FindPackagesByUserSecurityId(const WCHAR* sid, platform::PackageCollection** packages) override {
+    owner_.Record("FindPackagesByUserSecurityId", Arg(sid));
+    return Find(sid, nullptr, packages);
+  }
+  HRESULT FindPackagesByUserSecurityIdPackageFamilyName(const WCHAR* sid, const WCHAR* familyName,
+                                                        platform::PackageCollection** packages) override {
+    owner_.Record("FindPackagesByUserSecurityIdPackageFamilyName", Arg(sid) + ", " + Arg(familyName));
+    return Find(sid, familyName, packages);
+  }
+  void Release() override {
+    owner_.Record("Release", "PackageManager");
+    --owner_.deploymentObjectsAlive;
+    delete this;
+  }
+
+ private:
+  ~PackageManagerObject() override = default;
+  HRESULT Find(const WCHAR* sid, const WCHAR* familyName, platform::PackageCollection** packages) {
+    *packages = nullptr;
+    if (Failed(owner_.findPackagesResult)) return owner_.findPackagesResult;
+    std::vector<FakePackage*> found;
+    for (const auto& entry : owner_.deployed) {
+      if (entry.userSid != sid) continue;
+      WString family;
+      entry.package->GetFamilyName(family);
+      if (familyName != nullptr && family != familyName) continue;  // exact, as the service compares
+      found.push_back(entry.package);
+    }
+    *packages = new PackageCollectionObject(owner_, std::move(found));
+    return S_OK;
+  }
+  FakePlatform& owner_;
+};
+
+HRESULT FakePlatform::ActivatePackageManager(platform::DeploymentPackageManager** manager) {
+  Record("RoActivateInstance", "Windows.Management.Deployment.PackageManager");
+  *manager = nullptr;
+  if (Failed(activatePackageManagerResult)) return activatePackageManagerResult;
+  *manager = new PackageManagerObject(*this);
+  return S_OK;
+}
+
+WString FakePlatform::DescribeError(HRESULT error) {
+  return FormatWide(u"runtime error 0x%08X", {error});
+}
+
+class FakePlatform::ActivationManagerObject final : public platform::ApplicationActivationManager {
+ public:
+  explicit ActivationManagerObject(FakePlatform& owner) : owner_(owner) { ++owner_.activationObjectsAlive; }
+  HRESULT ActivateApplication(const WCHAR* id, const WCHAR* arguments, int options, DWORD* processId) override {
+    owner_.Record("ActivateApplication", Arg(id) + ", " + Arg(arguments) + ", " + Arg(static_cast<DWORD>(options)));
+    if (processId != nullptr) *processId = 4711;
+    return owner_.activateResult;
+  }
+  void Release() override {
+    owner_.Record("Release", "ApplicationActivationManager");
+    --owner_.activationObjectsAlive;
+    delete this;
+  }
+
+ private:
+  ~ActivationManagerObject() override = default;
+  FakePlatform& owner_;
+};
+
+HRESULT FakePlatform::CreateApplicationActivationManager(DWORD context, platform::ApplicationActivationManager** manager) {
+  Record("CoCreateInstance", "{45BA127D-10A8-46EA-8AB7-56EA9078943C}, null, " + Arg(context) +
+                                 ", {2E941141-7F97-4756-BA1D-9DECDE894A3D}");
+  *manager = nullptr;
+  if (Succeeded(createActivationManagerResult) && createActivationManagerGivesObject) {
+    *manager = new ActivationManagerObject(*this);
+  }
+  return createActivationManagerResult;
+}
+
+HRESULT FakePlatform::CoAllowSetForegroundWindow(platform::ApplicationActivationManager*) {
+  Record("CoAllowSetForegroundWindow", "");
+  return allowForegroundResult;
+}
+
 BOOL FakePlatform::GetUserName(WCHAR* buffer, DWORD* size) {
   Record("GetUserName", Arg(*size));
   if (userName.size() + 1 > *size) return 0;

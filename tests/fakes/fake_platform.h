@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "fakes/fake_package.h"
 #include "platform/platform.h"
 
 namespace kel::fakes {
@@ -119,6 +120,10 @@ class FakePlatform : public platform::Platform {
   void CoUninitialize() override;
   HRESULT RoInitialize(int initType) override;
   void RoUninitialize() override;
+  HRESULT ActivatePackageManager(platform::DeploymentPackageManager** manager) override;
+  WString DescribeError(HRESULT error) override;
+  HRESULT CreateApplicationActivationManager(DWORD context, platform::ApplicationActivationManager** manager) override;
+  HRESULT CoAllowSetForegroundWindow(platform::ApplicationActivationManager* manager) override;
   BOOL GetUserName(WCHAR* buffer, DWORD* size) override;
   BOOL LookupAccountName(const WCHAR* systemName, const WCHAR* accountName, void* sid, DWORD* sidSize, WCHAR* domain,
                          DWORD* domainSize) override;
@@ -153,6 +158,28 @@ class FakePlatform : public platform::Platform {
   HRESULT createAppxManifestReaderResult = S_OK;
   int appxObjectsAlive = 0;
   int coTaskStringsAlive = 0;
+  // The deployment service: packages installed for each user SID, in the
+  // order the service lists them.
+  struct Deployed {
+    WString userSid;
+    FakePackage* package;
+  };
+  std::vector<Deployed> deployed;
+  HRESULT activatePackageManagerResult = S_OK;
+  HRESULT findPackagesResult = S_OK;
+  int deploymentObjectsAlive = 0;
+  // Set the manager's exit event after this many packages were handed out
+  // (to stop an enumeration part-way); -1 never.
+  int setEventAfterPackages = -1;
+  Handle eventToSet = nullptr;
+
+  // The application activation manager.
+  HRESULT createActivationManagerResult = S_OK;
+  bool createActivationManagerGivesObject = true;
+  HRESULT allowForegroundResult = S_OK;
+  HRESULT activateResult = S_OK;
+  int activationObjectsAlive = 0;
+
   // Replacing a file fails with this code when set (a full disk, say).
   HRESULT replaceFileResult = S_OK;
   WString clipboardText;
@@ -191,6 +218,11 @@ class FakePlatform : public platform::Platform {
   class AppxApplicationObject;
   class AppxApplicationsObject;
   class AppxManifestReaderObject;
+  class PackageIteratorObject;
+  class PackageCollectionObject;
+  class PackageManagerObject;
+  class ActivationManagerObject;
+  int packagesHandedOut_ = 0;
   std::size_t launcherCalls_ = 0;
   void Record(const char* name, std::string args);
   Handle NewHandle();

@@ -65,6 +65,10 @@ class Win32Platform final : public Platform {
   void CoUninitialize() override;
   HRESULT RoInitialize(int initType) override;
   void RoUninitialize() override;
+  HRESULT ActivatePackageManager(DeploymentPackageManager** manager) override;
+  WString DescribeError(HRESULT error) override;
+  HRESULT CreateApplicationActivationManager(DWORD context, ApplicationActivationManager** manager) override;
+  HRESULT CoAllowSetForegroundWindow(ApplicationActivationManager* manager) override;
   BOOL GetUserName(WCHAR* buffer, DWORD* size) override;
   BOOL LookupAccountName(const WCHAR* systemName, const WCHAR* accountName, void* sid, DWORD* sidSize, WCHAR* domain,
                          DWORD* domainSize) override;

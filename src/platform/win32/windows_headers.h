@@ -13,6 +13,7 @@
 #include <shlobj.h>
 #include <shlwapi.h>
 #include <shobjidl.h>
+#include <winstring.h>
 
 #undef GetEnvironmentVariable
 #undef ExpandEnvironmentStrings

@@ -22,17 +22,17 @@
 namespace kel::xml {
 
 enum XmlNodeType {
-    XmlNodeType_None = 0,
-    XmlNodeType_Element = 1,
-    XmlNodeType_Attribute = 2,
-    XmlNodeType_Text = 3,
-    XmlNodeType_CDATA = 4,
-    XmlNodeType_ProcessingInstruction = 7,
-    XmlNodeType_Comment = 8,
-    XmlNodeType_DocumentType = 10,
-    XmlNodeType_Whitespace = 13,
-    XmlNodeType_EndElement = 15,
-    XmlNodeType_XmlDeclaration = 17,
+  XmlNodeType_None = 0,
+  XmlNodeType_Element = 1,
+  XmlNodeType_Attribute = 2,
+  XmlNodeType_Text = 3,
+  XmlNodeType_CDATA = 4,
+  XmlNodeType_ProcessingInstruction = 7,
+  XmlNodeType_Comment = 8,
+  XmlNodeType_DocumentType = 10,
+  XmlNodeType_Whitespace = 13,
+  XmlNodeType_EndElement = 15,
+  XmlNodeType_XmlDeclaration = 17,
 };
 
 // Result codes, with the values the system's reader and writer use.
@@ -87,114 +87,115 @@ constexpr std::size_t kMaxElementDepth = 256;
 bool IsNcName(std::u16string_view name);
 
 class XmlReader {
-public:
-    XmlReader();
-    XmlReader(const XmlReader&) = delete;
-    XmlReader& operator=(const XmlReader&) = delete;
+ public:
+  XmlReader();
+  XmlReader(const XmlReader&) = delete;
+  XmlReader& operator=(const XmlReader&) = delete;
 
-    // Takes a copy of the document (raw bytes: UTF-8 with or without a byte
-    // order mark, UTF-16 LE or BE, or an 8-bit encoding named by the
-    // declaration) and positions the reader before its first node. Problems
-    // with the bytes are reported by Read once it reaches them.
-    HRESULT SetInput(std::string_view bytes);
+  // Takes a copy of the document (raw bytes: UTF-8 with or without a byte
+  // order mark, UTF-16 LE or BE, or an 8-bit encoding named by the
+  // declaration) and positions the reader before its first node. Problems
+  // with the bytes are reported by Read once it reaches them.
+  HRESULT SetInput(std::string_view bytes);
 
-    // Moves to the next node: S_OK with a node, S_FALSE after the end of a
-    // complete document, an error for malformed input. After an error every
-    // later call returns that same error. `nodeType` may be null.
-    HRESULT Read(XmlNodeType* nodeType);
+  // Moves to the next node: S_OK with a node, S_FALSE after the end of a
+  // complete document, an error for malformed input. After an error every
+  // later call returns that same error. `nodeType` may be null.
+  HRESULT Read(XmlNodeType* nodeType);
 
-    HRESULT GetNodeType(XmlNodeType* nodeType) const;
-    // The strings stay valid until the next Read or SetInput (moving between
-    // an element and its attributes keeps them); `length` may be null.
-    HRESULT GetLocalName(const char16_t** name, UINT* length) const;
-    HRESULT GetPrefix(const char16_t** prefix, UINT* length) const;
-    HRESULT GetValue(const char16_t** value, UINT* length) const;
+  HRESULT GetNodeType(XmlNodeType* nodeType) const;
+  // The strings stay valid until the next Read or SetInput (moving between
+  // an element and its attributes keeps them); `length` may be null.
+  HRESULT GetLocalName(const char16_t** name, UINT* length) const;
+  HRESULT GetPrefix(const char16_t** prefix, UINT* length) const;
+  HRESULT GetValue(const char16_t** value, UINT* length) const;
 
-    HRESULT MoveToFirstAttribute();
-    HRESULT MoveToNextAttribute();
-    HRESULT MoveToElement();
+  HRESULT MoveToFirstAttribute();
+  HRESULT MoveToNextAttribute();
+  HRESULT MoveToElement();
 
-    HRESULT GetDepth(UINT* depth) const;
-    bool IsEmptyElement() const;
-    UINT GetAttributeCount() const;
+  HRESULT GetDepth(UINT* depth) const;
+  bool IsEmptyElement() const;
+  UINT GetAttributeCount() const;
 
-private:
-    struct Span {
-        const char16_t* text;
-        UINT length;
-    };
-    struct Attribute {
-        Span prefix;
-        Span localName;
-        Span value;
-    };
-    struct OpenElement {
-        Span prefix;
-        Span localName;
-    };
-    struct Binding {
-        Span prefix;
-        std::size_t depth;
-    };
+ private:
+  struct Span {
+    const char16_t* text;
+    UINT length;
+  };
+  struct Attribute {
+    Span prefix;
+    Span localName;
+    Span value;
+  };
+  struct OpenElement {
+    Span prefix;
+    Span localName;
+  };
+  struct Binding {
+    Span prefix;
+    std::size_t depth;
+  };
 
-    void ResetNode();
-    void Decode(std::string_view bytes);
-    HRESULT ParseNode();
-    HRESULT ParseTopLevel();
-    HRESULT ParseContent();
-    HRESULT ParseStartTag();
-    HRESULT ParseEndTag();
-    HRESULT ParseText();
-    HRESULT ParseTopLevelWhitespace();
-    HRESULT ParseComment();
-    HRESULT ParseCData();
-    HRESULT ParseProcessingInstruction();
-    HRESULT ParseDeclaration();
-    HRESULT ParseMarkupDeclaration();
-    HRESULT ParseQName(char16_t*& p, Span& prefix, Span& localName);
-    HRESULT ParseAttributeValue(char16_t*& p, Span& value);
-    HRESULT ParseReference(char16_t*& p, char16_t*& out);
-    HRESULT CheckAttributes();
-    HRESULT BindNamespaces(std::size_t depth);
-    bool IsBound(const Span& prefix) const;
-    HRESULT EndError() const;
-    void Terminate(char16_t* at);
+  void ResetNode();
+  void Decode(std::string_view bytes);
+  HRESULT ParseNode();
+  HRESULT ParseTopLevel();
+  HRESULT ParseContent();
+  HRESULT ParseStartTag();
+  HRESULT ParseEndTag();
+  HRESULT ParseText();
+  HRESULT ParseTopLevelWhitespace();
+  HRESULT ParseComment();
+  HRESULT ParseCData();
+  HRESULT ParseProcessingInstruction();
+  HRESULT ParseDeclaration();
+  HRESULT ParseMarkupDeclaration();
+  HRESULT ParseQName(char16_t*& p, Span& prefix, Span& localName);
+  HRESULT ParseAttributeValue(char16_t*& p, Span& value);
+  HRESULT ParseReference(char16_t*& p, char16_t*& out);
+  HRESULT CheckAttributes();
+  HRESULT BindNamespaces(std::size_t depth);
+  bool IsBound(const Span& prefix) const;
+  HRESULT EndError() const;
+  void Terminate(char16_t* at);
 
-    // The decoded document, NUL-terminated where the usable input ends.
-    std::u16string text_;
-    char16_t* begin_ = nullptr;
-    char16_t* pos_ = nullptr;
-    char16_t* limit_ = nullptr;
-    HRESULT inputError_ = S_OK;  // why the input stops at limit_, S_OK for its real end
-    bool hasInput_ = false;
+  // The decoded document. It ends in a NUL where the usable input ends: the
+  // decoded text holds no NUL of its own (that is not an XML character), so
+  // every scan stops there without a bounds check.
+  std::u16string text_;
+  char16_t* begin_ = nullptr;
+  char16_t* pos_ = nullptr;
+  HRESULT inputError_ = S_OK;  // why the text ends where it does, S_OK at the document's real end
+  bool hasInput_ = false;
 
-    // A character overwritten by the terminator of the last value, put back
-    // before parsing goes on.
-    char16_t* savedAt_ = nullptr;
-    char16_t savedChar_ = 0;
+  // A character overwritten by the terminator of the last value, put back
+  // before parsing goes on.
+  char16_t* savedAt_ = nullptr;
+  char16_t savedChar_ = 0;
 
-    // Names whose terminators are written once their tag has been parsed.
-    std::vector<char16_t*> pendingTerminators_;
+  // Names whose terminators are written once their tag has been parsed.
+  std::vector<char16_t*> pendingTerminators_;
 
-    HRESULT error_ = S_OK;
-    bool done_ = false;
-    bool rootSeen_ = false;
-    bool popOnNextRead_ = false;
-    bool scopeEndsOnNextRead_ = false;
-    std::size_t scopeEndDepth_ = 0;
+  HRESULT error_ = S_OK;
+  bool done_ = false;
+  bool rootSeen_ = false;
+  bool popOnNextRead_ = false;
+  bool scopeEndsOnNextRead_ = false;
+  std::size_t scopeEndDepth_ = 0;
 
-    XmlNodeType nodeType_ = XmlNodeType_None;
-    UINT depth_ = 0;
-    bool emptyElement_ = false;
-    Span prefix_{};
-    Span localName_{};
-    Span value_{};
-    std::vector<Attribute> attributes_;
-    int currentAttribute_ = -1;
+  XmlNodeType nodeType_ = XmlNodeType_None;
+  UINT depth_ = 0;
+  bool emptyElement_ = false;
+  Span prefix_{};
+  Span localName_{};
+  Span value_{};
+  std::vector<Attribute> attributes_;
+  int currentAttribute_ = -1;
 
-    std::vector<OpenElement> open_;
-    std::vector<Binding> bindings_;
-    std::vector<std::size_t> sortScratch_;
+  std::vector<OpenElement> open_;
+  std::vector<Binding> bindings_;
+  std::vector<std::size_t> sortScratch_;
 };
 
 }  // namespace kel::xml

@@ -15,62 +15,62 @@
 namespace kel::xml {
 
 class XmlWriter {
-public:
-    XmlWriter() = default;
-    XmlWriter(const XmlWriter&) = delete;
-    XmlWriter& operator=(const XmlWriter&) = delete;
+ public:
+  XmlWriter() = default;
+  XmlWriter(const XmlWriter&) = delete;
+  XmlWriter& operator=(const XmlWriter&) = delete;
 
-    // The byte order mark and <?xml version="1.0" encoding="UTF-8"?>; only
-    // before anything else.
-    HRESULT WriteStartDocument();
-    // `prefix` and `namespaceUri` may be null. A namespace that is not yet in
-    // scope is declared on the element.
-    HRESULT WriteStartElement(const char16_t* prefix, const char16_t* localName, const char16_t* namespaceUri);
-    // Only while a start tag is open (before the element's first child).
-    // `value` may be null for an empty value.
-    HRESULT WriteAttributeString(const char16_t* prefix, const char16_t* localName, const char16_t* namespaceUri,
-                                 const char16_t* value);
-    HRESULT WriteEndElement();
-    // Closes every open element; nothing can be written afterwards.
-    HRESULT WriteEndDocument();
-    HRESULT Flush();
+  // The byte order mark and <?xml version="1.0" encoding="UTF-8"?>; only
+  // before anything else.
+  HRESULT WriteStartDocument();
+  // `prefix` and `namespaceUri` may be null. A namespace that is not yet in
+  // scope is declared on the element.
+  HRESULT WriteStartElement(const char16_t* prefix, const char16_t* localName, const char16_t* namespaceUri);
+  // Only while a start tag is open (before the element's first child).
+  // `value` may be null for an empty value.
+  HRESULT WriteAttributeString(const char16_t* prefix, const char16_t* localName, const char16_t* namespaceUri,
+                               const char16_t* value);
+  HRESULT WriteEndElement();
+  // Closes every open element; nothing can be written afterwards.
+  HRESULT WriteEndDocument();
+  HRESULT Flush();
 
-    const std::string& Output() const { return output_; }
-    std::string TakeOutput();
+  const std::string& Output() const { return output_; }
+  std::string TakeOutput();
 
-private:
-    struct Binding {
-        std::u16string prefix;
-        std::u16string uri;
-        std::size_t depth;
-    };
-    struct OpenElement {
-        std::string qualifiedName;  // UTF-8
-        bool hasChildren = false;
-    };
-    struct PendingDeclaration {
-        std::u16string prefix;
-        std::u16string uri;
-    };
+ private:
+  struct Binding {
+    std::u16string prefix;
+    std::u16string uri;
+    std::size_t depth;
+  };
+  struct OpenElement {
+    std::string qualifiedName;  // UTF-8
+    bool hasChildren = false;
+  };
+  struct PendingDeclaration {
+    std::u16string prefix;
+    std::u16string uri;
+  };
 
-    HRESULT Fail(HRESULT hr);
-    void CloseStartTag();
-    void NewLine(std::size_t depth);
-    const std::u16string* LookupPrefix(const std::u16string& prefix) const;
-    const std::u16string* LookupUri(const std::u16string& uri, bool allowDefault) const;
-    void WriteNamespaceDeclaration(const std::u16string& prefix, const std::u16string& uri);
+  HRESULT Fail(HRESULT hr);
+  void CloseStartTag();
+  void NewLine(std::size_t depth);
+  const std::u16string* LookupPrefix(const std::u16string& prefix) const;
+  const std::u16string* LookupUri(const std::u16string& uri, bool allowDefault) const;
+  void WriteNamespaceDeclaration(const std::u16string& prefix, const std::u16string& uri);
 
-    enum class State { Initial, Prolog, Content, Epilog, Closed, Failed };
+  enum class State { Initial, Prolog, Content, Epilog, Closed, Failed };
 
-    std::string output_;
-    State state_ = State::Initial;
-    HRESULT failure_ = S_OK;
-    bool startTagOpen_ = false;
-    std::vector<OpenElement> open_;
-    std::vector<Binding> bindings_;
-    std::vector<PendingDeclaration> pending_;
-    std::vector<std::string> attributeNames_;  // of the open start tag
-    unsigned generatedPrefixes_ = 0;
+  std::string output_;
+  State state_ = State::Initial;
+  HRESULT failure_ = S_OK;
+  bool startTagOpen_ = false;
+  std::vector<OpenElement> open_;
+  std::vector<Binding> bindings_;
+  std::vector<PendingDeclaration> pending_;
+  std::vector<std::string> attributeNames_;  // of the open start tag
+  unsigned generatedPrefixes_ = 0;
 };
 
 }  // namespace kel::xml
