@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "catalogue/catalogue_lock.h"
 #include "frame/exports.h"
 #include "frame/format.h"
 #include "frame/log.h"
@@ -52,6 +53,7 @@ HRESULT CKELAppNameList::Load(const char16_t* path) {
     xml::XmlReader reader;
     hr = reader.SetInput(bytes);
     if (Failed(hr)) return Exit(kName, hr);
+    CatalogueLock lock(m_Lock);
     return Exit(kName, ScanDocument(reader));
   } catch (const std::bad_alloc&) {
     return Exit(kName, E_OUTOFMEMORY);
@@ -70,14 +72,14 @@ HRESULT CKELAppNameList::ScanDocument(xml::XmlReader& reader) {
       if (NameIs(name, length, u"Package")) {
         CKELPackage* package = nullptr;
         if (Succeeded(CKELPackage::FromXmlNode(&reader, &package)) && package != nullptr) {
-          AddMetroPackage(package);
+          AppendPackageHeld(package);
         } else {
           delete package;
         }
         continue;  // the package's parse has moved the reader on
       }
       if (NameIs(name, length, u"DesktopApps")) {
-        ReadDesktopApps(&reader);
+        ReadDesktopAppsHeld(&reader);
         continue;
       }
     }
@@ -89,6 +91,11 @@ HRESULT CKELAppNameList::ScanDocument(xml::XmlReader& reader) {
 }
 
 HRESULT CKELAppNameList::ReadDesktopApps(xml::XmlReader* reader) {
+  CatalogueLock lock(m_Lock);
+  return ReadDesktopAppsHeld(reader);
+}
+
+HRESULT CKELAppNameList::ReadDesktopAppsHeld(xml::XmlReader* reader) {
   constexpr char16_t kName[] = u"CKELAppNameList::ReadDesktopApps";
   WriteDebugLog("%S IN\r\n", kName);
   if (reader == nullptr) return Exit(kName, E_POINTER);
@@ -132,6 +139,7 @@ HRESULT CKELAppNameList::Save(const char16_t* path) {
     xml::XmlWriter writer;
     HRESULT hr = writer.WriteStartDocument();
     if (Failed(hr)) return Exit(kName, hr);
+    std::unique_lock<std::mutex> held(m_Lock);
     // "Applications" stays open and the document is never ended: the file's
     // long-standing form, which every reader of it accepts.
     if (Succeeded(writer.WriteStartElement(nullptr, u"Applications", nullptr))) {
@@ -144,6 +152,7 @@ HRESULT CKELAppNameList::Save(const char16_t* path) {
         writer.WriteEndElement();
       }
     }
+    held.unlock();  // the file is written without holding the catalogue
     hr = writer.Flush();
     if (Succeeded(hr)) hr = Sys().ReplaceFileAtomically(path, writer.Output());
     return Exit(kName, hr);
@@ -155,12 +164,18 @@ HRESULT CKELAppNameList::Save(const char16_t* path) {
 void CKELAppNameList::Clear() {
   constexpr char16_t kName[] = u"CKELAppNameList::Clear";
   WriteDebugLog("%S IN\r\n", kName);
+  CatalogueLock lock(m_Lock);
   while (!m_Packages.empty()) m_Packages.pop_front();
   while (!m_DesktopApps.empty()) m_DesktopApps.pop_front();
   WriteDebugLog("%S OUT\r\n", kName);
 }
 
 CKELPackage* CKELAppNameList::GetPackage(const char16_t* packageFamilyName) {
+  CatalogueLock lock(m_Lock);
+  return FindPackageHeld(packageFamilyName);
+}
+
+CKELPackage* CKELAppNameList::FindPackageHeld(const char16_t* packageFamilyName) {
   constexpr char16_t kName[] = u"CKELAppNameList::GetPackage";
   WriteDebugLog("%S IN\r\n", kName);
   CKELPackage* found = nullptr;
@@ -177,6 +192,11 @@ CKELPackage* CKELAppNameList::GetPackage(const char16_t* packageFamilyName) {
 }
 
 HRESULT CKELAppNameList::AddMetroPackage(CKELPackage* package) {
+  CatalogueLock lock(m_Lock);
+  return AppendPackageHeld(package);
+}
+
+HRESULT CKELAppNameList::AppendPackageHeld(CKELPackage* package) {
   constexpr char16_t kName[] = u"CKELAppNameList::AddMetroPackage";
   WriteDebugLog("%S IN\r\n", kName);
   if (package == nullptr) return Exit(kName, E_POINTER);
@@ -193,46 +213,70 @@ HRESULT CKELAppNameList::AddMetroPackage(platform::Package* package) {
   constexpr char16_t kName[] = u"CKELAppNameList::AddMetroPackage";
   WriteDebugLog("%S IN\r\n", kName);
   if (package == nullptr) return Exit(kName, E_POINTER);
+  // The platform and the manifest are asked without holding the catalogue;
+  // the lock is taken for each look at or change of the records.
   try {
     WString familyName;
     if (Failed(package->GetFamilyName(familyName))) throw platform::PlatformError{E_FAIL, u"Package.Id.FamilyName"};
-    CKELPackage* record = GetPackage(familyName.c_str());
-    bool isNew = record == nullptr;
-    HRESULT changeResult = S_OK;
-    std::unique_ptr<CKELPackage> created;
+    CKELPackage* record = nullptr;
+    {
+      CatalogueLock lock(m_Lock);
+      record = FindPackageHeld(familyName.c_str());
+    }
     WString manifestPath;
-    if (!isNew) {
-      if (record->NeedReserve) return Exit(kName, S_OK);  // reserved records are never refreshed
-      platform::PackageVersion version;
-      if (Failed(package->GetVersion(version))) throw platform::PlatformError{E_FAIL, u"Package.Id.Version"};
-      if (version == record->Version) return Exit(kName, S_OK);
-      WString fullName, name;
-      if (Failed(package->GetFullName(fullName)) || Failed(package->GetName(name))) {
-        throw platform::PlatformError{E_FAIL, u"Package.Id"};
-      }
-      record->FullName = fullName;
-      record->Name = name;
+    if (record == nullptr) {
+      auto created = std::make_unique<CKELPackage>(*package);
       if (!ManifestPathOf(*package, manifestPath)) {
         WriteDebugLog("%S manifest path longer than %d characters, skipped\r\n", kName, static_cast<int>(kMaxPath - 1));
-        return Exit(kName, E_FAIL);
+      } else {
+        CKELManifestReader::AddAppsToPackage(manifestPath.c_str(), created.get());
       }
-      BOOL canGet = 0;
-      changeResult = CKELManifestReader::IsCanGetAppNameFromManifest(manifestPath.c_str(), record, &canGet);
-      // Without readable names the record keeps its old version and apps, so
-      // the next refresh tries again.
-      if (Failed(changeResult) || !canGet) return Exit(kName, changeResult);
-      record->Version = version;
-      record->DeleteAllApp();
-    } else {
-      created = std::make_unique<CKELPackage>(*package);
-      record = created.get();
+      CatalogueLock lock(m_Lock);
+      return Exit(kName, AppendPackageHeld(created.release()));
+    }
+
+    platform::PackageVersion known;
+    {
+      CatalogueLock lock(m_Lock);
+      if (record->NeedReserve) return Exit(kName, S_OK);  // reserved records are never refreshed
+      known = record->Version;
+    }
+    platform::PackageVersion version;
+    if (Failed(package->GetVersion(version))) throw platform::PlatformError{E_FAIL, u"Package.Id.Version"};
+    if (version == known) return Exit(kName, S_OK);
+    WString fullName, name;
+    if (Failed(package->GetFullName(fullName)) || Failed(package->GetName(name))) {
+      throw platform::PlatformError{E_FAIL, u"Package.Id"};
+    }
+    {
+      CatalogueLock lock(m_Lock);
+      record->FullName = fullName;
+      record->Name = name;
     }
     if (!ManifestPathOf(*package, manifestPath)) {
       WriteDebugLog("%S manifest path longer than %d characters, skipped\r\n", kName, static_cast<int>(kMaxPath - 1));
-    } else {
-      CKELManifestReader::AddAppsToPackage(manifestPath.c_str(), record);
+      return Exit(kName, E_FAIL);
     }
-    if (isNew) return Exit(kName, AddMetroPackage(created.release()));
+    // Only the refresh thread changes a record's names, so the check reads
+    // them without the lock.
+    BOOL canGet = 0;
+    const HRESULT changeResult = CKELManifestReader::IsCanGetAppNameFromManifest(manifestPath.c_str(), record, &canGet);
+    // Without readable names the record keeps its old version and apps, so
+    // the next refresh tries again.
+    if (Failed(changeResult) || !canGet) return Exit(kName, changeResult);
+    {
+      CatalogueLock lock(m_Lock);
+      record->Version = version;
+      record->DeleteAllApp();
+    }
+    CKELPackage fresh(familyName.c_str(), version, 0, 1);
+    fresh.FullName = fullName;
+    fresh.Name = name;
+    CKELManifestReader::AddAppsToPackage(manifestPath.c_str(), &fresh);
+    {
+      CatalogueLock lock(m_Lock);
+      record->TakeApplicationsFrom(fresh);
+    }
     return Exit(kName, changeResult);
   } catch (const platform::PlatformError& error) {
     WriteDebugLog("%S OUT(%S)\r\n", kName, error.message);
@@ -247,7 +291,8 @@ HRESULT CKELAppNameList::AddDesktopApp(const char16_t* displayName, const char16
   WriteDebugLog("%S(%S) IN\r\n", kName, displayName);
   if (displayName == nullptr || shortcutPath == nullptr) return Exit(kName, E_POINTER);
   if (displayName[0] == 0 || shortcutPath[0] == 0) return Exit(kName, E_INVALIDARG);
-  if (IsInDesktopAppList(shortcutPath)) return S_FALSE;  // the catalogued record stays as it is
+  CatalogueLock lock(m_Lock);
+  if (IsInDesktopAppListHeld(shortcutPath)) return S_FALSE;  // the catalogued record stays as it is
   try {
     m_DesktopApps.push_back(std::make_unique<CKELDesktopApp>(displayName, shortcutPath, nullptr, nullptr, 0, 1, 0));
   } catch (...) {
@@ -257,6 +302,11 @@ HRESULT CKELAppNameList::AddDesktopApp(const char16_t* displayName, const char16
 }
 
 BOOL CKELAppNameList::IsInDesktopAppList(const char16_t* shortcutPath) {
+  CatalogueLock lock(m_Lock);
+  return IsInDesktopAppListHeld(shortcutPath);
+}
+
+BOOL CKELAppNameList::IsInDesktopAppListHeld(const char16_t* shortcutPath) {
   constexpr char16_t kName[] = u"CKELAppNameList::IsInDesktopAppList";
   WriteDebugLog("%S(%S) IN\r\n", kName, shortcutPath);
   BOOL found = 0;
@@ -280,6 +330,9 @@ HRESULT CKELAppNameList::GetExcludeAppNameList(const char16_t* searchWord, Exclu
   if (searchWord[0] == 0) return Exit(kName, E_INVALIDARG);
   *pFound = 0;
   BOOL flag = 0;
+  // The records let go of the lock for their installed checks; the lists
+  // only ever grow while it is released, so the walk stays valid.
+  CatalogueLock lock(m_Lock);
   for (const auto& package : m_Packages) {
     package->AddAppNameToExcludeList(searchWord, excludeList, &flag);
     if (flag) *pFound = 1;
@@ -293,12 +346,24 @@ HRESULT CKELAppNameList::GetExcludeAppNameList(const char16_t* searchWord, Exclu
 }
 
 void CKELAppNameList::RefreshInstalledFlags() {
+  CatalogueLock lock(m_Lock);
   for (const auto& package : m_Packages) {
-    package->IsInstalled = 1;
-    if (Failed(KelIsInstalledW(package->PackageFamilyName.c_str(), &package->IsInstalled))) package->IsInstalled = 1;
+    const WString familyName = package->PackageFamilyName;
+    BOOL installed = 1;
+    {
+      CatalogueUnlocked unlocked;
+      if (Failed(KelIsInstalledW(familyName.c_str(), &installed))) installed = 1;
+    }
+    package->IsInstalled = installed;
   }
   for (const auto& app : m_DesktopApps) {
-    app->IsInstalled = Sys().PathFileExists(app->LnkFileName.c_str()) != 0 ? 1 : 0;
+    const WString shortcut = app->LnkFileName;
+    BOOL exists = 0;
+    {
+      CatalogueUnlocked unlocked;
+      exists = Sys().PathFileExists(shortcut.c_str()) != 0 ? 1 : 0;
+    }
+    app->IsInstalled = exists;
   }
 }
 

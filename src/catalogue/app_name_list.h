@@ -4,6 +4,7 @@
 
 #include <list>
 #include <memory>
+#include <mutex>
 
 #include "catalogue/records.h"
 
@@ -36,8 +37,14 @@ class CKELAppNameList {
   const std::list<std::unique_ptr<CKELDesktopApp>>& DesktopApps() const { return m_DesktopApps; }
 
  private:
+  // The operations' bodies, for callers that already hold the lock.
   HRESULT ScanDocument(xml::XmlReader& reader);
+  HRESULT ReadDesktopAppsHeld(xml::XmlReader* reader);
+  HRESULT AppendPackageHeld(CKELPackage* package);
+  CKELPackage* FindPackageHeld(const char16_t* packageFamilyName);
+  BOOL IsInDesktopAppListHeld(const char16_t* shortcutPath);
 
+  std::mutex m_Lock;
   std::list<std::unique_ptr<CKELPackage>> m_Packages;
   std::list<std::unique_ptr<CKELDesktopApp>> m_DesktopApps;
 };

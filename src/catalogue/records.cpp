@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "catalogue/catalogue_lock.h"
 #include "frame/exports.h"
 #include "frame/log.h"
 #include "frame/wide.h"
@@ -113,7 +114,13 @@ HRESULT CKELDesktopApp::AddToExcludeAppNameList(const char16_t* searchWord, Excl
   WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
   if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return Exit(kName, E_POINTER);
   if (searchWord[0] == 0) return Exit(kName, E_INVALIDARG);
-  IsInstalled = platform::Current().PathFileExists(LnkFileName.c_str()) != 0 ? 1 : 0;
+  const WString shortcut = LnkFileName;
+  BOOL exists = 0;
+  {
+    CatalogueUnlocked unlocked;  // a file system query may be slow
+    exists = platform::Current().PathFileExists(shortcut.c_str()) != 0 ? 1 : 0;
+  }
+  IsInstalled = exists;
   if (!IsInstalled) return S_FALSE;  // a missing shortcut contributes nothing
 
   *pFound = 0;
@@ -203,8 +210,12 @@ HRESULT CKELPackage::AddAppNameToExcludeList(const char16_t* searchWord, Exclude
   WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
   if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return Exit(kName, E_POINTER);
   if (searchWord[0] == 0) return Exit(kName, E_INVALIDARG);
-  IsInstalled = 1;
-  if (Failed(KelIsInstalledW(PackageFamilyName.c_str(), &IsInstalled))) IsInstalled = 1;
+  BOOL installed = 1;
+  {
+    CatalogueUnlocked unlocked;  // the deployment service may take its time
+    if (Failed(KelIsInstalledW(PackageFamilyName.c_str(), &installed))) installed = 1;
+  }
+  IsInstalled = installed;
   if (!IsInstalled) return S_FALSE;  // an uninstalled package contributes nothing
 
   *pFound = 0;

@@ -93,6 +93,8 @@ class CKELPackage {
   static HRESULT FromXmlNode(xml::XmlReader* reader, CKELPackage** ppPackage);
 
   const std::list<std::unique_ptr<CKELMetroApp>>& Applications() const { return m_Applications; }
+  // Moves the other record's applications to the end of this one's.
+  void TakeApplicationsFrom(CKELPackage& other) { m_Applications.splice(m_Applications.end(), other.m_Applications); }
 
   WString PackageFamilyName;
   WString FullName;

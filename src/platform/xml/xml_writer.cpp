@@ -130,10 +130,14 @@ void XmlWriter::WriteNamespaceDeclaration(const std::u16string& prefix, const st
 
 // The system writer puts an element's own namespace declaration after the
 // attributes written for it, so it is held until the start tag closes.
-void XmlWriter::CloseStartTag() {
-  if (!startTagOpen_) return;
+void XmlWriter::WritePendingDeclarations() {
   for (const PendingDeclaration& declaration : pending_) WriteNamespaceDeclaration(declaration.prefix, declaration.uri);
   pending_.clear();
+}
+
+void XmlWriter::CloseStartTag() {
+  if (!startTagOpen_) return;
+  WritePendingDeclarations();
   output_ += '>';
   startTagOpen_ = false;
 }
@@ -185,16 +189,11 @@ HRESULT XmlWriter::WriteStartElement(const char16_t* prefix, const char16_t* loc
     return WR_E_NSPREFIXWITHEMPTYNSURI;
   }
 
-  if (!open_.empty()) {
-    CloseStartTag();
-    open_.back().hasChildren = true;
-  }
+  CloseStartTag();
   if (!open_.empty() || state_ == State::Prolog) NewLine(open_.size());
-  OpenElement element;
-  element.qualifiedName = QualifiedName(elementPrefix, localName);
+  open_.push_back(QualifiedName(elementPrefix, localName));
   output_ += '<';
-  output_ += element.qualifiedName;
-  open_.push_back(std::move(element));
+  output_ += open_.back();
   state_ = State::Content;
   startTagOpen_ = true;
   attributeNames_.clear();
@@ -221,8 +220,8 @@ HRESULT XmlWriter::WriteAttributeString(const char16_t* prefix, const char16_t* 
   if (!declaresPrefix && !declaresDefault) {
     if (!uri.empty()) {
       if (attributePrefix.empty()) {
-        // Unprefixed attributes are in no namespace, so one is found
-        // or made up.
+        // An unprefixed attribute is in no namespace, so this one needs a
+        // prefix: one already bound to the namespace, or a new one.
         if (const std::u16string* found = LookupUri(uri, false)) {
           attributePrefix = *found;
         } else {
@@ -278,16 +277,13 @@ HRESULT XmlWriter::WriteEndElement() {
   if (state_ == State::Failed) return failure_;
   if (open_.empty()) return Fail(WR_E_INVALIDACTION);
   if (startTagOpen_) {
-    for (const PendingDeclaration& declaration : pending_) {
-      WriteNamespaceDeclaration(declaration.prefix, declaration.uri);
-    }
-    pending_.clear();
+    WritePendingDeclarations();
     output_ += " />";
     startTagOpen_ = false;
   } else {
     NewLine(open_.size() - 1);
     output_ += "</";
-    output_ += open_.back().qualifiedName;
+    output_ += open_.back();
     output_ += '>';
   }
   const std::size_t depth = open_.size() - 1;

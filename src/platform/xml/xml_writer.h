@@ -44,16 +44,13 @@ class XmlWriter {
     std::u16string uri;
     std::size_t depth;
   };
-  struct OpenElement {
-    std::string qualifiedName;  // UTF-8
-    bool hasChildren = false;
-  };
   struct PendingDeclaration {
     std::u16string prefix;
     std::u16string uri;
   };
 
   HRESULT Fail(HRESULT hr);
+  void WritePendingDeclarations();
   void CloseStartTag();
   void NewLine(std::size_t depth);
   const std::u16string* LookupPrefix(const std::u16string& prefix) const;
@@ -66,7 +63,7 @@ class XmlWriter {
   State state_ = State::Initial;
   HRESULT failure_ = S_OK;
   bool startTagOpen_ = false;
-  std::vector<OpenElement> open_;
+  std::vector<std::string> open_;  // qualified names, UTF-8
   std::vector<Binding> bindings_;
   std::vector<PendingDeclaration> pending_;
   std::vector<std::string> attributeNames_;  // of the open start tag
