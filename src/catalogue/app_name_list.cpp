@@ -170,6 +170,12 @@ void CKELAppNameList::Clear() {
   WriteDebugLog("%S OUT\r\n", kName);
 }
 
+void CKELAppNameList::Reset() {
+  CatalogueLock lock(m_Lock);
+  m_Packages.clear();
+  m_DesktopApps.clear();
+}
+
 CKELPackage* CKELAppNameList::GetPackage(const char16_t* packageFamilyName) {
   CatalogueLock lock(m_Lock);
   return FindPackageHeld(packageFamilyName);

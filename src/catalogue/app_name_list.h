@@ -24,6 +24,8 @@ class CKELAppNameList {
   HRESULT Load(const char16_t* path);
   HRESULT Save(const char16_t* path);
   void Clear();
+  // Clear without trace lines, for a fresh start of the package manager.
+  void Reset();
   CKELPackage* GetPackage(const char16_t* packageFamilyName);
   HRESULT AddMetroPackage(platform::Package* package);
   HRESULT AddMetroPackage(CKELPackage* package);

@@ -1,15 +1,22 @@
+// The package manager's lifecycle: the data folder, the catalogue's first
+// load, the exit event and the refresh thread.
 #include "package_discovery/package_manager.h"
 
 #include <vector>
 
 #include "frame/constants.h"
 #include "frame/log.h"
+#include "frame/reg.h"
 #include "platform/platform.h"
 
 namespace kel {
 namespace {
 
 platform::Platform& Sys() { return platform::Current(); }
+
+constexpr DWORD kFirstWaitMilliseconds = 1000;
+constexpr DWORD kFinalizeWaitMilliseconds = 20000;
+constexpr DWORD kMillisecondsPerMinute = 60000;
 
 CKELPackageManager g_PackageManager;
 
@@ -26,7 +33,16 @@ WString HostExecutablePath() {
 WString DataFilePath() {
   WString folder;
   CKELPackageManager::CreateAppNameListFolder(folder);
-  return folder + u"\\" + kAppNameListFileName;
+  return FormatWide(u"%s\\%s", {folder, kAppNameListFileName});
+}
+
+// "<value of the variable>\Microsoft\Windows\Start Menu\Programs", or false
+// when the variable cannot be read into its buffer.
+bool StartMenuFolder(const char16_t* variable, WString& folder) {
+  WString value;
+  if (!Sys().GetEnvironmentVariable(variable, value) || value.size() + 1 > kMaxPath) return false;
+  folder = FormatWide(u"%s\\%s", {value, kStartMenuProgramsFolder});
+  return true;
 }
 
 }  // namespace
@@ -96,48 +112,107 @@ bool CKELPackageManager::GetPresetAppNameFullPath(WString& path) {
 HRESULT CKELPackageManager::Initialize() {
   constexpr char16_t kName[] = u"CKELPackageManager::Initialize";
   WriteDebugLog("%S IN\r\n", kName);
+  if (m_hExitEvent.load() != nullptr && m_hRefreshThread.load() != nullptr) return S_FALSE;
+
   const WString dataFile = DataFilePath();
+  WString listFile = dataFile;
   if (Sys().GetFileAttributes(dataFile.c_str()) == platform::INVALID_FILE_ATTRIBUTES) {
-    WString preset;
-    if (!GetPresetAppNameFullPath(preset)) {
+    if (!GetPresetAppNameFullPath(listFile)) {
       WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_FAIL);
       return E_FAIL;
     }
   }
-  // Loading the catalogue and starting the refresh thread join here once the
-  // catalogue and package discovery exist.
-  WriteDebugLog("%S OUT(0x%08X)\r\n", kName, S_OK);
-  return S_OK;
+  // A second start after a stop begins from the file again rather than
+  // doubling what the first one held.
+  m_AppNameList.Reset();
+  const HRESULT loaded = m_AppNameList.Load(listFile.c_str());
+  if (Failed(loaded)) WriteDebugLog("m_AppNameList.Load() failed. ErrCode = 0x%08X \r\n", loaded);
+
+  // An event left by an earlier half-finished start is closed, not leaked.
+  if (Handle stale = m_hExitEvent.exchange(nullptr)) Sys().CloseHandle(stale);
+  const WString eventName = FormatWide(u"%s%d", {kExitEventNamePrefix, Sys().GetCurrentProcessId()});
+  Handle event = Sys().CreateEvent(true, false, eventName.c_str());
+  m_hExitEvent.store(event);
+  HRESULT result = S_OK;
+  if (event == nullptr) {
+    WriteDebugLog("CreateEventW() failed. ErrCode = %d \r\n", Sys().GetLastError());
+    result = E_FAIL;
+  } else {
+    Handle thread = Sys().CreateThread(&CKELPackageManager::RefreshThread, this);
+    m_hRefreshThread.store(thread);
+    if (thread == nullptr) {
+      WriteDebugLog("CreateThread() failed. ErrCode = %d \r\n", Sys().GetLastError());
+      result = E_FAIL;
+    }
+  }
+  WriteDebugLog("%S OUT(0x%08X)\r\n", kName, result);
+  return result;
+}
+
+DWORD CKELPackageManager::RefreshThread(void* parameter) {
+  constexpr char16_t kName[] = u"CKELPackageManager::RefreshThread";
+  WriteDebugLog("%S IN\r\n", kName);
+  auto* manager = static_cast<CKELPackageManager*>(parameter);
+  if (manager == nullptr) {
+    WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_POINTER);
+    return static_cast<DWORD>(E_POINTER);
+  }
+  auto& sys = Sys();
+  const WString dataFile = DataFilePath();
+  WString allUsersFolder, userFolder;
+  if (!StartMenuFolder(kAllUsersProfileVariable, allUsersFolder)) return static_cast<DWORD>(E_FAIL);
+  if (!StartMenuFolder(kAppDataVariable, userFolder)) return static_cast<DWORD>(E_FAIL);
+  // Minutes to milliseconds in unsigned 32-bit arithmetic: large values wrap.
+  const DWORD interval = CKELReg::GetRefreshInterval() * kMillisecondsPerMinute;
+  Handle exitEvent = manager->m_hExitEvent.load();
+
+  if (sys.WaitForSingleObject(exitEvent, kFirstWaitMilliseconds) == platform::WAIT_OBJECT_0) {
+    return static_cast<DWORD>(S_OK);
+  }
+  for (;;) {
+    WriteDebugLog("%S Refresh app name list!\r\n", kName);
+    manager->m_AppNameList.RefreshInstalledFlags();
+    const HRESULT metro = manager->RefreshMetroApps();
+    if (Failed(metro)) WriteDebugLog("%S RefreshMetroApps() failed. ErrCode = 0x%08X \r\n", kName, metro);
+    if (sys.WaitForSingleObject(exitEvent, 0) == platform::WAIT_TIMEOUT) {
+      const HRESULT hr = manager->RefreshDesktopApps(allUsersFolder.c_str());
+      if (Failed(hr)) {
+        WriteDebugLog("%S pKelPackageManager->RefreshDesktopApps(%s) failed. ErrCode = 0x%08X \r\n", kName,
+                      allUsersFolder, hr);
+      }
+    }
+    if (sys.WaitForSingleObject(exitEvent, 0) == platform::WAIT_TIMEOUT) {
+      const HRESULT hr = manager->RefreshDesktopApps(userFolder.c_str());
+      if (Failed(hr)) {
+        WriteDebugLog("%S pKelPackageManager->RefreshDesktopApps(%s) failed. ErrCode = 0x%08X \r\n", kName,
+                      userFolder, hr);
+      }
+    }
+    if (sys.WaitForSingleObject(exitEvent, 0) == platform::WAIT_TIMEOUT) {
+      const HRESULT hr = manager->m_AppNameList.Save(dataFile.c_str());
+      if (Failed(hr)) WriteDebugLog("%S pKelPackageManager->m_AppNameList.Save() failed. ErrCode = 0x%08X \r\n", kName, hr);
+    }
+    if (sys.WaitForSingleObject(exitEvent, interval) != platform::WAIT_TIMEOUT) break;
+  }
+  sys.ResetEvent(exitEvent);
+  WriteDebugLog("%S OUT\r\n", kName);
+  return static_cast<DWORD>(S_OK);
 }
 
 void CKELPackageManager::Finalize() {
   constexpr char16_t kName[] = u"CKELPackageManager::Finalize";
   WriteDebugLog("%S IN\r\n", kName);
+  auto& sys = Sys();
+  if (Handle event = m_hExitEvent.load()) {
+    sys.SetEvent(event);
+    if (Handle thread = m_hRefreshThread.exchange(nullptr)) {
+      sys.WaitForSingleObject(thread, kFinalizeWaitMilliseconds);
+      sys.CloseHandle(thread);
+    }
+    m_hExitEvent.store(nullptr);
+    sys.CloseHandle(event);
+  }
   WriteDebugLog("%S OUT\r\n", kName);
 }
-
-HRESULT CKELPackageManager::LaunchStore(const char16_t* packageFamilyName) {
-  constexpr char16_t kName[] = u"CKELPackageManager::LaunchStore";
-  WriteDebugLog("%S(%S) IN\r\n", kName, packageFamilyName);
-  if (packageFamilyName == nullptr) {
-    WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_POINTER);
-    return E_POINTER;
-  }
-  if (packageFamilyName[0] == 0) {
-    WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_INVALIDARG);
-    return E_INVALIDARG;
-  }
-  const WString address = FormatWide(u"%s%s", {kStorePageAddressPrefix, packageFamilyName});
-  const std::intptr_t code =
-      Sys().ShellExecute(nullptr, kOpenVerb, address.c_str(), nullptr, nullptr, platform::SW_SHOW);
-  WriteDebugLog("%S OUT\r\n", kName);
-  return static_cast<std::int32_t>(code) <= 32 ? E_FAIL : S_OK;
-}
-
-// Store app activation and the package queries come with package discovery.
-HRESULT CKELPackageManager::LaunchStoreApp(const char16_t*) { return E_NOTIMPL; }
-HRESULT CKELPackageManager::LaunchStoreApp(const char16_t*, const char16_t*) { return E_NOTIMPL; }
-HRESULT CKELPackageManager::IsInstalled(const char16_t*, BOOL*) { return E_NOTIMPL; }
-HRESULT CKELPackageManager::GetAppDisplayNameByPFN(const char16_t*, char16_t**) { return E_NOTIMPL; }
 
 }  // namespace kel

@@ -120,6 +120,7 @@ TEST_F(AppNameList, EmptyCatalogueGivesAnUnchangedListNotFound) {
 }
 
 TEST_F(AppNameList, ExclusionListFollowsPackagesThenDesktopApps) {
+  fake->deployed.push_back({fake->userSid, &mail});
   list.AddMetroPackage(&mail);
   fake->AddFile(u"C:\\Start\\Mail Merge.lnk", "");
   fake->AddFile(u"C:\\Start\\Mail.lnk", "");
@@ -137,6 +138,24 @@ TEST_F(AppNameList, ExclusionArgumentsAreChecked) {
   EXPECT_EQ(list.GetExcludeAppNameList(u"x", nullptr, &found), E_POINTER);
   EXPECT_EQ(list.GetExcludeAppNameList(u"x", &excluded, nullptr), E_POINTER);
   EXPECT_EQ(list.GetExcludeAppNameList(u"", &excluded, &found), E_INVALIDARG);
+}
+
+TEST_F(AppNameList, UninstalledPackageContributesNothing) {
+  list.AddMetroPackage(&mail);  // not deployed for this user
+  EXPECT_EQ(list.GetExcludeAppNameList(u"Mail", &excluded, &found), S_OK);
+  EXPECT_TRUE(excluded.empty());
+  EXPECT_EQ(list.Packages().front()->IsInstalled, 0);
+}
+
+TEST_F(AppNameList, InstalledMarksFollowTheDeploymentServiceAndTheShortcutFiles) {
+  fakes::FakePackage other{u"Example.Other_abc", u"Example.Other_1.0.0.0_x86__abc", u"Example.Other", {1, 0, 0, 0},
+                           kInstalled};
+  fake->deployed.push_back({fake->userSid, &mail});
+  list.AddMetroPackage(new CKELPackage(u"Example.Mail_abc", {}, 0, 0));
+  list.AddMetroPackage(new CKELPackage(u"Example.Other_abc", {}, 0, 1));
+  list.RefreshInstalledFlags();
+  EXPECT_EQ(list.Packages().front()->IsInstalled, 1);
+  EXPECT_EQ(list.Packages().back()->IsInstalled, 0);
 }
 
 TEST_F(AppNameList, InstalledMarksFollowTheShortcutFiles) {

@@ -27,14 +27,6 @@ bool Matches(const char16_t* pattern, const char16_t* name) {
   return Matches(pattern + 1, name + 1);
 }
 
-struct ThreadState {
-  std::thread thread;
-  bool finished = false;
-};
-
-std::mutex g_threadLock;
-std::condition_variable g_threadFinished;
-std::map<Handle, std::shared_ptr<ThreadState>> g_threads;
 
 }  // namespace
 
@@ -49,22 +41,60 @@ FakePlatform::FakePlatform() {
 }
 
 FakePlatform::~FakePlatform() {
-  std::vector<std::shared_ptr<ThreadState>> toJoin;
-  {
-    std::lock_guard<std::mutex> lock(g_threadLock);
-    for (Handle h : threads_) {
-      auto it = g_threads.find(h);
-      if (it != g_threads.end()) {
-        toJoin.push_back(it->second);
-        g_threads.erase(it);
-      }
-    }
-  }
-  for (auto& state : toJoin) {
-    if (state->thread.joinable()) state->thread.join();
-  }
+  StopThreads();
   for (void* p : localAllocations_) std::free(p);
   for (Handle h : globalAllocations_) std::free(h);
+}
+
+void FakePlatform::StartThreadLocked(ThreadState& state) {
+  if (state.started) return;
+  state.started = true;
+  ThreadState* raw = &state;
+  state.thread = std::thread([this, raw] {
+    raw->start(raw->parameter);
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    raw->finished = true;
+    eventChanged_.notify_all();
+  });
+}
+
+void FakePlatform::StartThreads() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  for (auto& [handle, state] : threads_) StartThreadLocked(*state);
+}
+
+void FakePlatform::GrantTimeouts(int count) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  grantedTimeouts_ += count;
+  eventChanged_.notify_all();
+}
+
+bool FakePlatform::WaitForBlockedWaits(int count) {
+  std::unique_lock<std::recursive_mutex> lock(mutex_);
+  return eventChanged_.wait_for(lock, std::chrono::seconds(30), [&] { return blockedWaits_ >= count; });
+}
+
+bool FakePlatform::WaitForThreadsToFinish() {
+  std::unique_lock<std::recursive_mutex> lock(mutex_);
+  return eventChanged_.wait_for(lock, std::chrono::seconds(30), [&] {
+    for (auto& [handle, state] : threads_) {
+      if (state->started && !state->finished) return false;
+    }
+    return true;
+  });
+}
+
+void FakePlatform::StopThreads() {
+  std::vector<std::thread*> toJoin;
+  {
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    shuttingDown_ = true;
+    eventChanged_.notify_all();
+    for (auto& [handle, state] : threads_) {
+      if (state->thread.joinable()) toJoin.push_back(&state->thread);
+    }
+  }
+  for (std::thread* thread : toJoin) thread->join();
 }
 
 void FakePlatform::Record(const char* name, std::string args) {
@@ -300,20 +330,15 @@ BOOL FakePlatform::WriteFile(Handle file, const void* data, DWORD length, DWORD*
 
 BOOL FakePlatform::CloseHandle(Handle handle) {
   Record("CloseHandle", Hex(reinterpret_cast<std::uintptr_t>(handle)));
-  std::shared_ptr<ThreadState> thread;
-  {
-    std::lock_guard<std::recursive_mutex> lock(mutex_);
-    if (openFiles_.erase(handle) != 0 || events_.erase(handle) != 0) return 1;
-  }
-  {
-    std::lock_guard<std::mutex> lock(g_threadLock);
-    auto it = g_threads.find(handle);
-    if (it == g_threads.end()) return 0;
-    thread = it->second;
-    g_threads.erase(it);
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (openFiles_.erase(handle) != 0 || events_.erase(handle) != 0) {
+    eventChanged_.notify_all();
+    return 1;
   }
   // Closing a thread handle leaves the thread running, as on Windows.
-  if (thread->thread.joinable()) thread->thread.detach();
+  auto it = threads_.find(handle);
+  if (it == threads_.end() || it->second->closed) return 0;
+  it->second->closed = true;
   return 1;
 }
 
@@ -551,6 +576,10 @@ Handle FakePlatform::CreateEvent(bool manualReset, bool initialState, const WCHA
   Record("CreateEvent", Arg(static_cast<DWORD>(manualReset)) + ", " + Arg(static_cast<DWORD>(initialState)) + ", " +
                             Arg(name));
   std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (createEventFails) {
+    lastError_ = 6;  // ERROR_INVALID_HANDLE: the name is taken by another kind of object
+    return nullptr;
+  }
   Handle h = NewHandle();
   events_[h] = Event{manualReset, initialState};
   return h;
@@ -577,50 +606,53 @@ BOOL FakePlatform::ResetEvent(Handle event) {
 
 DWORD FakePlatform::WaitForSingleObject(Handle object, DWORD milliseconds) {
   Record("WaitForSingleObject", Arg(milliseconds));
-  {
-    std::unique_lock<std::recursive_mutex> lock(mutex_);
-    auto it = events_.find(object);
-    if (it != events_.end()) {
-      // Finite waits on events do not pass real time: the fake clock answers
-      // at once, so no test waits for real.
-      if (milliseconds == platform::INFINITE) {
-        eventChanged_.wait(lock, [&] { return events_.count(object) == 0 || events_[object].signalled; });
-      }
-      it = events_.find(object);
-      if (it == events_.end()) return platform::WAIT_FAILED;
-      if (!it->second.signalled) return platform::WAIT_TIMEOUT;
-      if (!it->second.manualReset) it->second.signalled = false;
+  std::unique_lock<std::recursive_mutex> lock(mutex_);
+  auto thread = threads_.find(object);
+  if (thread != threads_.end()) {
+    ThreadState& state = *thread->second;
+    StartThreadLocked(state);
+    auto finished = [&] { return state.finished; };
+    if (milliseconds == platform::INFINITE) {
+      eventChanged_.wait(lock, finished);
       return platform::WAIT_OBJECT_0;
     }
+    return eventChanged_.wait_for(lock, std::chrono::milliseconds(milliseconds), finished) ? platform::WAIT_OBJECT_0
+                                                                                          : platform::WAIT_TIMEOUT;
   }
-  std::shared_ptr<ThreadState> thread;
-  {
-    std::lock_guard<std::mutex> lock(g_threadLock);
-    auto it = g_threads.find(object);
-    if (it == g_threads.end()) return platform::WAIT_FAILED;
-    thread = it->second;
+  if (events_.count(object) == 0) return platform::WAIT_FAILED;
+  auto signalled = [&] { return events_.count(object) != 0 && events_[object].signalled; };
+  if (!signalled()) {
+    if (milliseconds == 0) return platform::WAIT_TIMEOUT;
+    if (!finiteWaitsBlock && milliseconds != platform::INFINITE) return platform::WAIT_TIMEOUT;
+    // Time stands still: the wait ends when the event is set, when the test
+    // lets one wait time out, or when the fake shuts down.
+    ++blockedWaits_;
+    eventChanged_.notify_all();
+    eventChanged_.wait(lock, [&] {
+      return signalled() || shuttingDown_ || events_.count(object) == 0 ||
+             (milliseconds != platform::INFINITE && grantedTimeouts_ > 0);
+    });
+    if (events_.count(object) == 0 || (shuttingDown_ && !signalled())) return platform::WAIT_FAILED;
+    if (!signalled()) {
+      --grantedTimeouts_;
+      return platform::WAIT_TIMEOUT;
+    }
   }
-  std::unique_lock<std::mutex> lock(g_threadLock);
-  const bool done = g_threadFinished.wait_for(lock, std::chrono::milliseconds(milliseconds),
-                                              [&] { return thread->finished; });
-  return done ? platform::WAIT_OBJECT_0 : platform::WAIT_TIMEOUT;
+  if (!events_[object].manualReset) events_[object].signalled = false;
+  return platform::WAIT_OBJECT_0;
 }
 
 Handle FakePlatform::CreateThread(platform::ThreadProc start, void* parameter) {
   Record("CreateThread", "");
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (createThreadFails) return nullptr;
   Handle h = NewHandle();
-  auto state = std::make_shared<ThreadState>();
-  {
-    std::lock_guard<std::mutex> lock(g_threadLock);
-    g_threads[h] = state;
-  }
-  threads_.push_back(h);
-  state->thread = std::thread([start, parameter, state] {
-    start(parameter);
-    std::lock_guard<std::mutex> lock(g_threadLock);
-    state->finished = true;
-    g_threadFinished.notify_all();
-  });
+  auto state = std::make_unique<ThreadState>();
+  state->start = start;
+  state->parameter = parameter;
+  ThreadState& created = *state;
+  threads_[h] = std::move(state);
+  if (!deferThreads) StartThreadLocked(created);
   return h;
 }
 
@@ -1072,6 +1104,7 @@ ScopedFakePlatform::ScopedFakePlatform() {
 }
 
 ScopedFakePlatform::~ScopedFakePlatform() {
+  fake_.StopThreads();
   ResetLog();
   platform::Install(nullptr);
 }

@@ -9,7 +9,9 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
+#include <memory>
 
 #include "fakes/fake_package.h"
 #include "platform/platform.h"
@@ -60,6 +62,21 @@ class FakePlatform : public platform::Platform {
   void ClearCalls();
   const std::vector<DWORD>& Sleeps() const { return sleeps_; }
   std::size_t LiveLocalAllocations() const;
+
+  // Threads and time. Threads start when a test says so or when someone
+  // waits for them; a finite wait on an event blocks (time stands still)
+  // until the event is set or the test lets a wait time out.
+  bool deferThreads = true;
+  bool finiteWaitsBlock = true;
+  bool createThreadFails = false;
+  bool createEventFails = false;
+  void StartThreads();
+  void GrantTimeouts(int count);
+  // Waits (in real time, bounded) until `count` blocking waits have begun.
+  bool WaitForBlockedWaits(int count);
+  bool WaitForThreadsToFinish();
+  // Ends every wait and joins every thread.
+  void StopThreads();
 
   // --- the seam ------------------------------------------------------------
   bool GetEnvironmentVariable(const WCHAR* name, WString& value) override;
@@ -208,6 +225,20 @@ class FakePlatform : public platform::Platform {
     bool manualReset = false;
     bool signalled = false;
   };
+  struct ThreadState {
+    platform::ThreadProc start = nullptr;
+    void* parameter = nullptr;
+    std::thread thread;
+    bool started = false;
+    bool finished = false;
+    bool closed = false;
+  };
+  void StartThreadLocked(ThreadState& state);
+  std::map<Handle, std::unique_ptr<ThreadState>> threads_;
+  int grantedTimeouts_ = 0;
+  int blockedWaits_ = 0;
+  bool shuttingDown_ = false;
+
   struct Search {
     std::vector<WString> names;
     std::vector<DWORD> attributes;
@@ -248,7 +279,6 @@ class FakePlatform : public platform::Platform {
   std::map<Handle, Search> searches_;
   std::set<void*> localAllocations_;
   std::set<Handle> globalAllocations_;
-  std::vector<Handle> threads_;
   std::intptr_t shellExecuteResult_ = 42;
   bool failMultiByte_ = false;
   bool clipboardOpen_ = false;

@@ -9,6 +9,7 @@
 
 #include "fakes/fake_platform.h"
 #include "frame/constants.h"
+#include "frame/exports.h"
 #include "frame/lifecycle.h"
 #include "frame/log.h"
 
@@ -21,7 +22,15 @@ inline const WString kLogFile = kLogFolder + u"\\KelbrookLogFS.txt";
 class LibraryTest : public ::testing::Test {
  protected:
   LibraryTest() { g_nInitCount.store(0); }
-  ~LibraryTest() override { g_nInitCount.store(0); }
+  ~LibraryTest() override {
+    // A package manager a test left running is stopped while its fake
+    // platform still exists.
+    if (g_nInitCount.load() > 0) {
+      g_nInitCount.store(1);
+      KelFinalize();
+    }
+    g_nInitCount.store(0);
+  }
 
   // DebugLog = 1, the log folder present, the switch re-read.
   void EnableLog() {

@@ -33,9 +33,12 @@ class XmlWriter {
   HRESULT WriteEndElement();
   // Closes every open element; nothing can be written afterwards.
   HRESULT WriteEndDocument();
+  // The output is already in memory; kept for the usual call sequence.
   HRESULT Flush();
 
+  // What was written so far (a start tag may still be open).
   const std::string& Output() const { return output_; }
+  // Hands over what was written and starts afresh, ready for a new document.
   std::string TakeOutput();
 
  private:

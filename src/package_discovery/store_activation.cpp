@@ -1,0 +1,125 @@
+// The per-call package operations behind the exports: the Store page, app
+// activation, installed checks, display names and the exclusion list.
+#include "frame/constants.h"
+#include "frame/format.h"
+#include "frame/log.h"
+#include "frame/reg.h"
+#include "frame/lifecycle.h"
+#include "manifest/manifest_reader.h"
+#include "package_discovery/package_manager.h"
+
+namespace kel {
+namespace {
+
+platform::Platform& Sys() { return platform::Current(); }
+
+HRESULT Exit(const char16_t* name, HRESULT result) {
+  WriteDebugLog("%S OUT(0x%08X)\r\n", name, result);
+  return result;
+}
+
+// Holds a package's reference for the caller's scope.
+struct PackageRef {
+  platform::Package* package;
+  ~PackageRef() {
+    if (package != nullptr) package->Release();
+  }
+};
+
+}  // namespace
+
+HRESULT CKELPackageManager::LaunchStore(const char16_t* packageFamilyName) {
+  constexpr char16_t kName[] = u"CKELPackageManager::LaunchStore";
+  WriteDebugLog("%S(%S) IN\r\n", kName, packageFamilyName);
+  if (packageFamilyName == nullptr) return Exit(kName, E_POINTER);
+  if (packageFamilyName[0] == 0) return Exit(kName, E_INVALIDARG);
+  const WString address = FormatWide(u"%s%s", {kStorePageAddressPrefix, packageFamilyName});
+  const std::intptr_t code =
+      Sys().ShellExecute(nullptr, kOpenVerb, address.c_str(), nullptr, nullptr, platform::SW_SHOW);
+  WriteDebugLog("%S OUT\r\n", kName);
+  return static_cast<std::int32_t>(code) <= 32 ? E_FAIL : S_OK;
+}
+
+HRESULT CKELPackageManager::LaunchStoreApp(const char16_t* appUserModelId) {
+  constexpr char16_t kName[] = u"CKELPackageManager::LaunchStoreApp";
+  auto& sys = Sys();
+  platform::ApplicationActivationManager* manager = nullptr;
+  HRESULT hr = sys.CreateApplicationActivationManager(platform::CLSCTX_LOCAL_SERVER, &manager);
+  if (Failed(hr) || manager == nullptr) {
+    WriteDebugLog("%S OUT(CoCreateInstance hr = %d)\r\n", kName, hr);
+    return hr;
+  }
+  // The started app may take the foreground from the caller.
+  hr = sys.CoAllowSetForegroundWindow(manager);
+  if (Failed(hr)) {
+    WriteDebugLog("%S OUT(CoAllowSetForegroundWindow hr = %d)\r\n", kName, hr);
+    manager->Release();
+    return hr;
+  }
+  DWORD processId = 0;
+  hr = manager->ActivateApplication(appUserModelId, nullptr, platform::AO_NONE, &processId);
+  WriteDebugLog("%S OUT(ActivateApplication hr = %d)\r\n", kName, hr);
+  manager->Release();
+  return hr;
+}
+
+HRESULT CKELPackageManager::LaunchStoreApp(const char16_t* appUserModelId, const char16_t* arguments) {
+  constexpr char16_t kName[] = u"CKELPackageManager::LaunchStoreApp";
+  RereadLogSwitch();
+  WriteDebugLog("%S(%S) IN\r\n", kName, appUserModelId);
+  auto& sys = Sys();
+  platform::ApplicationActivationManager* manager = nullptr;
+  HRESULT hr = sys.CreateApplicationActivationManager(platform::CLSCTX_INPROC_SERVER, &manager);
+  if (Failed(hr) || manager == nullptr) {
+    WriteDebugLog("%S OUT(CoCreateInstance hr = (0x%08X), getLastError = %d)\r\n", kName, hr, sys.GetLastError());
+    return hr;
+  }
+  DWORD processId = 0;
+  hr = manager->ActivateApplication(appUserModelId, arguments, platform::AO_NONE, &processId);
+  WriteDebugLog("%S OUT(ActivateApplication hr = (0x%08X). getLastError=%d)\r\n", kName, hr, sys.GetLastError());
+  manager->Release();
+  return hr;
+}
+
+HRESULT CKELPackageManager::IsInstalled(const char16_t* packageFamilyName, BOOL* pIsInstalled) {
+  constexpr char16_t kName[] = u"CKELPackageManager::IsInstalled";
+  WriteDebugLog("%S(%S) IN\r\n", kName, packageFamilyName);
+  if (packageFamilyName == nullptr || pIsInstalled == nullptr) return Exit(kName, E_POINTER);
+  if (packageFamilyName[0] == 0) return Exit(kName, E_INVALIDARG);
+  platform::Package* package = FindPackageByName(packageFamilyName);
+  *pIsInstalled = package != nullptr ? 1 : 0;
+  if (package != nullptr) package->Release();
+  WriteDebugLog("%S OUT(*pIsInstalled = %d)\r\n", kName, *pIsInstalled);
+  return S_OK;
+}
+
+HRESULT CKELPackageManager::GetAppDisplayNameByPFN(const char16_t* packageFamilyName, char16_t** ppDisplayName) {
+  constexpr char16_t kName[] = u"CKELPackageManager::GetAppDisplayNameByPFN";
+  WriteDebugLog("%S(%S, 0x%08X) IN\r\n", kName, packageFamilyName,
+                static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(ppDisplayName)));
+  if (packageFamilyName == nullptr || ppDisplayName == nullptr) return Exit(kName, E_POINTER);
+  if (packageFamilyName[0] == 0) return Exit(kName, E_INVALIDARG);
+  HRESULT result = E_KEL_PACKAGE_NOT_FOUND;
+  PackageRef found{FindPackageByName(packageFamilyName)};
+  if (found.package != nullptr) {
+    try {
+      result = CKELManifestReader::GetAppDisplayName(found.package, ppDisplayName);
+    } catch (const platform::PlatformError& error) {
+      WriteDebugLog("%S OUT(%S)\r\n", kName, error.message);
+      result = E_FAIL;
+    }
+  }
+  WriteDebugLog("%S OUT(0x%08X) DisplayName = %s\r\n", kName, result, static_cast<const char16_t*>(*ppDisplayName));
+  return result;
+}
+
+HRESULT CKELPackageManager::GetExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
+                                                  BOOL* pFound) {
+  constexpr char16_t kName[] = u"CKELPackageManager::GetExcludeAppNameList";
+  WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
+  if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return Exit(kName, E_POINTER);
+  if (searchWord[0] == 0) return Exit(kName, E_INVALIDARG);
+  return Exit(kName, m_AppNameList.GetExcludeAppNameList(searchWord, excludeList, pFound));
+}
+
+}  // namespace kel
