@@ -29,6 +29,8 @@ class FakePackage final : public platform::Package {
   void Release() override { --references; }
 
   void SetVersion(platform::PackageVersion version) { version_ = version; }
+  // The identity the fake deployment service files the package under.
+  const WString& StoredFamilyName() const { return familyName_; }
 
   // Every query fails with this code when it is a failure.
   HRESULT failWith = S_OK;

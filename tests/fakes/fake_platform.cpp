@@ -138,6 +138,12 @@ void FakePlatform::AddFile(const WString& path, const std::string& bytes) {
   files_[key] = Node{false, bytes, path};
 }
 
+void FakePlatform::AddFileWithShortName(const WString& path, const WString& shortName, const std::string& bytes) {
+  AddFile(path, bytes);
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  files_[Key(path)].shortName = shortName;
+}
+
 bool FakePlatform::Exists(const WString& path) const {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   return files_.count(Key(path)) != 0;
@@ -406,7 +412,10 @@ Handle FakePlatform::FindFirstFile(const WCHAR* pattern, platform::FindData& fou
   for (const auto& [key, node] : files_) {
     if (Parent(key) != folder) continue;
     const WString name = node.displayPath.substr(node.displayPath.rfind(u'\\') + 1);
-    if (!Matches(mask.c_str(), name.c_str())) continue;
+    if (!Matches(mask.c_str(), name.c_str()) &&
+        (node.shortName.empty() || !Matches(mask.c_str(), node.shortName.c_str()))) {
+      continue;
+    }
     search.names.push_back(name);
     search.attributes.push_back(node.directory ? platform::FILE_ATTRIBUTE_DIRECTORY
                                                : platform::FILE_ATTRIBUTE_NORMAL);
@@ -1000,9 +1009,7 @@ class FakePlatform::PackageManagerObject final : public platform::DeploymentPack
     std::vector<FakePackage*> found;
     for (const auto& entry : owner_.deployed) {
       if (entry.userSid != sid) continue;
-      WString family;
-      entry.package->GetFamilyName(family);
-      if (familyName != nullptr && family != familyName) continue;  // exact, as the service compares
+      if (familyName != nullptr && entry.package->StoredFamilyName() != familyName) continue;  // exact, as the service compares
       found.push_back(entry.package);
     }
     *packages = new PackageCollectionObject(owner_, std::move(found));

@@ -38,6 +38,9 @@ class FakePlatform : public platform::Platform {
   // Files: paths compare without regard to ASCII case, as on Windows.
   void AddDirectory(const WString& path);
   void AddFile(const WString& path, const std::string& bytes);
+  // A file whose generated 8.3 short name also takes part in pattern
+  // matching, as on Windows (Name.lnk2 matches "*.lnk" as NAME~1.LNK).
+  void AddFileWithShortName(const WString& path, const WString& shortName, const std::string& bytes);
   bool Exists(const WString& path) const;
   std::string FileContent(const WString& path) const;
   void RemoveFile(const WString& path);
@@ -212,6 +215,7 @@ class FakePlatform : public platform::Platform {
     bool directory = false;
     std::string bytes;
     WString displayPath;
+    WString shortName;
   };
   struct OpenFile {
     WString key;
