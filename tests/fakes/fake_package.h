@@ -2,6 +2,8 @@
 // installed folder, each query able to fail like the runtime object's.
 #pragma once
 
+#include <atomic>
+
 #include "platform/platform.h"
 
 namespace kel::fakes {
@@ -34,7 +36,7 @@ class FakePackage final : public platform::Package {
 
   // Every query fails with this code when it is a failure.
   HRESULT failWith = S_OK;
-  int references = 1;
+  std::atomic<int> references{1};
 
  private:
   HRESULT Answer(const WString& stored, WString& value) const {

@@ -3,6 +3,7 @@
 // so tests can check the exact calls, in order.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <map>
@@ -169,15 +170,15 @@ class FakePlatform : public platform::Platform {
   HRESULT launcherResult = S_OK;
   // Answers of successive IsLauncherVisible calls; the last one repeats.
   std::vector<BOOL> launcherAnswers{0};
-  int appVisibilityObjectsAlive = 0;
+  std::atomic<int> appVisibilityObjectsAlive{0};
 
   // The packaging API: the display names of the applications of each
   // manifest path; an empty optional name is an application whose name
   // cannot be read.
   std::map<WString, std::vector<WString>> appxApplications;
   HRESULT createAppxManifestReaderResult = S_OK;
-  int appxObjectsAlive = 0;
-  int coTaskStringsAlive = 0;
+  std::atomic<int> appxObjectsAlive{0};
+  std::atomic<int> coTaskStringsAlive{0};
   // The deployment service: packages installed for each user SID, in the
   // order the service lists them.
   struct Deployed {
@@ -187,7 +188,7 @@ class FakePlatform : public platform::Platform {
   std::vector<Deployed> deployed;
   HRESULT activatePackageManagerResult = S_OK;
   HRESULT findPackagesResult = S_OK;
-  int deploymentObjectsAlive = 0;
+  std::atomic<int> deploymentObjectsAlive{0};
   // Set the manager's exit event after this many packages were handed out
   // (to stop an enumeration part-way); -1 never.
   int setEventAfterPackages = -1;
@@ -198,7 +199,7 @@ class FakePlatform : public platform::Platform {
   bool createActivationManagerGivesObject = true;
   HRESULT allowForegroundResult = S_OK;
   HRESULT activateResult = S_OK;
-  int activationObjectsAlive = 0;
+  std::atomic<int> activationObjectsAlive{0};
 
   // Replacing a file fails with this code when set (a full disk, say).
   HRESULT replaceFileResult = S_OK;
@@ -257,7 +258,7 @@ class FakePlatform : public platform::Platform {
   class PackageCollectionObject;
   class PackageManagerObject;
   class ActivationManagerObject;
-  int packagesHandedOut_ = 0;
+  std::atomic<int> packagesHandedOut_{0};
   std::size_t launcherCalls_ = 0;
   void Record(const char* name, std::string args);
   Handle NewHandle();
