@@ -1,17 +1,42 @@
-// Starts the browser in a chosen mode, changing its per-user association
-// values for the moment of the launch.
+// Starts the browser in a chosen mode: its per-user association value is set
+// for the moment of the launch and put back afterwards, so the user's
+// settings end as they were found.
 #include "frame/export_guard.h"
 #include "frame/exports.h"
 #include "frame/log.h"
+#include "frame/reg.h"
+#include "frame/wide.h"
+#include "platform/platform.h"
 
 using namespace kel;
 
 namespace {
 
+constexpr char16_t kInternetExplorer[] = u"Internet Explorer";
+
 HRESULT Exit(const char16_t* name, HRESULT result) {
   WriteDebugLog("%S OUT(0x%08X)\r\n", name, result);
   return result;
 }
+
+// The first five characters against "http:", else the first six against
+// "https:", ignoring case.
+bool HasWebScheme(const char16_t* url) {
+  const std::size_t length = WideLength(url);
+  auto prefixIs = [&](const char16_t* scheme, std::size_t count) {
+    if (length < count) return false;
+    for (std::size_t i = 0; i < count; ++i) {
+      if (AsciiLower(url[i]) != scheme[i]) return false;
+    }
+    return true;
+  };
+  return prefixIs(u"http:", 5) || prefixIs(u"https:", 6);
+}
+
+// What each mode writes: mode 0 stands for 2 in the association value but for
+// 0 in the tile value; mode 2 writes nothing.
+constexpr DWORD kAssociationValueOfMode[] = {2, 1};
+constexpr DWORD kTileValueOfMode[] = {0, 1};
 
 }  // namespace
 
@@ -21,8 +46,26 @@ extern "C" HRESULT KELAPI KelLaunchBrowserByProtocolW(const char16_t* pszUrl, DW
     WriteDebugLog("%S(%S, %d) IN\r\n", kName, pszUrl, dwAssociationMode);
     if (pszUrl == nullptr) return Exit(kName, E_POINTER);
     if (pszUrl[0] == 0 || dwAssociationMode > 2) return Exit(kName, E_INVALIDARG);
-    // The association-mode launch joins with the search launch.
-    return Exit(kName, E_NOTIMPL);
+    if (!HasWebScheme(pszUrl)) return Exit(kName, E_INVALIDARG);
+
+    DWORD current = 0;  // an absent value reads as 0
+    const LONG readCode = CKELReg::GetCurrentAssociationMode(&current);
+    bool changed = false;
+    if ((readCode == ERROR_SUCCESS || readCode == ERROR_FILE_NOT_FOUND) && dwAssociationMode < 2 &&
+        current != kAssociationValueOfMode[dwAssociationMode]) {
+      CKELReg::SetCurrentAssociationMode(kAssociationValueOfMode[dwAssociationMode]);
+      changed = true;
+    }
+    const HRESULT result = KelLaunchByProtocolW(pszUrl);
+    // The wait gives the browser time to read the value before it goes back.
+    if (readCode == ERROR_SUCCESS && changed) {
+      platform::Current().Sleep(CKELReg::GetRestoreRegistryWaitTime());
+      CKELReg::SetCurrentAssociationMode(current);
+    } else if (readCode == ERROR_FILE_NOT_FOUND) {
+      platform::Current().Sleep(CKELReg::GetRestoreRegistryWaitTime());
+      CKELReg::DeleteAssociationMode();
+    }
+    return Exit(kName, result);
   });
 }
 
@@ -31,7 +74,22 @@ extern "C" HRESULT KELAPI KelLaunchIEBySearch(DWORD dwTileMode, DWORD dwSearchMo
     constexpr char16_t kName[] = u"KelLaunchIEBySearch";
     WriteDebugLog("%S(%d, %d, %d) IN\r\n", kName, dwTileMode, dwSearchMode, nOption);
     if (dwTileMode > 2 || dwSearchMode > 2) return Exit(kName, E_INVALIDARG);
-    // The tile-mode launch joins with the search launch.
-    return Exit(kName, E_NOTIMPL);
+
+    DWORD current = 1;  // an absent value reads as 1
+    const LONG readCode = CKELReg::GetCurrentTileImmersiveActivation(&current);
+    bool changed = false;
+    if ((readCode == ERROR_SUCCESS || readCode == ERROR_FILE_NOT_FOUND) && dwTileMode < 2 &&
+        current != kTileValueOfMode[dwTileMode]) {
+      CKELReg::SetCurrentTileImmersiveActivation(kTileValueOfMode[dwTileMode]);
+      changed = true;
+    }
+    const HRESULT result = KelLaunchBySearchW(kInternetExplorer, dwSearchMode, nOption);
+    // The search launch has taken its own time: the value goes back at once.
+    if (readCode == ERROR_SUCCESS && changed) {
+      CKELReg::SetCurrentTileImmersiveActivation(current);
+    } else if (readCode == ERROR_FILE_NOT_FOUND) {
+      CKELReg::DeleteTileImmersiveActivation();
+    }
+    return Exit(kName, result);
   });
 }

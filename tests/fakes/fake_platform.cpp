@@ -671,6 +671,15 @@ UINT FakePlatform::SendInput(const platform::KeyboardInput& input) {
   Record("SendInput", Hex(input.wVk) + ", " + Hex(input.wScan) + ", " + Hex(input.dwFlags));
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   inputs.push_back(input);
+  if (input.wVk == 0x2D && input.dwFlags == platform::KEYEVENTF_EXTENDEDKEY) pasted.push_back(clipboardText);
+  if (input.wVk == 0x0D && input.dwFlags == platform::KEYEVENTF_EXTENDEDKEY) {
+    submitted.push_back(pasted.empty() ? WString() : pasted.back());
+    if (paneStaysForEnters > 0) {
+      --paneStaysForEnters;
+    } else if (foregroundClass == u"SearchPane") {
+      foregroundClass = u"Progman";
+    }
+  }
   return 1;
 }
 

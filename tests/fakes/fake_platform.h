@@ -156,6 +156,12 @@ class FakePlatform : public platform::Platform {
   // Classes the foreground window takes on successive GetForegroundWindow
   // calls before it settles on foregroundClass; an empty entry is no window.
   std::vector<WString> foregroundSequence;
+  // A small model of the search pane: Shift+Insert pastes the clipboard,
+  // Enter submits what was pasted and hides the pane unless it is told to
+  // stay in front for some more Enters.
+  std::vector<WString> pasted;
+  std::vector<WString> submitted;
+  int paneStaysForEnters = 0;
   bool openClipboardFails = false;
   bool globalAllocFails = false;
   bool globalLockFails = false;
