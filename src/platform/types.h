@@ -25,7 +25,6 @@ using Handle = void*;
 
 constexpr HRESULT S_OK = 0x00000000;
 constexpr HRESULT S_FALSE = 0x00000001;
-constexpr HRESULT E_NOTIMPL = static_cast<HRESULT>(0x80004001u);
 constexpr HRESULT E_POINTER = static_cast<HRESULT>(0x80004003u);
 constexpr HRESULT E_FAIL = static_cast<HRESULT>(0x80004005u);
 constexpr HRESULT E_INVALIDARG = static_cast<HRESULT>(0x80070057u);
