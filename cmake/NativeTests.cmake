@@ -17,3 +17,8 @@ add_executable(kel_unit_tests ${KEL_UNIT_TEST_SOURCES})
 target_link_libraries(kel_unit_tests PRIVATE kel_fakes GTest::gtest_main GTest::gmock)
 target_compile_definitions(kel_unit_tests PRIVATE KEL_TEST_MANIFESTS_DIR="${PROJECT_SOURCE_DIR}/tests/manifest/manifests")
 gtest_discover_tests(kel_unit_tests DISCOVERY_TIMEOUT 60 PROPERTIES LABELS unit)
+
+option(KEL_FUZZ "Build the libFuzzer targets (clang)" OFF)
+if(KEL_FUZZ)
+  add_subdirectory(tests/fuzz)
+endif()

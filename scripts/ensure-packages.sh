@@ -3,7 +3,7 @@
 # As root it installs them; otherwise it prints the apt-get line to run.
 set -euo pipefail
 
-packages=(cmake ninja-build g++ libgtest-dev libgmock-dev mingw-w64 wine wine64 xvfb python3)
+packages=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev mingw-w64 wine wine64 xvfb python3)
 missing=()
 for p in "${packages[@]}"; do
   if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then

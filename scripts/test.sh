@@ -7,13 +7,13 @@ cd "$(dirname "$0")/.."
 scripts/ensure-packages.sh
 
 jobs=$(nproc)
-for preset in native native-asan native-tsan win64 win32; do
+for preset in native native-asan native-tsan fuzz win64 win32; do
   cmake --preset "$preset" >/dev/null
   cmake --build --preset "$preset" -j "$jobs"
 done
 
 status=0
-for preset in native native-asan native-tsan win64 win32; do
+for preset in native native-asan native-tsan fuzz win64 win32; do
   echo "== ctest: $preset"
   ctest --preset "$preset" -j "$jobs" --timeout 600 || status=1
 done

@@ -71,8 +71,11 @@ const Char* ParseSpec(const Char* p, Spec& spec) {
       break;
     }
   }
+  // A field wider than any buffer the library formats into is pointless;
+  // the cap keeps an absurd width from asking for absurd memory.
+  constexpr std::size_t kMaxWidth = 4096;
   while (*p >= '0' && *p <= '9') {
-    spec.width = spec.width * 10 + static_cast<std::size_t>(*p - '0');
+    spec.width = std::min(kMaxWidth, spec.width * 10 + static_cast<std::size_t>(*p - '0'));
     ++p;
   }
   if (*p == 'h') {

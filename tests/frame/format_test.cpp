@@ -76,3 +76,13 @@ TEST(Format, BoundedWideFormatRefusesWhatDoesNotFit) {
 
 }  // namespace
 }  // namespace kel
+
+namespace kel {
+namespace {
+
+TEST(Format, AbsurdFieldWidthIsCapped) {
+  EXPECT_EQ(FormatNarrow("%99999999999999999999d", {1}).size(), 4096u);
+}
+
+}  // namespace
+}  // namespace kel
