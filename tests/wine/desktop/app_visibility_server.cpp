@@ -1,0 +1,179 @@
+// app_visibility_server.dll: an in-process COM server for CLSID_AppVisibility
+// {7E5FE3D9-985F-4908-91F9-EE19F9FD1514} whose IAppVisibility answers from
+// the values the test desktop works with, under
+// HKCU\Software\KelbrookTestDesktop (read afresh on every call):
+//
+//   AppVisibility        DWORD, what GetAppVisibilityOnMonitor reports for any
+//                        monitor: 0 MAV_UNKNOWN, 1 MAV_NO_APP_VISIBLE (the
+//                        default), 2 MAV_APP_VISIBLE
+//   LauncherVisible      DWORD, what IsLauncherVisible reports: 0 (the
+//                        default) or 1; the test desktop sets it when it sees
+//                        the Windows key alone
+//   AppVisibilityResult  DWORD, an HRESULT that GetAppVisibilityOnMonitor
+//                        returns instead of answering (default 0, answer)
+//   LauncherResult       DWORD, the same for IsLauncherVisible
+//
+// GetAppVisibilityOnMonitor rejects a handle that is not a monitor with
+// E_INVALIDARG, and either call rejects a null output with E_POINTER. Advise
+// and Unadvise are not implemented. wine_prefix.sh registers the DLL under
+// HKLM\Software\Classes\CLSID (ThreadingModel Both).
+
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef UNICODE
+#define UNICODE
+#endif
+#include <windows.h>
+#include <objbase.h>
+#include <shobjidl.h>
+
+#include <atomic>
+#include <new>
+
+namespace {
+
+const wchar_t kControlKey[] = L"Software\\KelbrookTestDesktop";
+
+// {7E5FE3D9-985F-4908-91F9-EE19F9FD1514}
+const CLSID kClsidAppVisibility = {0x7E5FE3D9, 0x985F, 0x4908, {0x91, 0xF9, 0xEE, 0x19, 0xF9, 0xFD, 0x15, 0x14}};
+// {2246EA2D-CAEA-4444-A3C4-6DE827E44313}
+const IID kIidAppVisibility = {0x2246EA2D, 0xCAEA, 0x4444, {0xA3, 0xC4, 0x6D, 0xE8, 0x27, 0xE4, 0x43, 0x13}};
+
+// Live objects and server locks: the DLL may be unloaded when both are 0.
+std::atomic<long> g_objects{0};
+std::atomic<long> g_locks{0};
+
+DWORD readDword(const wchar_t* name, DWORD fallback)
+{
+    DWORD value = 0;
+    DWORD size = sizeof value;
+    if (RegGetValueW(HKEY_CURRENT_USER, kControlKey, name, RRF_RT_REG_DWORD, nullptr, &value, &size) !=
+        ERROR_SUCCESS)
+        return fallback;
+    return value;
+}
+
+class AppVisibility final : public IAppVisibility {
+public:
+    AppVisibility() { ++g_objects; }
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override
+    {
+        if (object == nullptr)
+            return E_POINTER;
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, kIidAppVisibility)) {
+            *object = static_cast<IAppVisibility*>(this);
+            AddRef();
+            return S_OK;
+        }
+        *object = nullptr;
+        return E_NOINTERFACE;
+    }
+
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
+
+    ULONG STDMETHODCALLTYPE Release() override
+    {
+        ULONG left = --references_;
+        if (left == 0)
+            delete this;
+        return left;
+    }
+
+    HRESULT STDMETHODCALLTYPE GetAppVisibilityOnMonitor(HMONITOR monitor, MONITOR_APP_VISIBILITY* mode) override
+    {
+        if (mode == nullptr)
+            return E_POINTER;
+        MONITORINFO info = {};
+        info.cbSize = sizeof info;
+        if (monitor == nullptr || !GetMonitorInfoW(monitor, &info))
+            return E_INVALIDARG;
+        HRESULT forced = static_cast<HRESULT>(readDword(L"AppVisibilityResult", S_OK));
+        if (forced != S_OK)
+            return forced;
+        *mode = static_cast<MONITOR_APP_VISIBILITY>(readDword(L"AppVisibility", MAV_NO_APP_VISIBLE));
+        return S_OK;
+    }
+
+    HRESULT STDMETHODCALLTYPE IsLauncherVisible(BOOL* visible) override
+    {
+        if (visible == nullptr)
+            return E_POINTER;
+        HRESULT forced = static_cast<HRESULT>(readDword(L"LauncherResult", S_OK));
+        if (forced != S_OK)
+            return forced;
+        *visible = readDword(L"LauncherVisible", 0) != 0 ? TRUE : FALSE;
+        return S_OK;
+    }
+
+    HRESULT STDMETHODCALLTYPE Advise(IAppVisibilityEvents*, DWORD*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Unadvise(DWORD) override { return E_NOTIMPL; }
+
+private:
+    ~AppVisibility() { --g_objects; }
+    std::atomic<ULONG> references_{1};
+};
+
+class ClassFactory final : public IClassFactory {
+public:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override
+    {
+        if (object == nullptr)
+            return E_POINTER;
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IClassFactory)) {
+            *object = static_cast<IClassFactory*>(this);
+            AddRef();
+            return S_OK;
+        }
+        *object = nullptr;
+        return E_NOINTERFACE;
+    }
+
+    // The factory is a static object: its references only keep the DLL loaded.
+    ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++g_locks); }
+    ULONG STDMETHODCALLTYPE Release() override { return static_cast<ULONG>(--g_locks); }
+
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** object) override
+    {
+        if (object == nullptr)
+            return E_POINTER;
+        *object = nullptr;
+        if (outer != nullptr)
+            return CLASS_E_NOAGGREGATION;
+        auto created = new (std::nothrow) AppVisibility();
+        if (created == nullptr)
+            return E_OUTOFMEMORY;
+        HRESULT hr = created->QueryInterface(iid, object);
+        created->Release();
+        return hr;
+    }
+
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override
+    {
+        if (lock)
+            ++g_locks;
+        else
+            --g_locks;
+        return S_OK;
+    }
+};
+
+ClassFactory g_factory;
+
+} // namespace
+
+extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** object)
+{
+    if (object == nullptr)
+        return E_POINTER;
+    *object = nullptr;
+    if (!IsEqualCLSID(clsid, kClsidAppVisibility))
+        return CLASS_E_CLASSNOTAVAILABLE;
+    return g_factory.QueryInterface(iid, object);
+}
+
+extern "C" HRESULT WINAPI DllCanUnloadNow()
+{
+    return g_objects == 0 && g_locks == 0 ? S_OK : S_FALSE;
+}
