@@ -12,7 +12,8 @@ file(GLOB_RECURSE KEL_UNIT_TEST_SOURCES CONFIGURE_DEPENDS
   ${PROJECT_SOURCE_DIR}/tests/catalogue/*.cpp
   ${PROJECT_SOURCE_DIR}/tests/package_discovery/*.cpp
   ${PROJECT_SOURCE_DIR}/tests/manifest/*.cpp
-  ${PROJECT_SOURCE_DIR}/tests/platform/*.cpp)
+  ${PROJECT_SOURCE_DIR}/tests/platform/*.cpp
+  ${PROJECT_SOURCE_DIR}/tests/fault_injection/*.cpp)
 add_executable(kel_unit_tests ${KEL_UNIT_TEST_SOURCES})
 target_link_libraries(kel_unit_tests PRIVATE kel_fakes GTest::gtest_main GTest::gmock)
 target_compile_definitions(kel_unit_tests PRIVATE KEL_TEST_MANIFESTS_DIR="${PROJECT_SOURCE_DIR}/tests/manifest/manifests")
@@ -21,4 +22,9 @@ gtest_discover_tests(kel_unit_tests DISCOVERY_TIMEOUT 60 PROPERTIES LABELS unit)
 option(KEL_FUZZ "Build the libFuzzer targets (clang)" OFF)
 if(KEL_FUZZ)
   add_subdirectory(tests/fuzz)
+endif()
+
+option(KEL_BENCH "Build the benchmarks against libxml2, pugixml and iconv (Google Benchmark)" OFF)
+if(KEL_BENCH)
+  add_subdirectory(bench)
 endif()

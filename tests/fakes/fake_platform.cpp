@@ -74,6 +74,17 @@ bool FakePlatform::WaitForBlockedWaits(int count) {
   return eventChanged_.wait_for(lock, std::chrono::seconds(30), [&] { return blockedWaits_ >= count; });
 }
 
+bool FakePlatform::WaitForBlockedWaitsOrThreadsToFinish(int count) {
+  std::unique_lock<std::recursive_mutex> lock(mutex_);
+  return eventChanged_.wait_for(lock, std::chrono::seconds(30), [&] {
+    if (blockedWaits_ >= count) return true;
+    for (auto& [handle, state] : threads_) {
+      if (state->started && !state->finished) return false;
+    }
+    return true;
+  });
+}
+
 bool FakePlatform::WaitForThreadsToFinish() {
   std::unique_lock<std::recursive_mutex> lock(mutex_);
   return eventChanged_.wait_for(lock, std::chrono::seconds(30), [&] {
@@ -95,6 +106,22 @@ void FakePlatform::StopThreads() {
     }
   }
   for (std::thread* thread : toJoin) thread->join();
+}
+
+bool FakePlatform::Inject() {
+  if (failCallAt_ == 0) return false;  // negative: count without failing
+  return injectableCalls_.fetch_add(1) + 1 == failCallAt_;
+}
+
+void FakePlatform::FailCall(int n) {
+  failCallAt_ = n;
+  injectableCalls_ = 0;
+}
+
+std::size_t FakePlatform::OpenHandles() const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return openFiles_.size() + openKeys_.size() + searches_.size() + globalAllocations_.size() +
+         localAllocations_.size();
 }
 
 void FakePlatform::Record(const char* name, std::string args) {
@@ -235,6 +262,7 @@ std::size_t FakePlatform::LiveLocalAllocations() const {
 
 bool FakePlatform::GetEnvironmentVariable(const WCHAR* name, WString& value) {
   Record("GetEnvironmentVariable", Arg(name));
+  if (Inject()) { return false; }
   auto it = env_.find(name);
   if (it == env_.end()) return false;
   value = it->second;
@@ -243,6 +271,7 @@ bool FakePlatform::GetEnvironmentVariable(const WCHAR* name, WString& value) {
 
 DWORD FakePlatform::ExpandEnvironmentStrings(const WCHAR* source, WCHAR* buffer, DWORD capacity) {
   Record("ExpandEnvironmentStrings", Arg(source));
+  if (Inject()) { return 0; }
   WString out;
   for (const WCHAR* p = source; *p != 0; ++p) {
     const WCHAR* end = *p == u'%' ? p + 1 : nullptr;
@@ -264,6 +293,7 @@ DWORD FakePlatform::ExpandEnvironmentStrings(const WCHAR* source, WCHAR* buffer,
 
 DWORD FakePlatform::GetModuleFileName(WCHAR* buffer, DWORD capacity) {
   Record("GetModuleFileName", Arg(capacity));
+  if (Inject()) { return 0; }
   if (modulePath_.empty() || capacity == 0) return 0;
   const std::size_t n = std::min<std::size_t>(modulePath_.size(), capacity - 1);
   std::memcpy(buffer, modulePath_.data(), n * 2);
@@ -284,6 +314,7 @@ void FakePlatform::Sleep(DWORD milliseconds) {
 Handle FakePlatform::CreateFile(const WCHAR* path, DWORD access, DWORD share, DWORD disposition, DWORD attributes) {
   Record("CreateFile", Arg(path) + ", " + Hex(access) + ", " + Arg(share) + ", " + Arg(disposition) + ", " +
                            Hex(attributes));
+  if (Inject()) { lastError_ = ERROR_ACCESS_DENIED; return platform::InvalidHandleValue(); }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   const WString key = Key(path == nullptr ? WString() : WString(path));
   auto parent = files_.find(Parent(key));
@@ -312,6 +343,7 @@ Handle FakePlatform::CreateFile(const WCHAR* path, DWORD access, DWORD share, DW
 
 DWORD FakePlatform::SetFilePointer(Handle file, LONG distance, DWORD method) {
   Record("SetFilePointer", Arg(static_cast<DWORD>(distance)) + ", " + Arg(method));
+  if (Inject()) { return platform::INVALID_SET_FILE_POINTER; }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = openFiles_.find(file);
   if (it == openFiles_.end()) return platform::INVALID_SET_FILE_POINTER;
@@ -322,6 +354,7 @@ DWORD FakePlatform::SetFilePointer(Handle file, LONG distance, DWORD method) {
 
 BOOL FakePlatform::WriteFile(Handle file, const void* data, DWORD length, DWORD* written) {
   Record("WriteFile", std::string(static_cast<const char*>(data), length));
+  if (Inject()) { if (written != nullptr) *written = 0; return 0; }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = openFiles_.find(file);
   if (it == openFiles_.end()) return 0;
@@ -350,6 +383,7 @@ BOOL FakePlatform::CloseHandle(Handle handle) {
 
 DWORD FakePlatform::GetFileAttributes(const WCHAR* path) {
   Record("GetFileAttributes", Arg(path));
+  if (Inject()) { return platform::INVALID_FILE_ATTRIBUTES; }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = files_.find(Key(path));
   if (it == files_.end()) return platform::INVALID_FILE_ATTRIBUTES;
@@ -358,11 +392,13 @@ DWORD FakePlatform::GetFileAttributes(const WCHAR* path) {
 
 BOOL FakePlatform::PathFileExists(const WCHAR* path) {
   Record("PathFileExists", Arg(path));
+  if (Inject()) { return 0; }
   return Exists(path) ? 1 : 0;
 }
 
 int FakePlatform::SHCreateDirectoryEx(const WCHAR* path) {
   Record("SHCreateDirectoryEx", Arg(path));
+  if (Inject()) { return ERROR_ACCESS_DENIED; }
   if (Exists(path)) return ERROR_ALREADY_EXISTS;
   AddDirectory(path);
   return 0;
@@ -370,6 +406,7 @@ int FakePlatform::SHCreateDirectoryEx(const WCHAR* path) {
 
 HRESULT FakePlatform::ReadFileBytes(const WCHAR* path, std::string& bytes) {
   Record("ReadFileBytes", Arg(path));
+  if (Inject()) { return HresultFromWin32(ERROR_ACCESS_DENIED); }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = files_.find(Key(path));
   if (it == files_.end()) {
@@ -383,6 +420,7 @@ HRESULT FakePlatform::ReadFileBytes(const WCHAR* path, std::string& bytes) {
 
 HRESULT FakePlatform::ReplaceFileAtomically(const WCHAR* path, const std::string& bytes) {
   Record("ReplaceFileAtomically", Arg(path) + ", " + std::to_string(bytes.size()));
+  if (Inject()) { return HresultFromWin32(112); }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (Failed(replaceFileResult)) return replaceFileResult;  // the old content stays
   const WString key = Key(path);
@@ -394,6 +432,7 @@ HRESULT FakePlatform::ReplaceFileAtomically(const WCHAR* path, const std::string
 
 Handle FakePlatform::FindFirstFile(const WCHAR* pattern, platform::FindData& found) {
   Record("FindFirstFile", Arg(pattern));
+  if (Inject()) { lastError_ = ERROR_ACCESS_DENIED; return platform::InvalidHandleValue(); }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   const WString full = pattern;
   const std::size_t slash = full.rfind(u'\\');
@@ -434,6 +473,7 @@ Handle FakePlatform::FindFirstFile(const WCHAR* pattern, platform::FindData& fou
 
 BOOL FakePlatform::FindNextFile(Handle handle, platform::FindData& found) {
   Record("FindNextFile", "");
+  if (Inject()) { lastError_ = ERROR_ACCESS_DENIED; return 0; }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = searches_.find(handle);
   if (it == searches_.end() || it->second.next >= it->second.names.size()) {
@@ -456,6 +496,7 @@ BOOL FakePlatform::FindClose(Handle handle) {
 
 LONG FakePlatform::RegOpenKeyEx(platform::RootKey, const WCHAR* subKey, DWORD options, DWORD access, Handle* key) {
   Record("RegOpenKeyEx", "HKCU\\" + Arg(subKey) + ", " + Arg(options) + ", " + Hex(access));
+  if (Inject()) { return ERROR_ACCESS_DENIED; }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (registry_.count(Key(subKey)) == 0) return ERROR_FILE_NOT_FOUND;
   *key = NewHandle();
@@ -465,6 +506,7 @@ LONG FakePlatform::RegOpenKeyEx(platform::RootKey, const WCHAR* subKey, DWORD op
 
 LONG FakePlatform::RegQueryValueEx(Handle key, const WCHAR* name, DWORD* type, std::uint8_t* data, DWORD* size) {
   Record("RegQueryValueEx", Arg(name) + ", " + Arg(size == nullptr ? 0 : *size));
+  if (Inject()) { return ERROR_ACCESS_DENIED; }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto open = openKeys_.find(key);
   if (open == openKeys_.end()) return ERROR_INVALID_PARAMETER;
@@ -492,6 +534,7 @@ LONG FakePlatform::RegSetValueEx(Handle key, const WCHAR* name, DWORD type, cons
     args += Arg(value);
   }
   Record("RegSetValueEx", args + ", " + Arg(size));
+  if (Inject()) { return ERROR_ACCESS_DENIED; }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto open = openKeys_.find(key);
   if (open == openKeys_.end()) return ERROR_INVALID_PARAMETER;
@@ -504,6 +547,7 @@ LONG FakePlatform::RegSetValueEx(Handle key, const WCHAR* name, DWORD type, cons
 
 LONG FakePlatform::RegDeleteValue(Handle key, const WCHAR* name) {
   Record("RegDeleteValue", Arg(name));
+  if (Inject()) { return ERROR_ACCESS_DENIED; }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto open = openKeys_.find(key);
   if (open == openKeys_.end()) return ERROR_INVALID_PARAMETER;
@@ -531,6 +575,7 @@ std::uint64_t FakePlatform::VerSetConditionMask(std::uint64_t mask, DWORD typeBi
 BOOL FakePlatform::VerifyVersionInfo(platform::OsVersionInfoEx& info, DWORD typeMask, std::uint64_t conditionMask) {
   Record("VerifyVersionInfo", Arg(info.dwOSVersionInfoSize) + ", " + Arg(info.dwMajorVersion) + ", " +
                                   Arg(info.dwMinorVersion) + ", " + Arg(typeMask) + ", " + Hex(conditionMask));
+  if (Inject()) { return 0; }
   auto passes = [](DWORD actual, DWORD wanted, unsigned condition) {
     switch (condition) {
       case 1: return actual == wanted;
@@ -551,12 +596,14 @@ int FakePlatform::MultiByteToWideChar(UINT codePage, DWORD flags, const char* so
                                       WCHAR* buffer, int capacity) {
   Record("MultiByteToWideChar", Arg(codePage) + ", " + Arg(flags) + ", " + Arg(static_cast<DWORD>(sourceLength)) +
                                     ", " + Arg(static_cast<DWORD>(capacity)));
+  if (Inject()) { return 0; }
   if (failMultiByte_ || codePage != platform::CP_SHIFT_JIS) return 0;
   return cp932::MultiByteToWide(source, sourceLength, buffer, capacity);
 }
 
 void* FakePlatform::LocalAlloc(UINT flags, std::size_t bytes) {
   Record("LocalAlloc", Arg(flags) + ", " + Arg(static_cast<DWORD>(bytes)));
+  if (Inject()) { return nullptr; }
   void* p = std::calloc(1, bytes == 0 ? 1 : bytes);
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   localAllocations_.insert(p);
@@ -576,6 +623,7 @@ std::intptr_t FakePlatform::ShellExecute(Handle window, const WCHAR* verb, const
   Record("ShellExecute", std::string(window == nullptr ? "null" : "hwnd") + ", " + Arg(verb) + ", " + Arg(file) +
                              ", " + Arg(parameters) + ", " + Arg(directory) + ", " +
                              Arg(static_cast<DWORD>(showCommand)));
+  if (Inject()) { return 5; }
   return shellExecuteResult_;
 }
 
@@ -584,6 +632,7 @@ std::intptr_t FakePlatform::ShellExecute(Handle window, const WCHAR* verb, const
 Handle FakePlatform::CreateEvent(bool manualReset, bool initialState, const WCHAR* name) {
   Record("CreateEvent", Arg(static_cast<DWORD>(manualReset)) + ", " + Arg(static_cast<DWORD>(initialState)) + ", " +
                             Arg(name));
+  if (Inject()) { lastError_ = ERROR_ACCESS_DENIED; return nullptr; }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (createEventFails) {
     lastError_ = 6;  // ERROR_INVALID_HANDLE: the name is taken by another kind of object
@@ -596,6 +645,7 @@ Handle FakePlatform::CreateEvent(bool manualReset, bool initialState, const WCHA
 
 BOOL FakePlatform::SetEvent(Handle event) {
   Record("SetEvent", "");
+  if (Inject()) { return 0; }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = events_.find(event);
   if (it == events_.end()) return 0;
@@ -606,6 +656,7 @@ BOOL FakePlatform::SetEvent(Handle event) {
 
 BOOL FakePlatform::ResetEvent(Handle event) {
   Record("ResetEvent", "");
+  if (Inject()) { return 0; }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = events_.find(event);
   if (it == events_.end()) return 0;
@@ -615,6 +666,7 @@ BOOL FakePlatform::ResetEvent(Handle event) {
 
 DWORD FakePlatform::WaitForSingleObject(Handle object, DWORD milliseconds) {
   Record("WaitForSingleObject", Arg(milliseconds));
+  if (Inject()) { return platform::WAIT_FAILED; }
   std::unique_lock<std::recursive_mutex> lock(mutex_);
   auto thread = threads_.find(object);
   if (thread != threads_.end()) {
@@ -653,6 +705,7 @@ DWORD FakePlatform::WaitForSingleObject(Handle object, DWORD milliseconds) {
 
 Handle FakePlatform::CreateThread(platform::ThreadProc start, void* parameter) {
   Record("CreateThread", "");
+  if (Inject()) { lastError_ = 8; return nullptr; }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (createThreadFails) return nullptr;
   Handle h = NewHandle();
@@ -669,6 +722,7 @@ Handle FakePlatform::CreateThread(platform::ThreadProc start, void* parameter) {
 
 UINT FakePlatform::SendInput(const platform::KeyboardInput& input) {
   Record("SendInput", Hex(input.wVk) + ", " + Hex(input.wScan) + ", " + Hex(input.dwFlags));
+  if (Inject()) { return 0; }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   inputs.push_back(input);
   if (input.wVk == 0x2D && input.dwFlags == platform::KEYEVENTF_EXTENDEDKEY) pasted.push_back(clipboardText);
@@ -685,6 +739,7 @@ UINT FakePlatform::SendInput(const platform::KeyboardInput& input) {
 
 UINT FakePlatform::MapVirtualKey(UINT code, UINT mapType) {
   Record("MapVirtualKey", Hex(code) + ", " + Arg(mapType));
+  if (Inject()) { return 0; }
   switch (code) {
     case 0x10: return 0x2A;  // shift
     case 0x51: return 0x10;  // Q
@@ -696,6 +751,7 @@ UINT FakePlatform::MapVirtualKey(UINT code, UINT mapType) {
 
 BOOL FakePlatform::OpenClipboard(Handle) {
   Record("OpenClipboard", "");
+  if (Inject()) { return 0; }
   if (openClipboardFails) return 0;
   clipboardOpen_ = true;
   return 1;
@@ -703,12 +759,14 @@ BOOL FakePlatform::OpenClipboard(Handle) {
 
 BOOL FakePlatform::EmptyClipboard() {
   Record("EmptyClipboard", "");
+  if (Inject()) { return 0; }
   clipboardText.clear();
   return clipboardOpen_ ? 1 : 0;
 }
 
 Handle FakePlatform::SetClipboardData(UINT format, Handle memory) {
   Record("SetClipboardData", Arg(format));
+  if (Inject()) { lastError_ = 1418; return nullptr; }
   if (setClipboardDataFails) lastError_ = setClipboardDataError;
   if (setClipboardDataFails || !clipboardOpen_ || memory == nullptr) return nullptr;
   clipboardText = static_cast<const char16_t*>(memory);
@@ -717,12 +775,14 @@ Handle FakePlatform::SetClipboardData(UINT format, Handle memory) {
 
 BOOL FakePlatform::CloseClipboard() {
   Record("CloseClipboard", "");
+  if (Inject()) { return 0; }
   clipboardOpen_ = false;
   return 1;
 }
 
 Handle FakePlatform::GlobalAlloc(UINT flags, std::size_t bytes) {
   Record("GlobalAlloc", Hex(flags) + ", " + Arg(static_cast<DWORD>(bytes)));
+  if (Inject()) { return nullptr; }
   if (globalAllocFails) return nullptr;
   Handle h = std::calloc(1, bytes == 0 ? 1 : bytes);
   std::lock_guard<std::recursive_mutex> lock(mutex_);
@@ -732,6 +792,7 @@ Handle FakePlatform::GlobalAlloc(UINT flags, std::size_t bytes) {
 
 void* FakePlatform::GlobalLock(Handle memory) {
   Record("GlobalLock", "");
+  if (Inject()) { return nullptr; }
   return globalLockFails ? nullptr : memory;
 }
 
@@ -750,6 +811,7 @@ Handle FakePlatform::GlobalFree(Handle memory) {
 
 Handle FakePlatform::GetForegroundWindow() {
   Record("GetForegroundWindow", "");
+  if (Inject()) { return nullptr; }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (!foregroundSequence.empty()) {
     currentForeground_ = foregroundSequence.front();
@@ -762,6 +824,7 @@ Handle FakePlatform::GetForegroundWindow() {
 
 int FakePlatform::GetClassName(Handle, WCHAR* buffer, int capacity) {
   Record("GetClassName", Arg(static_cast<DWORD>(capacity)));
+  if (Inject()) { return 0; }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   const int n = static_cast<int>(std::min<std::size_t>(currentForeground_.size(), capacity - 1));
   std::memcpy(buffer, currentForeground_.data(), n * 2);
@@ -772,16 +835,19 @@ int FakePlatform::GetClassName(Handle, WCHAR* buffer, int capacity) {
 Handle FakePlatform::MonitorFromPoint(platform::Point point, DWORD flags) {
   Record("MonitorFromPoint", Arg(static_cast<DWORD>(point.x)) + ", " + Arg(static_cast<DWORD>(point.y)) + ", " +
                                  Arg(flags));
+  if (Inject()) { return nullptr; }
   return reinterpret_cast<Handle>(0x10001);
 }
 
 int FakePlatform::MessageBox(Handle, const WCHAR* text, const WCHAR* caption, UINT type) {
   Record("MessageBox", Arg(text) + ", " + Arg(caption) + ", " + Hex(type));
+  if (Inject()) { return 0; }
   return 1;
 }
 
 HRESULT FakePlatform::CoInitializeEx(DWORD coInit) {
   Record("CoInitializeEx", Arg(coInit));
+  if (Inject()) { return E_OUTOFMEMORY; }
   return coInitializeResult;
 }
 
@@ -899,6 +965,7 @@ class FakePlatform::AppxManifestReaderObject final : public platform::AppxManife
 
 HRESULT FakePlatform::CreateAppxManifestReader(const WCHAR* manifestPath, platform::AppxManifestReader** reader) {
   Record("CreateAppxManifestReader", Arg(manifestPath));
+  if (Inject()) { *reader = nullptr; return E_OUTOFMEMORY; }
   *reader = nullptr;
   if (Failed(createAppxManifestReaderResult)) return createAppxManifestReaderResult;
   auto it = appxApplications.find(manifestPath);
@@ -917,6 +984,7 @@ void FakePlatform::CoTaskMemFree(void* memory) {
 HRESULT FakePlatform::CreateAppVisibility(DWORD context, platform::AppVisibility** object) {
   Record("CoCreateInstance", "{7E5FE3D9-985F-4908-91F9-EE19F9FD1514}, null, " + Arg(context) +
                                  ", {2246EA2D-CAEA-4444-A3C4-6DE827E44313}");
+  if (Inject()) { *object = nullptr; return E_OUTOFMEMORY; }
   *object = nullptr;
   if (Succeeded(createAppVisibilityResult) && createAppVisibilityGivesObject) {
     *object = new AppVisibilityObject(*this);
@@ -926,6 +994,7 @@ HRESULT FakePlatform::CreateAppVisibility(DWORD context, platform::AppVisibility
 
 HRESULT FakePlatform::RoInitialize(int initType) {
   Record("RoInitialize", Arg(static_cast<DWORD>(initType)));
+  if (Inject()) { return E_OUTOFMEMORY; }
   return roInitializeResult;
 }
 
@@ -1029,6 +1098,7 @@ class FakePlatform::PackageManagerObject final : public platform::DeploymentPack
 
 HRESULT FakePlatform::ActivatePackageManager(platform::DeploymentPackageManager** manager) {
   Record("RoActivateInstance", "Windows.Management.Deployment.PackageManager");
+  if (Inject()) { *manager = nullptr; return E_OUTOFMEMORY; }
   *manager = nullptr;
   if (Failed(activatePackageManagerResult)) return activatePackageManagerResult;
   *manager = new PackageManagerObject(*this);
@@ -1061,6 +1131,7 @@ class FakePlatform::ActivationManagerObject final : public platform::Application
 HRESULT FakePlatform::CreateApplicationActivationManager(DWORD context, platform::ApplicationActivationManager** manager) {
   Record("CoCreateInstance", "{45BA127D-10A8-46EA-8AB7-56EA9078943C}, null, " + Arg(context) +
                                  ", {2E941141-7F97-4756-BA1D-9DECDE894A3D}");
+  if (Inject()) { *manager = nullptr; return E_OUTOFMEMORY; }
   *manager = nullptr;
   if (Succeeded(createActivationManagerResult) && createActivationManagerGivesObject) {
     *manager = new ActivationManagerObject(*this);
@@ -1070,11 +1141,13 @@ HRESULT FakePlatform::CreateApplicationActivationManager(DWORD context, platform
 
 HRESULT FakePlatform::CoAllowSetForegroundWindow(platform::ApplicationActivationManager*) {
   Record("CoAllowSetForegroundWindow", "");
+  if (Inject()) { return static_cast<HRESULT>(0x80070005u); }
   return allowForegroundResult;
 }
 
 BOOL FakePlatform::GetUserName(WCHAR* buffer, DWORD* size) {
   Record("GetUserName", Arg(*size));
+  if (Inject()) { return 0; }
   if (userName.size() + 1 > *size) return 0;
   std::memcpy(buffer, userName.c_str(), (userName.size() + 1) * 2);
   *size = static_cast<DWORD>(userName.size() + 1);
@@ -1084,6 +1157,7 @@ BOOL FakePlatform::GetUserName(WCHAR* buffer, DWORD* size) {
 BOOL FakePlatform::LookupAccountName(const WCHAR*, const WCHAR* accountName, void* sid, DWORD* sidSize, WCHAR* domain,
                                      DWORD* domainSize) {
   Record("LookupAccountName", Arg(accountName) + ", " + Arg(*sidSize) + ", " + Arg(*domainSize));
+  if (Inject()) { return 0; }
   constexpr DWORD kSidSize = 28;
   constexpr char16_t kDomain[] = u"KELPC";
   if (sid == nullptr || *sidSize < kSidSize || domain == nullptr || *domainSize < 6) {
@@ -1098,7 +1172,9 @@ BOOL FakePlatform::LookupAccountName(const WCHAR*, const WCHAR* accountName, voi
 
 BOOL FakePlatform::ConvertSidToStringSid(void*, WCHAR** stringSid) {
   Record("ConvertSidToStringSid", "");
+  if (Inject()) { *stringSid = nullptr; return 0; }
   auto* text = static_cast<WCHAR*>(LocalAlloc(platform::LPTR, (userSid.size() + 1) * 2));
+  if (text == nullptr) return 0;
   std::memcpy(text, userSid.c_str(), (userSid.size() + 1) * 2);
   *stringSid = text;
   return 1;
@@ -1106,6 +1182,7 @@ BOOL FakePlatform::ConvertSidToStringSid(void*, WCHAR** stringSid) {
 
 HRESULT FakePlatform::SHLoadIndirectString(const WCHAR* source, WCHAR* buffer, UINT capacity) {
   Record("SHLoadIndirectString", Arg(source) + ", " + Arg(capacity));
+  if (Inject()) { return E_FAIL; }
   auto it = indirectStrings.find(source);
   if (it == indirectStrings.end()) return E_FAIL;
   const std::size_t n = std::min<std::size_t>(it->second.size(), capacity - 1);

@@ -79,8 +79,16 @@ class FakePlatform : public platform::Platform {
   // Waits (in real time, bounded) until `count` blocking waits have begun.
   bool WaitForBlockedWaits(int count);
   bool WaitForThreadsToFinish();
+  bool WaitForBlockedWaitsOrThreadsToFinish(int count);
   // Ends every wait and joins every thread.
   void StopThreads();
+
+  // Fault injection: the n-th call (counting from 1) of those that can fail
+  // fails the way the real call would; 0 turns it off.
+  void FailCall(int n);
+  int InjectableCallsMade() const { return injectableCalls_.load(); }
+  // Open files, keys, searches and unfreed local and global blocks.
+  std::size_t OpenHandles() const;
 
   // --- the seam ------------------------------------------------------------
   bool GetEnvironmentVariable(const WCHAR* name, WString& value) override;
@@ -267,6 +275,9 @@ class FakePlatform : public platform::Platform {
   std::atomic<int> packagesHandedOut_{0};
   std::size_t launcherCalls_ = 0;
   void Record(const char* name, std::string args);
+  bool Inject();
+  int failCallAt_ = 0;
+  std::atomic<int> injectableCalls_{0};
   Handle NewHandle();
   static WString Key(const WString& path);
   static WString Parent(const WString& key);
