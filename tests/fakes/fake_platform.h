@@ -83,6 +83,9 @@ class FakePlatform : public platform::Platform {
   // Ends every wait and joins every thread.
   void StopThreads();
 
+  // Long runs switch the call record off to keep memory flat.
+  std::atomic<bool> recordCalls{true};
+
   // Fault injection: the n-th call (counting from 1) of those that can fail
   // fails the way the real call would; 0 turns it off.
   void FailCall(int n);

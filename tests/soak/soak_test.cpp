@@ -1,0 +1,139 @@
+// Random calls of the exports with random arguments from three threads while
+// the refresh thread runs passes back to back. KEL_SOAK_CALLS sets the number
+// of calls (a short run by default; scripts/soak.sh runs the long one under
+// the sanitizers).
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "fakes/fake_package.h"
+#include "frame/exports.h"
+#include "library_test.h"
+#include "package_discovery/package_manager.h"
+
+namespace kel {
+namespace {
+
+const WString kPrograms = u"C:\\ProgramData\\Microsoft\\Windows\\Start Menu\\Programs";
+
+int SoakCalls() {
+  const char* value = std::getenv("KEL_SOAK_CALLS");
+  return value != nullptr ? std::atoi(value) : 600;
+}
+
+class Arguments {
+ public:
+  explicit Arguments(unsigned seed) : random_(seed) {}
+
+  // Null, empty, ordinary, very long or odd wide text.
+  const char16_t* Wide() {
+    switch (Pick(6)) {
+      case 0: return nullptr;
+      case 1: return u"";
+      case 2: return u"Example.Mail_abc";
+      case 3: return u"mail";
+      case 4: return Long();
+      default: return u"\xD800odd\u3042";
+    }
+  }
+  // Null, empty, Shift JIS, invalid Shift JIS or very long narrow text.
+  const char* Narrow() {
+    switch (Pick(5)) {
+      case 0: return nullptr;
+      case 1: return "";
+      case 2: return "\x83\x81\x81\x5B\x83\x8B";
+      case 3: return "\x81\x20\xFD\x81";
+      default: return longNarrow_.c_str();
+    }
+  }
+  DWORD Mode() {
+    static constexpr DWORD kModes[] = {0, 1, 2, 3, 0xFFFFFFFF};
+    return kModes[Pick(5)];
+  }
+  int Pick(int count) { return std::uniform_int_distribution<int>(0, count - 1)(random_); }
+
+ private:
+  const char16_t* Long() { return longWide_.c_str(); }
+  std::mt19937 random_;
+  WString longWide_ = WString(100000, u'm');
+  std::string longNarrow_ = std::string(100000, 'h');
+};
+
+void CallSomeExport(Arguments& args) {
+  BOOL installed = 0;
+  UINT mode = 0;
+  char16_t* name = nullptr;
+  switch (args.Pick(16)) {
+    case 0: KelIsInstalledW(args.Wide(), args.Pick(4) == 0 ? nullptr : &installed); break;
+    case 1: KelIsInstalledA(args.Narrow(), &installed); break;
+    case 2: KelLaunchStoreW(args.Wide()); break;
+    case 3: KelLaunchStoreA(args.Narrow()); break;
+    case 4: KelLaunchByProtocolW(args.Wide()); break;
+    case 5: KelLaunchByProtocolA(args.Narrow()); break;
+    case 6: KelLaunchBySearchW(args.Wide(), args.Mode(), args.Pick(2)); break;
+    case 7: KelLaunchBySearchA(args.Narrow(), args.Mode(), args.Pick(2)); break;
+    case 8: KelLaunchByPFNW(args.Wide(), args.Mode(), args.Pick(2)); break;
+    case 9: KelLaunchBrowserByProtocolW(args.Pick(2) ? u"http://example.invalid" : args.Wide(), args.Mode()); break;
+    case 10: KelLaunchBrowserByProtocolA(args.Narrow(), args.Mode()); break;
+    case 11: KelLaunchIEBySearch(args.Mode(), args.Mode(), args.Pick(2)); break;
+    case 12: KelGetMonitorMode(args.Pick(4) == 0 ? nullptr : &mode); break;
+    case 13:
+      if (Succeeded(KelGetAppDisplayNameByPFNW(args.Wide(), &name)) && name != nullptr) KelReleaseStringW(name);
+      break;
+    case 14: KelLaunchByAppUserModelIdW(args.Wide(), args.Pick(2) ? nullptr : args.Wide()); break;
+    default: KelLaunchByAppUserModelIdA(args.Narrow()); break;
+  }
+}
+
+class Soak : public testing::LibraryTest {};
+
+TEST_F(Soak, RandomCallsFromThreeThreadsWhileTheCatalogueIsRefreshed) {
+  fake->SetModulePath(u"C:\\Program Files\\Launcher\\Launcher.exe");
+  fake->SetDword(kSettingsKey, kRefreshIntervalValue, 0);
+  fake->SetDword(kSettingsKey, kDebugLogValue, 1);
+  fake->AddDirectory(testing::kLogFolder);
+  fake->AddKey(kBrowserKey);
+  fakes::FakePackage mail{u"Example.Mail_abc", u"Example.Mail_1_x86__abc", u"Example.Mail", {1, 0, 0, 0},
+                          u"C:\\Apps\\Mail"};
+  fake->AddFile(u"C:\\Apps\\Mail\\AppxManifest.xml",
+                "<Package><Applications><Application><VisualElements DisplayName=\"Mail Box\"><DefaultTile "
+                "ShortName=\"Mail\"/></VisualElements></Application></Applications></Package>");
+  fake->deployed.push_back({fake->userSid, &mail});
+  for (int i = 0; i < 10; ++i) fake->AddFile(kPrograms + FormatWide(u"\\Mail Tool %d.lnk", {i}), "");
+  fake->launcherAnswers = {1};
+  fake->foregroundClass = u"SearchPane";
+  fake->recordCalls = false;
+
+  ASSERT_EQ(KelInitialize(), S_OK);
+  fake->StartThreads();
+  ASSERT_TRUE(fake->WaitForBlockedWaits(1));
+  fake->GrantTimeouts(1);
+
+  const int callsPerThread = SoakCalls() / 3;
+  std::vector<std::thread> threads;
+  for (unsigned t = 0; t < 3; ++t) {
+    threads.emplace_back([t, callsPerThread] {
+      Arguments args(1234 + t);
+      for (int i = 0; i < callsPerThread; ++i) CallSomeExport(args);
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  KelFinalize();
+  ASSERT_TRUE(fake->WaitForThreadsToFinish());
+
+  EXPECT_EQ(ThePackageManager().m_AppNameList.Packages().size(), 1u);
+  EXPECT_EQ(ThePackageManager().m_AppNameList.DesktopApps().size(), 10u);
+  EXPECT_EQ(fake->OpenHandles(), 0u);
+  EXPECT_EQ(fake->deploymentObjectsAlive.load(), 0);
+  EXPECT_EQ(fake->activationObjectsAlive.load(), 0);
+  EXPECT_EQ(fake->appVisibilityObjectsAlive.load(), 0);
+  EXPECT_EQ(mail.references.load(), 1);
+}
+
+}  // namespace
+}  // namespace kel
