@@ -48,7 +48,7 @@ bool MakeLogFilePath() {
   if (folder.size() + 1 > kMaxPath) return false;
   WString path;
   if (!FormatWideInto(path, kMaxPath, u"%s\\Osk\\Kelbrook\\%s", {folder, kLogFileName})) {
-    WriteDebugLog("MakeLogFilePath: log file path longer than %d characters, skipped\r\n",
+    WriteDebugLog("%S log file path longer than %d characters, skipped\r\n", u"MakeLogFilePath",
                   static_cast<int>(kMaxPath - 1));
     return false;
   }
