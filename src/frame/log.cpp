@@ -1,5 +1,6 @@
 #include "frame/log.h"
 
+#include <algorithm>
 #include <mutex>
 #include <string>
 
@@ -15,8 +16,15 @@ namespace {
 // The formatter's buffer: a message, terminator included, fits in 1,024 bytes.
 constexpr std::size_t kLogBufferSize = 1024;
 
-std::mutex g_pathLock;
-WString g_szLogFilePath;  // guarded by g_pathLock
+// A plain buffer, never destroyed: records destroyed at unload still trace
+// their last lines, and they must find the path intact.
+char16_t g_szLogFilePath[kMaxPath] = {};  // guarded by PathLock()
+
+// Deliberately never destroyed, for the same reason.
+std::mutex& PathLock() {
+  static std::mutex* lock = new std::mutex;
+  return *lock;
+}
 
 // A message longer than the buffer is cut to fit. The cut never splits a
 // UTF-8 sequence, and a message that ended in a line break keeps it, so the
@@ -52,20 +60,21 @@ bool MakeLogFilePath() {
                   static_cast<int>(kMaxPath - 1));
     return false;
   }
-  std::lock_guard<std::mutex> lock(g_pathLock);
-  g_szLogFilePath = std::move(path);
+  std::lock_guard<std::mutex> lock(PathLock());
+  std::copy(path.begin(), path.end(), g_szLogFilePath);
+  g_szLogFilePath[path.size()] = 0;
   return true;
 }
 
 WString LogFilePath() {
-  std::lock_guard<std::mutex> lock(g_pathLock);
-  return g_szLogFilePath;
+  std::lock_guard<std::mutex> lock(PathLock());
+  return WString(g_szLogFilePath);
 }
 
 void ResetLog() {
   g_bLogEnabled.store(0);
-  std::lock_guard<std::mutex> lock(g_pathLock);
-  g_szLogFilePath.clear();
+  std::lock_guard<std::mutex> lock(PathLock());
+  g_szLogFilePath[0] = 0;
 }
 
 int WriteDebugLogArgs(const char* format, const FormatArg* args, std::size_t count) {
