@@ -3,6 +3,7 @@
 #include "platform/win32/win32_platform.h"
 #include "platform/win32/windows_headers.h"
 #include "platform/win32/appx_interfaces.h"
+#include "platform/win32/com_support.h"
 
 #include <algorithm>
 #include <string>
@@ -35,9 +36,9 @@ struct ThreadStart {
 
 // The seam's view of the shell's IAppVisibility: forwards to the COM object
 // and gives its one reference back on Release.
-class ComAppVisibility final : public AppVisibility {
+class ComAppVisibility final : public ComWrapper<AppVisibility, IAppVisibility> {
  public:
-  explicit ComAppVisibility(IAppVisibility* object) : object_(object) {}
+  using ComWrapper::ComWrapper;
   HRESULT GetAppVisibilityOnMonitor(Handle monitor, int* visibility) override {
     MONITOR_APP_VISIBILITY value = ::MAV_UNKNOWN;
     const HRESULT hr = object_->GetAppVisibilityOnMonitor(static_cast<HMONITOR>(monitor), &value);
@@ -50,61 +51,22 @@ class ComAppVisibility final : public AppVisibility {
     if (SUCCEEDED(hr)) *visible = value;
     return hr;
   }
-  void Release() override {
-    object_->Release();
-    delete this;
-  }
-
- private:
-  ~ComAppVisibility() override = default;
-  IAppVisibility* object_;
 };
 
-// Releases a COM interface pointer when it goes out of scope.
-template <typename Interface>
-class ComPtr {
+class ComAppxApplication final : public ComWrapper<AppxApplication, IAppxManifestApplication> {
  public:
-  ComPtr() = default;
-  ComPtr(const ComPtr&) = delete;
-  ComPtr& operator=(const ComPtr&) = delete;
-  ~ComPtr() {
-    if (pointer_ != nullptr) pointer_->Release();
-  }
-  Interface* get() const { return pointer_; }
-  Interface** put() { return &pointer_; }
-  Interface* operator->() const { return pointer_; }
-  Interface* detach() {
-    Interface* p = pointer_;
-    pointer_ = nullptr;
-    return p;
-  }
-
- private:
-  Interface* pointer_ = nullptr;
-};
-
-class ComAppxApplication final : public AppxApplication {
- public:
-  explicit ComAppxApplication(IAppxManifestApplication* object) : object_(object) {}
+  using ComWrapper::ComWrapper;
   HRESULT GetStringValue(const WCHAR* name, WCHAR** value) override {
     LPWSTR text = nullptr;
     const HRESULT hr = object_->GetStringValue(reinterpret_cast<LPCWSTR>(name), &text);
     *value = reinterpret_cast<WCHAR*>(text);
     return hr;
   }
-  void Release() override {
-    object_->Release();
-    delete this;
-  }
-
- private:
-  ~ComAppxApplication() override = default;
-  IAppxManifestApplication* object_;
 };
 
-class ComAppxApplications final : public AppxApplicationsEnumerator {
+class ComAppxApplications final : public ComWrapper<AppxApplicationsEnumerator, IAppxManifestApplicationsEnumerator> {
  public:
-  explicit ComAppxApplications(IAppxManifestApplicationsEnumerator* object) : object_(object) {}
+  using ComWrapper::ComWrapper;
   HRESULT GetCurrent(AppxApplication** application) override {
     *application = nullptr;
     IAppxManifestApplication* current = nullptr;
@@ -124,19 +86,11 @@ class ComAppxApplications final : public AppxApplicationsEnumerator {
     *hasNext = value;
     return hr;
   }
-  void Release() override {
-    object_->Release();
-    delete this;
-  }
-
- private:
-  ~ComAppxApplications() override = default;
-  IAppxManifestApplicationsEnumerator* object_;
 };
 
-class ComAppxManifestReader final : public AppxManifestReader {
+class ComAppxManifestReader final : public ComWrapper<AppxManifestReader, IAppxManifestReader> {
  public:
-  explicit ComAppxManifestReader(IAppxManifestReader* object) : object_(object) {}
+  using ComWrapper::ComWrapper;
   HRESULT GetApplications(AppxApplicationsEnumerator** applications) override {
     *applications = nullptr;
     IAppxManifestApplicationsEnumerator* enumerator = nullptr;
@@ -144,24 +98,8 @@ class ComAppxManifestReader final : public AppxManifestReader {
     if (SUCCEEDED(hr) && enumerator != nullptr) *applications = new ComAppxApplications(enumerator);
     return SUCCEEDED(hr) && enumerator == nullptr ? E_FAIL : hr;
   }
-  void Release() override {
-    object_->Release();
-    delete this;
-  }
-
- private:
-  ~ComAppxManifestReader() override = default;
-  IAppxManifestReader* object_;
 };
 
-GUID ToGuid(const Guid& id) {
-  GUID out;
-  out.Data1 = id.data1;
-  out.Data2 = id.data2;
-  out.Data3 = id.data3;
-  for (int i = 0; i < 8; ++i) out.Data4[i] = id.data4[i];
-  return out;
-}
 
 }  // namespace
 

@@ -1,6 +1,7 @@
 // The deployment service and installed packages through the raw Windows
 // Runtime ABI, wrapped as the seam's package types.
 #include "platform/win32/win32_platform.h"
+#include "platform/win32/com_support.h"
 #include "platform/win32/windows_headers.h"
 #include "platform/win32/winrt_interfaces.h"
 #include "platform/winrt_iid.h"
@@ -8,14 +9,6 @@
 namespace kel::platform::win32 {
 namespace {
 
-GUID ToGuid(const Guid& id) {
-  GUID out;
-  out.Data1 = id.data1;
-  out.Data2 = id.data2;
-  out.Data3 = id.data3;
-  for (int i = 0; i < 8; ++i) out.Data4[i] = id.data4[i];
-  return out;
-}
 
 // An HSTRING owned for its scope.
 class RuntimeString {
@@ -42,29 +35,6 @@ class RuntimeString {
   HSTRING value_ = nullptr;
 };
 
-template <typename Interface>
-class Ref {
- public:
-  Ref() = default;
-  explicit Ref(Interface* pointer) : pointer_(pointer) {}
-  Ref(const Ref&) = delete;
-  Ref& operator=(const Ref&) = delete;
-  ~Ref() {
-    if (pointer_ != nullptr) pointer_->Release();
-  }
-  Interface* get() const { return pointer_; }
-  Interface** put() { return &pointer_; }
-  Interface* operator->() const { return pointer_; }
-  Interface* detach() {
-    Interface* p = pointer_;
-    pointer_ = nullptr;
-    return p;
-  }
-
- private:
-  Interface* pointer_ = nullptr;
-};
-
 class RuntimePackage final : public Package {
  public:
   explicit RuntimePackage(IPackageAbi* package) : package_(package) {}
@@ -72,7 +42,7 @@ class RuntimePackage final : public Package {
   HRESULT GetFullName(WString& value) override { return IdString(&IPackageIdAbi::get_FullName, value); }
   HRESULT GetName(WString& value) override { return IdString(&IPackageIdAbi::get_Name, value); }
   HRESULT GetVersion(PackageVersion& value) override {
-    Ref<IPackageIdAbi> id;
+    ComPtr<IPackageIdAbi> id;
     HRESULT hr = package_->get_Id(id.put());
     if (FAILED(hr)) return hr;
     RuntimePackageVersion version{};
@@ -86,11 +56,11 @@ class RuntimePackage final : public Package {
     return hr;
   }
   HRESULT GetInstalledLocationPath(WString& value) override {
-    Ref<IUnknown> location;
+    ComPtr<IUnknown> location;
     HRESULT hr = package_->get_InstalledLocation(location.put());
     if (FAILED(hr)) return hr;
     if (location.get() == nullptr) return E_POINTER;
-    Ref<IStorageItemAbi> item;
+    ComPtr<IStorageItemAbi> item;
     hr = location->QueryInterface(kIidStorageItem, reinterpret_cast<void**>(item.put()));
     if (FAILED(hr)) return hr;
     RuntimeString path;
@@ -107,7 +77,7 @@ class RuntimePackage final : public Package {
   ~RuntimePackage() override { package_->Release(); }
 
   HRESULT IdString(HRESULT (STDMETHODCALLTYPE IPackageIdAbi::*getter)(HSTRING*), WString& value) {
-    Ref<IPackageIdAbi> id;
+    ComPtr<IPackageIdAbi> id;
     HRESULT hr = package_->get_Id(id.put());
     if (FAILED(hr)) return hr;
     if (id.get() == nullptr) return E_POINTER;
@@ -121,68 +91,54 @@ class RuntimePackage final : public Package {
   long references_ = 1;
 };
 
-class RuntimePackageIterator final : public PackageIterator {
+class RuntimePackageIterator final : public ComWrapper<PackageIterator, IPackageIteratorAbi> {
  public:
-  explicit RuntimePackageIterator(IPackageIteratorAbi* iterator) : iterator_(iterator) {}
+  using ComWrapper::ComWrapper;
   HRESULT GetHasCurrent(BOOL* hasCurrent) override {
     ::BOOLEAN value = 0;
-    const HRESULT hr = iterator_->get_HasCurrent(&value);
+    const HRESULT hr = object_->get_HasCurrent(&value);
     *hasCurrent = value ? 1 : 0;
     return hr;
   }
   HRESULT GetCurrent(Package** package) override {
     *package = nullptr;
     IPackageAbi* current = nullptr;
-    const HRESULT hr = iterator_->get_Current(&current);
+    const HRESULT hr = object_->get_Current(&current);
     if (SUCCEEDED(hr) && current != nullptr) *package = new RuntimePackage(current);
     return SUCCEEDED(hr) && current == nullptr ? E_POINTER : hr;
   }
   HRESULT MoveNext(BOOL* hasCurrent) override {
     ::BOOLEAN value = 0;
-    const HRESULT hr = iterator_->MoveNext(&value);
+    const HRESULT hr = object_->MoveNext(&value);
     *hasCurrent = value ? 1 : 0;
     return hr;
   }
-  void Release() override {
-    iterator_->Release();
-    delete this;
-  }
 
- private:
-  ~RuntimePackageIterator() override = default;
-  IPackageIteratorAbi* iterator_;
 };
 
-class RuntimePackageCollection final : public PackageCollection {
+class RuntimePackageCollection final : public ComWrapper<PackageCollection, IPackageIterableAbi> {
  public:
-  explicit RuntimePackageCollection(IPackageIterableAbi* iterable) : iterable_(iterable) {}
+  using ComWrapper::ComWrapper;
   HRESULT First(PackageIterator** iterator) override {
     *iterator = nullptr;
     IPackageIteratorAbi* first = nullptr;
-    const HRESULT hr = iterable_->First(&first);
+    const HRESULT hr = object_->First(&first);
     if (SUCCEEDED(hr) && first != nullptr) *iterator = new RuntimePackageIterator(first);
     return SUCCEEDED(hr) && first == nullptr ? E_POINTER : hr;
   }
-  void Release() override {
-    iterable_->Release();
-    delete this;
-  }
 
- private:
-  ~RuntimePackageCollection() override = default;
-  IPackageIterableAbi* iterable_;
 };
 
-class RuntimePackageManager final : public DeploymentPackageManager {
+class RuntimePackageManager final : public ComWrapper<DeploymentPackageManager, IPackageManagerAbi> {
  public:
-  explicit RuntimePackageManager(IPackageManagerAbi* manager) : manager_(manager) {}
+  using ComWrapper::ComWrapper;
   HRESULT FindPackagesByUserSecurityId(const WCHAR* userSecurityId, PackageCollection** packages) override {
     *packages = nullptr;
     RuntimeString sid;
     HRESULT hr = sid.Create(userSecurityId);
     if (FAILED(hr)) return hr;
     IPackageIterableAbi* found = nullptr;
-    hr = manager_->FindPackagesByUserSecurityId(sid.get(), &found);
+    hr = object_->FindPackagesByUserSecurityId(sid.get(), &found);
     return Wrap(hr, found, packages);
   }
   HRESULT FindPackagesByUserSecurityIdPackageFamilyName(const WCHAR* userSecurityId, const WCHAR* packageFamilyName,
@@ -193,17 +149,11 @@ class RuntimePackageManager final : public DeploymentPackageManager {
     if (SUCCEEDED(hr)) hr = family.Create(packageFamilyName);
     if (FAILED(hr)) return hr;
     IPackageIterableAbi* found = nullptr;
-    hr = manager_->FindPackagesByUserSecurityIdPackageFamilyName(sid.get(), family.get(), &found);
+    hr = object_->FindPackagesByUserSecurityIdPackageFamilyName(sid.get(), family.get(), &found);
     return Wrap(hr, found, packages);
-  }
-  void Release() override {
-    manager_->Release();
-    delete this;
   }
 
  private:
-  ~RuntimePackageManager() override = default;
-
   // The collection is asked for as IIterable<Package> explicitly, so a
   // service that hands out another interface is caught here.
   static HRESULT Wrap(HRESULT hr, IPackageIterableAbi* found, PackageCollection** packages) {
@@ -218,30 +168,20 @@ class RuntimePackageManager final : public DeploymentPackageManager {
     return S_OK;
   }
 
-  IPackageManagerAbi* manager_;
 };
 
-class ComActivationManager final : public ApplicationActivationManager {
+class ComActivationManager final : public ComWrapper<ApplicationActivationManager, IApplicationActivationManager> {
  public:
-  explicit ComActivationManager(IApplicationActivationManager* manager) : manager_(manager) {}
+  using ComWrapper::ComWrapper;
   HRESULT ActivateApplication(const WCHAR* appUserModelId, const WCHAR* arguments, int options,
                               DWORD* processId) override {
     ::DWORD pid = 0;
-    const HRESULT hr = manager_->ActivateApplication(reinterpret_cast<LPCWSTR>(appUserModelId),
+    const HRESULT hr = object_->ActivateApplication(reinterpret_cast<LPCWSTR>(appUserModelId),
                                                      reinterpret_cast<LPCWSTR>(arguments),
                                                      static_cast<ACTIVATEOPTIONS>(options), &pid);
     if (processId != nullptr) *processId = pid;
     return hr;
   }
-  void Release() override {
-    manager_->Release();
-    delete this;
-  }
-  IApplicationActivationManager* get() const { return manager_; }
-
- private:
-  ~ComActivationManager() override = default;
-  IApplicationActivationManager* manager_;
 };
 
 }  // namespace
@@ -251,7 +191,7 @@ HRESULT Win32Platform::ActivatePackageManager(DeploymentPackageManager** manager
   RuntimeString className;
   HRESULT hr = className.Create(u"Windows.Management.Deployment.PackageManager");
   if (FAILED(hr)) return hr;
-  Ref<IInspectable> instance;
+  ComPtr<IInspectable> instance;
   hr = ::RoActivateInstance(className.get(), instance.put());
   if (FAILED(hr)) return hr;
   if (instance.get() == nullptr) return E_POINTER;
