@@ -289,15 +289,17 @@ bool createPane(const std::wstring& className)
         record(L"error RegisterClassExW(" + className + L") failed with " + std::to_wstring(GetLastError()));
         return false;
     }
+    // Wide enough for a query with a few exclusions to show whole (on the
+    // 1024-pixel screen of the tests' Xvfb).
     g_pane = CreateWindowExW(WS_EX_TOPMOST, className.c_str(), L"Search", WS_POPUP | WS_CAPTION | WS_BORDER, 40,
-                             40, 480, 120, nullptr, nullptr, g_instance, nullptr);
+                             40, 940, 120, nullptr, nullptr, g_instance, nullptr);
     if (g_pane == nullptr) {
         record(L"error CreateWindowExW(" + className + L") failed with " + std::to_wstring(GetLastError()));
         UnregisterClassW(className.c_str(), g_instance);
         return false;
     }
     g_paneClass = className;
-    g_edit = CreateWindowExW(0, L"EDIT", L"", WS_CHILD | WS_VISIBLE | WS_BORDER | ES_AUTOHSCROLL, 10, 10, 450, 28,
+    g_edit = CreateWindowExW(0, L"EDIT", L"", WS_CHILD | WS_VISIBLE | WS_BORDER | ES_AUTOHSCROLL, 10, 10, 910, 28,
                              g_pane, reinterpret_cast<HMENU>(static_cast<INT_PTR>(kEditId)), g_instance, nullptr);
     if (g_edit == nullptr) {
         record(L"error CreateWindowExW(EDIT) failed with " + std::to_wstring(GetLastError()));
