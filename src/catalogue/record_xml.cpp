@@ -106,7 +106,7 @@ Position Current(XmlReader& reader) {
 }
 
 HRESULT WriteAttribute(XmlWriter& writer, const char16_t* name, const WString& value) {
-  return writer.WriteAttributeString(nullptr, name, nullptr, value.c_str());
+  return writer.WriteAttributeString(nullptr, name, nullptr, std::u16string_view(value));
 }
 
 }  // namespace
@@ -168,55 +168,64 @@ HRESULT CKELMetroApp::FromXmlNode(XmlReader* reader, CKELMetroApp** ppApp) {
   constexpr char16_t kName[] = u"CKELMetroApp::FromXmlNode";
   WriteDebugLog("%S IN\r\n", kName);
   if (reader == nullptr || ppApp == nullptr) return Exit(kName, E_POINTER);
-  WString displayName, shortName, rubyDisplayName, rubyShortName;
+  // The record's strings are filled where they stay.
+  std::unique_ptr<CKELMetroApp> app(new (std::nothrow) CKELMetroApp(nullptr, nullptr, nullptr, nullptr));
+  if (app == nullptr) return Exit(kName, E_OUTOFMEMORY);
   const HRESULT hr = WalkAttributes(*reader, [&](std::u16string_view name, std::u16string_view value) {
     if (NameIs(name, u"DisplayName")) {
-      displayName = value;
+      app->DisplayName = value;
     } else if (NameIs(name, u"ShortName")) {
-      shortName = value;
+      app->ShortName = value;
     } else if (NameIs(name, u"RubyDisplayName")) {
-      rubyDisplayName = value;
+      app->RubyDisplayName = value;
     } else if (NameIs(name, u"RubyShortName")) {
-      rubyShortName = value;
+      app->RubyShortName = value;
     }
   });
   if (Failed(hr)) return Exit(kName, hr);
-  *ppApp = new (std::nothrow)
-      CKELMetroApp(displayName.c_str(), shortName.c_str(), rubyDisplayName.c_str(), rubyShortName.c_str());
-  return Exit(kName, *ppApp == nullptr ? E_OUTOFMEMORY : hr);
+  LowerInPlace(app->DisplayName);
+  LowerInPlace(app->ShortName);
+  *ppApp = app.release();
+  return Exit(kName, hr);
 }
 
 HRESULT CKELDesktopApp::FromXmlNode(XmlReader* reader, CKELDesktopApp** ppApp) {
   constexpr char16_t kName[] = u"CKELDesktopApp::FromXmlNode";
   WriteDebugLog("%S IN\r\n", kName);
   if (reader == nullptr || ppApp == nullptr) return Exit(kName, E_POINTER);
-  WString displayName, localizeName, lnkFileName, rubyDisplayName;
   int needReserve = 0, isInstalled = 1, isDualMode = 0;
+  // The record's strings are filled where they stay.
+  std::unique_ptr<CKELDesktopApp> app(new (std::nothrow) CKELDesktopApp(nullptr, nullptr, nullptr, nullptr, 0, 1, 0));
+  if (app == nullptr) return Exit(kName, E_OUTOFMEMORY);
   const HRESULT hr = WalkAttributes(*reader, [&](std::u16string_view name, std::u16string_view value) {
     if (NameIs(name, u"DisplayName")) {
-      displayName = value;
+      app->DisplayName = value;
     } else if (NameIs(name, u"LocalizeName")) {
-      localizeName = value;
+      app->LocalizeName = value;
     } else if (NameIs(name, u"NeedReserve")) {
       needReserve = ScanInt(value, 1);
     } else if (NameIs(name, u"LnkFileName")) {
       // Environment references are expanded; a value whose expansion does
-      // not fit the 260-character buffer is kept as it stands.
-      const WString raw(value);
-      std::vector<char16_t> expanded(kMaxPath, 0);
+      // not fit the 260-character buffer is kept as it stands. The reader's
+      // values end in a NUL, so the value is handed over where it stands.
+      if (value.find(u'%') == std::u16string_view::npos) {
+        app->LnkFileName = value;  // nothing to expand
+        return;
+      }
+      char16_t expanded[kMaxPath];
       const DWORD needed =
-          platform::Current().ExpandEnvironmentStrings(raw.c_str(), expanded.data(), static_cast<DWORD>(kMaxPath));
+          platform::Current().ExpandEnvironmentStrings(value.data(), expanded, static_cast<DWORD>(kMaxPath));
       if (needed != 0 && needed <= kMaxPath) {
-        lnkFileName = expanded.data();
+        app->LnkFileName = expanded;
       } else {
         if (needed > kMaxPath) {
           WriteDebugLog("%S LnkFileName longer than %d characters once expanded, kept as stored\r\n", kName,
                         static_cast<int>(kMaxPath - 1));
         }
-        lnkFileName = raw;
+        app->LnkFileName = value;
       }
     } else if (NameIs(name, u"RubyDisplayName")) {
-      rubyDisplayName = value;
+      app->RubyDisplayName = value;
     } else if (NameIs(name, u"IsInstalled")) {
       isInstalled = ScanInt(value, 1);
     } else if (NameIs(name, u"IsDualMode")) {
@@ -224,10 +233,12 @@ HRESULT CKELDesktopApp::FromXmlNode(XmlReader* reader, CKELDesktopApp** ppApp) {
     }
   });
   if (Failed(hr)) return Exit(kName, hr);
-  *ppApp = new (std::nothrow)
-      CKELDesktopApp(displayName.c_str(), lnkFileName.c_str(), localizeName.c_str(), rubyDisplayName.c_str(),
-                     needReserve != 0, isInstalled != 0, isDualMode != 0);
-  return Exit(kName, *ppApp == nullptr ? E_OUTOFMEMORY : hr);
+  LowerInPlace(app->DisplayName);
+  app->NeedReserve = needReserve != 0;
+  app->IsInstalled = isInstalled != 0;
+  app->IsDualMode = isDualMode != 0;
+  *ppApp = app.release();
+  return Exit(kName, hr);
 }
 
 HRESULT CKELPackage::FromXmlNode(XmlReader* reader, CKELPackage** ppPackage) {

@@ -33,18 +33,6 @@ void ThrowIfFailed(HRESULT hr, const char16_t* what) {
 
 }  // namespace
 
-HRESULT AddUniqueName(ExcludeAppNameList& list, const WString& name) {
-  try {
-    for (const WString& entry : list) {
-      if (EqualsIgnoreCase(entry.c_str(), name.c_str())) return S_FALSE;
-    }
-    list.push_back(name);
-    return S_OK;
-  } catch (...) {
-    return E_OUTOFMEMORY;
-  }
-}
-
 // --- applications ------------------------------------------------------------
 
 CKELApp::CKELApp(const char16_t* displayName, const char16_t* rubyDisplayName)

@@ -7,6 +7,7 @@
 #include <list>
 #include <memory>
 
+#include "catalogue/exclude_list.h"
 #include "platform/platform.h"
 
 namespace kel {
@@ -15,14 +16,6 @@ namespace xml {
 class XmlReader;
 class XmlWriter;
 }  // namespace xml
-
-// The names to leave out of a search: in insertion order, no two equal when
-// ASCII case is ignored.
-using ExcludeAppNameList = std::list<WString>;
-
-// S_OK when appended, S_FALSE when already listed, E_OUTOFMEMORY when the
-// list cannot grow.
-HRESULT AddUniqueName(ExcludeAppNameList& list, const WString& name);
 
 class CKELApp {
  public:

@@ -113,7 +113,7 @@ TEST_F(AppNameList, ShortcutDifferingOnlyInCaseIsNotAddedAgain) {
 }
 
 TEST_F(AppNameList, EmptyCatalogueGivesAnUnchangedListNotFound) {
-  excluded.push_back(u"kept");
+  excluded.AddUnique(u"kept");
   EXPECT_EQ(list.GetExcludeAppNameList(u"mail", &excluded, &found), S_OK);
   EXPECT_EQ(excluded, (ExcludeAppNameList{u"kept"}));
   EXPECT_EQ(found, 0);

@@ -1,5 +1,9 @@
 #include "platform/xml/xml_reader.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -195,6 +199,14 @@ KEL_XML_INLINE bool HasControlByte(std::uint64_t v) {
 }  // namespace
 
 bool IsNcName(std::u16string_view name) {
+  // ASCII names, the usual case, are checked where they stand.
+  auto asciiStart = [](char16_t c) { return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z') || c == u'_'; };
+  auto asciiPart = [&](char16_t c) { return asciiStart(c) || (c >= u'0' && c <= u'9') || c == u'-' || c == u'.'; };
+  if (!name.empty() && asciiStart(name[0])) {
+    std::size_t i = 1;
+    while (i < name.size() && asciiPart(name[i])) ++i;
+    if (i == name.size()) return true;
+  }
   // Copied so the scanning helpers see a terminator; names are short.
   std::u16string text(name);
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -295,6 +307,20 @@ void XmlReader::Decode(std::string_view bytes) {
     char16_t* out = text_.data();
     if (encoding == Encoding::Utf8) {
       while (i < n) {
+#if defined(__SSE2__)
+        // Runs of printable ASCII, sixteen bytes at a time.
+        while (n - i >= 16) {
+          const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
+          // Bytes from 0x80 are negative, so one signed compare finds them
+          // and the control bytes both.
+          const __m128i odd = _mm_cmplt_epi8(v, _mm_set1_epi8(0x20));
+          if (_mm_movemask_epi8(odd) != 0) break;
+          _mm_storeu_si128(reinterpret_cast<__m128i*>(out + o), _mm_unpacklo_epi8(v, _mm_setzero_si128()));
+          _mm_storeu_si128(reinterpret_cast<__m128i*>(out + o + 8), _mm_unpackhi_epi8(v, _mm_setzero_si128()));
+          i += 16;
+          o += 16;
+        }
+#endif
         // Runs of printable ASCII, eight bytes at a time.
         while (n - i >= 8) {
           std::uint64_t v;

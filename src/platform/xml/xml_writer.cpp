@@ -1,6 +1,9 @@
 #include "platform/xml/xml_writer.h"
 
 #include <algorithm>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -49,11 +52,57 @@ std::string_view AttributeReference(char16_t c) {
   }
 }
 
+inline bool IsPlainUnit(char16_t c, bool escape) {
+  return c >= 0x20 && c < 0x80 && !(escape && (c == '&' || c == '<' || c == '>' || c == '"'));
+}
+
+// Where the run of units from `i` that are written as one byte each, with
+// no reference, ends: printable ASCII, and with `escape` none of & < > ".
+std::size_t PlainRunEnd(std::u16string_view text, std::size_t i, bool escape) {
+  const char16_t* units = text.data();
+  const std::size_t n = text.size();
+#if defined(__SSE2__)
+  const __m128i nonAscii = _mm_set1_epi16(static_cast<short>(0xFF80));
+  const __m128i control = _mm_set1_epi16(0x1F);
+  const __m128i amp = _mm_set1_epi16('&'), lt = _mm_set1_epi16('<'), gt = _mm_set1_epi16('>'),
+                quot = _mm_set1_epi16('"');
+  while (n - i >= 8) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(units + i));
+    __m128i bad = _mm_cmpeq_epi16(_mm_and_si128(v, nonAscii), _mm_setzero_si128());  // ASCII lanes
+    bad = _mm_and_si128(bad, _mm_cmpgt_epi16(v, control));                             // and printable
+    if (escape) {
+      const __m128i special = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, amp), _mm_cmpeq_epi16(v, lt)),
+                                           _mm_or_si128(_mm_cmpeq_epi16(v, gt), _mm_cmpeq_epi16(v, quot)));
+      bad = _mm_andnot_si128(special, bad);
+    }
+    const unsigned plain = static_cast<unsigned>(_mm_movemask_epi8(bad));
+    if (plain != 0xFFFF) return i + static_cast<std::size_t>(__builtin_ctz(~plain & 0xFFFF)) / 2;
+    i += 8;
+  }
+#endif
+  while (i < n && IsPlainUnit(units[i], escape)) ++i;
+  return i;
+}
+
 // Appends `text` as UTF-8; with `escape`, as the content of a double-quoted
 // attribute value. On failure `out` is left as it was.
 HRESULT AppendText(std::string& out, std::u16string_view text, bool escape) {
   const std::size_t mark = out.size();
   for (std::size_t i = 0; i < text.size(); ++i) {
+    // A run that needs neither a reference nor more than one byte is
+    // copied in one go.
+    std::size_t end = PlainRunEnd(text, i, escape);
+    if (end > i) {
+      char narrow[256];
+      while (i < end) {
+        const std::size_t n = std::min<std::size_t>(end - i, sizeof narrow);
+        for (std::size_t k = 0; k < n; ++k) narrow[k] = static_cast<char>(text[i + k]);
+        out.append(narrow, n);
+        i += n;
+      }
+      --i;  // the loop steps on to the character after the run
+      continue;
+    }
     const char16_t c = text[i];
     if (escape) {
       const std::string_view reference = AttributeReference(c);
@@ -206,9 +255,42 @@ HRESULT XmlWriter::WriteStartElement(const char16_t* prefix, const char16_t* loc
 
 HRESULT XmlWriter::WriteAttributeString(const char16_t* prefix, const char16_t* localName, const char16_t* namespaceUri,
                                         const char16_t* value) {
+  return WriteAttributeString(prefix, localName, namespaceUri, View(value));
+}
+
+HRESULT XmlWriter::WriteAttributeString(const char16_t* prefix, const char16_t* localName, const char16_t* namespaceUri,
+                                        std::u16string_view value) {
   if (state_ == State::Failed) return failure_;
   if (!localName || !*localName) return E_INVALIDARG;
   if (!startTagOpen_) return Fail(WR_E_INVALIDACTION);
+  // An attribute without prefix or namespace, the usual case.
+  if (prefix == nullptr && namespaceUri == nullptr) {
+    const std::u16string_view local(localName);
+    if (local != u"xmlns") {
+      if (!IsNcName(local)) return WC_E_NAMECHARACTER;
+      const std::size_t mark = output_.size();
+      output_ += ' ';
+      const std::size_t nameAt = output_.size();
+      AppendText(output_, local, false);
+      const std::size_t nameLength = output_.size() - nameAt;
+      const std::string_view written(output_.data() + nameAt, nameLength);
+      for (const auto& [at, length] : attributeNames_) {
+        if (std::string_view(output_.data() + at, length) == written) {
+          output_.resize(mark);
+          return WR_E_DUPLICATEATTRIBUTE;
+        }
+      }
+      output_ += "=\"";
+      const HRESULT hr = AppendText(output_, value, true);
+      if (Failed(hr)) {
+        output_.resize(mark);
+        return hr;
+      }
+      output_ += '"';
+      attributeNames_.emplace_back(nameAt, nameLength);
+      return S_OK;
+    }
+  }
   std::u16string attributePrefix(View(prefix));
   const std::u16string local(localName);
   const std::u16string uri(View(namespaceUri));
@@ -242,20 +324,21 @@ HRESULT XmlWriter::WriteAttributeString(const char16_t* prefix, const char16_t* 
   }
 
   std::string name = QualifiedName(attributePrefix, local);
-  if (std::find(attributeNames_.begin(), attributeNames_.end(), name) != attributeNames_.end()) {
-    return WR_E_DUPLICATEATTRIBUTE;
+  for (const auto& [at, length] : attributeNames_) {
+    if (std::string_view(output_.data() + at, length) == name) return WR_E_DUPLICATEATTRIBUTE;
   }
   const std::size_t mark = output_.size();
   output_ += ' ';
+  const std::size_t nameAt = output_.size();
   output_ += name;
   output_ += "=\"";
-  const HRESULT hr = AppendText(output_, View(value), true);
+  const HRESULT hr = AppendText(output_, value, true);
   if (Failed(hr)) {
     output_.resize(mark);
     return hr;
   }
   output_ += '"';
-  attributeNames_.push_back(std::move(name));
+  attributeNames_.emplace_back(nameAt, name.size());
 
   const std::size_t depth = open_.size() - 1;
   if (declaresPrefix || declaresDefault) {
@@ -265,7 +348,7 @@ HRESULT XmlWriter::WriteAttributeString(const char16_t* prefix, const char16_t* 
     pending_.erase(std::remove_if(pending_.begin(), pending_.end(),
                                   [&](const PendingDeclaration& d) { return d.prefix == bound; }),
                    pending_.end());
-    bindings_.push_back({bound, std::u16string(View(value)), depth});
+    bindings_.push_back({bound, std::u16string(value), depth});
   } else if (declare) {
     WriteNamespaceDeclaration(attributePrefix, uri);
     bindings_.push_back({attributePrefix, uri, depth});

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/types.h"
@@ -30,6 +31,9 @@ class XmlWriter {
   // `value` may be null for an empty value.
   HRESULT WriteAttributeString(const char16_t* prefix, const char16_t* localName, const char16_t* namespaceUri,
                                const char16_t* value);
+  // The same, for a value whose length is known.
+  HRESULT WriteAttributeString(const char16_t* prefix, const char16_t* localName, const char16_t* namespaceUri,
+                               std::u16string_view value);
   HRESULT WriteEndElement();
   // Closes every open element; nothing can be written afterwards.
   HRESULT WriteEndDocument();
@@ -69,7 +73,8 @@ class XmlWriter {
   std::vector<std::string> open_;  // qualified names, UTF-8
   std::vector<Binding> bindings_;
   std::vector<PendingDeclaration> pending_;
-  std::vector<std::string> attributeNames_;  // of the open start tag
+  // Where the names of the open start tag's attributes stand in output_.
+  std::vector<std::pair<std::size_t, std::size_t>> attributeNames_;
   unsigned generatedPrefixes_ = 0;
 };
 
