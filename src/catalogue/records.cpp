@@ -102,11 +102,13 @@ HRESULT CKELDesktopApp::AddToExcludeAppNameList(const char16_t* searchWord, Excl
   WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
   if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return Exit(kName, E_POINTER);
   if (searchWord[0] == 0) return Exit(kName, E_INVALIDARG);
-  const WString shortcut = LnkFileName;
   BOOL exists = 0;
   {
-    CatalogueUnlocked unlocked;  // a file system query may be slow
-    exists = platform::Current().PathFileExists(shortcut.c_str()) != 0 ? 1 : 0;
+    // A file system query may be slow. The path is read without the lock:
+    // it never changes once the record exists, and records leave only with
+    // the whole catalogue.
+    CatalogueUnlocked unlocked;
+    exists = platform::Current().PathFileExists(LnkFileName.c_str()) != 0 ? 1 : 0;
   }
   IsInstalled = exists;
   if (!IsInstalled) return S_FALSE;  // a missing shortcut contributes nothing
