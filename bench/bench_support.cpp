@@ -206,30 +206,15 @@ ScopedPlatform::~ScopedPlatform() {
   platform::Install(nullptr);
 }
 
-std::size_t FoldedHash::operator()(std::u16string_view text) const noexcept {
-  std::size_t hash = 1469598103934665603ull;  // FNV-1a over the folded units
-  for (char16_t c : text) {
-    hash ^= AsciiLower(c);
-    hash *= 1099511628211ull;
-  }
-  return hash;
-}
-
-bool FoldedEqual::operator()(std::u16string_view a, std::u16string_view b) const noexcept {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    if (AsciiLower(a[i]) != AsciiLower(b[i])) return false;
-  }
-  return true;
-}
-
 // --- QuickPlatform -------------------------------------------------------------
 
 namespace {
 
+// The one package every lookup finds. The collection and its iterator are
+// handed out again and again; their Release keeps them.
 class OnePackageIterator final : public platform::PackageIterator {
  public:
-  explicit OnePackageIterator(fakes::FakePackage* package) : package_(package) {}
+  void Reset(fakes::FakePackage* package) { package_ = package; }
   HRESULT GetHasCurrent(BOOL* hasCurrent) override {
     *hasCurrent = package_ != nullptr ? 1 : 0;
     return S_OK;
@@ -245,65 +230,56 @@ class OnePackageIterator final : public platform::PackageIterator {
     *hasCurrent = 0;
     return S_OK;
   }
-  void Release() override { delete this; }
+  void Release() override {}
 
  private:
-  ~OnePackageIterator() override = default;
-  fakes::FakePackage* package_;
+  fakes::FakePackage* package_ = nullptr;
 };
 
 class OnePackageCollection final : public platform::PackageCollection {
  public:
-  explicit OnePackageCollection(fakes::FakePackage* package) : package_(package) {}
+  void Reset(fakes::FakePackage* package) { package_ = package; }
   HRESULT First(platform::PackageIterator** iterator) override {
-    *iterator = new OnePackageIterator(package_);
+    iterator_.Reset(package_);
+    *iterator = &iterator_;
     return S_OK;
   }
-  void Release() override { delete this; }
+  void Release() override {}
 
  private:
-  ~OnePackageCollection() override = default;
-  fakes::FakePackage* package_;
+  fakes::FakePackage* package_ = nullptr;
+  OnePackageIterator iterator_;
 };
 
 }  // namespace
 
-// One service object for the platform's lifetime; Release keeps it.
+// One service object for the platform's lifetime; Release keeps it. Every
+// family name is installed for the fake's user.
 class QuickPlatform::Manager final : public platform::DeploymentPackageManager {
  public:
-  explicit Manager(QuickPlatform& owner) : owner_(owner) {}
+  explicit Manager(QuickPlatform& owner)
+      : owner_(owner),
+        package_(u"Quick.Package_8wekyb3d8bbwe", u"Quick.Package", u"Quick.Package_1.0.0.0_x64__8wekyb3d8bbwe",
+                 PackageVersion{1, 0, 0, 0}, u"C:\\Program Files\\WindowsApps\\Quick.Package") {}
   ~Manager() override = default;
   HRESULT FindPackagesByUserSecurityId(const WCHAR*, platform::PackageCollection**) override { return E_FAIL; }
   HRESULT FindPackagesByUserSecurityIdPackageFamilyName(const WCHAR* sid, const WCHAR* familyName,
                                                         platform::PackageCollection** packages) override {
-    fakes::FakePackage* found = nullptr;
-    if (owner_.userSid == sid) {
-      const auto it = owner_.byFamilyName_.find(std::u16string_view(familyName));
-      if (it != owner_.byFamilyName_.end()) found = it->second;
-    }
-    *packages = new OnePackageCollection(found);
+    const bool found = familyName != nullptr && familyName[0] != 0 && owner_.userSid == sid;
+    collection_.Reset(found ? &package_ : nullptr);
+    *packages = &collection_;
     return S_OK;
   }
   void Release() override {}
 
  private:
   QuickPlatform& owner_;
+  fakes::FakePackage package_;
+  OnePackageCollection collection_;
 };
 
 QuickPlatform::QuickPlatform() : manager_(std::make_unique<Manager>(*this)) {}
 QuickPlatform::~QuickPlatform() = default;
-
-void QuickPlatform::Deploy(const WString& familyName) {
-  packages_.push_back(std::make_unique<fakes::FakePackage>(familyName, familyName, familyName, PackageVersion{},
-                                                           u"C:\\Program Files\\WindowsApps\\" + familyName));
-  byFamilyName_[packages_.back()->StoredFamilyName()] = packages_.back().get();
-}
-
-void QuickPlatform::AddShortcut(const WString& path) {
-  shortcutPaths_.push_back(std::make_unique<WString>(path));
-  exactShortcuts_.insert(*shortcutPaths_.back());
-  shortcuts_.insert(*shortcutPaths_.back());
-}
 
 DWORD QuickPlatform::ExpandEnvironmentStrings(const WCHAR* source, WCHAR* buffer, DWORD capacity) {
   const std::size_t length = WideLength(source);
@@ -315,20 +291,7 @@ DWORD QuickPlatform::ExpandEnvironmentStrings(const WCHAR* source, WCHAR* buffer
   return needed;
 }
 
-std::size_t QuickPlatform::TailHash::operator()(std::u16string_view text) const noexcept {
-  const std::size_t tail = text.size() < 24 ? text.size() : 24;
-  return std::hash<std::u16string_view>()(text.substr(text.size() - tail)) ^ text.size();
-}
-
-bool QuickPlatform::SameUnits::operator()(std::u16string_view a, std::u16string_view b) const noexcept {
-  return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(char16_t)) == 0;
-}
-
-BOOL QuickPlatform::PathFileExists(const WCHAR* path) {
-  if (path == nullptr) return 0;
-  const std::u16string_view view(path, WideLength(path));
-  return exactShortcuts_.count(view) != 0 || shortcuts_.count(view) != 0 ? 1 : 0;
-}
+BOOL QuickPlatform::PathFileExists(const WCHAR* path) { return path != nullptr && path[0] != 0 ? 1 : 0; }
 
 LONG QuickPlatform::RegOpenKeyEx(platform::RootKey, const WCHAR*, DWORD, DWORD, Handle*) {
   return ERROR_FILE_NOT_FOUND;

@@ -7,8 +7,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "catalogue/app_name_list.h"
@@ -72,30 +70,15 @@ class ScopedPlatform {
   ScopedPlatform& operator=(const ScopedPlatform&) = delete;
 };
 
-// Hash and equality of paths without regard to ASCII case, as Windows
-// compares them.
-struct FoldedHash {
-  std::size_t operator()(std::u16string_view text) const noexcept;
-};
-struct FoldedEqual {
-  bool operator()(std::u16string_view a, std::u16string_view b) const noexcept;
-};
-
 // The fake, with the calls a package's installed check, a shortcut's
 // existence check and a shortcut path's expansion make answered at once and
-// without recording: no settings
-// key (the log stays off), Windows 8 (6.2), the fake's user and SID, a
-// deployment service that finds a family name by hashing, shortcut files
-// looked up by hashing. Everything else is the recording fake's.
+// without recording: no settings key (the log stays off), Windows 8 (6.2),
+// the fake's user and SID, every family name installed for that user, every
+// shortcut file present. Everything else is the recording fake's.
 class QuickPlatform final : public fakes::FakePlatform {
  public:
   QuickPlatform();
   ~QuickPlatform() override;
-
-  // The package is installed for the fake's user.
-  void Deploy(const WString& familyName);
-  // The shortcut file exists.
-  void AddShortcut(const WString& path);
 
   // A value without a reference is copied as it is; one with a reference
   // goes to the fake.
@@ -118,19 +101,6 @@ class QuickPlatform final : public fakes::FakePlatform {
 
  private:
   class Manager;
-  std::vector<std::unique_ptr<fakes::FakePackage>> packages_;
-  std::unordered_map<std::u16string_view, fakes::FakePackage*> byFamilyName_;
-  std::vector<std::unique_ptr<WString>> shortcutPaths_;
-  // Asked for as stored, the usual case: hashed on the length and the last
-  // units, compared with memcmp.
-  struct TailHash {
-    std::size_t operator()(std::u16string_view text) const noexcept;
-  };
-  struct SameUnits {
-    bool operator()(std::u16string_view a, std::u16string_view b) const noexcept;
-  };
-  std::unordered_set<std::u16string_view, TailHash, SameUnits> exactShortcuts_;
-  std::unordered_set<std::u16string_view, FoldedHash, FoldedEqual> shortcuts_;
   std::unique_ptr<Manager> manager_;
 };
 

@@ -72,8 +72,6 @@ void ExcludeContest(benchmark::State& state, fakes::FakePlatform& platform) {
 void BM_Exclude_QuickPlatform(benchmark::State& state) {
   CatalogueFileBytes();  // before any platform is installed
   QuickPlatform quick;
-  for (const PackageEntry& entry : GeneratedPackages()) quick.Deploy(entry.familyName);
-  for (const DesktopAppEntry& entry : GeneratedDesktopApps()) quick.AddShortcut(entry.lnkFileName);
   ExcludeContest(state, quick);
 }
 BENCHMARK(BM_Exclude_QuickPlatform)->Unit(benchmark::kMillisecond);
@@ -93,7 +91,6 @@ void BM_IsInstalled(benchmark::State& state) {
   constexpr int kBatch = 1000;
   QuickPlatform quick;
   fakes::FakePlatform fake;
-  for (const PackageEntry& entry : GeneratedPackages()) quick.Deploy(entry.familyName);
   const auto packages = DeployAll(fake);
   const WString& name = GeneratedPackages()[kPackages / 2].familyName;
   auto checks = [&](fakes::FakePlatform& platform) {

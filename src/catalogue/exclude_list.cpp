@@ -1,31 +1,48 @@
 #include "catalogue/exclude_list.h"
 
+#include <utility>
+
 #include "frame/wide.h"
 
 namespace kel {
-namespace {
 
-// Names compare as C strings (up to the first NUL) with A to Z folded.
-WString FoldedKey(const WString& name) {
-  WString key(name.c_str());
-  LowerInPlace(key);
-  return key;
+std::size_t ExcludeAppNameList::FoldedHash::operator()(const WString* name) const noexcept {
+  // FNV-1a over the folded units.
+  std::size_t hash = 14695981039346656037ull;
+  for (const char16_t* p = name->c_str(); *p != 0; ++p) {
+    hash = (hash ^ AsciiLower(*p)) * 1099511628211ull;
+  }
+  return hash;
 }
 
-}  // namespace
+bool ExcludeAppNameList::FoldedEqual::operator()(const WString* a, const WString* b) const noexcept {
+  return EqualsIgnoreCase(a->c_str(), b->c_str());
+}
 
 ExcludeAppNameList::ExcludeAppNameList(std::initializer_list<const char16_t*> names) {
   for (const char16_t* name : names) AddUnique(WString(name));
 }
 
+ExcludeAppNameList::ExcludeAppNameList(const ExcludeAppNameList& other) {
+  for (const WString& name : other.names_) AddUnique(name);
+}
+
+ExcludeAppNameList& ExcludeAppNameList::operator=(const ExcludeAppNameList& other) {
+  if (this != &other) {
+    ExcludeAppNameList copy(other);
+    *this = std::move(copy);
+  }
+  return *this;
+}
+
 HRESULT ExcludeAppNameList::AddUnique(const WString& name) {
   try {
-    auto [at, added] = folded_.insert(FoldedKey(name));
-    if (!added) return S_FALSE;
+    if (index_.find(&name) != index_.end()) return S_FALSE;
+    names_.push_back(name);
     try {
-      names_.push_back(name);
+      index_.insert(&names_.back());
     } catch (...) {
-      folded_.erase(at);
+      names_.pop_back();
       throw;
     }
     return S_OK;

@@ -31,11 +31,25 @@ class ExcludeAppNameList {
   std::size_t size() const { return names_.size(); }
   bool empty() const { return names_.empty(); }
 
+  // Copies index their own names.
+  ExcludeAppNameList(const ExcludeAppNameList& other);
+  ExcludeAppNameList& operator=(const ExcludeAppNameList& other);
+  ExcludeAppNameList(ExcludeAppNameList&&) noexcept = default;
+  ExcludeAppNameList& operator=(ExcludeAppNameList&&) noexcept = default;
+
   friend bool operator==(const ExcludeAppNameList& a, const ExcludeAppNameList& b) { return a.names_ == b.names_; }
 
  private:
+  // Names compare as C strings (up to the first NUL) with A to Z folded.
+  struct FoldedHash {
+    std::size_t operator()(const WString* name) const noexcept;
+  };
+  struct FoldedEqual {
+    bool operator()(const WString* a, const WString* b) const noexcept;
+  };
+
   std::list<WString> names_;
-  std::unordered_set<WString> folded_;  // each name up to its first NUL, A to Z lower-cased
+  std::unordered_set<const WString*, FoldedHash, FoldedEqual> index_;  // into names_, whose nodes stay put
 };
 
 // The list's AddUnique, under the name the records use.

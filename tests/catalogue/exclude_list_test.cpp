@@ -73,3 +73,23 @@ TEST(ExcludeList, ListsBuiltAlikeCompareEqual) {
 
 }  // namespace
 }  // namespace kel
+
+namespace kel {
+namespace {
+
+TEST(ExcludeList, CopyAndMovedListKeepTellingRepeats) {
+  ExcludeAppNameList original{u"one", u"two"};
+  ExcludeAppNameList copy(original);
+  EXPECT_EQ(copy.AddUnique(u"ONE"), S_FALSE);
+  EXPECT_EQ(copy.AddUnique(u"three"), S_OK);
+  EXPECT_EQ(original.size(), 2u);  // the copy's names are its own
+  ExcludeAppNameList moved(std::move(copy));
+  EXPECT_EQ(moved.AddUnique(u"Three"), S_FALSE);
+  EXPECT_EQ(moved.AddUnique(u"four"), S_OK);
+  original = moved;
+  EXPECT_EQ(original.AddUnique(u"FOUR"), S_FALSE);
+  EXPECT_EQ(original.size(), 4u);
+}
+
+}  // namespace
+}  // namespace kel

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cstdint>
+
 #include "catalogue/records.h"
 #include "library_test.h"
 
@@ -10,6 +12,56 @@ class NameMatch : public testing::LibraryTest {
  protected:
   static bool Fits(const char16_t* part, const char16_t* whole) { return CKELApp::IsSubStrNoOrder(part, whole) != 0; }
 };
+
+// The rule written the plain way: each run of letters, digits, '/' and '_'
+// must be a substring of the name, each kana, ideograph, full-width letter
+// or digit and '\\' must occur in it, everything else is skipped.
+bool ReferenceFits(const WString& part, const WString& whole) {
+  auto run = [](char16_t c) {
+    return c == u'/' || c == u'_' || (c >= u'0' && c <= u'9') || (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z');
+  };
+  auto single = [](char16_t c) {
+    return c == u'\\' || (c >= 0x3041 && c <= 0x30FF) || (c >= 0x3400 && c <= 0x4DB5) ||
+           (c >= 0x4E00 && c <= 0x9FC3) || (c >= 0xF900 && c <= 0xFA2D) || (c >= 0xFA30 && c <= 0xFA6A) ||
+           (c >= 0xFF10 && c <= 0xFF19) || (c >= 0xFF21 && c <= 0xFF3A) || (c >= 0xFF41 && c <= 0xFF5A) ||
+           (c >= 0xFF66 && c <= 0xFF9F);
+  };
+  for (std::size_t i = 0; i < part.size();) {
+    if (run(part[i])) {
+      std::size_t end = i;
+      while (end < part.size() && run(part[end])) ++end;
+      if (whole.find(part.substr(i, end - i)) == WString::npos) return false;
+      i = end;
+    } else {
+      if (single(part[i]) && whole.find(part[i]) == WString::npos) return false;
+      ++i;
+    }
+  }
+  return true;
+}
+
+TEST_F(NameMatch, AgreesWithThePlainRuleOnRandomNames) {
+  // Few distinct units, so pieces often do and often do not occur.
+  const char16_t alphabet[] = {u'a', u'b', u'A', u'1', u'/', u'_', u' ', u'-', u'\\', 0x30A2, 0x30D7,
+                               0x4E00, 0xFF21, 0xFF66, 0x00E9, 0x3040, 0xFFA0};
+  std::uint32_t seed = 12345;
+  auto next = [&] { return seed = seed * 1103515245u + 12345u, (seed >> 16) & 0x7FFF; };
+  auto random = [&](std::size_t maxLength) {
+    WString text;
+    const std::size_t length = next() % (maxLength + 1);
+    for (std::size_t i = 0; i < length; ++i) text += alphabet[next() % (sizeof alphabet / sizeof alphabet[0])];
+    return text;
+  };
+  int fits = 0;
+  for (int i = 0; i < 20000; ++i) {
+    const WString part = random(4), whole = random(12);
+    const bool expected = ReferenceFits(part, whole);
+    ASSERT_EQ(Fits(part.c_str(), whole.c_str()), expected) << i;
+    fits += expected ? 1 : 0;
+  }
+  EXPECT_GT(fits, 2000);
+  EXPECT_LT(fits, 18000);
+}
 
 TEST_F(NameMatch, PiecesMatchInAnyOrder) {
   EXPECT_TRUE(Fits(u"abc def", u"def abc x"));
