@@ -32,7 +32,10 @@ bool Matches(const char16_t* pattern, const char16_t* name) {
 
 std::string Narrow(const WString& text) { return ToUtf8(text); }
 
+thread_local DWORD FakePlatform::lastError_ = 0;
+
 FakePlatform::FakePlatform() {
+  lastError_ = 0;
   env_[u"LOCALAPPDATA"] = u"C:\\Users\\kel\\AppData\\Local";
   env_[u"APPDATA"] = u"C:\\Users\\kel\\AppData\\Roaming";
   env_[u"ALLUSERSPROFILE"] = u"C:\\ProgramData";
@@ -864,6 +867,7 @@ class FakePlatform::AppVisibilityObject final : public platform::AppVisibility {
   }
   HRESULT IsLauncherVisible(BOOL* visible) override {
     owner_.Record("IsLauncherVisible", "");
+    std::lock_guard<std::recursive_mutex> lock(owner_.mutex_);  // host threads ask at once
     const auto& answers = owner_.launcherAnswers;
     const std::size_t index = std::min(owner_.launcherCalls_++, answers.size() - 1);
     if (Succeeded(owner_.launcherResult)) *visible = answers[index];

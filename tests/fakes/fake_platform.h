@@ -292,7 +292,8 @@ class FakePlatform : public platform::Platform {
   std::map<WString, WString> env_;
   WString modulePath_ = u"C:\\Program Files\\Launcher\\Launcher.exe";
   DWORD pid_ = 4242;
-  DWORD lastError_ = 0;
+  // Each thread has its own last error, as on Windows.
+  static thread_local DWORD lastError_;
   DWORD major_ = 6;
   DWORD minor_ = 2;
   platform::SystemTime time_{2013, 5, 1, 20, 9, 4, 7, 31};
