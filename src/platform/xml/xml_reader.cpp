@@ -303,8 +303,8 @@ void XmlReader::Decode(std::string_view bytes) {
   std::size_t o = 0;
   if (inputError_ == S_OK) {
     const bool wide = encoding == Encoding::Utf16Le || encoding == Encoding::Utf16Be;
-    text_.resize(wide ? (n - i) / 2 : n - i);
-    char16_t* out = text_.data();
+    text_.reset(new char16_t[(wide ? (n - i) / 2 : n - i) + 1]);
+    char16_t* out = text_.get();
     if (encoding == Encoding::Utf8) {
       while (i < n) {
 #if defined(__SSE2__)
@@ -449,8 +449,10 @@ void XmlReader::Decode(std::string_view bytes) {
       }
     }
   }
-  text_.resize(o);
-  begin_ = text_.data();
+  if (text_ == nullptr || o == 0) text_.reset(new char16_t[1]);
+  text_[o] = 0;
+  begin_ = text_.get();
+  end_ = begin_ + o;
   pos_ = begin_;
 }
 
@@ -637,6 +639,23 @@ HRESULT XmlReader::ParseAttributeValue(char16_t*& p, Span& value) {
   // it is.
   const std::uint64_t stops =
       (1ull << 0) | (1ull << '\t') | (1ull << '\n') | (1ull << '\r') | (1ull << '&') | (1ull << '<') | (1ull << quote);
+#if defined(__SSE2__)
+  // Eight units at a time while none is a control character, '&', '<' or
+  // the quote; the scan below settles the rest. The text's final NUL bounds
+  // the loads.
+  const __m128i below = _mm_set1_epi16(0x20), amp = _mm_set1_epi16('&'), lt = _mm_set1_epi16('<'),
+                q = _mm_set1_epi16(static_cast<short>(quote));
+  while (end_ - p >= 8) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    // Units from 0x8000 compare as negative; they are not stops, so they
+    // are taken out of the "below" test.
+    const __m128i control = _mm_andnot_si128(_mm_srai_epi16(v, 15), _mm_cmplt_epi16(v, below));
+    const __m128i stop = _mm_or_si128(_mm_or_si128(control, _mm_cmpeq_epi16(v, amp)),
+                                      _mm_or_si128(_mm_cmpeq_epi16(v, lt), _mm_cmpeq_epi16(v, q)));
+    if (_mm_movemask_epi8(stop) != 0) break;
+    p += 8;
+  }
+#endif
   for (char16_t c = *p; c >= 0x40 || !((stops >> c) & 1);) c = *++p;
   char16_t* out = p;
   for (;;) {

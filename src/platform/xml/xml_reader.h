@@ -13,6 +13,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -162,9 +163,11 @@ class XmlReader {
 
   // The decoded document. It ends in a NUL where the usable input ends: the
   // decoded text holds no NUL of its own (that is not an XML character), so
-  // every scan stops there without a bounds check.
-  std::u16string text_;
+  // every scan stops there without a bounds check. Left uninitialised until
+  // decoded: a file of megabytes need not be zero-filled first.
+  std::unique_ptr<char16_t[]> text_;
   char16_t* begin_ = nullptr;
+  char16_t* end_ = nullptr;  // the decoded text's final NUL
   char16_t* pos_ = nullptr;
   HRESULT inputError_ = S_OK;  // why the text ends where it does, S_OK at the document's real end
   bool hasInput_ = false;
