@@ -15,13 +15,6 @@
 namespace kel {
 namespace {
 
-platform::Platform& Sys() { return platform::Current(); }
-
-HRESULT Exit(const char16_t* name, HRESULT result) {
-  WriteDebugLog("%S OUT(0x%08X)\r\n", name, result);
-  return result;
-}
-
 bool NameIs(const char16_t* name, UINT length, std::u16string_view wanted) {
   if (name == nullptr || length != wanted.size()) return false;
   for (UINT i = 0; i < length; ++i) {
@@ -44,19 +37,19 @@ CKELAppNameList::~CKELAppNameList() { Clear(); }
 HRESULT CKELAppNameList::Load(const char16_t* path) {
   constexpr char16_t kName[] = u"CKELAppNameList::Load";
   WriteDebugLog("%S(%S) IN\r\n", kName, path);
-  if (path == nullptr) return Exit(kName, E_POINTER);
-  if (path[0] == 0) return Exit(kName, E_INVALIDARG);
+  if (path == nullptr) return TraceExit(kName, E_POINTER);
+  if (path[0] == 0) return TraceExit(kName, E_INVALIDARG);
   try {
     std::string bytes;
     HRESULT hr = Sys().ReadFileBytes(path, bytes);
-    if (Failed(hr)) return Exit(kName, hr);
+    if (Failed(hr)) return TraceExit(kName, hr);
     xml::XmlReader reader;
     hr = reader.SetInput(bytes);
-    if (Failed(hr)) return Exit(kName, hr);
+    if (Failed(hr)) return TraceExit(kName, hr);
     CatalogueLock lock(m_Lock);
-    return Exit(kName, ScanDocument(reader));
+    return TraceExit(kName, ScanDocument(reader));
   } catch (const std::bad_alloc&) {
-    return Exit(kName, E_OUTOFMEMORY);
+    return TraceExit(kName, E_OUTOFMEMORY);
   }
 }
 
@@ -98,7 +91,7 @@ HRESULT CKELAppNameList::ReadDesktopApps(xml::XmlReader* reader) {
 HRESULT CKELAppNameList::ReadDesktopAppsHeld(xml::XmlReader* reader) {
   constexpr char16_t kName[] = u"CKELAppNameList::ReadDesktopApps";
   WriteDebugLog("%S IN\r\n", kName);
-  if (reader == nullptr) return Exit(kName, E_POINTER);
+  if (reader == nullptr) return TraceExit(kName, E_POINTER);
   UINT listDepth = 0;
   reader->GetDepth(&listDepth);
   HRESULT hr;
@@ -127,18 +120,18 @@ HRESULT CKELAppNameList::ReadDesktopAppsHeld(xml::XmlReader* reader) {
       break;
     }
   }
-  return Exit(kName, hr);
+  return TraceExit(kName, hr);
 }
 
 HRESULT CKELAppNameList::Save(const char16_t* path) {
   constexpr char16_t kName[] = u"CKELAppNameList::Save";
   WriteDebugLog("%S(%S) IN\r\n", kName, path);
-  if (path == nullptr) return Exit(kName, E_POINTER);
-  if (path[0] == 0) return Exit(kName, E_INVALIDARG);
+  if (path == nullptr) return TraceExit(kName, E_POINTER);
+  if (path[0] == 0) return TraceExit(kName, E_INVALIDARG);
   try {
     xml::XmlWriter writer;
     HRESULT hr = writer.WriteStartDocument();
-    if (Failed(hr)) return Exit(kName, hr);
+    if (Failed(hr)) return TraceExit(kName, hr);
     std::unique_lock<std::mutex> held(m_Lock);
     // "Applications" stays open and the document is never ended: the file's
     // long-standing form, which every reader of it accepts.
@@ -155,9 +148,9 @@ HRESULT CKELAppNameList::Save(const char16_t* path) {
     held.unlock();  // the file is written without holding the catalogue
     hr = writer.Flush();
     if (Succeeded(hr)) hr = Sys().ReplaceFileAtomically(path, writer.Output());
-    return Exit(kName, hr);
+    return TraceExit(kName, hr);
   } catch (const std::bad_alloc&) {
-    return Exit(kName, E_OUTOFMEMORY);
+    return TraceExit(kName, E_OUTOFMEMORY);
   }
 }
 
@@ -205,20 +198,20 @@ HRESULT CKELAppNameList::AddMetroPackage(CKELPackage* package) {
 HRESULT CKELAppNameList::AppendPackageHeld(CKELPackage* package) {
   constexpr char16_t kName[] = u"CKELAppNameList::AddMetroPackage";
   WriteDebugLog("%S IN\r\n", kName);
-  if (package == nullptr) return Exit(kName, E_POINTER);
+  if (package == nullptr) return TraceExit(kName, E_POINTER);
   try {
     m_Packages.emplace_back(package);
   } catch (...) {
     delete package;
-    return Exit(kName, E_OUTOFMEMORY);
+    return TraceExit(kName, E_OUTOFMEMORY);
   }
-  return Exit(kName, S_OK);
+  return TraceExit(kName, S_OK);
 }
 
 HRESULT CKELAppNameList::AddMetroPackage(platform::Package* package) {
   constexpr char16_t kName[] = u"CKELAppNameList::AddMetroPackage";
   WriteDebugLog("%S IN\r\n", kName);
-  if (package == nullptr) return Exit(kName, E_POINTER);
+  if (package == nullptr) return TraceExit(kName, E_POINTER);
   // The platform and the manifest are asked without holding the catalogue;
   // the lock is taken for each look at or change of the records.
   try {
@@ -238,18 +231,18 @@ HRESULT CKELAppNameList::AddMetroPackage(platform::Package* package) {
         CKELManifestReader::AddAppsToPackage(manifestPath.c_str(), created.get());
       }
       CatalogueLock lock(m_Lock);
-      return Exit(kName, AppendPackageHeld(created.release()));
+      return TraceExit(kName, AppendPackageHeld(created.release()));
     }
 
     platform::PackageVersion known;
     {
       CatalogueLock lock(m_Lock);
-      if (record->NeedReserve) return Exit(kName, S_OK);  // reserved records are never refreshed
+      if (record->NeedReserve) return TraceExit(kName, S_OK);  // reserved records are never refreshed
       known = record->Version;
     }
     platform::PackageVersion version;
     if (Failed(package->GetVersion(version))) throw platform::PlatformError{E_FAIL, u"Package.Id.Version"};
-    if (version == known) return Exit(kName, S_OK);
+    if (version == known) return TraceExit(kName, S_OK);
     WString fullName, name;
     if (Failed(package->GetFullName(fullName)) || Failed(package->GetName(name))) {
       throw platform::PlatformError{E_FAIL, u"Package.Id"};
@@ -261,7 +254,7 @@ HRESULT CKELAppNameList::AddMetroPackage(platform::Package* package) {
     }
     if (!ManifestPathOf(*package, manifestPath)) {
       WriteDebugLog("%S manifest path longer than %d characters, skipped\r\n", kName, static_cast<int>(kMaxPath - 1));
-      return Exit(kName, E_FAIL);
+      return TraceExit(kName, E_FAIL);
     }
     // Only the refresh thread changes a record's names, so the check reads
     // them without the lock.
@@ -269,7 +262,7 @@ HRESULT CKELAppNameList::AddMetroPackage(platform::Package* package) {
     const HRESULT changeResult = CKELManifestReader::IsCanGetAppNameFromManifest(manifestPath.c_str(), record, &canGet);
     // Without readable names the record keeps its old version and apps, so
     // the next refresh tries again.
-    if (Failed(changeResult) || !canGet) return Exit(kName, changeResult);
+    if (Failed(changeResult) || !canGet) return TraceExit(kName, changeResult);
     {
       CatalogueLock lock(m_Lock);
       record->Version = version;
@@ -283,28 +276,28 @@ HRESULT CKELAppNameList::AddMetroPackage(platform::Package* package) {
       CatalogueLock lock(m_Lock);
       record->TakeApplicationsFrom(fresh);
     }
-    return Exit(kName, changeResult);
+    return TraceExit(kName, changeResult);
   } catch (const platform::PlatformError& error) {
     WriteDebugLog("%S OUT(%S)\r\n", kName, error.message);
-    return Exit(kName, E_FAIL);
+    return TraceExit(kName, E_FAIL);
   } catch (const std::bad_alloc&) {
-    return Exit(kName, E_OUTOFMEMORY);
+    return TraceExit(kName, E_OUTOFMEMORY);
   }
 }
 
 HRESULT CKELAppNameList::AddDesktopApp(const char16_t* displayName, const char16_t* shortcutPath) {
   constexpr char16_t kName[] = u"CKELAppNameList::AddDesktopApp";
   WriteDebugLog("%S(%S) IN\r\n", kName, displayName);
-  if (displayName == nullptr || shortcutPath == nullptr) return Exit(kName, E_POINTER);
-  if (displayName[0] == 0 || shortcutPath[0] == 0) return Exit(kName, E_INVALIDARG);
+  if (displayName == nullptr || shortcutPath == nullptr) return TraceExit(kName, E_POINTER);
+  if (displayName[0] == 0 || shortcutPath[0] == 0) return TraceExit(kName, E_INVALIDARG);
   CatalogueLock lock(m_Lock);
   if (IsInDesktopAppListHeld(shortcutPath)) return S_FALSE;  // the catalogued record stays as it is
   try {
     m_DesktopApps.push_back(std::make_unique<CKELDesktopApp>(displayName, shortcutPath, nullptr, nullptr, 0, 1, 0));
   } catch (...) {
-    return Exit(kName, E_OUTOFMEMORY);
+    return TraceExit(kName, E_OUTOFMEMORY);
   }
-  return Exit(kName, S_OK);
+  return TraceExit(kName, S_OK);
 }
 
 BOOL CKELAppNameList::IsInDesktopAppList(const char16_t* shortcutPath) {
@@ -332,8 +325,8 @@ HRESULT CKELAppNameList::GetExcludeAppNameList(const char16_t* searchWord, Exclu
                                                BOOL* pFound) {
   constexpr char16_t kName[] = u"CKELAppNameList::GetExcludeAppNameList";
   WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
-  if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return Exit(kName, E_POINTER);
-  if (searchWord[0] == 0) return Exit(kName, E_INVALIDARG);
+  if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return TraceExit(kName, E_POINTER);
+  if (searchWord[0] == 0) return TraceExit(kName, E_INVALIDARG);
   *pFound = 0;
   BOOL flag = 0;
   // The records let go of the lock for their installed checks; the lists

@@ -18,11 +18,6 @@ using xml::XmlNodeType;
 using xml::XmlReader;
 using xml::XmlWriter;
 
-HRESULT Exit(const char16_t* name, HRESULT result) {
-  WriteDebugLog("%S OUT(0x%08X)\r\n", name, result);
-  return result;
-}
-
 // Names are compared by length first, then ignoring ASCII case.
 bool NameIs(std::u16string_view name, std::u16string_view wanted) {
   if (name.size() != wanted.size()) return false;
@@ -142,10 +137,10 @@ HRESULT CKELDesktopApp::ToXmlNode(XmlWriter* writer) const {
 HRESULT CKELPackage::ToXmlNode(XmlWriter* writer) const {
   constexpr char16_t kName[] = u"CKELPackage::ToXmlNode";
   WriteDebugLog("%S IN\r\n", kName);
-  if (writer == nullptr) return Exit(kName, E_POINTER);
-  if (!IsInstalled && !NeedReserve) return Exit(kName, S_OK);  // dropped silently
+  if (writer == nullptr) return TraceExit(kName, E_POINTER);
+  if (!IsInstalled && !NeedReserve) return TraceExit(kName, S_OK);  // dropped silently
   HRESULT hr = writer->WriteStartElement(nullptr, u"Package", nullptr);
-  if (Failed(hr)) return Exit(kName, hr);
+  if (Failed(hr)) return TraceExit(kName, hr);
   hr = WriteAttribute(*writer, u"PackageFamilyName", PackageFamilyName);
   if (Succeeded(hr)) {
     const WString version =
@@ -159,7 +154,7 @@ HRESULT CKELPackage::ToXmlNode(XmlWriter* writer) const {
       if (Failed(app->ToXmlNode(writer))) break;
     }
   }
-  return Exit(kName, writer->WriteEndElement());
+  return TraceExit(kName, writer->WriteEndElement());
 }
 
 // --- reading -----------------------------------------------------------------
@@ -167,10 +162,10 @@ HRESULT CKELPackage::ToXmlNode(XmlWriter* writer) const {
 HRESULT CKELMetroApp::FromXmlNode(XmlReader* reader, CKELMetroApp** ppApp) {
   constexpr char16_t kName[] = u"CKELMetroApp::FromXmlNode";
   WriteDebugLog("%S IN\r\n", kName);
-  if (reader == nullptr || ppApp == nullptr) return Exit(kName, E_POINTER);
+  if (reader == nullptr || ppApp == nullptr) return TraceExit(kName, E_POINTER);
   // The record's strings are filled where they stay.
   std::unique_ptr<CKELMetroApp> app(new (std::nothrow) CKELMetroApp(nullptr, nullptr, nullptr, nullptr));
-  if (app == nullptr) return Exit(kName, E_OUTOFMEMORY);
+  if (app == nullptr) return TraceExit(kName, E_OUTOFMEMORY);
   const HRESULT hr = WalkAttributes(*reader, [&](std::u16string_view name, std::u16string_view value) {
     if (NameIs(name, u"DisplayName")) {
       app->DisplayName = value;
@@ -182,21 +177,21 @@ HRESULT CKELMetroApp::FromXmlNode(XmlReader* reader, CKELMetroApp** ppApp) {
       app->RubyShortName = value;
     }
   });
-  if (Failed(hr)) return Exit(kName, hr);
+  if (Failed(hr)) return TraceExit(kName, hr);
   LowerInPlace(app->DisplayName);
   LowerInPlace(app->ShortName);
   *ppApp = app.release();
-  return Exit(kName, hr);
+  return TraceExit(kName, hr);
 }
 
 HRESULT CKELDesktopApp::FromXmlNode(XmlReader* reader, CKELDesktopApp** ppApp) {
   constexpr char16_t kName[] = u"CKELDesktopApp::FromXmlNode";
   WriteDebugLog("%S IN\r\n", kName);
-  if (reader == nullptr || ppApp == nullptr) return Exit(kName, E_POINTER);
+  if (reader == nullptr || ppApp == nullptr) return TraceExit(kName, E_POINTER);
   int needReserve = 0, isInstalled = 1, isDualMode = 0;
   // The record's strings are filled where they stay.
   std::unique_ptr<CKELDesktopApp> app(new (std::nothrow) CKELDesktopApp(nullptr, nullptr, nullptr, nullptr, 0, 1, 0));
-  if (app == nullptr) return Exit(kName, E_OUTOFMEMORY);
+  if (app == nullptr) return TraceExit(kName, E_OUTOFMEMORY);
   const HRESULT hr = WalkAttributes(*reader, [&](std::u16string_view name, std::u16string_view value) {
     if (NameIs(name, u"DisplayName")) {
       app->DisplayName = value;
@@ -232,19 +227,19 @@ HRESULT CKELDesktopApp::FromXmlNode(XmlReader* reader, CKELDesktopApp** ppApp) {
       isDualMode = ScanInt(value, 0);
     }
   });
-  if (Failed(hr)) return Exit(kName, hr);
+  if (Failed(hr)) return TraceExit(kName, hr);
   LowerInPlace(app->DisplayName);
   app->NeedReserve = needReserve != 0;
   app->IsInstalled = isInstalled != 0;
   app->IsDualMode = isDualMode != 0;
   *ppApp = app.release();
-  return Exit(kName, hr);
+  return TraceExit(kName, hr);
 }
 
 HRESULT CKELPackage::FromXmlNode(XmlReader* reader, CKELPackage** ppPackage) {
   constexpr char16_t kName[] = u"CKELPackage::FromXmlNode";
   WriteDebugLog("%S IN\r\n", kName);
-  if (reader == nullptr || ppPackage == nullptr) return Exit(kName, E_POINTER);
+  if (reader == nullptr || ppPackage == nullptr) return TraceExit(kName, E_POINTER);
   UINT packageDepth = 0;
   reader->GetDepth(&packageDepth);
   WString familyName;
@@ -261,10 +256,10 @@ HRESULT CKELPackage::FromXmlNode(XmlReader* reader, CKELPackage** ppPackage) {
       isInstalled = ScanInt(value, 1);
     }
   });
-  if (Failed(hr)) return Exit(kName, hr);
+  if (Failed(hr)) return TraceExit(kName, hr);
   reader->MoveToElement();
   auto* package = new (std::nothrow) CKELPackage(familyName.c_str(), version, needReserve != 0, isInstalled != 0);
-  if (package == nullptr) return Exit(kName, E_OUTOFMEMORY);
+  if (package == nullptr) return TraceExit(kName, E_OUTOFMEMORY);
 
   XmlNodeType type = xml::XmlNodeType_None;
   while ((hr = reader->Read(&type)) == S_OK) {
@@ -286,7 +281,7 @@ HRESULT CKELPackage::FromXmlNode(XmlReader* reader, CKELPackage** ppPackage) {
     }
   }
   *ppPackage = package;
-  return Exit(kName, hr);
+  return TraceExit(kName, hr);
 }
 
 }  // namespace kel

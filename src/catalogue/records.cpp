@@ -18,11 +18,6 @@ WString Lowered(const char16_t* text) {
 
 WString Copied(const char16_t* text) { return text == nullptr ? WString() : WString(text); }
 
-HRESULT Exit(const char16_t* name, HRESULT result) {
-  WriteDebugLog("%S OUT(0x%08X)\r\n", name, result);
-  return result;
-}
-
 bool Contains(const WString& part, const WString& whole) {
   return CKELApp::IsSubStrNoOrder(part.c_str(), whole.c_str()) != 0;
 }
@@ -46,21 +41,21 @@ HRESULT CKELMetroApp::AddToExcludeAppNameList(const char16_t* searchWord, Exclud
                                               BOOL* pFound) {
   constexpr char16_t kName[] = u"CKELMetroApp::AddToExcludeAppNameList";
   WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
-  if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return Exit(kName, E_POINTER);
-  if (searchWord[0] == 0) return Exit(kName, E_INVALIDARG);
+  if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return TraceExit(kName, E_POINTER);
+  if (searchWord[0] == 0) return TraceExit(kName, E_INVALIDARG);
   *pFound = 0;
   const WString word = Lowered(searchWord);
   HRESULT result = S_OK;
   // An app whose display name is the word itself adds nothing and is not
   // counted as found: its short name is not looked at either.
-  if (DisplayName.empty() || EqualsIgnoreCase(DisplayName.c_str(), word.c_str())) return Exit(kName, result);
+  if (DisplayName.empty() || EqualsIgnoreCase(DisplayName.c_str(), word.c_str())) return TraceExit(kName, result);
 
   if (Contains(word, DisplayName)) {
     if (Contains(DisplayName, word)) {
       *pFound = 1;
     } else {
       result = AddUniqueName(*excludeList, DisplayName);
-      if (Failed(result)) return Exit(kName, result);
+      if (Failed(result)) return TraceExit(kName, result);
     }
   }
   if (!RubyDisplayName.empty() && Contains(word, RubyDisplayName)) result = AddUniqueName(*excludeList, DisplayName);
@@ -76,7 +71,7 @@ HRESULT CKELMetroApp::AddToExcludeAppNameList(const char16_t* searchWord, Exclud
       result = AddUniqueName(*excludeList, ShortName);
     }
   }
-  return Exit(kName, result);
+  return TraceExit(kName, result);
 }
 
 CKELDesktopApp::CKELDesktopApp(const char16_t* displayName, const char16_t* lnkFileName, const char16_t* localizeName,
@@ -100,8 +95,8 @@ HRESULT CKELDesktopApp::AddToExcludeAppNameList(const char16_t* searchWord, Excl
                                                 BOOL* pFound) {
   constexpr char16_t kName[] = u"CKELDesktopApp::AddToExcludeAppNameList";
   WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
-  if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return Exit(kName, E_POINTER);
-  if (searchWord[0] == 0) return Exit(kName, E_INVALIDARG);
+  if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return TraceExit(kName, E_POINTER);
+  if (searchWord[0] == 0) return TraceExit(kName, E_INVALIDARG);
   BOOL exists = 0;
   {
     // A file system query may be slow. The path is read without the lock:
@@ -117,23 +112,23 @@ HRESULT CKELDesktopApp::AddToExcludeAppNameList(const char16_t* searchWord, Excl
   const WString word = Lowered(searchWord);
   HRESULT result = S_OK;
   const WString& name = LocalizeName.empty() ? DisplayName : LocalizeName;
-  if (name.empty()) return Exit(kName, result);
+  if (name.empty()) return TraceExit(kName, result);
   // Unlike a Store app, a desktop app named exactly by the word counts as
   // found, unless it is marked dual-mode.
   if (EqualsIgnoreCase(name.c_str(), word.c_str())) {
     if (!IsDualMode) *pFound = 1;
-    return Exit(kName, result);
+    return TraceExit(kName, result);
   }
   if (Contains(word, name)) {
     if (Contains(name, word)) {
       *pFound = 1;
     } else {
       result = AddUniqueName(*excludeList, name);
-      if (Failed(result)) return Exit(kName, result);
+      if (Failed(result)) return TraceExit(kName, result);
     }
   }
   if (!RubyDisplayName.empty() && Contains(word, RubyDisplayName)) result = AddUniqueName(*excludeList, name);
-  return Exit(kName, result);
+  return TraceExit(kName, result);
 }
 
 // --- packages ----------------------------------------------------------------
@@ -167,13 +162,13 @@ BOOL CKELPackage::IsThisPackage(const char16_t* packageFamilyName) const {
 HRESULT CKELPackage::AddApplication(CKELMetroApp* app) {
   constexpr char16_t kName[] = u"CKELPackage::AddApplication";
   WriteDebugLog("%S IN\r\n", kName);
-  if (app == nullptr) return Exit(kName, E_POINTER);
+  if (app == nullptr) return TraceExit(kName, E_POINTER);
   try {
     m_Applications.emplace_back(app);
   } catch (...) {
-    return Exit(kName, E_OUTOFMEMORY);
+    return TraceExit(kName, E_OUTOFMEMORY);
   }
-  return Exit(kName, S_OK);
+  return TraceExit(kName, S_OK);
 }
 
 HRESULT CKELPackage::AddApplication(const char16_t* displayName, const char16_t* shortName) {
@@ -182,9 +177,9 @@ HRESULT CKELPackage::AddApplication(const char16_t* displayName, const char16_t*
   try {
     m_Applications.push_back(std::make_unique<CKELMetroApp>(displayName, shortName, nullptr, nullptr));
   } catch (...) {
-    return Exit(kName, E_OUTOFMEMORY);
+    return TraceExit(kName, E_OUTOFMEMORY);
   }
-  return Exit(kName, S_OK);
+  return TraceExit(kName, S_OK);
 }
 
 void CKELPackage::DeleteAllApp() {
@@ -198,8 +193,8 @@ HRESULT CKELPackage::AddAppNameToExcludeList(const char16_t* searchWord, Exclude
                                              BOOL* pFound) {
   constexpr char16_t kName[] = u"CKELPackage::AddAppNameToExcludeList";
   WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
-  if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return Exit(kName, E_POINTER);
-  if (searchWord[0] == 0) return Exit(kName, E_INVALIDARG);
+  if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return TraceExit(kName, E_POINTER);
+  if (searchWord[0] == 0) return TraceExit(kName, E_INVALIDARG);
   BOOL installed = 1;
   {
     CatalogueUnlocked unlocked;  // the deployment service may take its time

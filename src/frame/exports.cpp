@@ -22,11 +22,6 @@ void RereadLogSwitch() {
 
 namespace {
 
-HRESULT Exit(const char16_t* name, HRESULT result) {
-  WriteDebugLog("%S OUT(0x%08X)\r\n", name, result);
-  return result;
-}
-
 // The name to work with: the successor where the substitution applies.
 WString EffectivePFN(const char16_t* name) {
   WString replacement;
@@ -46,10 +41,10 @@ extern "C" HRESULT KELAPI KelInitialize() {
     HRESULT result = S_OK;
     if (g_nInitCount.load() == 0) {
       result = ThePackageManager().Initialize();
-      if (Failed(result)) return Exit(kName, result);
+      if (Failed(result)) return TraceExit(kName, result);
     }
     g_nInitCount.fetch_add(1);
-    return Exit(kName, result);
+    return TraceExit(kName, result);
   });
 }
 
@@ -72,10 +67,10 @@ extern "C" HRESULT KELAPI KelLaunchStoreW(const char16_t* pszPackageFamilyName) 
     constexpr char16_t kName[] = u"KelLaunchStoreW";
     RereadLogSwitch();
     WriteDebugLog("%S(%S) IN\r\n", kName, pszPackageFamilyName);
-    if (pszPackageFamilyName == nullptr) return Exit(kName, E_POINTER);
-    if (pszPackageFamilyName[0] == 0) return Exit(kName, E_INVALIDARG);
+    if (pszPackageFamilyName == nullptr) return TraceExit(kName, E_POINTER);
+    if (pszPackageFamilyName[0] == 0) return TraceExit(kName, E_INVALIDARG);
     const WString name = EffectivePFN(pszPackageFamilyName);
-    return Exit(kName, ThePackageManager().LaunchStore(name.c_str()));
+    return TraceExit(kName, ThePackageManager().LaunchStore(name.c_str()));
   });
 }
 
@@ -84,10 +79,10 @@ extern "C" HRESULT KELAPI KelIsInstalledW(const char16_t* pszPackageFamilyName, 
     constexpr char16_t kName[] = u"KelIsInstalledW";
     RereadLogSwitch();
     WriteDebugLog("%S(%S) IN\r\n", kName, pszPackageFamilyName);
-    if (pszPackageFamilyName == nullptr || pIsInstalled == nullptr) return Exit(kName, E_POINTER);
-    if (pszPackageFamilyName[0] == 0) return Exit(kName, E_INVALIDARG);
+    if (pszPackageFamilyName == nullptr || pIsInstalled == nullptr) return TraceExit(kName, E_POINTER);
+    if (pszPackageFamilyName[0] == 0) return TraceExit(kName, E_INVALIDARG);
     const WString name = EffectivePFN(pszPackageFamilyName);
-    return Exit(kName, ThePackageManager().IsInstalled(name.c_str(), pIsInstalled));
+    return TraceExit(kName, ThePackageManager().IsInstalled(name.c_str(), pIsInstalled));
   });
 }
 
@@ -97,8 +92,8 @@ extern "C" HRESULT KELAPI KelGetAppDisplayNameByPFNW(const char16_t* pszPackageF
     constexpr char16_t kName[] = u"KelGetAppDisplayNameByPFNW";
     WriteDebugLog("%S(%S, 0x%08X) IN\r\n", kName, pszPackageFamilyName,
                   static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(ppszDisplayName)));
-    if (pszPackageFamilyName == nullptr || ppszDisplayName == nullptr) return Exit(kName, E_POINTER);
-    if (pszPackageFamilyName[0] == 0) return Exit(kName, E_INVALIDARG);
+    if (pszPackageFamilyName == nullptr || ppszDisplayName == nullptr) return TraceExit(kName, E_POINTER);
+    if (pszPackageFamilyName[0] == 0) return TraceExit(kName, E_INVALIDARG);
     const WString name = EffectivePFN(pszPackageFamilyName);
     const HRESULT result = ThePackageManager().GetAppDisplayNameByPFN(name.c_str(), ppszDisplayName);
     WriteDebugLog("%S OUT(0x%08X) DisplayName = %s\r\n", kName, result,
@@ -111,8 +106,8 @@ extern "C" HRESULT KELAPI KelLaunchByPFNW(const char16_t* pszPackageFamilyName, 
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchByPFNW";
     WriteDebugLog("%S(%S, %d, %d) IN\r\n", kName, pszPackageFamilyName, dwMode, nOption);
-    if (pszPackageFamilyName == nullptr) return Exit(kName, E_POINTER);
-    if (pszPackageFamilyName[0] == 0 || dwMode > 2) return Exit(kName, E_INVALIDARG);
+    if (pszPackageFamilyName == nullptr) return TraceExit(kName, E_POINTER);
+    if (pszPackageFamilyName[0] == 0 || dwMode > 2) return TraceExit(kName, E_INVALIDARG);
     const WString name = EffectivePFN(pszPackageFamilyName);
     char16_t* displayName = nullptr;
     const HRESULT lookup = ThePackageManager().GetAppDisplayNameByPFN(name.c_str(), &displayName);
@@ -123,7 +118,7 @@ extern "C" HRESULT KELAPI KelLaunchByPFNW(const char16_t* pszPackageFamilyName, 
       result = lookup == E_KEL_PACKAGE_NOT_FOUND ? E_KEL_PACKAGE_NOT_FOUND : E_KEL_DISPLAY_NAME_FAILED;
     }
     if (displayName != nullptr) KelReleaseStringW(displayName);
-    return Exit(kName, result);
+    return TraceExit(kName, result);
   });
 }
 
@@ -132,11 +127,11 @@ extern "C" HRESULT KELAPI KelLaunchByAppUserModelIdW(const char16_t* pszAppUserM
     constexpr char16_t kName[] = u"KelLaunchByAppUserModelIdW";
     RereadLogSwitch();
     WriteDebugLog("%S(%S) IN\r\n", kName, pszAppUserModelId);
-    if (pszAppUserModelId == nullptr) return Exit(kName, E_POINTER);
+    if (pszAppUserModelId == nullptr) return TraceExit(kName, E_POINTER);
     const HRESULT result = pszArguments != nullptr
                                ? ThePackageManager().LaunchStoreApp(pszAppUserModelId, pszArguments)
                                : ThePackageManager().LaunchStoreApp(pszAppUserModelId);
-    return Exit(kName, result);
+    return TraceExit(kName, result);
   });
 }
 
@@ -144,7 +139,7 @@ extern "C" HRESULT KELAPI KelGetMonitorMode(UINT* puMonitorMode) {
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelGetMonitorMode";
     WriteDebugLog("%S IN\r\n", kName);
-    if (puMonitorMode == nullptr) return Exit(kName, E_POINTER);
-    return Exit(kName, CKELMonitorMode::GetMonitorMode(puMonitorMode));
+    if (puMonitorMode == nullptr) return TraceExit(kName, E_POINTER);
+    return TraceExit(kName, CKELMonitorMode::GetMonitorMode(puMonitorMode));
   });
 }

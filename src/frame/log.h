@@ -36,4 +36,11 @@ inline int WriteDebugLog(const char* format, const Args&... args) {
   return WriteDebugLogArgs(format, list, sizeof...(Args));
 }
 
+// The exit trace of an operation that returns an HRESULT: logs the name and
+// the code, and hands the code back.
+inline HRESULT TraceExit(const char16_t* name, HRESULT result) {
+  WriteDebugLog("%S OUT(0x%08X)\r\n", name, result);
+  return result;
+}
+
 }  // namespace kel

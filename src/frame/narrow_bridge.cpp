@@ -17,11 +17,6 @@ struct FreeDeleter {
 };
 using MallocWide = std::unique_ptr<char16_t, FreeDeleter>;
 
-HRESULT Exit(const char16_t* name, HRESULT result) {
-  WriteDebugLog("%S OUT(0x%08X)\r\n", name, result);
-  return result;
-}
-
 // Converts, or gives null: every conversion failure counts alike at the
 // exports.
 MallocWide ToWide(const char* source) {
@@ -35,23 +30,23 @@ MallocWide ToWide(const char* source) {
 HRESULT ShiftJisToWideChar(const char* source, char16_t** ppWideChar) {
   constexpr char16_t kName[] = u"ShiftJisToWideChar";
   WriteDebugLog("%S(%s) IN\r\n", kName, source);
-  if (source == nullptr || ppWideChar == nullptr) return Exit(kName, E_POINTER);
-  if (source[0] == 0) return Exit(kName, E_INVALIDARG);
+  if (source == nullptr || ppWideChar == nullptr) return TraceExit(kName, E_POINTER);
+  if (source[0] == 0) return TraceExit(kName, E_INVALIDARG);
   auto& sys = platform::Current();
   const int length = sys.MultiByteToWideChar(platform::CP_SHIFT_JIS, platform::MB_PRECOMPOSED, source, -1, nullptr, 0);
-  if (length <= 0) return Exit(kName, E_FAIL);
+  if (length <= 0) return TraceExit(kName, E_FAIL);
   // One unit more than asked for, zeroed: the copy stays terminated even if
   // the converter consumed the terminator after a dangling lead byte.
   auto* buffer = static_cast<char16_t*>(std::calloc(static_cast<std::size_t>(length) + 1, sizeof(char16_t)));
   *ppWideChar = buffer;
-  if (buffer == nullptr) return Exit(kName, E_OUTOFMEMORY);
+  if (buffer == nullptr) return TraceExit(kName, E_OUTOFMEMORY);
   if (sys.MultiByteToWideChar(platform::CP_SHIFT_JIS, platform::MB_PRECOMPOSED, source, -1, buffer, length) != 0) {
     WriteDebugLog("%S OUT(0x%08X *ppWideChar = %S)\r\n", kName, S_OK, static_cast<const char16_t*>(buffer));
     return S_OK;
   }
   std::free(buffer);
   *ppWideChar = nullptr;
-  return Exit(kName, E_FAIL);
+  return TraceExit(kName, E_FAIL);
 }
 
 }  // namespace kel
@@ -76,9 +71,9 @@ extern "C" HRESULT KELAPI KelLaunchByProtocolA(const char* pszProtocol) {
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchByProtocolA";
     WriteDebugLog("%S(%s) IN\r\n", kName, pszProtocol);
-    if (pszProtocol == nullptr) return Exit(kName, E_POINTER);
-    if (IsEmpty(pszProtocol)) return Exit(kName, E_INVALIDARG);
-    return Exit(kName, ConvertAndCall(pszProtocol, [](const char16_t* w) { return KelLaunchByProtocolW(w); }));
+    if (pszProtocol == nullptr) return TraceExit(kName, E_POINTER);
+    if (IsEmpty(pszProtocol)) return TraceExit(kName, E_INVALIDARG);
+    return TraceExit(kName, ConvertAndCall(pszProtocol, [](const char16_t* w) { return KelLaunchByProtocolW(w); }));
   });
 }
 
@@ -86,9 +81,9 @@ extern "C" HRESULT KELAPI KelLaunchStoreA(const char* pszPackageFamilyName) {
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchStoreA";
     WriteDebugLog("%S(%s) IN\r\n", kName, pszPackageFamilyName);
-    if (pszPackageFamilyName == nullptr) return Exit(kName, E_POINTER);
-    if (IsEmpty(pszPackageFamilyName)) return Exit(kName, E_INVALIDARG);
-    return Exit(kName, ConvertAndCall(pszPackageFamilyName, [](const char16_t* w) { return KelLaunchStoreW(w); }));
+    if (pszPackageFamilyName == nullptr) return TraceExit(kName, E_POINTER);
+    if (IsEmpty(pszPackageFamilyName)) return TraceExit(kName, E_INVALIDARG);
+    return TraceExit(kName, ConvertAndCall(pszPackageFamilyName, [](const char16_t* w) { return KelLaunchStoreW(w); }));
   });
 }
 
@@ -96,9 +91,9 @@ extern "C" HRESULT KELAPI KelIsInstalledA(const char* pszPackageFamilyName, BOOL
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelIsInstalledA";
     WriteDebugLog("%S(%s) IN\r\n", kName, pszPackageFamilyName);
-    if (pszPackageFamilyName == nullptr || pIsInstalled == nullptr) return Exit(kName, E_POINTER);
-    if (IsEmpty(pszPackageFamilyName)) return Exit(kName, E_INVALIDARG);
-    return Exit(kName, ConvertAndCall(pszPackageFamilyName,
+    if (pszPackageFamilyName == nullptr || pIsInstalled == nullptr) return TraceExit(kName, E_POINTER);
+    if (IsEmpty(pszPackageFamilyName)) return TraceExit(kName, E_INVALIDARG);
+    return TraceExit(kName, ConvertAndCall(pszPackageFamilyName,
                                       [&](const char16_t* w) { return KelIsInstalledW(w, pIsInstalled); }));
   });
 }
@@ -107,9 +102,9 @@ extern "C" HRESULT KELAPI KelLaunchBySearchA(const char* pszKeyword, DWORD dwMod
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchBySearchA";
     WriteDebugLog("%S(%s, %d, %d) IN\r\n", kName, pszKeyword, dwMode, nOption);
-    if (pszKeyword == nullptr) return Exit(kName, E_POINTER);
-    if (IsEmpty(pszKeyword) || dwMode > 2) return Exit(kName, E_INVALIDARG);
-    return Exit(kName, ConvertAndCall(pszKeyword,
+    if (pszKeyword == nullptr) return TraceExit(kName, E_POINTER);
+    if (IsEmpty(pszKeyword) || dwMode > 2) return TraceExit(kName, E_INVALIDARG);
+    return TraceExit(kName, ConvertAndCall(pszKeyword,
                                       [&](const char16_t* w) { return KelLaunchBySearchW(w, dwMode, nOption); }));
   });
 }
@@ -118,9 +113,9 @@ extern "C" HRESULT KELAPI KelLaunchByPFNA(const char* pszPackageFamilyName, DWOR
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchByPFNA";
     WriteDebugLog("%S(%s, %d, %d) IN\r\n", kName, pszPackageFamilyName, dwMode, nOption);
-    if (pszPackageFamilyName == nullptr) return Exit(kName, E_POINTER);
-    if (IsEmpty(pszPackageFamilyName) || dwMode > 2) return Exit(kName, E_INVALIDARG);
-    return Exit(kName, ConvertAndCall(pszPackageFamilyName,
+    if (pszPackageFamilyName == nullptr) return TraceExit(kName, E_POINTER);
+    if (IsEmpty(pszPackageFamilyName) || dwMode > 2) return TraceExit(kName, E_INVALIDARG);
+    return TraceExit(kName, ConvertAndCall(pszPackageFamilyName,
                                       [&](const char16_t* w) { return KelLaunchByPFNW(w, dwMode, nOption); }));
   });
 }
@@ -129,10 +124,10 @@ extern "C" HRESULT KELAPI KelLaunchBrowserByProtocolA(const char* pszUrl, DWORD 
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchBrowserByProtocolA";
     WriteDebugLog("%S(%s, %d) IN\r\n", kName, pszUrl, dwAssociationMode);
-    if (pszUrl == nullptr) return Exit(kName, E_POINTER);
+    if (pszUrl == nullptr) return TraceExit(kName, E_POINTER);
     // The shortest address the wide export accepts, "http:", is five bytes.
-    if (std::strlen(pszUrl) < 5 || dwAssociationMode > 2) return Exit(kName, E_INVALIDARG);
-    return Exit(kName, ConvertAndCall(pszUrl, [&](const char16_t* w) {
+    if (std::strlen(pszUrl) < 5 || dwAssociationMode > 2) return TraceExit(kName, E_INVALIDARG);
+    return TraceExit(kName, ConvertAndCall(pszUrl, [&](const char16_t* w) {
                   return KelLaunchBrowserByProtocolW(w, dwAssociationMode);
                 }));
   });
@@ -142,10 +137,10 @@ extern "C" HRESULT KELAPI KelLaunchByAppUserModelIdA(const char* pszAppUserModel
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchByAppUserModelIdA";
     WriteDebugLog("%S(%s) IN\r\n", kName, pszAppUserModelId);
-    if (pszAppUserModelId == nullptr) return Exit(kName, E_POINTER);
+    if (pszAppUserModelId == nullptr) return TraceExit(kName, E_POINTER);
     // An empty ID is handed on as an empty wide ID without a conversion.
-    if (IsEmpty(pszAppUserModelId)) return Exit(kName, KelLaunchByAppUserModelIdW(u"", nullptr));
-    return Exit(kName, ConvertAndCall(pszAppUserModelId,
+    if (IsEmpty(pszAppUserModelId)) return TraceExit(kName, KelLaunchByAppUserModelIdW(u"", nullptr));
+    return TraceExit(kName, ConvertAndCall(pszAppUserModelId,
                                       [](const char16_t* w) { return KelLaunchByAppUserModelIdW(w, nullptr); }));
   });
 }

@@ -9,8 +9,6 @@ namespace {
 
 using platform::UniqueRegKey;
 
-platform::Platform& Sys() { return platform::Current(); }
-
 LONG OpenKey(const char16_t* subKey, DWORD access, UniqueRegKey& key) {
   return Sys().RegOpenKeyEx(platform::RootKey::CurrentUser, subKey, 0, access, key.put());
 }

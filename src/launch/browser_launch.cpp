@@ -14,11 +14,6 @@ namespace {
 
 constexpr char16_t kInternetExplorer[] = u"Internet Explorer";
 
-HRESULT Exit(const char16_t* name, HRESULT result) {
-  WriteDebugLog("%S OUT(0x%08X)\r\n", name, result);
-  return result;
-}
-
 // The first five characters against "http:", else the first six against
 // "https:", ignoring case.
 bool HasWebScheme(const char16_t* url) {
@@ -44,9 +39,9 @@ extern "C" HRESULT KELAPI KelLaunchBrowserByProtocolW(const char16_t* pszUrl, DW
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchBrowserByProtocolW";
     WriteDebugLog("%S(%S, %d) IN\r\n", kName, pszUrl, dwAssociationMode);
-    if (pszUrl == nullptr) return Exit(kName, E_POINTER);
-    if (pszUrl[0] == 0 || dwAssociationMode > 2) return Exit(kName, E_INVALIDARG);
-    if (!HasWebScheme(pszUrl)) return Exit(kName, E_INVALIDARG);
+    if (pszUrl == nullptr) return TraceExit(kName, E_POINTER);
+    if (pszUrl[0] == 0 || dwAssociationMode > 2) return TraceExit(kName, E_INVALIDARG);
+    if (!HasWebScheme(pszUrl)) return TraceExit(kName, E_INVALIDARG);
 
     DWORD current = 0;  // an absent value reads as 0
     const LONG readCode = CKELReg::GetCurrentAssociationMode(&current);
@@ -65,7 +60,7 @@ extern "C" HRESULT KELAPI KelLaunchBrowserByProtocolW(const char16_t* pszUrl, DW
       platform::Current().Sleep(CKELReg::GetRestoreRegistryWaitTime());
       CKELReg::DeleteAssociationMode();
     }
-    return Exit(kName, result);
+    return TraceExit(kName, result);
   });
 }
 
@@ -73,7 +68,7 @@ extern "C" HRESULT KELAPI KelLaunchIEBySearch(DWORD dwTileMode, DWORD dwSearchMo
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchIEBySearch";
     WriteDebugLog("%S(%d, %d, %d) IN\r\n", kName, dwTileMode, dwSearchMode, nOption);
-    if (dwTileMode > 2 || dwSearchMode > 2) return Exit(kName, E_INVALIDARG);
+    if (dwTileMode > 2 || dwSearchMode > 2) return TraceExit(kName, E_INVALIDARG);
 
     DWORD current = 1;  // an absent value reads as 1
     const LONG readCode = CKELReg::GetCurrentTileImmersiveActivation(&current);
@@ -90,6 +85,6 @@ extern "C" HRESULT KELAPI KelLaunchIEBySearch(DWORD dwTileMode, DWORD dwSearchMo
     } else if (readCode == ERROR_FILE_NOT_FOUND) {
       CKELReg::DeleteTileImmersiveActivation();
     }
-    return Exit(kName, result);
+    return TraceExit(kName, result);
   });
 }

@@ -8,8 +8,6 @@ namespace {
 
 constexpr char16_t kSendinputKey[] = u"CKELKeyEmulate::Sendinput_Key";
 
-platform::Platform& Sys() { return platform::Current(); }
-
 WORD ScanCodeOf(WORD virtualKey) {
   return static_cast<WORD>(Sys().MapVirtualKey(virtualKey, platform::MAPVK_VK_TO_VSC));
 }

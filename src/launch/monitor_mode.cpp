@@ -8,33 +8,26 @@
 namespace kel {
 namespace {
 
-platform::Platform& Sys() { return platform::Current(); }
-
 constexpr char16_t kSearchPaneClass[] = u"SearchPane";
 constexpr int kClassNameCapacity = 260;
 constexpr int kStartScreenPolls = 100;
 constexpr int kSearchPanePolls = 200;
 constexpr DWORD kPollInterval = 100;
 
-HRESULT Exit(const char16_t* name, HRESULT result) {
-  WriteDebugLog("%S OUT(0x%08X)\r\n", name, result);
-  return result;
-}
-
 }  // namespace
 
 HRESULT CKELMonitorMode::GetIMetroMode(platform::AppVisibility** object, BOOL* needUninitialize) {
   constexpr char16_t kName[] = u"CKELMonitorMode::GetIMetroMode";
   WriteDebugLog("%S IN\r\n", kName);
-  if (object == nullptr || needUninitialize == nullptr) return Exit(kName, E_POINTER);
+  if (object == nullptr || needUninitialize == nullptr) return TraceExit(kName, E_POINTER);
   const HRESULT init = Sys().CoInitializeEx(platform::COINIT_APARTMENTTHREADED);
-  if (Failed(init) && init != RPC_E_CHANGED_MODE) return Exit(kName, init);
+  if (Failed(init) && init != RPC_E_CHANGED_MODE) return TraceExit(kName, init);
   *needUninitialize = init != RPC_E_CHANGED_MODE ? 1 : 0;
   const HRESULT created = Sys().CreateAppVisibility(platform::CLSCTX_INPROC_SERVER, object);
   // Uninitialised even when the thread's apartment was set before the call:
   // long-standing behaviour that hosts see and that is kept.
   if (Failed(created)) Sys().CoUninitialize();
-  return Exit(kName, created);
+  return TraceExit(kName, created);
 }
 
 void CKELMonitorMode::ReleaseIMetroMode(platform::AppVisibility* object, BOOL needUninitialize) {
@@ -48,11 +41,11 @@ void CKELMonitorMode::ReleaseIMetroMode(platform::AppVisibility* object, BOOL ne
 HRESULT CKELMonitorMode::GetMonitorMode(UINT* mode) {
   constexpr char16_t kName[] = u"CKELMonitorMode::GetMonitorMode";
   WriteDebugLog("%S IN\r\n", kName);
-  if (mode == nullptr) return Exit(kName, E_POINTER);
+  if (mode == nullptr) return TraceExit(kName, E_POINTER);
   platform::AppVisibility* visibilityObject = nullptr;
   BOOL needUninitialize = 0;
   HRESULT result = GetIMetroMode(&visibilityObject, &needUninitialize);
-  if (Failed(result)) return Exit(kName, result);
+  if (Failed(result)) return TraceExit(kName, result);
 
   Handle monitor = Sys().MonitorFromPoint(platform::Point{0, 0}, platform::MONITOR_DEFAULTTOPRIMARY);
   int visibility = platform::MAV_UNKNOWN;
@@ -71,7 +64,7 @@ HRESULT CKELMonitorMode::GetMonitorMode(UINT* mode) {
     }
   }
   ReleaseIMetroMode(visibilityObject, needUninitialize);
-  return Exit(kName, result);
+  return TraceExit(kName, result);
 }
 
 HRESULT CKELMonitorMode::SwitchToStartScreen() {
@@ -80,13 +73,13 @@ HRESULT CKELMonitorMode::SwitchToStartScreen() {
   platform::AppVisibility* visibilityObject = nullptr;
   BOOL needUninitialize = 0;
   const HRESULT created = GetIMetroMode(&visibilityObject, &needUninitialize);
-  if (Failed(created)) return Exit(kName, created);
+  if (Failed(created)) return TraceExit(kName, created);
 
   BOOL visible = 0;
   const HRESULT result = visibilityObject->IsLauncherVisible(&visible);
   if (Failed(result)) {
     ReleaseIMetroMode(visibilityObject, needUninitialize);
-    return Exit(kName, result);
+    return TraceExit(kName, result);
   }
   WriteDebugLog("launcherVisibility = %d \r\n", visible);
   CKELKeyEmulate::Sendinput_Win();
@@ -96,7 +89,7 @@ HRESULT CKELMonitorMode::SwitchToStartScreen() {
     WriteDebugLog("launcherVisibility = %d\r\n", visible);
   }
   ReleaseIMetroMode(visibilityObject, needUninitialize);
-  return Exit(kName, result);
+  return TraceExit(kName, result);
 }
 
 HRESULT CKELMonitorMode::OpenAppSearchUI() {

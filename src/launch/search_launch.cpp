@@ -18,8 +18,6 @@
 namespace kel {
 namespace {
 
-platform::Platform& Sys() { return platform::Current(); }
-
 // The Japanese name of the Messaging app, which Windows 8.1 no longer has.
 constexpr char16_t kMessagingKeyword[] = u"メッセージング";
 constexpr char16_t kMessagingUnavailableText[] = u"このバージョンのWindowsでは、メッセージングは利用できません。";

@@ -15,13 +15,6 @@ namespace {
 
 constexpr char16_t kResourcePrefix[] = u"ms-resource:";
 
-platform::Platform& Sys() { return platform::Current(); }
-
-HRESULT Exit(const char16_t* name, HRESULT result) {
-  WriteDebugLog("%S OUT(0x%08X)\r\n", name, result);
-  return result;
-}
-
 bool SameNameIgnoringCase(const char16_t* name, UINT length, const char16_t* wanted) {
   if (name == nullptr || length != WideLength(wanted)) return false;
   for (UINT i = 0; i < length; ++i) {
@@ -87,7 +80,7 @@ HRESULT CKELManifestReader::AddAppsToPackage(const char16_t* manifestPath, CKELP
   WriteDebugLog("%S IN\r\n", kName);
   const HRESULT result = LoadSetting() == kXmlReader ? GetAppNameUsingXmlParser(manifestPath, package)
                                                      : GetAppNameUsingAPI(manifestPath, package);
-  return Exit(kName, result);
+  return TraceExit(kName, result);
 }
 
 HRESULT CKELManifestReader::MoveToElementByName(xml::XmlReader* reader, const char16_t* name) {
@@ -130,12 +123,12 @@ HRESULT CKELManifestReader::GetAttributeValueByName(xml::XmlReader* reader, cons
 HRESULT CKELManifestReader::GetAppNameUsingXmlParser(const char16_t* manifestPath, CKELPackage* package) {
   constexpr char16_t kName[] = u"CKELManifestReader::GetAppNameUsingXmlParser";
   WriteDebugLog("%S IN\r\n", kName);
-  if (manifestPath == nullptr || package == nullptr) return Exit(kName, E_POINTER);
+  if (manifestPath == nullptr || package == nullptr) return TraceExit(kName, E_POINTER);
   xml::XmlReader reader;
   HRESULT hr = OpenManifest(kName, manifestPath, reader);
-  if (Failed(hr)) return Exit(kName, hr);
+  if (Failed(hr)) return TraceExit(kName, hr);
   hr = MoveToElementByName(&reader, u"Applications");
-  if (Failed(hr)) return Exit(kName, hr);
+  if (Failed(hr)) return TraceExit(kName, hr);
   for (;;) {
     hr = MoveToElementByName(&reader, u"Application");
     if (hr != S_OK) break;
@@ -144,20 +137,20 @@ HRESULT CKELManifestReader::GetAppNameUsingXmlParser(const char16_t* manifestPat
     if (Failed(hr)) break;
     package->AddApplication(displayName.c_str(), shortName.c_str());
   }
-  return Exit(kName, hr);
+  return TraceExit(kName, hr);
 }
 
 HRESULT CKELManifestReader::IsCanGetAppNameFromManifest(const char16_t* manifestPath, CKELPackage* package,
                                                         BOOL* canGet) {
   constexpr char16_t kName[] = u"CKELManifestReader::IsCanGetAppNameFromManifest";
   WriteDebugLog("%S IN\r\n", kName);
-  if (manifestPath == nullptr || package == nullptr || canGet == nullptr) return Exit(kName, E_POINTER);
+  if (manifestPath == nullptr || package == nullptr || canGet == nullptr) return TraceExit(kName, E_POINTER);
   *canGet = 0;
   xml::XmlReader reader;
   HRESULT hr = OpenManifest(kName, manifestPath, reader);
-  if (Failed(hr)) return Exit(kName, hr);
+  if (Failed(hr)) return TraceExit(kName, hr);
   hr = MoveToElementByName(&reader, u"Applications");
-  if (Failed(hr)) return Exit(kName, hr);
+  if (Failed(hr)) return TraceExit(kName, hr);
   for (;;) {
     hr = MoveToElementByName(&reader, u"Application");
     if (hr == S_FALSE) {
@@ -171,16 +164,16 @@ HRESULT CKELManifestReader::IsCanGetAppNameFromManifest(const char16_t* manifest
     // A reference that did not resolve means the names cannot be had yet.
     if (IsResourceReference(displayName) || IsResourceReference(shortName)) break;
   }
-  return Exit(kName, hr);
+  return TraceExit(kName, hr);
 }
 
 HRESULT CKELManifestReader::GetAppNameUsingAPI(const char16_t* manifestPath, CKELPackage* package) {
   constexpr char16_t kName[] = u"CKELManifestReader::GetAppNameUsingAPI";
   WriteDebugLog("%S IN\r\n", kName);
-  if (manifestPath == nullptr || package == nullptr) return Exit(kName, E_POINTER);
-  if (manifestPath[0] == 0) return Exit(kName, E_INVALIDARG);
+  if (manifestPath == nullptr || package == nullptr) return TraceExit(kName, E_POINTER);
+  if (manifestPath[0] == 0) return TraceExit(kName, E_INVALIDARG);
   HRESULT hr = Sys().CoInitializeEx(platform::COINIT_APARTMENTTHREADED);
-  if (Failed(hr) && hr != RPC_E_CHANGED_MODE) return Exit(kName, hr);
+  if (Failed(hr) && hr != RPC_E_CHANGED_MODE) return TraceExit(kName, hr);
   const bool needUninitialize = hr != RPC_E_CHANGED_MODE;
 
   platform::AppxManifestReader* manifest = nullptr;
@@ -206,7 +199,7 @@ HRESULT CKELManifestReader::GetAppNameUsingAPI(const char16_t* manifestPath, CKE
   if (applications != nullptr) applications->Release();
   if (manifest != nullptr) manifest->Release();
   if (needUninitialize) Sys().CoUninitialize();
-  return Exit(kName, hr);
+  return TraceExit(kName, hr);
 }
 
 HRESULT CKELManifestReader::GetAppDisplayName(platform::Package* package, char16_t** displayName) {
@@ -219,35 +212,35 @@ HRESULT CKELManifestReader::GetAppDisplayName(platform::Package* package, char16
   const WString path = folder + u"\\" + u"AppxManifest.xml";
   xml::XmlReader reader;
   hr = OpenManifest(kName, path.c_str(), reader);
-  if (Failed(hr)) return Exit(kName, hr);
+  if (Failed(hr)) return TraceExit(kName, hr);
   hr = MoveToElementByName(&reader, u"Applications");
-  if (Failed(hr)) return Exit(kName, hr);
+  if (Failed(hr)) return TraceExit(kName, hr);
   hr = MoveToElementByName(&reader, u"Application");
-  if (hr != S_OK) return Exit(kName, hr);
+  if (hr != S_OK) return TraceExit(kName, hr);
   hr = MoveToElementByName(&reader, u"VisualElements");
-  if (hr != S_OK) return Exit(kName, hr);
+  if (hr != S_OK) return TraceExit(kName, hr);
   WString name;
   hr = GetAttributeValueByName(&reader, u"DisplayName", name);
-  if (Failed(hr)) return Exit(kName, hr);
-  if (MoveToElementByName(&reader, u"Application") == S_OK) return Exit(kName, E_KEL_MULTIPLE_APPLICATIONS);
+  if (Failed(hr)) return TraceExit(kName, hr);
+  if (MoveToElementByName(&reader, u"Application") == S_OK) return TraceExit(kName, E_KEL_MULTIPLE_APPLICATIONS);
 
   auto* buffer = static_cast<char16_t*>(Sys().LocalAlloc(platform::LMEM_ZEROINIT, kNameBufferCharacters * 2));
   *displayName = buffer;
-  if (buffer == nullptr) return Exit(kName, E_OUTOFMEMORY);
+  if (buffer == nullptr) return TraceExit(kName, E_OUTOFMEMORY);
   LowerInPlace(name);
   if (!IsResourceReference(name)) {
     // The lower-cased text, cut to the buffer: what hosts have always got.
     const std::size_t length = std::min<std::size_t>(name.size(), kNameBufferCharacters - 1);
     std::memcpy(buffer, name.data(), length * sizeof(char16_t));
     buffer[length] = 0;
-    return Exit(kName, S_OK);
+    return TraceExit(kName, S_OK);
   }
   WString fullName, identityName;
   if (Failed(package->GetFullName(fullName)) || Failed(package->GetName(identityName))) {
     throw platform::PlatformError{E_FAIL, u"Package.Id"};
   }
-  if (!ConvertMsResourceToString(name, fullName.c_str(), identityName.c_str(), buffer)) return Exit(kName, E_FAIL);
-  return Exit(kName, S_OK);
+  if (!ConvertMsResourceToString(name, fullName.c_str(), identityName.c_str(), buffer)) return TraceExit(kName, E_FAIL);
+  return TraceExit(kName, S_OK);
 }
 
 }  // namespace kel

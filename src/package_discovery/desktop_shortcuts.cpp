@@ -9,8 +9,6 @@
 namespace kel {
 namespace {
 
-platform::Platform& Sys() { return platform::Current(); }
-
 // The shortcut name is the file name without its last four characters,
 // whatever the real extension is (".lnk", ".url", or longer ones the
 // platform matched through their short names).

@@ -9,13 +9,6 @@
 namespace kel {
 namespace {
 
-platform::Platform& Sys() { return platform::Current(); }
-
-HRESULT Exit(const char16_t* name, HRESULT result) {
-  WriteDebugLog("%S OUT(0x%08X)\r\n", name, result);
-  return result;
-}
-
 // Releases a seam object (Release()) when it goes out of scope.
 template <typename Object>
 struct Released {
@@ -30,7 +23,7 @@ struct Released {
 HRESULT CKELPackageManager::GetCurrentUserSid(char16_t** sid) {
   constexpr char16_t kName[] = u"CKELPackageManager::GetCurrentUserSid";
   WriteDebugLog("%S IN\r\n", kName);
-  if (sid == nullptr) return Exit(kName, E_POINTER);
+  if (sid == nullptr) return TraceExit(kName, E_POINTER);
   auto& sys = Sys();
   std::vector<char16_t> userName(kMaxPath, 0);
   DWORD userNameSize = static_cast<DWORD>(kMaxPath);
@@ -54,7 +47,7 @@ HRESULT CKELPackageManager::GetCurrentUserSid(char16_t** sid) {
       }
     }
   }
-  return Exit(kName, E_FAIL);
+  return TraceExit(kName, E_FAIL);
 }
 
 platform::DeploymentPackageManager* CKELPackageManager::GetPackageManager(BOOL* needRoUninitialize) {
@@ -87,7 +80,7 @@ HRESULT CKELPackageManager::RefreshMetroApps() {
   auto& sys = Sys();
   char16_t* rawSid = nullptr;
   const HRESULT sidResult = GetCurrentUserSid(&rawSid);
-  if (Failed(sidResult)) return Exit(kName, sidResult);
+  if (Failed(sidResult)) return TraceExit(kName, sidResult);
   platform::UniqueLocal sid(rawSid);
   BOOL needRoUninitialize = 0;
   Released<platform::DeploymentPackageManager> manager{GetPackageManager(&needRoUninitialize)};
@@ -124,7 +117,7 @@ HRESULT CKELPackageManager::RefreshMetroApps() {
   manager.object = nullptr;
   sid.reset();
   if (needRoUninitialize) sys.RoUninitialize();
-  return Exit(kName, result);
+  return TraceExit(kName, result);
 }
 
 platform::Package* CKELPackageManager::FindPackageByName(const char16_t* packageFamilyName) {

@@ -12,8 +12,6 @@
 namespace kel {
 namespace {
 
-platform::Platform& Sys() { return platform::Current(); }
-
 constexpr DWORD kFirstWaitMilliseconds = 1000;
 constexpr DWORD kFinalizeWaitMilliseconds = 20000;
 constexpr DWORD kMillisecondsPerMinute = 60000;

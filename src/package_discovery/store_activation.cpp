@@ -11,13 +11,6 @@
 namespace kel {
 namespace {
 
-platform::Platform& Sys() { return platform::Current(); }
-
-HRESULT Exit(const char16_t* name, HRESULT result) {
-  WriteDebugLog("%S OUT(0x%08X)\r\n", name, result);
-  return result;
-}
-
 // Holds a package's reference for the caller's scope.
 struct PackageRef {
   platform::Package* package;
@@ -31,8 +24,8 @@ struct PackageRef {
 HRESULT CKELPackageManager::LaunchStore(const char16_t* packageFamilyName) {
   constexpr char16_t kName[] = u"CKELPackageManager::LaunchStore";
   WriteDebugLog("%S(%S) IN\r\n", kName, packageFamilyName);
-  if (packageFamilyName == nullptr) return Exit(kName, E_POINTER);
-  if (packageFamilyName[0] == 0) return Exit(kName, E_INVALIDARG);
+  if (packageFamilyName == nullptr) return TraceExit(kName, E_POINTER);
+  if (packageFamilyName[0] == 0) return TraceExit(kName, E_INVALIDARG);
   const WString address = FormatWide(u"%s%s", {kStorePageAddressPrefix, packageFamilyName});
   const std::intptr_t code =
       Sys().ShellExecute(nullptr, kOpenVerb, address.c_str(), nullptr, nullptr, platform::SW_SHOW);
@@ -84,8 +77,8 @@ HRESULT CKELPackageManager::LaunchStoreApp(const char16_t* appUserModelId, const
 HRESULT CKELPackageManager::IsInstalled(const char16_t* packageFamilyName, BOOL* pIsInstalled) {
   constexpr char16_t kName[] = u"CKELPackageManager::IsInstalled";
   WriteDebugLog("%S(%S) IN\r\n", kName, packageFamilyName);
-  if (packageFamilyName == nullptr || pIsInstalled == nullptr) return Exit(kName, E_POINTER);
-  if (packageFamilyName[0] == 0) return Exit(kName, E_INVALIDARG);
+  if (packageFamilyName == nullptr || pIsInstalled == nullptr) return TraceExit(kName, E_POINTER);
+  if (packageFamilyName[0] == 0) return TraceExit(kName, E_INVALIDARG);
   platform::Package* package = FindPackageByName(packageFamilyName);
   *pIsInstalled = package != nullptr ? 1 : 0;
   if (package != nullptr) package->Release();
@@ -97,8 +90,8 @@ HRESULT CKELPackageManager::GetAppDisplayNameByPFN(const char16_t* packageFamily
   constexpr char16_t kName[] = u"CKELPackageManager::GetAppDisplayNameByPFN";
   WriteDebugLog("%S(%S, 0x%08X) IN\r\n", kName, packageFamilyName,
                 static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(ppDisplayName)));
-  if (packageFamilyName == nullptr || ppDisplayName == nullptr) return Exit(kName, E_POINTER);
-  if (packageFamilyName[0] == 0) return Exit(kName, E_INVALIDARG);
+  if (packageFamilyName == nullptr || ppDisplayName == nullptr) return TraceExit(kName, E_POINTER);
+  if (packageFamilyName[0] == 0) return TraceExit(kName, E_INVALIDARG);
   HRESULT result = E_KEL_PACKAGE_NOT_FOUND;
   PackageRef found{FindPackageByName(packageFamilyName)};
   if (found.package != nullptr) {
@@ -117,9 +110,9 @@ HRESULT CKELPackageManager::GetExcludeAppNameList(const char16_t* searchWord, Ex
                                                   BOOL* pFound) {
   constexpr char16_t kName[] = u"CKELPackageManager::GetExcludeAppNameList";
   WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
-  if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return Exit(kName, E_POINTER);
-  if (searchWord[0] == 0) return Exit(kName, E_INVALIDARG);
-  return Exit(kName, m_AppNameList.GetExcludeAppNameList(searchWord, excludeList, pFound));
+  if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return TraceExit(kName, E_POINTER);
+  if (searchWord[0] == 0) return TraceExit(kName, E_INVALIDARG);
+  return TraceExit(kName, m_AppNameList.GetExcludeAppNameList(searchWord, excludeList, pFound));
 }
 
 }  // namespace kel

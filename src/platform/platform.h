@@ -404,3 +404,8 @@ Platform& Current();
 void Install(Platform* platform);
 
 }  // namespace kel::platform
+
+namespace kel {
+// The installed platform, as the library's units call it.
+inline platform::Platform& Sys() { return platform::Current(); }
+}  // namespace kel
