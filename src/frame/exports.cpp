@@ -20,15 +20,6 @@ void RereadLogSwitch() {
   g_bLogEnabled.store(on ? 1 : 0);
 }
 
-namespace {
-
-// The name to work with: the successor where the substitution applies.
-WString EffectivePFN(const char16_t* name) {
-  WString replacement;
-  return ReplaceObsoletePFN(name, replacement) ? replacement : WString(name);
-}
-
-}  // namespace
 }  // namespace kel
 
 using namespace kel;
@@ -69,8 +60,8 @@ extern "C" HRESULT KELAPI KelLaunchStoreW(const char16_t* pszPackageFamilyName) 
     WriteDebugLog("%S(%S) IN\r\n", kName, pszPackageFamilyName);
     if (pszPackageFamilyName == nullptr) return TraceExit(kName, E_POINTER);
     if (pszPackageFamilyName[0] == 0) return TraceExit(kName, E_INVALIDARG);
-    const WString name = EffectivePFN(pszPackageFamilyName);
-    return TraceExit(kName, ThePackageManager().LaunchStore(name.c_str()));
+    const char16_t* name = EffectivePFN(pszPackageFamilyName);
+    return TraceExit(kName, ThePackageManager().LaunchStore(name));
   });
 }
 
@@ -81,8 +72,8 @@ extern "C" HRESULT KELAPI KelIsInstalledW(const char16_t* pszPackageFamilyName, 
     WriteDebugLog("%S(%S) IN\r\n", kName, pszPackageFamilyName);
     if (pszPackageFamilyName == nullptr || pIsInstalled == nullptr) return TraceExit(kName, E_POINTER);
     if (pszPackageFamilyName[0] == 0) return TraceExit(kName, E_INVALIDARG);
-    const WString name = EffectivePFN(pszPackageFamilyName);
-    return TraceExit(kName, ThePackageManager().IsInstalled(name.c_str(), pIsInstalled));
+    const char16_t* name = EffectivePFN(pszPackageFamilyName);
+    return TraceExit(kName, ThePackageManager().IsInstalled(name, pIsInstalled));
   });
 }
 
@@ -94,8 +85,8 @@ extern "C" HRESULT KELAPI KelGetAppDisplayNameByPFNW(const char16_t* pszPackageF
                   static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(ppszDisplayName)));
     if (pszPackageFamilyName == nullptr || ppszDisplayName == nullptr) return TraceExit(kName, E_POINTER);
     if (pszPackageFamilyName[0] == 0) return TraceExit(kName, E_INVALIDARG);
-    const WString name = EffectivePFN(pszPackageFamilyName);
-    const HRESULT result = ThePackageManager().GetAppDisplayNameByPFN(name.c_str(), ppszDisplayName);
+    const char16_t* name = EffectivePFN(pszPackageFamilyName);
+    const HRESULT result = ThePackageManager().GetAppDisplayNameByPFN(name, ppszDisplayName);
     WriteDebugLog("%S OUT(0x%08X) DisplayName = %s\r\n", kName, result,
                   static_cast<const char16_t*>(*ppszDisplayName));
     return result;
@@ -108,9 +99,9 @@ extern "C" HRESULT KELAPI KelLaunchByPFNW(const char16_t* pszPackageFamilyName, 
     WriteDebugLog("%S(%S, %d, %d) IN\r\n", kName, pszPackageFamilyName, dwMode, nOption);
     if (pszPackageFamilyName == nullptr) return TraceExit(kName, E_POINTER);
     if (pszPackageFamilyName[0] == 0 || dwMode > 2) return TraceExit(kName, E_INVALIDARG);
-    const WString name = EffectivePFN(pszPackageFamilyName);
+    const char16_t* name = EffectivePFN(pszPackageFamilyName);
     char16_t* displayName = nullptr;
-    const HRESULT lookup = ThePackageManager().GetAppDisplayNameByPFN(name.c_str(), &displayName);
+    const HRESULT lookup = ThePackageManager().GetAppDisplayNameByPFN(name, &displayName);
     HRESULT result;
     if (Succeeded(lookup) && displayName != nullptr) {
       result = KelLaunchBySearchW(displayName, dwMode, nOption);

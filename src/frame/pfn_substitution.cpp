@@ -23,16 +23,30 @@ const std::array<WString, 3> g_aSuccessorPFN = {
 
 }  // namespace
 
-bool ReplaceObsoletePFN(const char16_t* name, WString& replacement) {
-  if (!IsMinorVersionAtLeastThree()) return false;
-  if (name == nullptr) return false;
+namespace {
+
+// The successor of `name`, or null where none applies.
+const WString* Successor(const char16_t* name) {
+  if (!IsMinorVersionAtLeastThree()) return nullptr;
+  if (name == nullptr) return nullptr;
   for (std::size_t row = 0; row < g_aObsoletePFN.size(); ++row) {
-    if (EqualsIgnoreCase(name, g_aObsoletePFN[row].c_str())) {
-      replacement = g_aSuccessorPFN[row];
-      return true;
-    }
+    if (EqualsIgnoreCase(name, g_aObsoletePFN[row].c_str())) return &g_aSuccessorPFN[row];
   }
-  return false;
+  return nullptr;
+}
+
+}  // namespace
+
+bool ReplaceObsoletePFN(const char16_t* name, WString& replacement) {
+  const WString* successor = Successor(name);
+  if (successor == nullptr) return false;
+  replacement = *successor;
+  return true;
+}
+
+const char16_t* EffectivePFN(const char16_t* name) {
+  const WString* successor = Successor(name);
+  return successor != nullptr ? successor->c_str() : name;
 }
 
 }  // namespace kel

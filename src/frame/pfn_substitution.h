@@ -10,4 +10,8 @@ namespace kel {
 // version is 3 or more and `name` is one of the old names (ignoring case).
 bool ReplaceObsoletePFN(const char16_t* name, WString& replacement);
 
+// The name to work with: the successor where ReplaceObsoletePFN would give
+// one, else `name` itself. Nothing is copied.
+const char16_t* EffectivePFN(const char16_t* name);
+
 }  // namespace kel

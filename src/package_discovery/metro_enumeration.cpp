@@ -25,18 +25,19 @@ HRESULT CKELPackageManager::GetCurrentUserSid(char16_t** sid) {
   WriteDebugLog("%S IN\r\n", kName);
   if (sid == nullptr) return TraceExit(kName, E_POINTER);
   auto& sys = Sys();
-  std::vector<char16_t> userName(kMaxPath, 0);
+  char16_t userName[kMaxPath];
+  userName[0] = 0;
   DWORD userNameSize = static_cast<DWORD>(kMaxPath);
-  if (sys.GetUserName(userName.data(), &userNameSize)) {
+  if (sys.GetUserName(userName, &userNameSize)) {
     DWORD sidSize = 0;
     DWORD domainSize = 0;
     // Asks for the sizes: failing is what this call is expected to do.
-    sys.LookupAccountName(nullptr, userName.data(), nullptr, &sidSize, nullptr, &domainSize);
+    sys.LookupAccountName(nullptr, userName, nullptr, &sidSize, nullptr, &domainSize);
     platform::UniqueLocal sidBuffer(sys.LocalAlloc(platform::LPTR, sidSize));
     if (sidBuffer) {
       // The domain buffer is as large as the first call asked for.
       std::vector<char16_t> domain(std::max<DWORD>(domainSize, 1), 0);
-      if (sys.LookupAccountName(nullptr, userName.data(), sidBuffer.get(), &sidSize, domain.data(), &domainSize)) {
+      if (sys.LookupAccountName(nullptr, userName, sidBuffer.get(), &sidSize, domain.data(), &domainSize)) {
         char16_t* text = nullptr;
         const BOOL converted = sys.ConvertSidToStringSid(sidBuffer.get(), &text);
         *sid = converted ? text : nullptr;

@@ -184,6 +184,17 @@ TEST_F(Substitution, OtherNamesAreNotReplaced) {
   EXPECT_FALSE(ReplaceObsoletePFN(u"Foo_abc", replacement));
 }
 
+TEST_F(Substitution, EffectiveNameIsTheSuccessorOrTheGivenNameItself) {
+  const char16_t* given = u"Microsoft.Camera_8wekyb3d8bbwe";
+  fake->SetVersion(6, 2);
+  EXPECT_EQ(EffectivePFN(given), given);
+  fake->SetVersion(6, 3);
+  EXPECT_EQ(WString(EffectivePFN(given)), u"Microsoft.MoCamera_cw5n1h2txyewy");
+  const char16_t* other = u"Foo_abc";
+  EXPECT_EQ(EffectivePFN(other), other);
+  EXPECT_EQ(EffectivePFN(nullptr), nullptr);
+}
+
 TEST_F(Substitution, VersionTestComparesOnlyTheMinorVersion) {
   fake->SetVersion(6, 3);
   WString replacement;
