@@ -203,7 +203,7 @@ HRESULT CKELDesktopApp::FromXmlNode(XmlReader* reader, CKELDesktopApp** ppApp) {
       // Environment references are expanded; a value whose expansion does
       // not fit the 260-character buffer is kept as it stands. The reader's
       // values end in a NUL, so the value is handed over where it stands.
-      if (value.find(u'%') == std::u16string_view::npos) {
+      if (!HasUnit(value, u'%')) {
         app->LnkFileName = value;  // nothing to expand
         return;
       }

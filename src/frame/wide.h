@@ -3,6 +3,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
 
 #include "platform/types.h"
 
@@ -32,6 +35,26 @@ inline bool StartsWithIgnoreCase(const char16_t* text, const char16_t* prefix) {
     if (AsciiLower(*text) != AsciiLower(*prefix)) return false;
   }
   return true;
+}
+
+// Whether `text` holds the unit `c`; four units at a time, for the long
+// paths of a catalogue file.
+inline bool HasUnit(std::u16string_view text, char16_t c) {
+  constexpr std::uint64_t kOnes = 0x0001000100010001ull;
+  constexpr std::uint64_t kHighs = 0x8000800080008000ull;
+  const std::uint64_t pattern = kOnes * c;
+  const char16_t* p = text.data();
+  std::size_t n = text.size();
+  for (; n >= 4; p += 4, n -= 4) {
+    std::uint64_t lanes;
+    std::memcpy(&lanes, p, sizeof lanes);
+    const std::uint64_t x = lanes ^ pattern;  // a lane holding c becomes zero
+    if (((x - kOnes) & ~x & kHighs) != 0) return true;
+  }
+  for (; n > 0; ++p, --n) {
+    if (*p == c) return true;
+  }
+  return false;
 }
 
 inline void LowerInPlace(WString& text) {
