@@ -16,11 +16,7 @@ namespace kel {
 namespace {
 
 bool NameIs(const char16_t* name, UINT length, std::u16string_view wanted) {
-  if (name == nullptr || length != wanted.size()) return false;
-  for (UINT i = 0; i < length; ++i) {
-    if (AsciiLower(name[i]) != AsciiLower(wanted[i])) return false;
-  }
-  return true;
+  return name != nullptr && EqualsIgnoreCase(std::u16string_view(name, length), wanted);
 }
 
 // The manifest beside a package: installed folder, a backslash, the file.

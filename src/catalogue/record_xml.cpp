@@ -18,14 +18,7 @@ using xml::XmlNodeType;
 using xml::XmlReader;
 using xml::XmlWriter;
 
-// Names are compared by length first, then ignoring ASCII case.
-bool NameIs(std::u16string_view name, std::u16string_view wanted) {
-  if (name.size() != wanted.size()) return false;
-  for (std::size_t i = 0; i < name.size(); ++i) {
-    if (AsciiLower(name[i]) != AsciiLower(wanted[i])) return false;
-  }
-  return true;
-}
+bool NameIs(std::u16string_view name, std::u16string_view wanted) { return EqualsIgnoreCase(name, wanted); }
 
 // Reads "%d" as the runtime's scanner does: a value that does not parse
 // leaves the preset untouched.

@@ -29,6 +29,16 @@ inline bool EqualsIgnoreCase(const char16_t* a, const char16_t* b) {
   }
 }
 
+// The same for counted text: equal lengths, equal units ignoring ASCII case.
+// Units that are already equal, the usual case, cost one comparison.
+inline bool EqualsIgnoreCase(std::u16string_view a, std::u16string_view b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    if (a[i] != b[i] && AsciiLower(a[i]) != AsciiLower(b[i])) return false;
+  }
+  return true;
+}
+
 // Whether `text` begins with `prefix`, ignoring ASCII case.
 inline bool StartsWithIgnoreCase(const char16_t* text, const char16_t* prefix) {
   for (; *prefix != 0; ++text, ++prefix) {

@@ -42,3 +42,20 @@ TEST(Wide, CaseFoldingIsAsciiOnly) {
 
 }  // namespace
 }  // namespace kel
+
+namespace kel {
+namespace {
+
+TEST(Wide, CountedTextComparesByLengthThenIgnoringAsciiCase) {
+  EXPECT_TRUE(EqualsIgnoreCase(std::u16string_view(u"DisplayName"), std::u16string_view(u"displayname")));
+  EXPECT_TRUE(EqualsIgnoreCase(std::u16string_view(u"LnkFileName"), std::u16string_view(u"LnkFileName")));
+  EXPECT_FALSE(EqualsIgnoreCase(std::u16string_view(u"DisplayName"), std::u16string_view(u"DisplayNam")));
+  EXPECT_FALSE(EqualsIgnoreCase(std::u16string_view(u"[a]"), std::u16string_view(u"{A}")));
+  EXPECT_FALSE(EqualsIgnoreCase(std::u16string_view(u"\u0141"), std::u16string_view(u"\u0161")));
+  const WString withNul(u"a\0b", 3);
+  EXPECT_FALSE(EqualsIgnoreCase(std::u16string_view(withNul), std::u16string_view(u"a")));
+  EXPECT_TRUE(EqualsIgnoreCase(std::u16string_view(withNul), std::u16string_view(WString(u"A\0B", 3))));
+}
+
+}  // namespace
+}  // namespace kel

@@ -308,15 +308,24 @@ void XmlReader::Decode(std::string_view bytes) {
     if (encoding == Encoding::Utf8) {
       while (i < n) {
 #if defined(__SSE2__)
-        // Runs of printable ASCII, sixteen bytes at a time.
+        // Runs of printable ASCII, sixteen bytes at a time. All sixteen are
+        // widened and stored; where an odd byte comes, only the plain ones
+        // before it count, and what was stored after them is overwritten
+        // later (the output never runs ahead of the input, so the stores
+        // stay inside the buffer).
         while (n - i >= 16) {
           const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
-          // Bytes from 0x80 are negative, so one signed compare finds them
-          // and the control bytes both.
-          const __m128i odd = _mm_cmplt_epi8(v, _mm_set1_epi8(0x20));
-          if (_mm_movemask_epi8(odd) != 0) break;
           _mm_storeu_si128(reinterpret_cast<__m128i*>(out + o), _mm_unpacklo_epi8(v, _mm_setzero_si128()));
           _mm_storeu_si128(reinterpret_cast<__m128i*>(out + o + 8), _mm_unpackhi_epi8(v, _mm_setzero_si128()));
+          // Bytes from 0x80 are negative, so one signed compare finds them
+          // and the control bytes both.
+          const unsigned odd = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmplt_epi8(v, _mm_set1_epi8(0x20))));
+          if (odd != 0) {
+            const unsigned plain = static_cast<unsigned>(__builtin_ctz(odd));
+            i += plain;
+            o += plain;
+            break;
+          }
           i += 16;
           o += 16;
         }
