@@ -12,145 +12,31 @@
 // Several tests set values under HKCU\Software\Osk\Kelbrook and remove them
 // again (before and after), so they must not run at the same time as each other.
 
-#include <windows.h>
+#include "support/wine_test_support.h"
+
 #include <shellapi.h>
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <exception>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "Kelbrook.h"
 
+using namespace wine_test;
+
 namespace {
 
 // ---------------------------------------------------------------------------
-// Failure reporting
+// The log's folder
 
-const char* g_currentTest = "";  // for reports made outside the test's own flow
-
-struct TestFailure {
-    std::string reason;
-    std::string detail;  // printed under the FAIL line, may be empty
-};
-
-std::string format(const char* fmt, ...)
-{
-    char buffer[2048];
-    va_list args;
-    va_start(args, fmt);
-    vsnprintf(buffer, sizeof buffer, fmt, args);
-    va_end(args);
-    return buffer;
-}
-
-[[noreturn]] void fail(const std::string& reason, const std::string& detail = std::string())
-{
-    throw TestFailure{reason, detail};
-}
-
-void expectResult(HRESULT actual, HRESULT expected, const char* call)
-{
-    if (actual != expected)
-        fail(format("%s returned 0x%08lX, expected 0x%08lX", call, static_cast<unsigned long>(actual),
-                    static_cast<unsigned long>(expected)));
-}
-
-// ---------------------------------------------------------------------------
-// Strings, files, folders
-
-std::string narrow(const std::wstring& text)
-{
-    if (text.empty())
-        return std::string();
-    int bytes = WideCharToMultiByte(CP_UTF8, 0, text.c_str(), static_cast<int>(text.size()), nullptr, 0,
-                                    nullptr, nullptr);
-    std::string result(bytes, '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.c_str(), static_cast<int>(text.size()), &result[0], bytes, nullptr,
-                        nullptr);
-    return result;
-}
-
-bool fileExists(const std::wstring& path)
-{
-    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
-// The whole file as bytes; empty when it cannot be opened. Opened with full
-// sharing so that a writer holding it open is not disturbed.
-std::string readFile(const std::wstring& path)
-{
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                              nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE)
-        return std::string();
-    std::string content;
-    char buffer[4096];
-    DWORD read = 0;
-    while (ReadFile(file, buffer, sizeof buffer, &read, nullptr) && read > 0)
-        content.append(buffer, read);
-    CloseHandle(file);
-    return content;
-}
-
-void removeTree(const std::wstring& folder)
-{
-    WIN32_FIND_DATAW entry;
-    HANDLE find = FindFirstFileW((folder + L"\\*").c_str(), &entry);
-    if (find != INVALID_HANDLE_VALUE) {
-        do {
-            std::wstring name = entry.cFileName;
-            if (name == L"." || name == L"..")
-                continue;
-            std::wstring path = folder + L"\\" + name;
-            if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
-                removeTree(path);
-            else
-                DeleteFileW(path.c_str());
-        } while (FindNextFileW(find, &entry));
-        FindClose(find);
-    }
-    RemoveDirectoryW(folder.c_str());
-}
-
-// A new, empty folder under the temporary folder, removed again at the end.
-class TempFolder {
-public:
-    TempFolder()
-    {
-        wchar_t temp[MAX_PATH + 1];
-        DWORD length = GetTempPathW(MAX_PATH + 1, temp);
-        if (length == 0 || length > MAX_PATH)
-            fail("GetTempPathW failed");
-        for (unsigned attempt = 0; attempt < 100; ++attempt) {
-            wchar_t name[64];
-            swprintf(name, 64, L"kelhost-%lu-%llu-%u", GetCurrentProcessId(),
-                     static_cast<unsigned long long>(GetTickCount64()), attempt);
-            path_ = std::wstring(temp) + name;
-            if (CreateDirectoryW(path_.c_str(), nullptr))
-                return;
-        }
-        fail("cannot create a temporary folder under " + narrow(temp));
-    }
-    ~TempFolder() { removeTree(path_); }
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-
-    const std::wstring& path() const { return path_; }
-
-private:
-    std::wstring path_;
-};
+const wchar_t kTempPrefix[] = L"kelhost";  // of the test's temporary folders
 
 // Points LOCALAPPDATA at `folder` and creates Osk\Kelbrook in it, the folder
 // the log file goes to. Returns the log file's path.
 std::wstring useLocalAppData(const std::wstring& folder)
 {
-    if (!SetEnvironmentVariableW(L"LOCALAPPDATA", folder.c_str()))
-        fail("SetEnvironmentVariableW(LOCALAPPDATA) failed");
+    setEnvironment(L"LOCALAPPDATA", folder);
     CreateDirectoryW((folder + L"\\Osk").c_str(), nullptr);
     std::wstring logFolder = folder + L"\\Osk\\Kelbrook";
     if (!CreateDirectoryW(logFolder.c_str(), nullptr))
@@ -158,105 +44,8 @@ std::wstring useLocalAppData(const std::wstring& folder)
     return logFolder + L"\\KelbrookLogFS.txt";
 }
 
-// Calls `done` every 100 ms until it answers true or `timeoutMs` has passed.
-bool waitUntil(const std::function<bool()>& done, DWORD timeoutMs)
-{
-    const ULONGLONG deadline = GetTickCount64() + timeoutMs;
-    for (;;) {
-        if (done())
-            return true;
-        if (GetTickCount64() >= deadline)
-            return done();
-        Sleep(100);
-    }
-}
-
 // ---------------------------------------------------------------------------
-// The library's registry settings
-
-const wchar_t kSettingsKey[] = L"Software\\Osk\\Kelbrook";
-
-void writeSetting(const wchar_t* name, DWORD type, const void* data, DWORD size)
-{
-    HKEY key = nullptr;
-    LONG status = RegCreateKeyExW(HKEY_CURRENT_USER, kSettingsKey, 0, nullptr, 0, KEY_SET_VALUE, nullptr, &key,
-                                  nullptr);
-    if (status != ERROR_SUCCESS)
-        fail(format("RegCreateKeyExW(HKCU\\Software\\Osk\\Kelbrook) failed with %ld", status));
-    status = RegSetValueExW(key, name, 0, type, static_cast<const BYTE*>(data), size);
-    RegCloseKey(key);
-    if (status != ERROR_SUCCESS)
-        fail(format("RegSetValueExW(%s) failed with %ld", narrow(name).c_str(), status));
-}
-
-void setDwordSetting(const wchar_t* name, DWORD value)
-{
-    writeSetting(name, REG_DWORD, &value, sizeof value);
-}
-
-void setStringSetting(const wchar_t* name, const wchar_t* value)
-{
-    writeSetting(name, REG_SZ, value, static_cast<DWORD>((wcslen(value) + 1) * sizeof(wchar_t)));
-}
-
-void deleteSetting(const wchar_t* name)
-{
-    HKEY key = nullptr;
-    if (RegOpenKeyExW(HKEY_CURRENT_USER, kSettingsKey, 0, KEY_SET_VALUE, &key) == ERROR_SUCCESS) {
-        RegDeleteValueW(key, name);
-        RegCloseKey(key);
-    }
-}
-
-// Removes the settings a test touches, when the test starts and when it ends
-// (whether it passed or not), so that no test sees another one's values.
-class SettingsScope {
-public:
-    SettingsScope() { clear(); }
-    ~SettingsScope() { clear(); }
-    SettingsScope(const SettingsScope&) = delete;
-    SettingsScope& operator=(const SettingsScope&) = delete;
-
-private:
-    static void clear()
-    {
-        deleteSetting(L"DebugLog");
-        deleteSetting(L"RefreshInterval");
-        deleteSetting(L"ManifestReaderSetting");
-    }
-};
-
-// ---------------------------------------------------------------------------
-// The library under test
-
-// Loads the DLL once for the test. It is never unloaded: a refresh thread that
-// outlived KelFinalize must not find its code gone; the process ends soon anyway.
-class Library {
-public:
-    explicit Library(const std::wstring& path)
-    {
-        module_ = LoadLibraryW(path.c_str());
-        if (module_ == nullptr)
-            fail(format("LoadLibraryW(%s) failed with error %lu", narrow(path).c_str(), GetLastError()));
-    }
-
-    HMODULE module() const { return module_; }
-
-    template <typename Function>
-    Function get(const char* name) const
-    {
-        FARPROC address = GetProcAddress(module_, name);
-        if (address == nullptr)
-            fail(format("GetProcAddress(%s) failed", name));
-        return reinterpret_cast<Function>(reinterpret_cast<void*>(address));
-    }
-
-private:
-    HMODULE module_ = nullptr;
-};
-
-// KEL(lib, KelInitialize) gives the export typed like its declaration in Kelbrook.h.
-#define KEL(lib, name) ((lib).get<decltype(&name)>(#name))
+// The refresh thread
 
 // The name of the refresh thread's stop event for this process.
 std::wstring stopEventName()
@@ -416,20 +205,6 @@ std::vector<std::string> logMessages(const std::string& text)
     return messages;
 }
 
-std::string quoted(const std::string& text)
-{
-    std::string result = "\"";
-    for (char c : text) {
-        if (c == '\r')
-            result += "\\r";
-        else if (c == '\n')
-            result += "\\n";
-        else
-            result += c;
-    }
-    return result + "\"";
-}
-
 std::string logDetail(const std::string& text)
 {
     std::string detail = "log file content:\n";
@@ -547,7 +322,7 @@ void NullAndEmptyArgumentsGiveTheirResults(const std::wstring& dllPath)
 void LogLinesHaveTheTimestampShape(const std::wstring& dllPath)
 {
     SettingsScope settings;
-    TempFolder localAppData;
+    TempFolder localAppData(kTempPrefix);
     std::wstring logPath = useLocalAppData(localAppData.path());
     setDwordSetting(L"DebugLog", 1);
 
@@ -584,7 +359,7 @@ void LogLinesHaveTheTimestampShape(const std::wstring& dllPath)
 void LogStaysSilentWhenSwitchOff(const std::wstring& dllPath)
 {
     SettingsScope settings;  // DebugLog absent
-    TempFolder localAppData;
+    TempFolder localAppData(kTempPrefix);
     std::wstring logPath = useLocalAppData(localAppData.path());
 
     Library library(dllPath);
@@ -624,7 +399,7 @@ std::string refreshIntervalSeenByTheRefreshThread(const Library& library, const 
                     return true;
             return false;
         },
-        10000);
+        10000, 100);
     log = readFile(logPath);
     KEL(library, KelFinalize)();
     if (!seen)
@@ -642,7 +417,7 @@ std::string refreshIntervalSeenByTheRefreshThread(const Library& library, const 
 void SettingsAreReadFromTheRegistry(const std::wstring& dllPath)
 {
     SettingsScope settings;
-    TempFolder localAppData;
+    TempFolder localAppData(kTempPrefix);
     std::wstring logPath = useLocalAppData(localAppData.path());
     Library library(dllPath);
     auto launchStore = KEL(library, KelLaunchStoreW);
@@ -701,7 +476,7 @@ void SettingsAreReadFromTheRegistry(const std::wstring& dllPath)
 void RefreshThreadReadsTheRefreshInterval(const std::wstring& dllPath)
 {
     SettingsScope settings;
-    TempFolder localAppData;
+    TempFolder localAppData(kTempPrefix);
     std::wstring logPath = useLocalAppData(localAppData.path());
     Library library(dllPath);
     auto launchStore = KEL(library, KelLaunchStoreW);
@@ -717,32 +492,19 @@ void RefreshThreadReadsTheRefreshInterval(const std::wstring& dllPath)
         fail("with RefreshInterval 7 the refresh thread read " + quoted(interval), logDetail(readFile(logPath)));
 }
 
-// The recorder file's complete lines (without "\n").
-std::vector<std::string> recordedLines(const std::wstring& path)
-{
-    std::vector<std::string> lines;
-    for (std::string line : splitLines(readFile(path))) {
-        if (line.empty() || line.back() != '\n')
-            continue;  // a line still being written
-        line.pop_back();
-        lines.push_back(line);
-    }
-    return lines;
-}
-
 void expectRecorded(const std::wstring& recorderLog, const std::string& line)
 {
     bool seen = waitUntil(
         [&] {
-            for (const std::string& recorded : recordedLines(recorderLog))
+            for (const std::string& recorded : completeLines(readFile(recorderLog)))
                 if (recorded == line)
                     return true;
             return false;
         },
-        10000);
+        10000, 100);
     if (!seen) {
         std::string detail = "recorder file content:\n";
-        for (const std::string& recorded : recordedLines(recorderLog))
+        for (const std::string& recorded : completeLines(readFile(recorderLog)))
             detail += "  | " + quoted(recorded) + "\n";
         fail("within 10 s the kelrec handler did not record " + quoted(line), detail);
     }
@@ -750,11 +512,10 @@ void expectRecorded(const std::wstring& recorderLog, const std::string& line)
 
 void ProtocolLaunchReachesTheRegisteredHandler(const std::wstring& dllPath)
 {
-    TempFolder folder;
+    TempFolder folder(kTempPrefix);
     std::wstring recorderLog = folder.path() + L"\\recorder.txt";
     // The handler started by the shell inherits this process's environment.
-    if (!SetEnvironmentVariableW(L"KEL_RECORDER_LOG", recorderLog.c_str()))
-        fail("SetEnvironmentVariableW(KEL_RECORDER_LOG) failed");
+    setEnvironment(L"KEL_RECORDER_LOG", recorderLog);
 
     Library library(dllPath);
     HRESULT hr = KEL(library, KelLaunchByProtocolW)(L"kelrec:hello?a=1&b=2");
@@ -793,31 +554,7 @@ const Test kTests[] = {
     {"ProtocolLaunchReachesTheRegisteredHandler", ProtocolLaunchReachesTheRegisteredHandler},
 };
 
-// A crash in the library still gives a FAIL line before the process ends.
-LONG WINAPI reportCrash(EXCEPTION_POINTERS* info)
-{
-    printf("FAIL %s: crashed with exception 0x%08lX\n", g_currentTest,
-           static_cast<unsigned long>(info->ExceptionRecord->ExceptionCode));
-    fflush(stdout);
-    return EXCEPTION_EXECUTE_HANDLER;
-}
-
-int usage()
-{
-    printf("usage: host_tests.exe DLLPATH TESTNAME\ntests:\n");
-    for (const Test& test : kTests)
-        printf("  %s\n", test.name);
-    return 2;
-}
-
-// Wine maps the Unix root to drive Z:, so a Unix path from the build system
-// is reachable as Z:<path>.
-std::wstring usablePath(const std::wstring& path)
-{
-    if (!path.empty() && path[0] == L'/' && !fileExists(path) && fileExists(L"Z:" + path))
-        return L"Z:" + path;
-    return path;
-}
+const char kUsage[] = "host_tests.exe DLLPATH TESTNAME";
 
 } // namespace
 
@@ -826,31 +563,13 @@ int main()
     int argc = 0;
     LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
     if (argv == nullptr || argc != 3)
-        return usage();
+        return usage(kUsage, kTests);
     std::wstring dllPath = usablePath(argv[1]);
     std::string name = narrow(argv[2]);
     LocalFree(argv);
 
-    for (const Test& test : kTests) {
-        if (name != test.name)
-            continue;
-        g_currentTest = test.name;
-        SetUnhandledExceptionFilter(reportCrash);
-        try {
-            test.run(dllPath);
-        } catch (const TestFailure& failure) {
-            printf("FAIL %s: %s\n%s", test.name, failure.reason.c_str(), failure.detail.c_str());
-            fflush(stdout);
-            return 1;
-        } catch (const std::exception& exception) {
-            printf("FAIL %s: exception %s\n", test.name, exception.what());
-            fflush(stdout);
-            return 1;
-        }
-        printf("PASS %s\n", test.name);
-        fflush(stdout);
-        return 0;
-    }
-    printf("unknown test %s\n", name.c_str());
-    return usage();
+    const Test* test = findTest(kTests, name);
+    if (test == nullptr)
+        return usage(kUsage, kTests);
+    return runTest(test->name, [&] { test->run(dllPath); });
 }

@@ -21,18 +21,15 @@
 // log on (HKCU\Software\Osk\Kelbrook DebugLog) and removes the value again,
 // so these tests must not run at the same time as other tests of the prefix.
 
-#include <windows.h>
+#include "support/wine_test_support.h"
+
 #include <objbase.h>
 #include <roapi.h>
 #include <shellapi.h>
 #include <shobjidl.h>
 #include <winstring.h>
 
-#include <cstdarg>
 #include <cstdio>
-#include <cstring>
-#include <exception>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -40,232 +37,13 @@
 #include "deployment_abi.h"
 #include "double_fixture.h"
 
+using namespace wine_test;
+
 namespace {
 
-// ---------------------------------------------------------------------------
-// Failure reporting
-
-struct TestFailure {
-  std::string reason;
-  std::string detail;  // printed under the FAIL line, may be empty
-};
-
-std::string format(const char* fmt, ...) {
-  char buffer[4096];
-  va_list args;
-  va_start(args, fmt);
-  vsnprintf(buffer, sizeof buffer, fmt, args);
-  va_end(args);
-  return buffer;
-}
-
-[[noreturn]] void fail(const std::string& reason, const std::string& detail = std::string()) {
-  throw TestFailure{reason, detail};
-}
-
-std::string hex(HRESULT value) { return format("0x%08lX", static_cast<unsigned long>(value)); }
-
-void expectResult(HRESULT actual, HRESULT expected, const std::string& call, const std::function<std::string()>& detail) {
-  if (actual != expected) fail(call + " returned " + hex(actual) + ", expected " + hex(expected), detail());
-}
-
-// ---------------------------------------------------------------------------
-// Strings, files, folders
-
-std::string narrow(const std::wstring& text) {
-  if (text.empty()) return std::string();
-  const int bytes =
-      WideCharToMultiByte(CP_UTF8, 0, text.c_str(), static_cast<int>(text.size()), nullptr, 0, nullptr, nullptr);
-  std::string result(bytes, '\0');
-  WideCharToMultiByte(CP_UTF8, 0, text.c_str(), static_cast<int>(text.size()), &result[0], bytes, nullptr, nullptr);
-  return result;
-}
-
-std::string quoted(const std::string& text) {
-  std::string result = "\"";
-  for (char c : text) {
-    if (c == '\r') {
-      result += "\\r";
-    } else if (c == '\n') {
-      result += "\\n";
-    } else if (c == '\t') {
-      result += "\\t";
-    } else {
-      result += c;
-    }
-  }
-  return result + "\"";
-}
-
-bool fileExists(const std::wstring& path) { return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
-
-// The whole file as bytes; empty when it cannot be opened. Opened with full
-// sharing so that a writer holding it open is not disturbed.
-std::string readFile(const std::wstring& path) {
-  HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                            nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file == INVALID_HANDLE_VALUE) return std::string();
-  std::string content;
-  char buffer[4096];
-  DWORD read = 0;
-  while (ReadFile(file, buffer, sizeof buffer, &read, nullptr) && read > 0) content.append(buffer, read);
-  CloseHandle(file);
-  return content;
-}
-
-void writeFile(const std::wstring& path, const std::string& bytes) {
-  HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file == INVALID_HANDLE_VALUE) fail(format("cannot create %s (error %lu)", narrow(path).c_str(), GetLastError()));
-  DWORD written = 0;
-  const BOOL ok = WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
-  CloseHandle(file);
-  if (!ok || written != bytes.size()) fail("cannot write " + narrow(path));
-}
-
-void writeText(const std::wstring& path, const std::wstring& text) { writeFile(path, narrow(text)); }
-
-// Creates the folder and any missing parent.
-void makeFolders(const std::wstring& path) {
-  for (std::size_t i = 3; i <= path.size(); ++i) {
-    if (i == path.size() || path[i] == L'\\') {
-      const std::wstring part = path.substr(0, i);
-      if (!CreateDirectoryW(part.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS) {
-        fail(format("cannot create folder %s (error %lu)", narrow(part).c_str(), GetLastError()));
-      }
-    }
-  }
-}
-
-bool removeTree(const std::wstring& folder) {
-  WIN32_FIND_DATAW entry;
-  HANDLE find = FindFirstFileW((folder + L"\\*").c_str(), &entry);
-  if (find != INVALID_HANDLE_VALUE) {
-    do {
-      const std::wstring name = entry.cFileName;
-      if (name == L"." || name == L"..") continue;
-      const std::wstring path = folder + L"\\" + name;
-      if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-        removeTree(path);
-      } else {
-        SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
-        DeleteFileW(path.c_str());
-      }
-    } while (FindNextFileW(find, &entry));
-    FindClose(find);
-  }
-  return RemoveDirectoryW(folder.c_str()) || !fileExists(folder);
-}
-
-std::wstring environmentValue(const wchar_t* name) {
-  wchar_t buffer[32768];
-  const DWORD length = GetEnvironmentVariableW(name, buffer, 32768);
-  return length > 0 && length < 32768 ? std::wstring(buffer, length) : std::wstring();
-}
-
-void setEnvironment(const wchar_t* name, const std::wstring& value) {
-  if (!SetEnvironmentVariableW(name, value.c_str())) fail("SetEnvironmentVariableW(" + narrow(name) + ") failed");
-}
-
-// Calls `done` every 50 ms until it answers true or `timeoutMs` has passed.
-bool waitUntil(const std::function<bool()>& done, DWORD timeoutMs) {
-  const ULONGLONG deadline = GetTickCount64() + timeoutMs;
-  for (;;) {
-    if (done()) return true;
-    if (GetTickCount64() >= deadline) return done();
-    Sleep(50);
-  }
-}
-
-// The lines of a text file, without their line ends; a last line that has
-// no "\n" yet (still being written) is left out.
-std::vector<std::string> completeLines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::size_t start = 0;
-  for (;;) {
-    const std::size_t end = text.find('\n', start);
-    if (end == std::string::npos) break;
-    std::string line = text.substr(start, end - start);
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    lines.push_back(line);
-    start = end + 1;
-  }
-  return lines;
-}
-
-std::string indented(const std::string& title, const std::vector<std::string>& lines, std::size_t last = 0) {
-  std::string detail = title + ":\n";
-  const std::size_t first = last != 0 && lines.size() > last ? lines.size() - last : 0;
-  if (first > 0) detail += format("  | ... (%u lines before)\n", static_cast<unsigned>(first));
-  for (std::size_t i = first; i < lines.size(); ++i) detail += "  | " + lines[i] + "\n";
-  if (lines.empty()) detail += "  (empty)\n";
-  return detail;
-}
-
-// ---------------------------------------------------------------------------
-// The library's registry settings
-
-const wchar_t kSettingsKey[] = L"Software\\Osk\\Kelbrook";
-
-void setDwordSetting(const wchar_t* name, DWORD value) {
-  HKEY key = nullptr;
-  LONG status =
-      RegCreateKeyExW(HKEY_CURRENT_USER, kSettingsKey, 0, nullptr, 0, KEY_SET_VALUE, nullptr, &key, nullptr);
-  if (status != ERROR_SUCCESS) fail(format("RegCreateKeyExW(HKCU\\Software\\Osk\\Kelbrook) failed with %ld", status));
-  status = RegSetValueExW(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof value);
-  RegCloseKey(key);
-  if (status != ERROR_SUCCESS) fail(format("RegSetValueExW(%s) failed with %ld", narrow(name).c_str(), status));
-}
-
-void deleteSetting(const wchar_t* name) {
-  HKEY key = nullptr;
-  if (RegOpenKeyExW(HKEY_CURRENT_USER, kSettingsKey, 0, KEY_SET_VALUE, &key) == ERROR_SUCCESS) {
-    RegDeleteValueW(key, name);
-    RegCloseKey(key);
-  }
-}
-
-// The log on, the other settings at their defaults, for the test's lifetime.
-class SettingsScope {
- public:
-  SettingsScope() {
-    clear();
-    setDwordSetting(L"DebugLog", 1);
-  }
-  ~SettingsScope() { clear(); }
-  SettingsScope(const SettingsScope&) = delete;
-  SettingsScope& operator=(const SettingsScope&) = delete;
-
- private:
-  static void clear() {
-    deleteSetting(L"DebugLog");
-    deleteSetting(L"RefreshInterval");
-    deleteSetting(L"ManifestReaderSetting");
-  }
-};
-
-// ---------------------------------------------------------------------------
-// The library under test
-
-// Loaded once per test and never unloaded: a refresh thread that outlived
-// KelFinalize must not find its code gone.
-class Library {
- public:
-  explicit Library(const std::wstring& path) {
-    module_ = LoadLibraryW(path.c_str());
-    if (module_ == nullptr) fail(format("LoadLibraryW(%s) failed with error %lu", narrow(path).c_str(), GetLastError()));
-  }
-  template <typename Function>
-  Function get(const char* name) const {
-    FARPROC address = GetProcAddress(module_, name);
-    if (address == nullptr) fail(format("GetProcAddress(%s) failed", name));
-    return reinterpret_cast<Function>(reinterpret_cast<void*>(address));
-  }
-
- private:
-  HMODULE module_ = nullptr;
-};
-
-#define KEL(lib, name) ((lib).get<decltype(&name)>(#name))
+// Every test runs in a private copy of this program, Kel.Launcher.exe.
+const PrivateHost kPrivateHost = {L"keldisc", L"Kel.Launcher.exe", L"KEL_DISCOVERY_ROOT", L"KEL_DISCOVERY_REPORT",
+                                  L"KEL_DISCOVERY_KEEP", 90000};
 
 // ---------------------------------------------------------------------------
 // The world a test runs in: folders, packages, shortcuts and the fixture
@@ -345,12 +123,9 @@ const wchar_t kStartMenuPrograms[] = L"\\Microsoft\\Windows\\Start Menu\\Program
 class World {
  public:
   World() {
-    root_ = environmentValue(L"KEL_DISCOVERY_ROOT");
+    root_ = environmentValue(kPrivateHost.rootVariable);
     if (root_.empty()) fail("KEL_DISCOVERY_ROOT is not set (run through discovery_tests.exe DLLPATH TESTNAME)");
-    wchar_t module[MAX_PATH + 1] = {};
-    GetModuleFileNameW(nullptr, module, MAX_PATH);
-    hostFolder_ = module;
-    hostFolder_.resize(hostFolder_.find_last_of(L'\\'));
+    hostFolder_ = programFolder();
 
     useLocalAppData(L"LocalAppData");
     allUsersProfile_ = root_ + L"\\ProgramData";
@@ -655,7 +430,7 @@ std::string systemMessage(HRESULT code) {
 // deployment service's packages with their manifests' names, and the Start
 // menu shortcuts of both folders.
 void FirstRefreshWritesTheCatalogue(const std::wstring& dllPath) {
-  SettingsScope settings;
+  LogOnSettingsScope settings;
   World world;
   world.createShortcuts();
   writeFile(world.presetPath(), kPresetAppNameList);
@@ -693,7 +468,7 @@ void FirstRefreshWritesTheCatalogue(const std::wstring& dllPath) {
 // A deployment service that fails every query does not stop the pass: the
 // failure is logged, the shortcuts are still gathered and the file written.
 void ServiceFailureDoesNotStopThePass(const std::wstring& dllPath) {
-  SettingsScope settings;
+  LogOnSettingsScope settings;
   World world;
   world.createShortcuts();
   writeFile(world.presetPath(), kPresetAppNameList);
@@ -732,7 +507,7 @@ void ServiceFailureDoesNotStopThePass(const std::wstring& dllPath) {
 // proves it (the thread's wait began after KelInitialize was called). A
 // slower round proves nothing and is run again, up to five times.
 void FinalizeInTheFirstSecondWritesNoDataFile(const std::wstring& dllPath) {
-  SettingsScope settings;
+  LogOnSettingsScope settings;
   World world;
   world.createShortcuts();
   writeFile(world.presetPath(), kPresetAppNameList);
@@ -781,7 +556,7 @@ void FinalizeInTheFirstSecondWritesNoDataFile(const std::wstring& dllPath) {
 }
 
 void IsInstalledAsksTheDeploymentService(const std::wstring& dllPath) {
-  SettingsScope settings;
+  LogOnSettingsScope settings;
   World world;
   Library library(dllPath);
   auto isInstalled = KEL(library, KelIsInstalledW);
@@ -808,7 +583,7 @@ void IsInstalledAsksTheDeploymentService(const std::wstring& dllPath) {
 }
 
 void DisplayNameComesFromTheManifest(const std::wstring& dllPath) {
-  SettingsScope settings;
+  LogOnSettingsScope settings;
   World world;
   Library library(dllPath);
   auto displayName = KEL(library, KelGetAppDisplayNameByPFNW);
@@ -842,7 +617,7 @@ void DisplayNameComesFromTheManifest(const std::wstring& dllPath) {
 }
 
 void StorePageReachesTheStoreHandler(const std::wstring& dllPath) {
-  SettingsScope settings;
+  LogOnSettingsScope settings;
   World world;
   Library library(dllPath);
   expectResult(KEL(library, KelLaunchStoreW)(kReader), S_OK, "KelLaunchStoreW(Kel.Reader)",
@@ -876,7 +651,7 @@ std::string activationLine(const char* server, const std::wstring& id, const wch
 // With arguments the library asks for the in-process server (the one
 // registered under InprocServer32) and passes the arguments on.
 void ActivationWithArgumentsUsesTheInProcessServer(const std::wstring& dllPath) {
-  SettingsScope settings;
+  LogOnSettingsScope settings;
   World world;
   Library library(dllPath);
   auto launch = KEL(library, KelLaunchByAppUserModelIdW);
@@ -961,7 +736,7 @@ class LocalActivationServer {
 // activation manager's own process), lets it take the foreground and passes
 // no arguments.
 void ActivationWithoutArgumentsUsesTheLocalServer(const std::wstring& dllPath) {
-  SettingsScope settings;
+  LogOnSettingsScope settings;
   World world;
   ComScope com;
   Library library(dllPath);
@@ -1138,7 +913,7 @@ void DeploymentDoubleAnswersTheCurrentUserOnly(const std::wstring&) {
 // and nothing else may be written, least of all into the host's folder, the
 // current folder of the host here.
 void UnloadLogsToTheLogFileOnly(const std::wstring& dllPath) {
-  SettingsScope settings;
+  LogOnSettingsScope settings;
   World world;
   world.createShortcuts();
   writeFile(world.presetPath(), kPresetAppNameList);
@@ -1201,169 +976,23 @@ const Test kTests[] = {
     {"UnloadLogsToTheLogFileOnly", UnloadLogsToTheLogFileOnly, NothingStrayAfterUnload},
 };
 
-const char* g_currentTest = "";
-std::wstring g_reportPath;
-
-// To the report file the private host's parent prints, or to the output.
-void report(const std::string& text) {
-  if (g_reportPath.empty()) {
-    printf("%s", text.c_str());
-    fflush(stdout);
-  } else {
-    HANDLE file = CreateFileW(g_reportPath.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                              OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file != INVALID_HANDLE_VALUE) {
-      DWORD written = 0;
-      WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
-      CloseHandle(file);
-    }
-  }
-}
-
-// A crash in the library still gives a FAIL line before the process ends.
-LONG WINAPI reportCrash(EXCEPTION_POINTERS* info) {
-  report(format("FAIL %s: crashed with exception 0x%08lX\n", g_currentTest,
-                static_cast<unsigned long>(info->ExceptionRecord->ExceptionCode)));
-  return EXCEPTION_EXECUTE_HANDLER;
-}
-
-int usage() {
-  printf("usage: discovery_tests.exe DLLPATH TESTNAME\ntests:\n");
-  for (const Test& test : kTests) printf("  %s\n", test.name);
-  return 2;
-}
-
-// Wine maps the Unix root to drive Z:, so a Unix path from the build system
-// is reachable as Z:<path>.
-std::wstring usablePath(const std::wstring& path) {
-  if (!path.empty() && path[0] == L'/' && !fileExists(path) && fileExists(L"Z:" + path)) return L"Z:" + path;
-  return path;
-}
-
-// The test itself, in the private host.
-int runInHost(const Test& test, const std::wstring& dllPath) {
-  g_currentTest = test.name;
-  g_reportPath = environmentValue(L"KEL_DISCOVERY_REPORT");
-  SetUnhandledExceptionFilter(reportCrash);
-  try {
-    test.run(dllPath);
-  } catch (const TestFailure& failure) {
-    report(format("FAIL %s: %s\n", test.name, failure.reason.c_str()) + failure.detail);
-    return 1;
-  } catch (const std::exception& exception) {
-    report(format("FAIL %s: exception %s\n", test.name, exception.what()));
-    return 1;
-  }
-  report(format("PASS %s\n", test.name));
-  return 0;
-}
-
-// Creates the private folder, runs the test in a copy of this program there
-// (bounded wait), prints its report and removes the folder.
-int runInPrivateHost(const Test& test, const std::wstring& dllPath) {
-  wchar_t temp[MAX_PATH + 1];
-  const DWORD length = GetTempPathW(MAX_PATH + 1, temp);
-  if (length == 0 || length > MAX_PATH) {
-    printf("FAIL %s: GetTempPathW failed\n", test.name);
-    return 1;
-  }
-  std::wstring root;
-  for (unsigned attempt = 0;; ++attempt) {
-    wchar_t name[64];
-    swprintf(name, 64, L"keldisc-%lu-%llu-%u", GetCurrentProcessId(),
-             static_cast<unsigned long long>(GetTickCount64()), attempt);
-    root = std::wstring(temp) + name;
-    if (CreateDirectoryW(root.c_str(), nullptr)) break;
-    if (attempt == 100) {
-      printf("FAIL %s: cannot create a folder under %s\n", test.name, narrow(temp).c_str());
-      return 1;
-    }
-  }
-  int exitCode = 1;
-  try {
-    const std::wstring hostFolder = root + L"\\host";
-    makeFolders(hostFolder);
-    wchar_t self[MAX_PATH + 1] = {};
-    GetModuleFileNameW(nullptr, self, MAX_PATH);
-    const std::wstring host = hostFolder + L"\\Kel.Launcher.exe";
-    if (!CopyFileW(self, host.c_str(), FALSE)) fail(format("cannot copy the test program (error %lu)", GetLastError()));
-    const std::wstring reportPath = root + L"\\report.txt";
-    setEnvironment(L"KEL_DISCOVERY_ROOT", root);
-    setEnvironment(L"KEL_DISCOVERY_REPORT", reportPath);
-
-    std::wstring commandLine = L"\"" + host + L"\" \"" + dllPath + L"\" " + std::wstring(test.name, test.name + strlen(test.name));
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION process = {};
-    if (!CreateProcessW(host.c_str(), &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr, hostFolder.c_str(),
-                        &startup, &process)) {
-      fail(format("cannot start %s (error %lu)", narrow(host).c_str(), GetLastError()));
-    }
-    CloseHandle(process.hThread);
-    const DWORD limit = 90000;
-    const DWORD waited = WaitForSingleObject(process.hProcess, limit);
-    DWORD code = 1;
-    if (waited != WAIT_OBJECT_0) {
-      TerminateProcess(process.hProcess, 1);
-      WaitForSingleObject(process.hProcess, 10000);
-    } else {
-      GetExitCodeProcess(process.hProcess, &code);
-    }
-    CloseHandle(process.hProcess);
-    const std::string text = readFile(reportPath);
-    const std::string problem = waited == WAIT_OBJECT_0 && code == 0 && !text.empty() && test.afterExit != nullptr
-                                    ? test.afterExit(root)
-                                    : std::string();
-    if (waited != WAIT_OBJECT_0) {
-      printf("%sFAIL %s: the test did not end within %lu s and was stopped\n", text.c_str(), test.name, limit / 1000);
-      exitCode = 1;
-    } else if (text.empty()) {
-      printf("FAIL %s: the test ended with exit code %lu and wrote no report\n", test.name, code);
-      exitCode = 1;
-    } else if (!problem.empty()) {
-      printf("FAIL %s: after the host ended: %s", test.name, problem.c_str());
-      exitCode = 1;
-    } else {
-      printf("%s", text.c_str());
-      exitCode = static_cast<int>(code);
-    }
-  } catch (const TestFailure& failure) {
-    printf("FAIL %s: %s\n%s", test.name, failure.reason.c_str(), failure.detail.c_str());
-    exitCode = 1;
-  }
-  // KEL_DISCOVERY_KEEP=1 keeps the folder for a look at what the test left.
-  if (environmentValue(L"KEL_DISCOVERY_KEEP") == L"1") {
-    printf("kept %s\n", narrow(root).c_str());
-    fflush(stdout);
-    return exitCode;
-  }
-  // A handler started by the shell may still be closing its file: a few tries.
-  if (!waitUntil([&] { return removeTree(root); }, 5000)) {
-    printf("note: could not remove %s\n", narrow(root).c_str());
-  }
-  fflush(stdout);
-  return exitCode;
-}
+const char kUsage[] = "discovery_tests.exe DLLPATH TESTNAME";
 
 }  // namespace
 
 int main() {
   int argc = 0;
   LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
-  if (argv == nullptr || argc != 3) return usage();
+  if (argv == nullptr || argc != 3) return usage(kUsage, kTests);
   // The test runs in another folder: the path is made absolute here.
-  std::wstring dllPath = usablePath(argv[1]);
-  wchar_t full[MAX_PATH + 1];
-  const DWORD fullLength = GetFullPathNameW(dllPath.c_str(), MAX_PATH + 1, full, nullptr);
-  if (fullLength > 0 && fullLength <= MAX_PATH) dllPath = full;
+  const std::wstring dllPath = absolutePath(usablePath(argv[1]));
   const std::string name = narrow(argv[2]);
   LocalFree(argv);
 
-  for (const Test& test : kTests) {
-    if (name != test.name) continue;
-    if (environmentValue(L"KEL_DISCOVERY_ROOT").empty()) return runInPrivateHost(test, dllPath);
-    return runInHost(test, dllPath);
+  const Test* test = findTest(kTests, name);
+  if (test == nullptr) return usage(kUsage, kTests);
+  if (environmentValue(kPrivateHost.rootVariable).empty()) {
+    return runInPrivateHost(kPrivateHost, test->name, L"\"" + dllPath + L"\"", nullptr, test->afterExit);
   }
-  printf("unknown test %s\n", name.c_str());
-  return usage();
+  return runInHost(kPrivateHost, test->name, [&] { test->run(dllPath); });
 }

@@ -18,13 +18,8 @@
 // and Unadvise are not implemented. wine_prefix.sh registers the DLL under
 // HKLM\Software\Classes\CLSID (ThreadingModel Both).
 
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#ifndef UNICODE
-#define UNICODE
-#endif
-#include <windows.h>
+#include "support/wine_test_support.h"
+
 #include <objbase.h>
 #include <shobjidl.h>
 
@@ -33,7 +28,7 @@
 
 namespace {
 
-const wchar_t kControlKey[] = L"Software\\KelbrookTestDesktop";
+using wine_test::readControl;
 
 // {7E5FE3D9-985F-4908-91F9-EE19F9FD1514}
 const CLSID kClsidAppVisibility = {0x7E5FE3D9, 0x985F, 0x4908, {0x91, 0xF9, 0xEE, 0x19, 0xF9, 0xFD, 0x15, 0x14}};
@@ -43,16 +38,6 @@ const IID kIidAppVisibility = {0x2246EA2D, 0xCAEA, 0x4444, {0xA3, 0xC4, 0x6D, 0x
 // Live objects and server locks: the DLL may be unloaded when both are 0.
 std::atomic<long> g_objects{0};
 std::atomic<long> g_locks{0};
-
-DWORD readDword(const wchar_t* name, DWORD fallback)
-{
-    DWORD value = 0;
-    DWORD size = sizeof value;
-    if (RegGetValueW(HKEY_CURRENT_USER, kControlKey, name, RRF_RT_REG_DWORD, nullptr, &value, &size) !=
-        ERROR_SUCCESS)
-        return fallback;
-    return value;
-}
 
 class AppVisibility final : public IAppVisibility {
 public:
@@ -89,10 +74,10 @@ public:
         info.cbSize = sizeof info;
         if (monitor == nullptr || !GetMonitorInfoW(monitor, &info))
             return E_INVALIDARG;
-        HRESULT forced = static_cast<HRESULT>(readDword(L"AppVisibilityResult", S_OK));
+        HRESULT forced = static_cast<HRESULT>(readControl(L"AppVisibilityResult", S_OK));
         if (forced != S_OK)
             return forced;
-        *mode = static_cast<MONITOR_APP_VISIBILITY>(readDword(L"AppVisibility", MAV_NO_APP_VISIBLE));
+        *mode = static_cast<MONITOR_APP_VISIBILITY>(readControl(L"AppVisibility", MAV_NO_APP_VISIBLE));
         return S_OK;
     }
 
@@ -100,10 +85,10 @@ public:
     {
         if (visible == nullptr)
             return E_POINTER;
-        HRESULT forced = static_cast<HRESULT>(readDword(L"LauncherResult", S_OK));
+        HRESULT forced = static_cast<HRESULT>(readControl(L"LauncherResult", S_OK));
         if (forced != S_OK)
             return forced;
-        *visible = readDword(L"LauncherVisible", 0) != 0 ? TRUE : FALSE;
+        *visible = readControl(L"LauncherVisible", 0) != 0 ? TRUE : FALSE;
         return S_OK;
     }
 

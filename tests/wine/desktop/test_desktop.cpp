@@ -37,23 +37,21 @@
 // running, 4 could not set itself up (the reason is in the events file),
 // 5 (--stop) no desktop was running, 6 (--stop) it did not stop within 10 s.
 
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#ifndef UNICODE
-#define UNICODE
-#endif
-#include <windows.h>
+#include "support/wine_test_support.h"
+
 #include <shellapi.h>
 
 #include <string>
 
 namespace {
 
-const wchar_t kControlKey[] = L"Software\\KelbrookTestDesktop";
+using wine_test::kControlKey;
+using wine_test::kDesktopReadyEvent;
+using wine_test::kDesktopStopEvent;
+using wine_test::narrow;
+using wine_test::readControl;
+
 const wchar_t kInstanceMutexName[] = L"KelbrookTestDesktop.Instance";
-const wchar_t kReadyEventName[] = L"KelbrookTestDesktop.Ready";
-const wchar_t kStopEventName[] = L"KelbrookTestDesktop.Stop";
 const wchar_t kDefaultPaneClass[] = L"SearchPane";
 
 const int kHotKeyWinQ = 1;
@@ -65,16 +63,6 @@ const UINT kMsgWindowsKeyAlone = WM_APP + 1;
 
 // ---------------------------------------------------------------------------
 // The control values
-
-DWORD readDword(const wchar_t* name, DWORD fallback)
-{
-    DWORD value = 0;
-    DWORD size = sizeof value;
-    if (RegGetValueW(HKEY_CURRENT_USER, kControlKey, name, RRF_RT_REG_DWORD, nullptr, &value, &size) !=
-        ERROR_SUCCESS)
-        return fallback;
-    return value;
-}
 
 std::wstring readString(const wchar_t* name, const wchar_t* fallback)
 {
@@ -101,25 +89,13 @@ void writeDword(const wchar_t* name, DWORD value)
 
 HANDLE g_events = INVALID_HANDLE_VALUE;
 
-std::string utf8(const std::wstring& text)
-{
-    if (text.empty())
-        return std::string();
-    int bytes = WideCharToMultiByte(CP_UTF8, 0, text.c_str(), static_cast<int>(text.size()), nullptr, 0, nullptr,
-                                    nullptr);
-    std::string result(bytes, '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.c_str(), static_cast<int>(text.size()), &result[0], bytes, nullptr,
-                        nullptr);
-    return result;
-}
-
 // One line, written at once with a single WriteFile so that a reader polling
 // the file sees whole lines only.
 void record(const std::wstring& event)
 {
     if (g_events == INVALID_HANDLE_VALUE)
         return;
-    std::string line = utf8(event) + "\n";
+    std::string line = narrow(event) + "\n";
     DWORD written = 0;
     WriteFile(g_events, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
 }
@@ -190,7 +166,7 @@ void hidePane()
 void submit()
 {
     std::wstring text = windowText(g_edit);
-    DWORD stays = readDword(L"PaneStaysInFront", 0);
+    DWORD stays = readControl(L"PaneStaysInFront", 0);
     if (stays == 0) {
         record(L"submit " + text);
         hidePane();
@@ -315,7 +291,7 @@ bool createPane(const std::wstring& className)
 // keyboard; if it is already up it is only brought to the front again.
 void showPane()
 {
-    if (readDword(L"PaneAppears", 1) == 0) {
+    if (readControl(L"PaneAppears", 1) == 0) {
         record(L"pane not shown");
         return;
     }
@@ -366,7 +342,7 @@ bool parseOptions(Options& options)
 int stopRunningDesktop()
 {
     HANDLE instance = OpenMutexW(SYNCHRONIZE, FALSE, kInstanceMutexName);
-    HANDLE stop = OpenEventW(EVENT_MODIFY_STATE, FALSE, kStopEventName);
+    HANDLE stop = OpenEventW(EVENT_MODIFY_STATE, FALSE, kDesktopStopEvent);
     if (instance == nullptr || stop == nullptr) {
         if (instance != nullptr)
             CloseHandle(instance);
@@ -410,8 +386,8 @@ int run(const Options& options)
     MSG message;
     PeekMessageW(&message, nullptr, WM_USER, WM_USER, PM_NOREMOVE);
 
-    HANDLE stop = CreateEventW(nullptr, TRUE, FALSE, kStopEventName);
-    HANDLE ready = CreateEventW(nullptr, TRUE, FALSE, kReadyEventName);
+    HANDLE stop = CreateEventW(nullptr, TRUE, FALSE, kDesktopStopEvent);
+    HANDLE ready = CreateEventW(nullptr, TRUE, FALSE, kDesktopReadyEvent);
     int exitCode = 0;
     HHOOK hook = nullptr;
     bool hotKey = false;

@@ -31,166 +31,22 @@
 // desktop's control key and the library's settings, so they run one at a
 // time.
 
-#include <windows.h>
+#include "support/wine_test_support.h"
+
 #include <shellapi.h>
 
-#include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <exception>
-#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "Kelbrook.h"
 
+using namespace wine_test;
+
 namespace {
-
-// ---------------------------------------------------------------------------
-// Failure reporting
-
-const char* g_currentTest = "";
-void report(const std::string& text);  // to the parent's report file
-
-struct TestFailure {
-  std::string reason;
-  std::string detail;  // printed under the FAIL line, may be empty
-};
-
-std::string format(const char* fmt, ...) {
-  char buffer[4096];
-  va_list args;
-  va_start(args, fmt);
-  vsnprintf(buffer, sizeof buffer, fmt, args);
-  va_end(args);
-  return buffer;
-}
-
-[[noreturn]] void fail(const std::string& reason, const std::string& detail = std::string()) {
-  throw TestFailure{reason, detail};
-}
-
-std::string hex(HRESULT value) { return format("0x%08lX", static_cast<unsigned long>(value)); }
-
-// ---------------------------------------------------------------------------
-// Strings, files, folders, waiting
-
-std::string narrow(const std::wstring& text) {
-  if (text.empty()) return std::string();
-  const int bytes =
-      WideCharToMultiByte(CP_UTF8, 0, text.c_str(), static_cast<int>(text.size()), nullptr, 0, nullptr, nullptr);
-  std::string result(bytes, '\0');
-  WideCharToMultiByte(CP_UTF8, 0, text.c_str(), static_cast<int>(text.size()), &result[0], bytes, nullptr, nullptr);
-  return result;
-}
-
-std::string quoted(const std::string& text) { return "\"" + text + "\""; }
-
-bool fileExists(const std::wstring& path) { return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
-
-// The whole file as bytes; empty when it cannot be opened. Full sharing, so
-// that a writer holding it open is not disturbed.
-std::string readFile(const std::wstring& path) {
-  HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                            nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file == INVALID_HANDLE_VALUE) return std::string();
-  std::string content;
-  char buffer[4096];
-  DWORD read = 0;
-  while (ReadFile(file, buffer, sizeof buffer, &read, nullptr) && read > 0) content.append(buffer, read);
-  CloseHandle(file);
-  return content;
-}
-
-void writeFile(const std::wstring& path, const std::string& bytes) {
-  HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file == INVALID_HANDLE_VALUE) fail(format("cannot create %s (error %lu)", narrow(path).c_str(), GetLastError()));
-  DWORD written = 0;
-  const BOOL ok = WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
-  CloseHandle(file);
-  if (!ok || written != bytes.size()) fail("cannot write " + narrow(path));
-}
-
-void writeText(const std::wstring& path, const std::wstring& text) { writeFile(path, narrow(text)); }
-
-// Creates the folder and any missing parent.
-void makeFolders(const std::wstring& path) {
-  for (std::size_t i = 3; i <= path.size(); ++i) {
-    if (i == path.size() || path[i] == L'\\') {
-      const std::wstring part = path.substr(0, i);
-      if (!CreateDirectoryW(part.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS) {
-        fail(format("cannot create folder %s (error %lu)", narrow(part).c_str(), GetLastError()));
-      }
-    }
-  }
-}
-
-bool removeTree(const std::wstring& folder) {
-  WIN32_FIND_DATAW entry;
-  HANDLE find = FindFirstFileW((folder + L"\\*").c_str(), &entry);
-  if (find != INVALID_HANDLE_VALUE) {
-    do {
-      const std::wstring name = entry.cFileName;
-      if (name == L"." || name == L"..") continue;
-      const std::wstring path = folder + L"\\" + name;
-      if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-        removeTree(path);
-      } else {
-        SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
-        DeleteFileW(path.c_str());
-      }
-    } while (FindNextFileW(find, &entry));
-    FindClose(find);
-  }
-  return RemoveDirectoryW(folder.c_str()) || !fileExists(folder);
-}
-
-std::wstring environmentValue(const wchar_t* name) {
-  static wchar_t buffer[32768];
-  const DWORD length = GetEnvironmentVariableW(name, buffer, 32768);
-  return length > 0 && length < 32768 ? std::wstring(buffer, length) : std::wstring();
-}
-
-void setEnvironment(const wchar_t* name, const std::wstring& value) {
-  if (!SetEnvironmentVariableW(name, value.c_str())) fail("SetEnvironmentVariableW(" + narrow(name) + ") failed");
-}
-
-// Calls `done` every 50 ms until it answers true or `timeoutMs` has passed.
-bool waitUntil(const std::function<bool()>& done, DWORD timeoutMs) {
-  const ULONGLONG deadline = GetTickCount64() + timeoutMs;
-  for (;;) {
-    if (done()) return true;
-    if (GetTickCount64() >= deadline) return done();
-    Sleep(50);
-  }
-}
-
-// The lines of a text file without their line ends; a last line without its
-// "\n" (still being written) is left out.
-std::vector<std::string> completeLines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::size_t start = 0;
-  for (;;) {
-    const std::size_t end = text.find('\n', start);
-    if (end == std::string::npos) break;
-    std::string line = text.substr(start, end - start);
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    lines.push_back(line);
-    start = end + 1;
-  }
-  return lines;
-}
-
-std::string indented(const std::string& title, const std::vector<std::string>& lines, std::size_t last = 0) {
-  std::string detail = title + ":\n";
-  const std::size_t first = last != 0 && lines.size() > last ? lines.size() - last : 0;
-  if (first > 0) detail += format("  | ... (%u lines before)\n", static_cast<unsigned>(first));
-  for (std::size_t i = first; i < lines.size(); ++i) detail += "  | " + lines[i] + "\n";
-  if (lines.empty()) detail += "  (empty)\n";
-  return detail;
-}
 
 // ---------------------------------------------------------------------------
 // Registry values, with their types
@@ -280,214 +136,9 @@ void writeValue(HKEY root, const wchar_t* keyName, const wchar_t* name, const Re
 }
 
 // ---------------------------------------------------------------------------
-// The library's settings
-
-const wchar_t kSettingsKey[] = L"Software\\Osk\\Kelbrook";
-
-// The log on, the other settings at their defaults, for the test's lifetime.
-class SettingsScope {
- public:
-  SettingsScope() {
-    clear();
-    writeValue(HKEY_CURRENT_USER, kSettingsKey, L"DebugLog", dwordValue(1));
-  }
-  ~SettingsScope() { clear(); }
-  SettingsScope(const SettingsScope&) = delete;
-  SettingsScope& operator=(const SettingsScope&) = delete;
-
- private:
-  static void clear() {
-    HKEY key = nullptr;
-    if (RegOpenKeyExW(HKEY_CURRENT_USER, kSettingsKey, 0, KEY_SET_VALUE, &key) != ERROR_SUCCESS) return;
-    for (const wchar_t* name : {L"DebugLog", L"RefreshInterval", L"ManifestReaderSetting", L"ClearClipboardWaitTime",
-                                L"RestoreRegistryWaitTime"}) {
-      RegDeleteValueW(key, name);
-    }
-    RegCloseKey(key);
-  }
-};
-
-// ---------------------------------------------------------------------------
 // The test desktop
 
-const wchar_t kControlKey[] = L"Software\\KelbrookTestDesktop";
-
-void setControl(const wchar_t* name, DWORD value) { writeValue(HKEY_CURRENT_USER, kControlKey, name, dwordValue(value)); }
-
-DWORD readControl(const wchar_t* name, DWORD fallback) {
-  const RegValue value = readValue(HKEY_CURRENT_USER, kControlKey, name);
-  if (!value.present || value.type != REG_DWORD || value.data.size() != sizeof(DWORD)) return fallback;
-  DWORD number = 0;
-  memcpy(&number, value.data.data(), sizeof number);
-  return number;
-}
-
-// Removes the desktop's control key when the test starts and when it ends,
-// so that no test sees another one's values.
-class ControlScope {
- public:
-  ControlScope() { clear(); }
-  ~ControlScope() { clear(); }
-  ControlScope(const ControlScope&) = delete;
-  ControlScope& operator=(const ControlScope&) = delete;
-
- private:
-  static void clear() { RegDeleteTreeW(HKEY_CURRENT_USER, kControlKey); }
-};
-
-// Runs test_desktop.exe for the length of a test, recording to a file of its own.
-class Desktop {
- public:
-  Desktop(const std::wstring& exePath, const std::wstring& eventsPath) : eventsPath_(eventsPath) {
-    // Created and reset before the desktop starts, so that a signal from an
-    // earlier desktop cannot count.
-    ready_ = CreateEventW(nullptr, TRUE, FALSE, L"KelbrookTestDesktop.Ready");
-    if (ready_ == nullptr) fail(format("CreateEventW(KelbrookTestDesktop.Ready) failed with %lu", GetLastError()));
-    ResetEvent(ready_);
-
-    std::wstring commandLine = L"\"" + exePath + L"\" --events \"" + eventsPath_ + L"\"";
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION process = {};
-    if (!CreateProcessW(exePath.c_str(), &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                        &process)) {
-      const DWORD error = GetLastError();
-      CloseHandle(ready_);
-      fail(format("cannot start %s: CreateProcessW failed with %lu", narrow(exePath).c_str(), error));
-    }
-    CloseHandle(process.hThread);
-    process_ = process.hProcess;
-
-    HANDLE waitFor[] = {ready_, process_};
-    const DWORD woken = WaitForMultipleObjects(2, waitFor, FALSE, 30000);
-    if (woken == WAIT_OBJECT_0 + 1) {
-      DWORD code = 0;
-      GetExitCodeProcess(process_, &code);
-      const std::string detail = eventsDetail();
-      close();
-      fail(format("the test desktop ended during its start with exit code %lu (3: another one runs, "
-                  "4: it could not set itself up)",
-                  code),
-           detail);
-    }
-    if (woken != WAIT_OBJECT_0) {
-      const std::string detail = eventsDetail();
-      terminate();
-      fail("the test desktop did not signal ready within 30 s", detail);
-    }
-  }
-
-  ~Desktop() { terminate(); }
-  Desktop(const Desktop&) = delete;
-  Desktop& operator=(const Desktop&) = delete;
-
-  // Asks the desktop to stop and checks that it did, cleanly.
-  void stop() {
-    HANDLE stopEvent = OpenEventW(EVENT_MODIFY_STATE, FALSE, L"KelbrookTestDesktop.Stop");
-    if (stopEvent == nullptr) {
-      fail(format("OpenEventW(KelbrookTestDesktop.Stop) failed with %lu", GetLastError()), eventsDetail());
-    }
-    SetEvent(stopEvent);
-    CloseHandle(stopEvent);
-    if (WaitForSingleObject(process_, 10000) != WAIT_OBJECT_0) {
-      const std::string detail = eventsDetail();
-      terminate();
-      fail("the test desktop did not stop within 10 s", detail);
-    }
-    DWORD code = 0;
-    GetExitCodeProcess(process_, &code);
-    close();
-    if (code != 0) fail(format("the test desktop stopped with exit code %lu", code), eventsDetail());
-  }
-
-  // The events after "ready".
-  std::vector<std::string> events() const {
-    std::vector<std::string> lines = completeLines(readFile(eventsPath_));
-    if (!lines.empty() && lines.front() == "ready") lines.erase(lines.begin());
-    return lines;
-  }
-
-  std::string eventsDetail() const { return indented("test desktop events", events()); }
-
-  // Waits (bounded) for `wanted` at or after index `from` of events(); returns
-  // the index after it.
-  std::size_t waitForEvent(const std::string& wanted, std::size_t from, DWORD timeoutMs,
-                           const std::function<std::string()>& detail) const {
-    std::size_t found = 0;
-    const bool seen = waitUntil(
-        [&] {
-          const std::vector<std::string> lines = events();
-          for (std::size_t i = from; i < lines.size(); ++i) {
-            if (lines[i] == wanted) {
-              found = i + 1;
-              return true;
-            }
-          }
-          return false;
-        },
-        timeoutMs);
-    if (!seen) {
-      fail(format("the test desktop did not record %s within %lu ms", quoted(wanted).c_str(),
-                  static_cast<unsigned long>(timeoutMs)),
-           eventsDetail() + detail());
-    }
-    return found;
-  }
-
-  // Checks that the events from index `from` on are exactly `expected`. The
-  // desktop records each event just after the change it reports (the pane
-  // hides, then "pane hidden" is written), so the count is waited for
-  // (bounded) before the events are compared.
-  void expectEventsFrom(std::size_t from, const std::vector<std::string>& expected, const std::string& situation,
-                        const std::function<std::string()>& detail) const {
-    waitUntil([&] { return events().size() >= from + expected.size(); }, 10000);
-    const std::vector<std::string> lines = events();
-    const std::vector<std::string> got(lines.begin() + static_cast<std::ptrdiff_t>(std::min(from, lines.size())),
-                                       lines.end());
-    if (got != expected) {
-      fail("the test desktop recorded other events than expected " + situation,
-           eventsDetail() + indented(format("expected from event %u on", static_cast<unsigned>(from)), expected) +
-               detail());
-    }
-  }
-
- private:
-  void close() {
-    if (process_ != nullptr) CloseHandle(process_);
-    if (ready_ != nullptr) CloseHandle(ready_);
-    process_ = ready_ = nullptr;
-  }
-
-  void terminate() {
-    if (process_ != nullptr && WaitForSingleObject(process_, 0) == WAIT_TIMEOUT) {
-      TerminateProcess(process_, 9);
-      WaitForSingleObject(process_, 10000);
-    }
-    close();
-  }
-
-  std::wstring eventsPath_;
-  HANDLE ready_ = nullptr;
-  HANDLE process_ = nullptr;
-};
-
-std::wstring classOf(HWND window) {
-  wchar_t name[260] = L"";
-  if (window == nullptr || GetClassNameW(window, name, 260) == 0) return L"";
-  return name;
-}
-
 bool paneInFront() { return classOf(GetForegroundWindow()) == L"SearchPane"; }
-
-// The text of the pane's edit box, asked across the process boundary.
-std::wstring paneText() {
-  HWND pane = FindWindowW(L"SearchPane", nullptr);
-  HWND edit = pane != nullptr ? FindWindowExW(pane, nullptr, L"Edit", nullptr) : nullptr;
-  if (edit == nullptr) fail("cannot find the search pane's edit box");
-  wchar_t text[4096] = L"";
-  SendMessageW(edit, WM_GETTEXT, 4096, reinterpret_cast<LPARAM>(text));
-  return text;
-}
 
 bool clipboardHasText() {
   if (!OpenClipboard(nullptr)) return true;  // busy: somebody is still at it
@@ -497,34 +148,13 @@ bool clipboardHasText() {
 }
 
 // ---------------------------------------------------------------------------
-// The library under test
-
-// Loaded once per test and never unloaded: a refresh thread that outlived
-// KelFinalize must not find its code gone.
-class Library {
- public:
-  explicit Library(const std::wstring& path) {
-    module_ = LoadLibraryW(path.c_str());
-    if (module_ == nullptr) fail(format("LoadLibraryW(%s) failed with error %lu", narrow(path).c_str(), GetLastError()));
-  }
-  template <typename Function>
-  Function get(const char* name) const {
-    FARPROC address = GetProcAddress(module_, name);
-    if (address == nullptr) fail(format("GetProcAddress(%s) failed", name));
-    return reinterpret_cast<Function>(reinterpret_cast<void*>(address));
-  }
-
- private:
-  HMODULE module_ = nullptr;
-};
-
-#define KEL(lib, name) ((lib).get<decltype(&name)>(#name))
-
-// ---------------------------------------------------------------------------
 // The world a test runs in
 
 const wchar_t kStartMenuPrograms[] = L"\\Microsoft\\Windows\\Start Menu\\Programs";
-const wchar_t kHostName[] = L"KelSearchHost.exe";
+
+// Every test runs in a private copy of this program, KelSearchHost.exe.
+const PrivateHost kPrivateHost = {L"kelsearch", L"KelSearchHost.exe", L"KEL_SEARCH_ROOT", L"KEL_SEARCH_REPORT",
+                                  L"KEL_SEARCH_KEEP", 150000};
 
 // The installed test packages of the deployment double: family name, full
 // name, identity name, version, folder, and the manifest's one application
@@ -584,12 +214,9 @@ std::wstring manifestFor(const FixturePackage& package) {
 class World {
  public:
   World() {
-    root_ = environmentValue(L"KEL_SEARCH_ROOT");
+    root_ = environmentValue(kPrivateHost.rootVariable);
     if (root_.empty()) fail("KEL_SEARCH_ROOT is not set (run through search_tests.exe DLLPATH DESKTOPEXE TESTNAME)");
-    wchar_t module[MAX_PATH + 1] = {};
-    GetModuleFileNameW(nullptr, module, MAX_PATH);
-    hostFolder_ = module;
-    hostFolder_.resize(hostFolder_.find_last_of(L'\\'));
+    hostFolder_ = programFolder();
 
     localAppData_ = root_ + L"\\LocalAppData";
     allUsersProfile_ = root_ + L"\\ProgramData";
@@ -769,7 +396,7 @@ struct SearchSession {
     desktop->expectEventsFrom(0, expected, "over the whole test", detail());
   }
 
-  SettingsScope settings;
+  LogOnSettingsScope settings;
   ControlScope control;
   World world;
   Library library;
@@ -1197,7 +824,7 @@ void expectChanges(const World& world, const std::string& call, const std::vecto
 // number comes back after the wait, a string is not touched; the tile value
 // is not touched either. The log shows the temporary value.
 void BrowserLaunchLeavesTheAssociationValueAsFound(const Paths& paths) {
-  SettingsScope settings;
+  LogOnSettingsScope settings;
   World world;
   BrowserValuesScope values;
   HttpHandlerScope handler;
@@ -1310,65 +937,7 @@ const Test kTests[] = {
     {"IESearchLeavesTheTileValueAsFound", IESearchLeavesTheTileValueAsFound},
 };
 
-std::wstring g_reportPath;
-
-// To the report file the private host's parent prints, or to the output.
-void report(const std::string& text) {
-  if (g_reportPath.empty()) {
-    printf("%s", text.c_str());
-    fflush(stdout);
-    return;
-  }
-  HANDLE file = CreateFileW(g_reportPath.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                            OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file != INVALID_HANDLE_VALUE) {
-    DWORD written = 0;
-    WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
-    CloseHandle(file);
-  }
-}
-
-// A crash in the library still gives a FAIL line before the process ends.
-LONG WINAPI reportCrash(EXCEPTION_POINTERS* info) {
-  report(format("FAIL %s: crashed with exception 0x%08lX\n", g_currentTest,
-                static_cast<unsigned long>(info->ExceptionRecord->ExceptionCode)));
-  return EXCEPTION_EXECUTE_HANDLER;
-}
-
-int usage() {
-  printf("usage: search_tests.exe DLLPATH DESKTOPEXE TESTNAME\ntests:\n");
-  for (const Test& test : kTests) printf("  %s\n", test.name);
-  return 2;
-}
-
-// Wine maps the Unix root to drive Z:, so a Unix path from the build system
-// is reachable as Z:<path>. The test runs in another folder: the path is
-// made absolute.
-std::wstring usablePath(const std::wstring& path) {
-  std::wstring result = path;
-  if (!result.empty() && result[0] == L'/' && !fileExists(result) && fileExists(L"Z:" + result)) result = L"Z:" + result;
-  wchar_t full[MAX_PATH + 1];
-  const DWORD length = GetFullPathNameW(result.c_str(), MAX_PATH + 1, full, nullptr);
-  return length > 0 && length <= MAX_PATH ? std::wstring(full) : result;
-}
-
-// The test itself, in the private host.
-int runInHost(const Test& test, const Paths& paths) {
-  g_currentTest = test.name;
-  g_reportPath = environmentValue(L"KEL_SEARCH_REPORT");
-  SetUnhandledExceptionFilter(reportCrash);
-  try {
-    test.run(paths);
-  } catch (const TestFailure& failure) {
-    report(format("FAIL %s: %s\n", test.name, failure.reason.c_str()) + failure.detail);
-    return 1;
-  } catch (const std::exception& exception) {
-    report(format("FAIL %s: exception %s\n", test.name, exception.what()));
-    return 1;
-  }
-  report(format("PASS %s\n", test.name));
-  return 0;
-}
+const char kUsage[] = "search_tests.exe DLLPATH DESKTOPEXE TESTNAME";
 
 const wchar_t kHostVersionKey[] = L"Software\\Wine\\AppDefaults\\KelSearchHost.exe";
 
@@ -1388,100 +957,23 @@ class HostVersionScope {
   bool set_;
 };
 
-// Creates the private folder, runs the test in a copy of this program there
-// (bounded wait), prints its report and removes the folder.
-int runInPrivateHost(const Test& test, const Paths& paths) {
-  wchar_t temp[MAX_PATH + 1];
-  const DWORD length = GetTempPathW(MAX_PATH + 1, temp);
-  if (length == 0 || length > MAX_PATH) {
-    printf("FAIL %s: GetTempPathW failed\n", test.name);
-    return 1;
-  }
-  std::wstring root;
-  for (unsigned attempt = 0;; ++attempt) {
-    wchar_t name[64];
-    swprintf(name, 64, L"kelsearch-%lu-%llu-%u", GetCurrentProcessId(),
-             static_cast<unsigned long long>(GetTickCount64()), attempt);
-    root = std::wstring(temp) + name;
-    if (CreateDirectoryW(root.c_str(), nullptr)) break;
-    if (attempt == 100) {
-      printf("FAIL %s: cannot create a folder under %s\n", test.name, narrow(temp).c_str());
-      return 1;
-    }
-  }
-  int exitCode = 1;
-  try {
-    const std::wstring hostFolder = root + L"\\host";
-    makeFolders(hostFolder);
-    wchar_t self[MAX_PATH + 1] = {};
-    GetModuleFileNameW(nullptr, self, MAX_PATH);
-    const std::wstring host = hostFolder + L"\\" + kHostName;
-    if (!CopyFileW(self, host.c_str(), FALSE)) fail(format("cannot copy the test program (error %lu)", GetLastError()));
-    const std::wstring reportPath = root + L"\\report.txt";
-    setEnvironment(L"KEL_SEARCH_ROOT", root);
-    setEnvironment(L"KEL_SEARCH_REPORT", reportPath);
-    HostVersionScope version(test.windows81);
-
-    std::wstring commandLine = L"\"" + host + L"\" \"" + paths.dll + L"\" \"" + paths.desktop + L"\" " +
-                               std::wstring(test.name, test.name + strlen(test.name));
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION process = {};
-    if (!CreateProcessW(host.c_str(), &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr, hostFolder.c_str(),
-                        &startup, &process)) {
-      fail(format("cannot start %s (error %lu)", narrow(host).c_str(), GetLastError()));
-    }
-    CloseHandle(process.hThread);
-    const DWORD limit = 150000;
-    const DWORD waited = WaitForSingleObject(process.hProcess, limit);
-    DWORD code = 1;
-    if (waited != WAIT_OBJECT_0) {
-      TerminateProcess(process.hProcess, 1);
-      WaitForSingleObject(process.hProcess, 10000);
-    } else {
-      GetExitCodeProcess(process.hProcess, &code);
-    }
-    CloseHandle(process.hProcess);
-    const std::string text = readFile(reportPath);
-    if (waited != WAIT_OBJECT_0) {
-      printf("%sFAIL %s: the test did not end within %lu s and was stopped\n", text.c_str(), test.name, limit / 1000);
-    } else if (text.empty()) {
-      printf("FAIL %s: the test ended with exit code %lu and wrote no report\n", test.name, code);
-    } else {
-      printf("%s", text.c_str());
-      exitCode = static_cast<int>(code);
-    }
-  } catch (const TestFailure& failure) {
-    printf("FAIL %s: %s\n%s", test.name, failure.reason.c_str(), failure.detail.c_str());
-    exitCode = 1;
-  }
-  // KEL_SEARCH_KEEP=1 keeps the folder for a look at what the test left.
-  if (environmentValue(L"KEL_SEARCH_KEEP") == L"1") {
-    printf("kept %s\n", narrow(root).c_str());
-    fflush(stdout);
-    return exitCode;
-  }
-  // A handler started by the shell may still be closing its file: a few tries.
-  if (!waitUntil([&] { return removeTree(root); }, 5000)) printf("note: could not remove %s\n", narrow(root).c_str());
-  fflush(stdout);
-  return exitCode;
-}
-
 }  // namespace
 
 int main() {
   int argc = 0;
   LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
-  if (argv == nullptr || argc != 4) return usage();
-  const Paths paths{usablePath(argv[1]), usablePath(argv[2])};
+  if (argv == nullptr || argc != 4) return usage(kUsage, kTests);
+  // The test runs in another folder: the paths are made absolute.
+  const Paths paths{absolutePath(usablePath(argv[1])), absolutePath(usablePath(argv[2]))};
   const std::string name = narrow(argv[3]);
   LocalFree(argv);
 
-  for (const Test& test : kTests) {
-    if (name != test.name) continue;
-    if (environmentValue(L"KEL_SEARCH_ROOT").empty()) return runInPrivateHost(test, paths);
-    return runInHost(test, paths);
+  const Test* test = findTest(kTests, name);
+  if (test == nullptr) return usage(kUsage, kTests);
+  if (environmentValue(kPrivateHost.rootVariable).empty()) {
+    std::optional<HostVersionScope> version;  // while the host runs
+    return runInPrivateHost(kPrivateHost, test->name, L"\"" + paths.dll + L"\" \"" + paths.desktop + L"\"",
+                            [&] { version.emplace(test->windows81); });
   }
-  printf("unknown test %s\n", name.c_str());
-  return usage();
+  return runInHost(kPrivateHost, test->name, [&] { test->run(paths); });
 }
