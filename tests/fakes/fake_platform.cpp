@@ -257,6 +257,15 @@ void FakePlatform::ClearCalls() {
   inputs.clear();
 }
 
+void FakePlatform::ForgetHistory() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  std::vector<Call>().swap(calls_);
+  std::vector<DWORD>().swap(sleeps_);
+  std::vector<platform::KeyboardInput>().swap(inputs);
+  std::vector<WString>().swap(pasted);
+  std::vector<WString>().swap(submitted);
+}
+
 std::size_t FakePlatform::LiveLocalAllocations() const {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   return localAllocations_.size();

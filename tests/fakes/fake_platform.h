@@ -64,6 +64,9 @@ class FakePlatform : public platform::Platform {
   std::vector<Call> CallsNamed(std::initializer_list<const char*> names) const;
   std::vector<std::string> CallNames() const;
   void ClearCalls();
+  // ClearCalls, and the pasted and submitted texts too, with their memory
+  // given back: a long run measures the library's heap, not the fake's.
+  void ForgetHistory();
   const std::vector<DWORD>& Sleeps() const { return sleeps_; }
   std::size_t LiveLocalAllocations() const;
 
