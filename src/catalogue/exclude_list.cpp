@@ -1,5 +1,6 @@
 #include "catalogue/exclude_list.h"
 
+#include <cstdint>
 #include <utility>
 
 #include "frame/wide.h"
@@ -7,12 +8,12 @@
 namespace kel {
 
 std::size_t ExcludeAppNameList::FoldedHash::operator()(const WString* name) const noexcept {
-  // FNV-1a over the folded units.
-  std::size_t hash = 14695981039346656037ull;
+  // FNV-1a over the folded units, in 64 bits on every target.
+  std::uint64_t hash = 14695981039346656037ull;
   for (const char16_t* p = name->c_str(); *p != 0; ++p) {
     hash = (hash ^ AsciiLower(*p)) * 1099511628211ull;
   }
-  return hash;
+  return static_cast<std::size_t>(hash ^ (hash >> 32));
 }
 
 bool ExcludeAppNameList::FoldedEqual::operator()(const WString* a, const WString* b) const noexcept {
