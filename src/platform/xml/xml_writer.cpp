@@ -253,6 +253,26 @@ HRESULT XmlWriter::WriteStartElement(const char16_t* prefix, const char16_t* loc
   return S_OK;
 }
 
+bool XmlWriter::HasAttributeNamed(std::string_view name) const {
+  for (const auto& [at, length] : attributeNames_) {
+    if (std::string_view(output_.data() + at, length) == name) return true;
+  }
+  return false;
+}
+
+HRESULT XmlWriter::FinishAttribute(std::size_t mark, std::size_t nameAt, std::size_t nameLength,
+                                   std::u16string_view value) {
+  output_ += "=\"";
+  const HRESULT hr = AppendText(output_, value, true);
+  if (Failed(hr)) {
+    output_.resize(mark);
+    return hr;
+  }
+  output_ += '"';
+  attributeNames_.emplace_back(nameAt, nameLength);
+  return S_OK;
+}
+
 HRESULT XmlWriter::WriteAttributeString(const char16_t* prefix, const char16_t* localName, const char16_t* namespaceUri,
                                         const char16_t* value) {
   return WriteAttributeString(prefix, localName, namespaceUri, View(value));
@@ -268,27 +288,17 @@ HRESULT XmlWriter::WriteAttributeString(const char16_t* prefix, const char16_t* 
     const std::u16string_view local(localName);
     if (local != u"xmlns") {
       if (!IsNcName(local)) return WC_E_NAMECHARACTER;
+      // The name is written first and compared where it stands.
       const std::size_t mark = output_.size();
       output_ += ' ';
       const std::size_t nameAt = output_.size();
       AppendText(output_, local, false);
       const std::size_t nameLength = output_.size() - nameAt;
-      const std::string_view written(output_.data() + nameAt, nameLength);
-      for (const auto& [at, length] : attributeNames_) {
-        if (std::string_view(output_.data() + at, length) == written) {
-          output_.resize(mark);
-          return WR_E_DUPLICATEATTRIBUTE;
-        }
-      }
-      output_ += "=\"";
-      const HRESULT hr = AppendText(output_, value, true);
-      if (Failed(hr)) {
+      if (HasAttributeNamed(std::string_view(output_.data() + nameAt, nameLength))) {
         output_.resize(mark);
-        return hr;
+        return WR_E_DUPLICATEATTRIBUTE;
       }
-      output_ += '"';
-      attributeNames_.emplace_back(nameAt, nameLength);
-      return S_OK;
+      return FinishAttribute(mark, nameAt, nameLength, value);
     }
   }
   std::u16string attributePrefix(View(prefix));
@@ -323,22 +333,14 @@ HRESULT XmlWriter::WriteAttributeString(const char16_t* prefix, const char16_t* 
     }
   }
 
-  std::string name = QualifiedName(attributePrefix, local);
-  for (const auto& [at, length] : attributeNames_) {
-    if (std::string_view(output_.data() + at, length) == name) return WR_E_DUPLICATEATTRIBUTE;
-  }
+  const std::string name = QualifiedName(attributePrefix, local);
+  if (HasAttributeNamed(name)) return WR_E_DUPLICATEATTRIBUTE;
   const std::size_t mark = output_.size();
   output_ += ' ';
   const std::size_t nameAt = output_.size();
   output_ += name;
-  output_ += "=\"";
-  const HRESULT hr = AppendText(output_, value, true);
-  if (Failed(hr)) {
-    output_.resize(mark);
-    return hr;
-  }
-  output_ += '"';
-  attributeNames_.emplace_back(nameAt, name.size());
+  const HRESULT hr = FinishAttribute(mark, nameAt, name.size(), value);
+  if (Failed(hr)) return hr;
 
   const std::size_t depth = open_.size() - 1;
   if (declaresPrefix || declaresDefault) {

@@ -63,6 +63,11 @@ class XmlWriter {
   const std::u16string* LookupPrefix(const std::u16string& prefix) const;
   const std::u16string* LookupUri(const std::u16string& uri, bool allowDefault) const;
   void WriteNamespaceDeclaration(const std::u16string& prefix, const std::u16string& uri);
+  // Whether the open start tag already has an attribute of this name.
+  bool HasAttributeNamed(std::string_view name) const;
+  // Ends the attribute whose name stands at `nameAt` with its quoted value
+  // and records the name; on failure the output goes back to `mark`.
+  HRESULT FinishAttribute(std::size_t mark, std::size_t nameAt, std::size_t nameLength, std::u16string_view value);
 
   enum class State { Initial, Prolog, Content, Epilog, Closed, Failed };
 
