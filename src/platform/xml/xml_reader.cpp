@@ -955,16 +955,18 @@ HRESULT XmlReader::ParseMarkupDeclaration() {
   return WC_E_SYNTAX;
 }
 
-HRESULT XmlReader::ParseComment() {
-  char16_t* p = pos_ + 4;
+// The text from `p` to the three-unit terminator that `ends` finds, made the
+// current node's value where it stands, with each CR or CRLF as one LF.
+// `ends(p)` gives S_OK at the terminator, S_FALSE elsewhere, or an error.
+template <typename Ends>
+HRESULT XmlReader::TakeDelimitedText(char16_t* p, XmlNodeType type, Ends ends) {
   char16_t* const start = p;
   char16_t* out = p;
   for (;;) {
+    const HRESULT at = ends(p);
+    if (at == S_OK) break;
+    if (at != S_FALSE) return at;
     const char16_t c = *p;
-    if (c == '-' && p[1] == '-') {
-      if (p[2] == '>') break;
-      return p[2] == 0 ? EndError() : WC_E_COMMENT;
-    }
     if (c == 0) return EndError();
     if (c == '\r') {
       *out++ = '\n';
@@ -978,34 +980,24 @@ HRESULT XmlReader::ParseComment() {
   value_ = {start, static_cast<UINT>(out - start)};
   *out = 0;
   pos_ = p + 3;
-  nodeType_ = XmlNodeType_Comment;
+  nodeType_ = type;
   depth_ = static_cast<UINT>(open_.size());
   return S_OK;
 }
 
+HRESULT XmlReader::ParseComment() {
+  // "--" may only come before the closing '>'.
+  return TakeDelimitedText(pos_ + 4, XmlNodeType_Comment, [this](const char16_t* p) -> HRESULT {
+    if (p[0] != '-' || p[1] != '-') return S_FALSE;
+    if (p[2] == '>') return S_OK;
+    return p[2] == 0 ? EndError() : WC_E_COMMENT;
+  });
+}
+
 HRESULT XmlReader::ParseCData() {
-  char16_t* p = pos_ + 9;
-  char16_t* const start = p;
-  char16_t* out = p;
-  for (;;) {
-    const char16_t c = *p;
-    if (c == ']' && p[1] == ']' && p[2] == '>') break;
-    if (c == 0) return EndError();
-    if (c == '\r') {
-      *out++ = '\n';
-      ++p;
-      if (*p == '\n') ++p;
-      continue;
-    }
-    *out++ = c;
-    ++p;
-  }
-  value_ = {start, static_cast<UINT>(out - start)};
-  *out = 0;
-  pos_ = p + 3;
-  nodeType_ = XmlNodeType_CDATA;
-  depth_ = static_cast<UINT>(open_.size());
-  return S_OK;
+  return TakeDelimitedText(pos_ + 9, XmlNodeType_CDATA, [](const char16_t* p) -> HRESULT {
+    return p[0] == ']' && p[1] == ']' && p[2] == '>' ? S_OK : S_FALSE;
+  });
 }
 
 HRESULT XmlReader::ParseProcessingInstruction() {

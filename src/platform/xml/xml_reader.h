@@ -149,6 +149,8 @@ class XmlReader {
   HRESULT ParseTopLevelWhitespace();
   HRESULT ParseComment();
   HRESULT ParseCData();
+  template <typename Ends>
+  HRESULT TakeDelimitedText(char16_t* p, XmlNodeType type, Ends ends);
   HRESULT ParseProcessingInstruction();
   HRESULT ParseDeclaration();
   HRESULT ParseMarkupDeclaration();
