@@ -26,9 +26,37 @@ bool ManifestPathOf(platform::Package& package, WString& path) {
   return FormatWideInto(path, kMaxPath, u"%s\\%s", {folder, u"AppxManifest.xml"});
 }
 
+// The records the calling thread is bound to, if any (BindThisThread).
+thread_local const CKELAppNameList* t_BoundList = nullptr;
+thread_local std::uint64_t t_BoundGeneration = 0;
+
 }  // namespace
 
 CKELAppNameList::~CKELAppNameList() { Clear(); }
+
+CKELAppNameList::ThreadBinding::ThreadBinding(const CKELAppNameList& list, std::uint64_t generation)
+    : previousList_(t_BoundList), previousGeneration_(t_BoundGeneration) {
+  t_BoundList = &list;
+  t_BoundGeneration = generation;
+}
+
+CKELAppNameList::ThreadBinding::~ThreadBinding() {
+  t_BoundList = previousList_;
+  t_BoundGeneration = previousGeneration_;
+}
+
+CKELAppNameList::ThreadBinding CKELAppNameList::BindThisThread() {
+  std::uint64_t generation = 0;
+  {
+    CatalogueLock lock(m_Lock);
+    generation = m_Generation;
+  }
+  return ThreadBinding(*this, generation);
+}
+
+bool CKELAppNameList::IsStaleForThisThreadHeld() const {
+  return t_BoundList == this && t_BoundGeneration != m_Generation;
+}
 
 HRESULT CKELAppNameList::Load(const char16_t* path) {
   constexpr char16_t kName[] = u"CKELAppNameList::Load";
@@ -128,7 +156,9 @@ HRESULT CKELAppNameList::Save(const char16_t* path) {
     xml::XmlWriter writer;
     HRESULT hr = writer.WriteStartDocument();
     if (Failed(hr)) return TraceExit(kName, hr);
+    const std::lock_guard<std::mutex> saving(m_SaveLock);
     std::unique_lock<std::mutex> held(m_Lock);
+    if (IsStaleForThisThreadHeld()) return TraceExit(kName, E_ABORT);
     // "Applications" stays open and the document is never ended: the file's
     // long-standing form, which every reader of it accepts.
     if (Succeeded(writer.WriteStartElement(nullptr, u"Applications", nullptr))) {
@@ -154,6 +184,7 @@ void CKELAppNameList::Clear() {
   constexpr char16_t kName[] = u"CKELAppNameList::Clear";
   WriteDebugLog("%S IN\r\n", kName);
   CatalogueLock lock(m_Lock);
+  ++m_Generation;
   while (!m_Packages.empty()) m_Packages.pop_front();
   while (!m_DesktopApps.empty()) m_DesktopApps.pop_front();
   WriteDebugLog("%S OUT\r\n", kName);
@@ -161,6 +192,7 @@ void CKELAppNameList::Clear() {
 
 void CKELAppNameList::Reset() {
   CatalogueLock lock(m_Lock);
+  ++m_Generation;
   m_Packages.clear();
   m_DesktopApps.clear();
 }
@@ -195,6 +227,10 @@ HRESULT CKELAppNameList::AppendPackageHeld(CKELPackage* package) {
   constexpr char16_t kName[] = u"CKELAppNameList::AddMetroPackage";
   WriteDebugLog("%S IN\r\n", kName);
   if (package == nullptr) return TraceExit(kName, E_POINTER);
+  if (IsStaleForThisThreadHeld()) {
+    delete package;
+    return TraceExit(kName, E_ABORT);
+  }
   try {
     m_Packages.emplace_back(package);
   } catch (...) {
@@ -209,13 +245,16 @@ HRESULT CKELAppNameList::AddMetroPackage(platform::Package* package) {
   WriteDebugLog("%S IN\r\n", kName);
   if (package == nullptr) return TraceExit(kName, E_POINTER);
   // The platform and the manifest are asked without holding the catalogue;
-  // the lock is taken for each look at or change of the records.
+  // the lock is taken for each look at or change of the records, and a
+  // record found under it is only touched again under it, after checking
+  // that the records were not emptied meanwhile.
   try {
     WString familyName;
     if (Failed(package->GetFamilyName(familyName))) throw platform::PlatformError{E_FAIL, u"Package.Id.FamilyName"};
     CKELPackage* record = nullptr;
     {
       CatalogueLock lock(m_Lock);
+      if (IsStaleForThisThreadHeld()) return TraceExit(kName, E_ABORT);
       record = FindPackageHeld(familyName.c_str());
     }
     WString manifestPath;
@@ -233,6 +272,7 @@ HRESULT CKELAppNameList::AddMetroPackage(platform::Package* package) {
     platform::PackageVersion known;
     {
       CatalogueLock lock(m_Lock);
+      if (IsStaleForThisThreadHeld()) return TraceExit(kName, E_ABORT);
       if (record->NeedReserve) return TraceExit(kName, S_OK);  // reserved records are never refreshed
       known = record->Version;
     }
@@ -245,6 +285,7 @@ HRESULT CKELAppNameList::AddMetroPackage(platform::Package* package) {
     }
     {
       CatalogueLock lock(m_Lock);
+      if (IsStaleForThisThreadHeld()) return TraceExit(kName, E_ABORT);
       record->FullName = fullName;
       record->Name = name;
     }
@@ -252,24 +293,26 @@ HRESULT CKELAppNameList::AddMetroPackage(platform::Package* package) {
       WriteDebugLog("%S manifest path longer than %d characters, skipped\r\n", kName, static_cast<int>(kMaxPath - 1));
       return TraceExit(kName, E_FAIL);
     }
-    // Only the refresh thread changes a record's names, so the check reads
-    // them without the lock.
+    // The manifest is read into a record of this call's own, with the same
+    // names as the catalogued one, so nothing catalogued is read unlocked.
+    CKELPackage fresh(familyName.c_str(), version, 0, 1);
+    fresh.FullName = fullName;
+    fresh.Name = name;
     BOOL canGet = 0;
-    const HRESULT changeResult = CKELManifestReader::IsCanGetAppNameFromManifest(manifestPath.c_str(), record, &canGet);
+    const HRESULT changeResult = CKELManifestReader::IsCanGetAppNameFromManifest(manifestPath.c_str(), &fresh, &canGet);
     // Without readable names the record keeps its old version and apps, so
     // the next refresh tries again.
     if (Failed(changeResult) || !canGet) return TraceExit(kName, changeResult);
     {
       CatalogueLock lock(m_Lock);
+      if (IsStaleForThisThreadHeld()) return TraceExit(kName, E_ABORT);
       record->Version = version;
       record->DeleteAllApp();
     }
-    CKELPackage fresh(familyName.c_str(), version, 0, 1);
-    fresh.FullName = fullName;
-    fresh.Name = name;
     CKELManifestReader::AddAppsToPackage(manifestPath.c_str(), &fresh);
     {
       CatalogueLock lock(m_Lock);
+      if (IsStaleForThisThreadHeld()) return TraceExit(kName, E_ABORT);
       record->TakeApplicationsFrom(fresh);
     }
     return TraceExit(kName, changeResult);
@@ -287,6 +330,7 @@ HRESULT CKELAppNameList::AddDesktopApp(const char16_t* displayName, const char16
   if (displayName == nullptr || shortcutPath == nullptr) return TraceExit(kName, E_POINTER);
   if (displayName[0] == 0 || shortcutPath[0] == 0) return TraceExit(kName, E_INVALIDARG);
   CatalogueLock lock(m_Lock);
+  if (IsStaleForThisThreadHeld()) return TraceExit(kName, E_ABORT);
   if (IsInDesktopAppListHeld(shortcutPath)) return S_FALSE;  // the catalogued record stays as it is
   try {
     m_DesktopApps.push_back(std::make_unique<CKELDesktopApp>(displayName, shortcutPath, nullptr, nullptr, 0, 1, 0));
@@ -341,24 +385,31 @@ HRESULT CKELAppNameList::GetExcludeAppNameList(const char16_t* searchWord, Exclu
 }
 
 void CKELAppNameList::RefreshInstalledFlags() {
+  // The lock is let go for each query. The lists only grow while it is
+  // released, so the walk's place stays valid, unless the records were
+  // emptied meanwhile: then the walk ends without touching them.
   CatalogueLock lock(m_Lock);
-  for (const auto& package : m_Packages) {
-    const WString familyName = package->PackageFamilyName;
+  if (IsStaleForThisThreadHeld()) return;
+  const std::uint64_t generation = m_Generation;
+  for (auto package = m_Packages.begin(); package != m_Packages.end(); ++package) {
+    const WString familyName = (*package)->PackageFamilyName;
     BOOL installed = 1;
     {
       CatalogueUnlocked unlocked;
       if (Failed(KelIsInstalledW(familyName.c_str(), &installed))) installed = 1;
     }
-    package->IsInstalled = installed;
+    if (m_Generation != generation) return;
+    (*package)->IsInstalled = installed;
   }
-  for (const auto& app : m_DesktopApps) {
-    const WString shortcut = app->LnkFileName;
+  for (auto app = m_DesktopApps.begin(); app != m_DesktopApps.end(); ++app) {
+    const WString shortcut = (*app)->LnkFileName;
     BOOL exists = 0;
     {
       CatalogueUnlocked unlocked;
       exists = Sys().PathFileExists(shortcut.c_str()) != 0 ? 1 : 0;
     }
-    app->IsInstalled = exists;
+    if (m_Generation != generation) return;
+    (*app)->IsInstalled = exists;
   }
 }
 

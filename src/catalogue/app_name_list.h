@@ -2,6 +2,7 @@
 // its file, what discovery adds to it, and the exclusion list of a word.
 #pragma once
 
+#include <cstdint>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -35,6 +36,24 @@ class CKELAppNameList {
   HRESULT ReadDesktopApps(xml::XmlReader* reader);
   void RefreshInstalledFlags();
 
+  // Binds the calling thread to the records as they are now: once Reset or
+  // Clear has emptied them, every change the thread asks for is dropped
+  // (E_ABORT), and nothing it still holds from before is touched. A refresh
+  // pass binds itself this way, so a pass that outlives its stop cannot
+  // reach the records of the next start.
+  class ThreadBinding {
+   public:
+    ThreadBinding(const CKELAppNameList& list, std::uint64_t generation);
+    ~ThreadBinding();
+    ThreadBinding(const ThreadBinding&) = delete;
+    ThreadBinding& operator=(const ThreadBinding&) = delete;
+
+   private:
+    const CKELAppNameList* previousList_;
+    std::uint64_t previousGeneration_;
+  };
+  [[nodiscard]] ThreadBinding BindThisThread();
+
   const std::list<std::unique_ptr<CKELPackage>>& Packages() const { return m_Packages; }
   const std::list<std::unique_ptr<CKELDesktopApp>>& DesktopApps() const { return m_DesktopApps; }
 
@@ -45,8 +64,16 @@ class CKELAppNameList {
   HRESULT AppendPackageHeld(CKELPackage* package);
   CKELPackage* FindPackageHeld(const char16_t* packageFamilyName);
   BOOL IsInDesktopAppListHeld(const char16_t* shortcutPath);
+  // Whether the calling thread is bound to records that are gone.
+  bool IsStaleForThisThreadHeld() const;
 
   std::mutex m_Lock;
+  // Counts the emptyings of the records; guarded by m_Lock.
+  std::uint64_t m_Generation = 0;
+  // Serialises the writing of the file, so that a save begun from records
+  // that are gone never lands over a newer one. Never held with m_Lock
+  // across file I/O the other way round: it is taken first.
+  std::mutex m_SaveLock;
   std::list<std::unique_ptr<CKELPackage>> m_Packages;
   std::list<std::unique_ptr<CKELDesktopApp>> m_DesktopApps;
 };

@@ -3,13 +3,16 @@
 #pragma once
 
 #include <new>
+#include <utility>
 
 #include "platform/types.h"
 
 namespace kel {
 
+// The result of `body`, or E_OUTOFMEMORY / E_FAIL for whatever it throws.
+// Also for the steps of a background pass, which must not end their thread.
 template <typename Body>
-HRESULT GuardExport(Body&& body) noexcept {
+HRESULT CaughtResult(Body&& body) noexcept {
   try {
     return body();
   } catch (const std::bad_alloc&) {
@@ -17,6 +20,11 @@ HRESULT GuardExport(Body&& body) noexcept {
   } catch (...) {
     return E_FAIL;
   }
+}
+
+template <typename Body>
+HRESULT GuardExport(Body&& body) noexcept {
+  return CaughtResult(std::forward<Body>(body));
 }
 
 template <typename Body>

@@ -99,10 +99,9 @@ HRESULT CKELPackageManager::RefreshMetroApps() {
     if (Succeeded(hr)) hr = packages.object->First(&iterator.object);
     BOOL hasCurrent = 0;
     if (Succeeded(hr)) hr = iterator.object->GetHasCurrent(&hasCurrent);
-    const Handle exitEvent = m_hExitEvent.load();
     while (Succeeded(hr) && hasCurrent) {
       // A stop request ends the walk after the package in hand.
-      if (sys.WaitForSingleObject(exitEvent, 0) == platform::WAIT_OBJECT_0) break;
+      if (PollExitEvent() == platform::WAIT_OBJECT_0) break;
       Released<platform::Package> package;
       hr = iterator.object->GetCurrent(&package.object);
       if (Failed(hr)) break;

@@ -2,9 +2,11 @@
 // load, the exit event and the refresh thread.
 #include "package_discovery/package_manager.h"
 
+#include <memory>
 #include <vector>
 
 #include "frame/constants.h"
+#include "frame/export_guard.h"
 #include "frame/log.h"
 #include "frame/reg.h"
 #include "platform/platform.h"
@@ -17,6 +19,29 @@ constexpr DWORD kFinalizeWaitMilliseconds = 20000;
 constexpr DWORD kMillisecondsPerMinute = 60000;
 
 CKELPackageManager g_PackageManager;
+
+// What Initialize hands its thread: the manager and the start the thread
+// serves. The thread owns it.
+struct RefreshStart {
+  CKELPackageManager* manager;
+  std::shared_ptr<RefreshRun> run;
+};
+
+// The start the calling thread serves, on a refresh thread; null elsewhere.
+thread_local const RefreshRun* t_CurrentRun = nullptr;
+
+class ScopedCurrentRun {
+ public:
+  explicit ScopedCurrentRun(const RefreshRun& run) : previous_(t_CurrentRun) { t_CurrentRun = &run; }
+  ~ScopedCurrentRun() { t_CurrentRun = previous_; }
+  ScopedCurrentRun(const ScopedCurrentRun&) = delete;
+  ScopedCurrentRun& operator=(const ScopedCurrentRun&) = delete;
+
+ private:
+  const RefreshRun* previous_;
+};
+
+bool CurrentRunAbandoned() { return t_CurrentRun != nullptr && t_CurrentRun->abandoned.load(); }
 
 // Full path of the host executable, or empty when it cannot be had.
 WString HostExecutablePath() {
@@ -121,75 +146,88 @@ HRESULT CKELPackageManager::Initialize() {
     }
   }
   // A second start after a stop begins from the file again rather than
-  // doubling what the first one held.
+  // doubling what the first one held. A thread given up on by that stop is
+  // bound to the emptied records and leaves the new ones alone.
   m_AppNameList.Reset();
   const HRESULT loaded = m_AppNameList.Load(listFile.c_str());
   if (Failed(loaded)) WriteDebugLog("m_AppNameList.Load() failed. ErrCode = 0x%08X \r\n", loaded);
 
   // An event left by an earlier half-finished start is closed, not leaked.
-  if (Handle stale = m_hExitEvent.exchange(nullptr)) Sys().CloseHandle(stale);
+  m_hExitEvent.store(nullptr);
+  m_Run.reset();
   const WString eventName = FormatWide(u"%s%d", {kExitEventNamePrefix, Sys().GetCurrentProcessId()});
-  Handle event = Sys().CreateEvent(true, false, eventName.c_str());
-  m_hExitEvent.store(event);
-  HRESULT result = S_OK;
-  if (event == nullptr) {
+  platform::UniqueHandle event(Sys().CreateEvent(true, false, eventName.c_str()));
+  if (!event) {
     WriteDebugLog("CreateEventW() failed. ErrCode = %d \r\n", Sys().GetLastError());
+    WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_FAIL);
+    return E_FAIL;
+  }
+  // The event's name is the process's: while a thread given up on by an
+  // earlier stop still holds that event, CreateEvent opens the same object,
+  // still set by that stop. Clear it, or the new thread would stop at once;
+  // the old thread stops on its start's abandoned mark instead.
+  if (!m_LastRun.expired()) Sys().ResetEvent(event.get());
+  const Handle eventHandle = event.get();
+  auto run = std::make_shared<RefreshRun>(std::move(event));
+  auto start = std::make_unique<RefreshStart>(RefreshStart{this, run});
+  m_Run = run;
+  m_LastRun = run;
+  m_hExitEvent.store(eventHandle);
+
+  HRESULT result = S_OK;
+  Handle thread = Sys().CreateThread(&CKELPackageManager::RefreshThread, start.get());
+  m_hRefreshThread.store(thread);
+  if (thread == nullptr) {
+    WriteDebugLog("CreateThread() failed. ErrCode = %d \r\n", Sys().GetLastError());
     result = E_FAIL;
   } else {
-    Handle thread = Sys().CreateThread(&CKELPackageManager::RefreshThread, this);
-    m_hRefreshThread.store(thread);
-    if (thread == nullptr) {
-      WriteDebugLog("CreateThread() failed. ErrCode = %d \r\n", Sys().GetLastError());
-      result = E_FAIL;
-    }
+    start.release();  // the thread owns it now
   }
   WriteDebugLog("%S OUT(0x%08X)\r\n", kName, result);
   return result;
 }
 
-DWORD CKELPackageManager::RefreshThread(void* parameter) {
+DWORD CKELPackageManager::RefreshThread(void* parameter) noexcept {
   constexpr char16_t kName[] = u"CKELPackageManager::RefreshThread";
+  std::unique_ptr<RefreshStart> start(static_cast<RefreshStart*>(parameter));
   WriteDebugLog("%S IN\r\n", kName);
-  auto* manager = static_cast<CKELPackageManager*>(parameter);
-  if (manager == nullptr) {
+  if (start == nullptr || start->manager == nullptr || start->run == nullptr) {
     WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_POINTER);
     return static_cast<DWORD>(E_POINTER);
   }
+  const HRESULT result = CaughtResult([&] { return static_cast<HRESULT>(start->manager->RunRefreshThread(*start->run)); });
+  return static_cast<DWORD>(result);
+}
+
+DWORD CKELPackageManager::RunRefreshThread(RefreshRun& run) {
+  constexpr char16_t kName[] = u"CKELPackageManager::RefreshThread";
   auto& sys = Sys();
-  const WString dataFile = DataFilePath();
-  WString allUsersFolder, userFolder;
-  if (!StartMenuFolder(kAllUsersProfileVariable, allUsersFolder)) return static_cast<DWORD>(E_FAIL);
-  if (!StartMenuFolder(kAppDataVariable, userFolder)) return static_cast<DWORD>(E_FAIL);
+  const ScopedCurrentRun current(run);
+  // Every catalogue change this thread makes is dropped once a new start
+  // has emptied the records it was started with.
+  const CKELAppNameList::ThreadBinding binding = m_AppNameList.BindThisThread();
+
+  WString dataFile, allUsersFolder, userFolder;
+  const HRESULT paths = CaughtResult([&] {
+    dataFile = DataFilePath();
+    if (!StartMenuFolder(kAllUsersProfileVariable, allUsersFolder)) return E_FAIL;
+    if (!StartMenuFolder(kAppDataVariable, userFolder)) return E_FAIL;
+    return S_OK;
+  });
+  if (paths == E_OUTOFMEMORY) WriteDebugLog("%S OUT(0x%08X)\r\n", kName, paths);
+  if (Failed(paths)) return static_cast<DWORD>(paths);
   // Minutes to milliseconds in unsigned 32-bit arithmetic: large values wrap.
   const DWORD interval = CKELReg::GetRefreshInterval() * kMillisecondsPerMinute;
-  Handle exitEvent = manager->m_hExitEvent.load();
+  const Handle exitEvent = run.exitEvent.get();
 
-  if (sys.WaitForSingleObject(exitEvent, kFirstWaitMilliseconds) == platform::WAIT_OBJECT_0) {
+  if (run.abandoned.load() || sys.WaitForSingleObject(exitEvent, kFirstWaitMilliseconds) == platform::WAIT_OBJECT_0) {
     return static_cast<DWORD>(S_OK);
   }
   for (;;) {
-    WriteDebugLog("%S Refresh app name list!\r\n", kName);
-    manager->m_AppNameList.RefreshInstalledFlags();
-    const HRESULT metro = manager->RefreshMetroApps();
-    if (Failed(metro)) WriteDebugLog("%S RefreshMetroApps() failed. ErrCode = 0x%08X \r\n", kName, metro);
-    if (sys.WaitForSingleObject(exitEvent, 0) == platform::WAIT_TIMEOUT) {
-      const HRESULT hr = manager->RefreshDesktopApps(allUsersFolder.c_str());
-      if (Failed(hr)) {
-        WriteDebugLog("%S pKelPackageManager->RefreshDesktopApps(%s) failed. ErrCode = 0x%08X \r\n", kName,
-                      allUsersFolder, hr);
-      }
-    }
-    if (sys.WaitForSingleObject(exitEvent, 0) == platform::WAIT_TIMEOUT) {
-      const HRESULT hr = manager->RefreshDesktopApps(userFolder.c_str());
-      if (Failed(hr)) {
-        WriteDebugLog("%S pKelPackageManager->RefreshDesktopApps(%s) failed. ErrCode = 0x%08X \r\n", kName,
-                      userFolder, hr);
-      }
-    }
-    if (sys.WaitForSingleObject(exitEvent, 0) == platform::WAIT_TIMEOUT) {
-      const HRESULT hr = manager->m_AppNameList.Save(dataFile.c_str());
-      if (Failed(hr)) WriteDebugLog("%S pKelPackageManager->m_AppNameList.Save() failed. ErrCode = 0x%08X \r\n", kName, hr);
-    }
+    RunRefreshPass(allUsersFolder, userFolder, dataFile);
+    // A thread whose stop was given up on ends here without touching the
+    // event, which may by now belong to a newer start.
+    if (run.abandoned.load()) return static_cast<DWORD>(S_OK);
     if (sys.WaitForSingleObject(exitEvent, interval) != platform::WAIT_TIMEOUT) break;
   }
   sys.ResetEvent(exitEvent);
@@ -197,18 +235,61 @@ DWORD CKELPackageManager::RefreshThread(void* parameter) {
   return static_cast<DWORD>(S_OK);
 }
 
+// One pass. A step that fails, or throws, is logged and the pass goes on
+// with the next one; the stop checks between the steps skip the rest.
+void CKELPackageManager::RunRefreshPass(const WString& allUsersFolder, const WString& userFolder,
+                                        const WString& dataFile) {
+  constexpr char16_t kName[] = u"CKELPackageManager::RefreshThread";
+  WriteDebugLog("%S Refresh app name list!\r\n", kName);
+  const HRESULT flags = CaughtResult([&] {
+    m_AppNameList.RefreshInstalledFlags();
+    return S_OK;
+  });
+  if (Failed(flags)) WriteDebugLog("%S RefreshInstalledFlags() failed. ErrCode = 0x%08X \r\n", kName, flags);
+  if (CurrentRunAbandoned()) return;
+
+  const HRESULT metro = CaughtResult([&] { return RefreshMetroApps(); });
+  if (Failed(metro)) WriteDebugLog("%S RefreshMetroApps() failed. ErrCode = 0x%08X \r\n", kName, metro);
+  for (const WString* folder : {&allUsersFolder, &userFolder}) {
+    if (PollExitEvent() != platform::WAIT_TIMEOUT) continue;
+    const HRESULT hr = CaughtResult([&] { return RefreshDesktopApps(folder->c_str()); });
+    if (Failed(hr)) {
+      WriteDebugLog("%S pKelPackageManager->RefreshDesktopApps(%s) failed. ErrCode = 0x%08X \r\n", kName, *folder,
+                    hr);
+    }
+  }
+  if (PollExitEvent() != platform::WAIT_TIMEOUT) return;
+  const HRESULT saved = CaughtResult([&] { return m_AppNameList.Save(dataFile.c_str()); });
+  if (Failed(saved)) {
+    WriteDebugLog("%S pKelPackageManager->m_AppNameList.Save() failed. ErrCode = 0x%08X \r\n", kName, saved);
+  }
+}
+
+DWORD CKELPackageManager::PollExitEvent() const {
+  if (t_CurrentRun != nullptr) {
+    if (t_CurrentRun->abandoned.load()) return platform::WAIT_OBJECT_0;
+    return Sys().WaitForSingleObject(t_CurrentRun->exitEvent.get(), 0);
+  }
+  return Sys().WaitForSingleObject(m_hExitEvent.load(), 0);
+}
+
 void CKELPackageManager::Finalize() {
   constexpr char16_t kName[] = u"CKELPackageManager::Finalize";
   WriteDebugLog("%S IN\r\n", kName);
   auto& sys = Sys();
-  if (Handle event = m_hExitEvent.load()) {
-    sys.SetEvent(event);
+  if (std::shared_ptr<RefreshRun> run = std::move(m_Run)) {
+    sys.SetEvent(run->exitEvent.get());
     if (Handle thread = m_hRefreshThread.exchange(nullptr)) {
-      sys.WaitForSingleObject(thread, kFinalizeWaitMilliseconds);
+      // A thread that does not end in time is given up on: it stops at its
+      // next check, keeps the event open until then, and whatever it still
+      // does to the catalogue is dropped once a new start empties it.
+      if (sys.WaitForSingleObject(thread, kFinalizeWaitMilliseconds) != platform::WAIT_OBJECT_0) {
+        run->abandoned.store(true);
+      }
       sys.CloseHandle(thread);
     }
     m_hExitEvent.store(nullptr);
-    sys.CloseHandle(event);
+    run.reset();  // closes the event unless a thread given up on still holds it
   }
   WriteDebugLog("%S OUT\r\n", kName);
 }

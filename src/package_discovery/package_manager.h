@@ -4,11 +4,23 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 
 #include "catalogue/app_name_list.h"
+#include "platform/handles.h"
 #include "platform/platform.h"
 
 namespace kel {
+
+// One start of the refresh thread: the exit event it answers to, and whether
+// the stop that ended the start gave up waiting for it. The manager and the
+// thread share it, so the event stays open for as long as either still needs
+// it, and a thread that outlives its stop never waits on a closed handle.
+struct RefreshRun {
+  explicit RefreshRun(platform::UniqueHandle event) : exitEvent(std::move(event)) {}
+  platform::UniqueHandle exitEvent;
+  std::atomic<bool> abandoned{false};
+};
 
 class CKELPackageManager {
  public:
@@ -20,7 +32,9 @@ class CKELPackageManager {
   // Lifecycle, driven by KelInitialize and KelFinalize.
   HRESULT Initialize();
   void Finalize();
-  static DWORD RefreshThread(void* manager);
+  // The thread's entry point. Its parameter is the start block Initialize
+  // hands it; nothing escapes it, whatever fails inside.
+  static DWORD RefreshThread(void* start) noexcept;
 
   // The data folder: LOCALAPPDATA\Osk\Kelbrook\<host file name up to its
   // first dot>, created with its parents.
@@ -46,9 +60,24 @@ class CKELPackageManager {
   HRESULT GetAppDisplayNameByPFN(const char16_t* packageFamilyName, char16_t** ppDisplayName);
   HRESULT GetExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList, BOOL* pFound);
 
+  // A stop check between the steps of a refresh pass: WAIT_OBJECT_0 once the
+  // calling thread's start was given up on (without asking the platform),
+  // else the answer of a zero wait on the exit event the thread answers to.
+  DWORD PollExitEvent() const;
+
   CKELAppNameList m_AppNameList;
+  // The current start's exit event (owned by m_Run) and thread handle.
   std::atomic<Handle> m_hExitEvent{nullptr};
   std::atomic<Handle> m_hRefreshThread{nullptr};
+
+ private:
+  DWORD RunRefreshThread(RefreshRun& run);
+  void RunRefreshPass(const WString& allUsersFolder, const WString& userFolder, const WString& dataFile);
+
+  // Only Initialize and Finalize touch these; the host serialises the two.
+  std::shared_ptr<RefreshRun> m_Run;
+  // The start before the current one, while a thread given up on holds it.
+  std::weak_ptr<RefreshRun> m_LastRun;
 };
 
 // The library-wide instance, constructed at load and destroyed at unload.
