@@ -98,6 +98,32 @@ bool FakePlatform::WaitForThreadsToFinish() {
   });
 }
 
+void FakePlatform::GrantThreadWaitTimeouts(int count) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  grantedThreadWaitTimeouts_ += count;
+  eventChanged_.notify_all();
+}
+
+void FakePlatform::HoldPackageQueries(bool hold) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  holdPackageQueries_ = hold;
+  eventChanged_.notify_all();
+}
+
+bool FakePlatform::WaitForHeldPackageQuery() {
+  std::unique_lock<std::recursive_mutex> lock(mutex_);
+  return eventChanged_.wait_for(lock, std::chrono::seconds(30), [&] { return heldPackageQueries_ > 0; });
+}
+
+void FakePlatform::WaitWhilePackageQueriesHeld() {
+  std::unique_lock<std::recursive_mutex> lock(mutex_);
+  if (!holdPackageQueries_) return;
+  ++heldPackageQueries_;
+  eventChanged_.notify_all();
+  eventChanged_.wait(lock, [&] { return !holdPackageQueries_ || shuttingDown_; });
+  --heldPackageQueries_;
+}
+
 void FakePlatform::StopThreads() {
   std::vector<std::thread*> toJoin;
   {
@@ -661,7 +687,10 @@ BOOL FakePlatform::SetEvent(Handle event) {
   if (Inject()) { return 0; }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = events_.find(event);
-  if (it == events_.end()) return 0;
+  if (it == events_.end()) {
+    ++staleHandleUses_;
+    return 0;
+  }
   it->second.signalled = true;
   eventChanged_.notify_all();
   return 1;
@@ -672,7 +701,10 @@ BOOL FakePlatform::ResetEvent(Handle event) {
   if (Inject()) { return 0; }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = events_.find(event);
-  if (it == events_.end()) return 0;
+  if (it == events_.end()) {
+    ++staleHandleUses_;
+    return 0;
+  }
   it->second.signalled = false;
   return 1;
 }
@@ -690,10 +722,16 @@ DWORD FakePlatform::WaitForSingleObject(Handle object, DWORD milliseconds) {
       eventChanged_.wait(lock, finished);
       return platform::WAIT_OBJECT_0;
     }
-    return eventChanged_.wait_for(lock, std::chrono::milliseconds(milliseconds), finished) ? platform::WAIT_OBJECT_0
-                                                                                          : platform::WAIT_TIMEOUT;
+    eventChanged_.wait_for(lock, std::chrono::milliseconds(milliseconds),
+                           [&] { return finished() || grantedThreadWaitTimeouts_ > 0; });
+    if (finished()) return platform::WAIT_OBJECT_0;
+    if (grantedThreadWaitTimeouts_ > 0) --grantedThreadWaitTimeouts_;
+    return platform::WAIT_TIMEOUT;
   }
-  if (events_.count(object) == 0) return platform::WAIT_FAILED;
+  if (events_.count(object) == 0) {
+    ++staleHandleUses_;
+    return platform::WAIT_FAILED;
+  }
   auto signalled = [&] { return events_.count(object) != 0 && events_[object].signalled; };
   if (!signalled()) {
     if (milliseconds == 0) return platform::WAIT_TIMEOUT;
@@ -1080,11 +1118,13 @@ class FakePlatform::PackageManagerObject final : public platform::DeploymentPack
   explicit PackageManagerObject(FakePlatform& owner) : owner_(owner) { ++owner_.deploymentObjectsAlive; }
   HRESULT FindPackagesByUserSecurityId(const WCHAR* sid, platform::PackageCollection** packages) override {
     owner_.Record("FindPackagesByUserSecurityId", Arg(sid));
+    owner_.WaitWhilePackageQueriesHeld();
     return Find(sid, nullptr, packages);
   }
   HRESULT FindPackagesByUserSecurityIdPackageFamilyName(const WCHAR* sid, const WCHAR* familyName,
                                                         platform::PackageCollection** packages) override {
     owner_.Record("FindPackagesByUserSecurityIdPackageFamilyName", Arg(sid) + ", " + Arg(familyName));
+    owner_.WaitWhilePackageQueriesHeld();
     return Find(sid, familyName, packages);
   }
   void Release() override {

@@ -85,6 +85,18 @@ class FakePlatform : public platform::Platform {
   bool WaitForBlockedWaitsOrThreadsToFinish(int count);
   // Ends every wait and joins every thread.
   void StopThreads();
+  // Lets `count` finite waits on a thread end at once with WAIT_TIMEOUT, as
+  // if their time had passed (a stop giving up on its thread).
+  void GrantThreadWaitTimeouts(int count);
+  // Holds every thread that asks the deployment service for packages inside
+  // that call, until released (or the fake shuts down).
+  void HoldPackageQueries(bool hold);
+  // Waits (in real time, bounded) until a thread is held there.
+  bool WaitForHeldPackageQuery();
+  void ReleasePackageQueries() { HoldPackageQueries(false); }
+  // Event calls (set, reset, wait) on a handle that is not an open event or
+  // thread: a closed handle, or one that was never handed out.
+  int StaleHandleUses() const { return staleHandleUses_.load(); }
 
   // Long runs switch the call record off to keep memory flat.
   std::atomic<bool> recordCalls{true};
@@ -261,6 +273,11 @@ class FakePlatform : public platform::Platform {
   void StartThreadLocked(ThreadState& state);
   std::map<Handle, std::unique_ptr<ThreadState>> threads_;
   int grantedTimeouts_ = 0;
+  int grantedThreadWaitTimeouts_ = 0;
+  bool holdPackageQueries_ = false;
+  int heldPackageQueries_ = 0;
+  void WaitWhilePackageQueriesHeld();
+  std::atomic<int> staleHandleUses_{0};
   int blockedWaits_ = 0;
   bool shuttingDown_ = false;
 
