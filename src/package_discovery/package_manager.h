@@ -6,6 +6,7 @@
 #include <atomic>
 
 #include "catalogue/app_name_list.h"
+#include "platform/com_ptr.h"
 #include "platform/platform.h"
 
 namespace kel {
@@ -30,9 +31,9 @@ class CKELPackageManager {
 
   // Store packages of the current user.
   static HRESULT GetCurrentUserSid(char16_t** sid);
-  static platform::DeploymentPackageManager* GetPackageManager(BOOL* needRoUninitialize);
+  static platform::ComPtr<platform::DeploymentPackageManager> GetPackageManager(BOOL* needRoUninitialize);
   HRESULT RefreshMetroApps();
-  static platform::Package* FindPackageByName(const char16_t* packageFamilyName);
+  static platform::ComPtr<platform::Package> FindPackageByName(const char16_t* packageFamilyName);
 
   // Start menu shortcuts.
   HRESULT RefreshDesktopApps(const char16_t* folder);

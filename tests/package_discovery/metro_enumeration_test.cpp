@@ -129,10 +129,11 @@ TEST_F(MetroEnumeration, FailedSidIsReturned) {
 
 TEST_F(MetroEnumeration, FindByNameGivesTheFirstPackageWithAReference) {
   fake->deployed.push_back({fake->userSid, &mail});
-  platform::Package* found = CKELPackageManager::FindPackageByName(u"Example.Mail_abc");
-  ASSERT_EQ(found, &mail);
+  platform::ComPtr<platform::Package> found = CKELPackageManager::FindPackageByName(u"Example.Mail_abc");
+  ASSERT_EQ(found.get(), &mail);
   EXPECT_EQ(mail.references, 2);
-  found->Release();
+  found.reset();
+  EXPECT_EQ(mail.references, 1);
   EXPECT_EQ(fake->CallsNamed({"FindPackagesByUserSecurityIdPackageFamilyName"}).at(0).args,
             "S-1-5-21-1-2-3-1001, Example.Mail_abc");
   EXPECT_EQ(fake->deploymentObjectsAlive, 0);
