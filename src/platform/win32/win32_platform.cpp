@@ -6,7 +6,9 @@
 #include "platform/win32/com_support.h"
 
 #include <algorithm>
+#include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kel::platform::win32 {
@@ -57,8 +59,14 @@ class ComAppxApplication final : public ComWrapper<AppxApplication, IAppxManifes
  public:
   using ComWrapper::ComWrapper;
   HRESULT GetStringValue(const WCHAR* name, WCHAR** value) override {
+    *value = nullptr;
     LPWSTR text = nullptr;
     const HRESULT hr = object_->GetStringValue(reinterpret_cast<LPCWSTR>(name), &text);
+    if (FAILED(hr)) {
+      if (text != nullptr) ::CoTaskMemFree(text);
+      return hr;
+    }
+    if (text == nullptr) return E_POINTER;
     *value = reinterpret_cast<WCHAR*>(text);
     return hr;
   }
@@ -68,11 +76,9 @@ class ComAppxApplications final : public ComWrapper<AppxApplicationsEnumerator, 
  public:
   using ComWrapper::ComWrapper;
   HRESULT GetCurrent(AppxApplication** application) override {
-    *application = nullptr;
-    IAppxManifestApplication* current = nullptr;
-    const HRESULT hr = object_->GetCurrent(&current);
-    if (SUCCEEDED(hr) && current != nullptr) *application = new ComAppxApplication(current);
-    return hr;
+    ComPtr<IAppxManifestApplication> current;
+    const HRESULT hr = object_->GetCurrent(current.put());
+    return HandOut<ComAppxApplication>(hr, std::move(current), application);
   }
   HRESULT GetHasCurrent(BOOL* hasCurrent) override {
     ::BOOL value = FALSE;
@@ -92,14 +98,29 @@ class ComAppxManifestReader final : public ComWrapper<AppxManifestReader, IAppxM
  public:
   using ComWrapper::ComWrapper;
   HRESULT GetApplications(AppxApplicationsEnumerator** applications) override {
-    *applications = nullptr;
-    IAppxManifestApplicationsEnumerator* enumerator = nullptr;
-    const HRESULT hr = object_->GetApplications(&enumerator);
-    if (SUCCEEDED(hr) && enumerator != nullptr) *applications = new ComAppxApplications(enumerator);
-    return SUCCEEDED(hr) && enumerator == nullptr ? E_FAIL : hr;
+    ComPtr<IAppxManifestApplicationsEnumerator> enumerator;
+    const HRESULT hr = object_->GetApplications(enumerator.put());
+    return HandOut<ComAppxApplications>(hr, std::move(enumerator), applications);
   }
 };
 
+// A kernel handle closed when it goes out of scope.
+class ScopedKernelHandle {
+ public:
+  explicit ScopedKernelHandle(HANDLE handle) : handle_(handle) {}
+  ScopedKernelHandle(const ScopedKernelHandle&) = delete;
+  ScopedKernelHandle& operator=(const ScopedKernelHandle&) = delete;
+  ~ScopedKernelHandle() { Close(); }
+  HANDLE get() const { return handle_; }
+  bool valid() const { return handle_ != nullptr && handle_ != INVALID_HANDLE_VALUE; }
+  void Close() {
+    if (valid()) ::CloseHandle(handle_);
+    handle_ = nullptr;
+  }
+
+ private:
+  HANDLE handle_;
+};
 
 }  // namespace
 
@@ -290,7 +311,11 @@ DWORD Win32Platform::WaitForSingleObject(Handle object, DWORD milliseconds) {
 }
 
 Handle Win32Platform::CreateThread(ThreadProc start, void* parameter) {
-  auto* startInfo = new ThreadStart{start, parameter};
+  auto* startInfo = new (std::nothrow) ThreadStart{start, parameter};
+  if (startInfo == nullptr) {
+    ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return nullptr;
+  }
   HANDLE thread = ::CreateThread(nullptr, 0, RunThread, startInfo, 0, nullptr);
   if (thread == nullptr) delete startInfo;
   return thread;
@@ -335,13 +360,11 @@ HRESULT Win32Platform::CoInitializeEx(DWORD coInit) { return ::CoInitializeEx(nu
 void Win32Platform::CoUninitialize() { ::CoUninitialize(); }
 
 HRESULT Win32Platform::CreateAppVisibility(DWORD context, AppVisibility** object) {
-  *object = nullptr;
-  IAppVisibility* created = nullptr;
+  ComPtr<IAppVisibility> created;
   const GUID clsid = ToGuid(CLSID_AppVisibility);
   const GUID iid = ToGuid(IID_IAppVisibility);
-  const HRESULT hr = ::CoCreateInstance(clsid, nullptr, context, iid, reinterpret_cast<void**>(&created));
-  if (SUCCEEDED(hr) && created != nullptr) *object = new ComAppVisibility(created);
-  return hr;
+  const HRESULT hr = ::CoCreateInstance(clsid, nullptr, context, iid, reinterpret_cast<void**>(created.put()));
+  return HandOut<ComAppVisibility>(hr, std::move(created), object);
 }
 
 HRESULT Win32Platform::RoInitialize(int initType) {
@@ -353,16 +376,18 @@ void Win32Platform::RoUninitialize() { ::RoUninitialize(); }
 HRESULT Win32Platform::CreateAppxManifestReader(const WCHAR* manifestPath, AppxManifestReader** reader) {
   *reader = nullptr;
   ComPtr<IAppxFactory> factory;
-  HRESULT hr = ::CoCreateInstance(kClsidAppxFactory, nullptr, CLSCTX_INPROC_SERVER, kIidAppxFactory,
-                                  reinterpret_cast<void**>(factory.put()));
+  HRESULT hr = RequireObject(::CoCreateInstance(kClsidAppxFactory, nullptr, CLSCTX_INPROC_SERVER, kIidAppxFactory,
+                                                reinterpret_cast<void**>(factory.put())),
+                             factory);
   if (FAILED(hr)) return hr;
   ComPtr<IStream> stream;
-  hr = ::SHCreateStreamOnFileEx(W(manifestPath), STGM_READ | STGM_SHARE_EXCLUSIVE, 0, FALSE, nullptr, stream.put());
+  hr = RequireObject(
+      ::SHCreateStreamOnFileEx(W(manifestPath), STGM_READ | STGM_SHARE_EXCLUSIVE, 0, FALSE, nullptr, stream.put()),
+      stream);
   if (FAILED(hr)) return hr;
   ComPtr<IAppxManifestReader> manifest;
   hr = factory->CreateManifestReader(stream.get(), manifest.put());
-  if (SUCCEEDED(hr) && manifest.get() != nullptr) *reader = new ComAppxManifestReader(manifest.detach());
-  return hr;
+  return HandOut<ComAppxManifestReader>(hr, std::move(manifest), reader);
 }
 
 void Win32Platform::CoTaskMemFree(void* memory) { ::CoTaskMemFree(memory); }
@@ -376,10 +401,20 @@ BOOL Win32Platform::LookupAccountName(const WCHAR* systemName, const WCHAR* acco
 }
 
 BOOL Win32Platform::ConvertSidToStringSid(void* sid, WCHAR** stringSid) {
+  *stringSid = nullptr;
   LPWSTR text = nullptr;
-  const BOOL ok = ::ConvertSidToStringSidW(sid, &text);
+  if (!::ConvertSidToStringSidW(sid, &text)) {
+    if (text != nullptr) ::LocalFree(text);
+    return FALSE;
+  }
+  // A success without a string is no conversion: the caller would hand the
+  // null on as the SID.
+  if (text == nullptr) {
+    ::SetLastError(ERROR_INVALID_SID);
+    return FALSE;
+  }
   *stringSid = reinterpret_cast<WCHAR*>(text);
-  return ok;
+  return TRUE;
 }
 
 HRESULT Win32Platform::SHLoadIndirectString(const WCHAR* source, WCHAR* buffer, UINT capacity) {
