@@ -1,11 +1,14 @@
 // The seam first: its constants share names with the Windows macros, which
 // must not be defined while it is read.
 #include "platform/win32/win32_platform.h"
+#include "platform/temporary_path.h"
+#include "platform/win32/com_support.h"
 #include "platform/win32/windows_headers.h"
 #include "platform/win32/appx_interfaces.h"
-#include "platform/win32/com_support.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
 #include <new>
 #include <string>
 #include <utility>
@@ -122,6 +125,32 @@ class ScopedKernelHandle {
   HANDLE handle_;
 };
 
+// Creates the temporary file of an atomic replacement of `target` and names
+// it in `temporary`. Threads and processes may save at once: each attempt
+// takes a name no other attempt of this process has taken, and CREATE_NEW
+// never opens a file someone else is writing, so a name that is taken moves
+// on to the next one. On failure, `hr` says why and the handle is invalid.
+HANDLE CreateTemporaryBeside(const WCHAR* target, WString& temporary, HRESULT& hr) {
+  static std::atomic<std::uint32_t> nextName{0};
+  constexpr int kAttempts = 64;
+  const WString targetPath = target;
+  const std::uint32_t process = static_cast<std::uint32_t>(::GetCurrentProcessId()) << 16;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    temporary = TemporaryPathBeside(targetPath, process ^ nextName.fetch_add(1, std::memory_order_relaxed));
+    if (temporary.empty()) {
+      hr = HRESULT_FROM_WIN32(ERROR_FILENAME_EXCED_RANGE);
+      return INVALID_HANDLE_VALUE;
+    }
+    HANDLE file = ::CreateFileW(W(temporary.c_str()), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL,
+                                nullptr);
+    if (file != INVALID_HANDLE_VALUE) return file;
+    const ::DWORD error = ::GetLastError();
+    hr = HRESULT_FROM_WIN32(error);
+    if (error != ERROR_FILE_EXISTS && error != ERROR_ALREADY_EXISTS) return INVALID_HANDLE_VALUE;
+  }
+  return INVALID_HANDLE_VALUE;
+}
+
 }  // namespace
 
 bool Win32Platform::GetEnvironmentVariable(const WCHAR* name, WString& value) {
@@ -204,29 +233,27 @@ HRESULT Win32Platform::ReadFileBytes(const WCHAR* path, std::string& bytes) {
 HRESULT Win32Platform::ReplaceFileAtomically(const WCHAR* path, const std::string& bytes) {
   // The new content goes to a file beside the old one and is renamed over it
   // only once it is complete on disk.
-  std::wstring temporary = W(path);
-  temporary += L".new";
-  HANDLE file = ::CreateFileW(temporary.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL,
-                              nullptr);
-  if (file == INVALID_HANDLE_VALUE) return HRESULT_FROM_WIN32(::GetLastError());
+  WString temporary;
   HRESULT hr = S_OK;
+  ScopedKernelHandle file(CreateTemporaryBeside(path, temporary, hr));
+  if (!file.valid()) return hr;
   std::size_t written = 0;
   while (written < bytes.size()) {
     ::DWORD count = 0;
     const ::DWORD chunk = static_cast<::DWORD>(std::min<std::size_t>(bytes.size() - written, 1u << 20));
-    if (!::WriteFile(file, bytes.data() + written, chunk, &count, nullptr)) {
+    if (!::WriteFile(file.get(), bytes.data() + written, chunk, &count, nullptr)) {
       hr = HRESULT_FROM_WIN32(::GetLastError());
       break;
     }
     written += count;
   }
-  if (SUCCEEDED(hr) && !::FlushFileBuffers(file)) hr = HRESULT_FROM_WIN32(::GetLastError());
-  ::CloseHandle(file);
+  if (SUCCEEDED(hr) && !::FlushFileBuffers(file.get())) hr = HRESULT_FROM_WIN32(::GetLastError());
+  file.Close();
   if (SUCCEEDED(hr) &&
-      !::MoveFileExW(temporary.c_str(), W(path), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+      !::MoveFileExW(W(temporary.c_str()), W(path), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
     hr = HRESULT_FROM_WIN32(::GetLastError());
   }
-  if (FAILED(hr)) ::DeleteFileW(temporary.c_str());
+  if (FAILED(hr)) ::DeleteFileW(W(temporary.c_str()));
   return hr;
 }
 
