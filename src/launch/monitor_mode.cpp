@@ -1,9 +1,12 @@
 #include "launch/monitor_mode.h"
 
+#include <utility>
 #include <vector>
 
 #include "frame/log.h"
 #include "launch/key_emulate.h"
+#include "platform/apartment.h"
+#include "platform/com_ptr.h"
 
 namespace kel {
 namespace {
@@ -14,20 +17,56 @@ constexpr int kStartScreenPolls = 100;
 constexpr int kSearchPanePolls = 200;
 constexpr DWORD kPollInterval = 100;
 
+// The app visibility object and the apartment it was made in, given back
+// through ReleaseIMetroMode: explicitly where the trace wants it, and on
+// every other way out, an exception's included.
+class AppVisibilityScope {
+ public:
+  AppVisibilityScope() = default;
+  AppVisibilityScope(const AppVisibilityScope&) = delete;
+  AppVisibilityScope& operator=(const AppVisibilityScope&) = delete;
+  ~AppVisibilityScope() { Release(); }
+
+  [[nodiscard]] HRESULT Create() {
+    const HRESULT hr = CKELMonitorMode::GetIMetroMode(object_.put(), &needUninitialize_);
+    open_ = Succeeded(hr);
+    return hr;
+  }
+  platform::AppVisibility* operator->() const { return object_.get(); }
+  void Release() {
+    if (!std::exchange(open_, false)) return;
+    CKELMonitorMode::ReleaseIMetroMode(object_.detach(), needUninitialize_);
+  }
+
+ private:
+  platform::ComPtr<platform::AppVisibility> object_;
+  BOOL needUninitialize_ = 0;
+  bool open_ = false;
+};
+
 }  // namespace
 
 HRESULT CKELMonitorMode::GetIMetroMode(platform::AppVisibility** object, BOOL* needUninitialize) {
   constexpr char16_t kName[] = u"CKELMonitorMode::GetIMetroMode";
   WriteDebugLog("%S IN\r\n", kName);
   if (object == nullptr || needUninitialize == nullptr) return TraceExit(kName, E_POINTER);
-  const HRESULT init = Sys().CoInitializeEx(platform::COINIT_APARTMENTTHREADED);
-  if (Failed(init) && init != RPC_E_CHANGED_MODE) return TraceExit(kName, init);
-  *needUninitialize = init != RPC_E_CHANGED_MODE ? 1 : 0;
-  const HRESULT created = Sys().CreateAppVisibility(platform::CLSCTX_INPROC_SERVER, object);
-  // Uninitialised even when the thread's apartment was set before the call:
-  // long-standing behaviour that hosts see and that is kept.
-  if (Failed(created)) Sys().CoUninitialize();
-  return TraceExit(kName, created);
+  platform::ScopedComApartment apartment(platform::COINIT_APARTMENTTHREADED);
+  if (!apartment) return TraceExit(kName, apartment.result());
+  *needUninitialize = apartment.owned() ? 1 : 0;
+  *object = nullptr;
+  platform::ComPtr<platform::AppVisibility> created;
+  const HRESULT hr =
+      platform::RequireObject(Sys().CreateAppVisibility(platform::CLSCTX_INPROC_SERVER, created.put()), created);
+  if (Failed(hr)) {
+    // Uninitialised even when the thread's apartment was set before the
+    // call: long-standing behaviour that hosts see and that is kept.
+    apartment.UninitializeEvenIfNotOwned();
+    return TraceExit(kName, hr);
+  }
+  // The caller's ReleaseIMetroMode undoes the initialisation, told by the flag.
+  static_cast<void>(apartment.Detach());
+  *object = created.detach();
+  return TraceExit(kName, hr);
 }
 
 void CKELMonitorMode::ReleaseIMetroMode(platform::AppVisibility* object, BOOL needUninitialize) {
@@ -42,9 +81,8 @@ HRESULT CKELMonitorMode::GetMonitorMode(UINT* mode) {
   constexpr char16_t kName[] = u"CKELMonitorMode::GetMonitorMode";
   WriteDebugLog("%S IN\r\n", kName);
   if (mode == nullptr) return TraceExit(kName, E_POINTER);
-  platform::AppVisibility* visibilityObject = nullptr;
-  BOOL needUninitialize = 0;
-  HRESULT result = GetIMetroMode(&visibilityObject, &needUninitialize);
+  AppVisibilityScope visibilityObject;
+  HRESULT result = visibilityObject.Create();
   if (Failed(result)) return TraceExit(kName, result);
 
   Handle monitor = Sys().MonitorFromPoint(platform::Point{0, 0}, platform::MONITOR_DEFAULTTOPRIMARY);
@@ -63,22 +101,21 @@ HRESULT CKELMonitorMode::GetMonitorMode(UINT* mode) {
       result = E_FAIL;  // the shell does not know: the caller's value stays
     }
   }
-  ReleaseIMetroMode(visibilityObject, needUninitialize);
+  visibilityObject.Release();
   return TraceExit(kName, result);
 }
 
 HRESULT CKELMonitorMode::SwitchToStartScreen() {
   constexpr char16_t kName[] = u"CKELMonitorMode::SwitchToStartScreen";
   WriteDebugLog("%S IN\r\n", kName);
-  platform::AppVisibility* visibilityObject = nullptr;
-  BOOL needUninitialize = 0;
-  const HRESULT created = GetIMetroMode(&visibilityObject, &needUninitialize);
+  AppVisibilityScope visibilityObject;
+  const HRESULT created = visibilityObject.Create();
   if (Failed(created)) return TraceExit(kName, created);
 
   BOOL visible = 0;
   const HRESULT result = visibilityObject->IsLauncherVisible(&visible);
   if (Failed(result)) {
-    ReleaseIMetroMode(visibilityObject, needUninitialize);
+    visibilityObject.Release();
     return TraceExit(kName, result);
   }
   WriteDebugLog("launcherVisibility = %d \r\n", visible);
@@ -88,7 +125,7 @@ HRESULT CKELMonitorMode::SwitchToStartScreen() {
     visibilityObject->IsLauncherVisible(&visible);  // a failed poll just polls again
     WriteDebugLog("launcherVisibility = %d\r\n", visible);
   }
-  ReleaseIMetroMode(visibilityObject, needUninitialize);
+  visibilityObject.Release();
   return TraceExit(kName, result);
 }
 

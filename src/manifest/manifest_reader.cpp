@@ -7,6 +7,9 @@
 #include "frame/log.h"
 #include "frame/reg.h"
 #include "frame/wide.h"
+#include "platform/apartment.h"
+#include "platform/com_ptr.h"
+#include "platform/handles.h"
 #include "platform/platform.h"
 #include "platform/xml/xml_reader.h"
 
@@ -68,6 +71,34 @@ HRESULT ReadApplication(xml::XmlReader& reader, const CKELPackage& package, WStr
   hr = CKELManifestReader::GetAttributeValueByName(&reader, u"ShortName", shortName);
   if (Failed(hr)) return hr;
   ResolveName(shortName, package);
+  return hr;
+}
+
+// The packaging API's reading of the manifest, in an apartment of its own.
+// The objects are released, and the apartment left, before this returns.
+HRESULT AddApplicationsThroughApi(const char16_t* manifestPath, CKELPackage& package) {
+  platform::ScopedComApartment apartment(platform::COINIT_APARTMENTTHREADED);
+  if (!apartment) return apartment.result();
+  platform::ComPtr<platform::AppxManifestReader> manifest;
+  platform::ComPtr<platform::AppxApplicationsEnumerator> applications;
+  HRESULT hr = platform::RequireObject(Sys().CreateAppxManifestReader(manifestPath, manifest.put()), manifest);
+  if (Succeeded(hr)) hr = platform::RequireObject(manifest->GetApplications(applications.put()), applications);
+  BOOL hasCurrent = 0;
+  if (Succeeded(hr)) hr = applications->GetHasCurrent(&hasCurrent);
+  while (Succeeded(hr) && hasCurrent) {
+    platform::ComPtr<platform::AppxApplication> application;
+    hr = platform::RequireObject(applications->GetCurrent(application.put()), application);
+    if (Failed(hr)) break;
+    WCHAR* rawName = nullptr;
+    HRESULT named = application->GetStringValue(u"DisplayName", &rawName);
+    platform::UniqueCoTaskMem displayName(rawName);
+    named = platform::RequireObject(named, rawName);
+    // An application whose name cannot be read is skipped.
+    if (Succeeded(named)) package.AddApplication(rawName, nullptr);
+    displayName.reset();
+    application.reset();
+    hr = applications->MoveNext(&hasCurrent);
+  }
   return hr;
 }
 
@@ -172,34 +203,7 @@ HRESULT CKELManifestReader::GetAppNameUsingAPI(const char16_t* manifestPath, CKE
   WriteDebugLog("%S IN\r\n", kName);
   if (manifestPath == nullptr || package == nullptr) return TraceExit(kName, E_POINTER);
   if (manifestPath[0] == 0) return TraceExit(kName, E_INVALIDARG);
-  HRESULT hr = Sys().CoInitializeEx(platform::COINIT_APARTMENTTHREADED);
-  if (Failed(hr) && hr != RPC_E_CHANGED_MODE) return TraceExit(kName, hr);
-  const bool needUninitialize = hr != RPC_E_CHANGED_MODE;
-
-  platform::AppxManifestReader* manifest = nullptr;
-  platform::AppxApplicationsEnumerator* applications = nullptr;
-  hr = Sys().CreateAppxManifestReader(manifestPath, &manifest);
-  if (Succeeded(hr)) hr = manifest->GetApplications(&applications);
-  BOOL hasCurrent = 0;
-  if (Succeeded(hr)) hr = applications->GetHasCurrent(&hasCurrent);
-  while (Succeeded(hr) && hasCurrent) {
-    platform::AppxApplication* application = nullptr;
-    WCHAR* displayName = nullptr;
-    hr = applications->GetCurrent(&application);
-    if (Succeeded(hr)) {
-      // An application whose name cannot be read is skipped.
-      if (Succeeded(application->GetStringValue(u"DisplayName", &displayName))) {
-        package->AddApplication(displayName, nullptr);
-        Sys().CoTaskMemFree(displayName);
-      }
-      application->Release();
-      hr = applications->MoveNext(&hasCurrent);
-    }
-  }
-  if (applications != nullptr) applications->Release();
-  if (manifest != nullptr) manifest->Release();
-  if (needUninitialize) Sys().CoUninitialize();
-  return TraceExit(kName, hr);
+  return TraceExit(kName, AddApplicationsThroughApi(manifestPath, *package));
 }
 
 HRESULT CKELManifestReader::GetAppDisplayName(platform::Package* package, char16_t** displayName) {

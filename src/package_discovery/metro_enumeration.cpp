@@ -1,21 +1,23 @@
 // The Store packages installed for the current user, found through the
 // deployment service under the string form of the user's SID.
+#include <utility>
 #include <vector>
 
 #include "frame/log.h"
 #include "package_discovery/package_manager.h"
+#include "platform/apartment.h"
+#include "platform/com_ptr.h"
 #include "platform/handles.h"
 
 namespace kel {
 namespace {
 
-// Releases a seam object (Release()) when it goes out of scope.
-template <typename Object>
-struct Released {
-  Object* object = nullptr;
-  ~Released() {
-    if (object != nullptr) object->Release();
-  }
+// A package manager together with the runtime initialisation that
+// GetPackageManager handed out beside it. Members end in reverse order: the
+// manager is released before the runtime is left.
+struct ManagerInRuntime {
+  platform::ScopedRuntimeApartment runtime;
+  platform::ComPtr<platform::DeploymentPackageManager> manager;
 };
 
 }  // namespace
@@ -39,7 +41,8 @@ HRESULT CKELPackageManager::GetCurrentUserSid(char16_t** sid) {
       std::vector<char16_t> domain(std::max<DWORD>(domainSize, 1), 0);
       if (sys.LookupAccountName(nullptr, userName, sidBuffer.get(), &sidSize, domain.data(), &domainSize)) {
         char16_t* text = nullptr;
-        const BOOL converted = sys.ConvertSidToStringSid(sidBuffer.get(), &text);
+        // A conversion that reports success without a string has not converted.
+        const BOOL converted = sys.ConvertSidToStringSid(sidBuffer.get(), &text) && text != nullptr;
         *sid = converted ? text : nullptr;
         sidBuffer.reset();
         const HRESULT result = converted ? S_OK : E_FAIL;
@@ -51,7 +54,7 @@ HRESULT CKELPackageManager::GetCurrentUserSid(char16_t** sid) {
   return TraceExit(kName, E_FAIL);
 }
 
-platform::DeploymentPackageManager* CKELPackageManager::GetPackageManager(BOOL* needRoUninitialize) {
+platform::ComPtr<platform::DeploymentPackageManager> CKELPackageManager::GetPackageManager(BOOL* needRoUninitialize) {
   constexpr char16_t kName[] = u"CKELPackageManager::GetPackageManager";
   WriteDebugLog("%S IN\r\n", kName);
   if (needRoUninitialize == nullptr) {
@@ -59,18 +62,24 @@ platform::DeploymentPackageManager* CKELPackageManager::GetPackageManager(BOOL* 
     return nullptr;
   }
   auto& sys = Sys();
-  const HRESULT init = sys.RoInitialize(platform::RO_INIT_SINGLETHREADED);
-  if (Failed(init) && init != RPC_E_CHANGED_MODE) {
-    WriteDebugLog("%S OUT(0x%08X)\r\n", kName, init);
+  platform::ScopedRuntimeApartment runtime(platform::RO_INIT_SINGLETHREADED);
+  if (!runtime) {
+    WriteDebugLog("%S OUT(0x%08X)\r\n", kName, runtime.result());
     return nullptr;
   }
-  *needRoUninitialize = init != RPC_E_CHANGED_MODE ? 1 : 0;
-  platform::DeploymentPackageManager* manager = nullptr;
-  const HRESULT hr = sys.ActivatePackageManager(&manager);
-  if (Failed(hr) || manager == nullptr) {
-    WriteDebugLog("%S %S\r\n", kName, sys.DescribeError(Failed(hr) ? hr : E_POINTER));
+  *needRoUninitialize = runtime.owned() ? 1 : 0;
+  platform::ComPtr<platform::DeploymentPackageManager> manager;
+  const HRESULT hr = platform::RequireObject(sys.ActivatePackageManager(manager.put()), manager);
+  if (Failed(hr)) {
+    // Callers that get no manager never uninitialise the runtime: that
+    // imbalance is long-standing behaviour and is kept.
+    runtime.Dismiss();
+    WriteDebugLog("%S %S\r\n", kName, sys.DescribeError(hr));
     return nullptr;
   }
+  // The caller leaves the runtime once it has released the manager, told by
+  // the flag.
+  static_cast<void>(runtime.Detach());
   WriteDebugLog("%S OUT(0x%08X)\r\n", kName, S_OK);
   return manager;
 }
@@ -84,43 +93,43 @@ HRESULT CKELPackageManager::RefreshMetroApps() {
   if (Failed(sidResult)) return TraceExit(kName, sidResult);
   platform::UniqueLocal sid(rawSid);
   BOOL needRoUninitialize = 0;
-  Released<platform::DeploymentPackageManager> manager{GetPackageManager(&needRoUninitialize)};
-  if (manager.object == nullptr) {
+  platform::ComPtr<platform::DeploymentPackageManager> created = GetPackageManager(&needRoUninitialize);
+  if (!created) {
     sid.reset();
     WriteDebugLog("%S OUT(GetPackageManager Failed.)\r\n", kName);
     return E_FAIL;  // the runtime is left initialised on this path
   }
+  ManagerInRuntime held{platform::ScopedRuntimeApartment::Adopt(needRoUninitialize != 0), std::move(created)};
 
   HRESULT result = sidResult;
   {
-    Released<platform::PackageCollection> packages;
-    Released<platform::PackageIterator> iterator;
-    HRESULT hr = manager.object->FindPackagesByUserSecurityId(rawSid, &packages.object);
-    if (Succeeded(hr)) hr = packages.object->First(&iterator.object);
+    platform::ComPtr<platform::PackageCollection> packages;
+    platform::ComPtr<platform::PackageIterator> iterator;
+    HRESULT hr = platform::RequireObject(held.manager->FindPackagesByUserSecurityId(rawSid, packages.put()), packages);
+    if (Succeeded(hr)) hr = platform::RequireObject(packages->First(iterator.put()), iterator);
     BOOL hasCurrent = 0;
-    if (Succeeded(hr)) hr = iterator.object->GetHasCurrent(&hasCurrent);
+    if (Succeeded(hr)) hr = iterator->GetHasCurrent(&hasCurrent);
     while (Succeeded(hr) && hasCurrent) {
       // A stop request ends the walk after the package in hand.
       if (PollExitEvent() == platform::WAIT_OBJECT_0) break;
-      Released<platform::Package> package;
-      hr = iterator.object->GetCurrent(&package.object);
+      platform::ComPtr<platform::Package> package;
+      hr = platform::RequireObject(iterator->GetCurrent(package.put()), package);
       if (Failed(hr)) break;
-      result = m_AppNameList.AddMetroPackage(package.object);
-      hr = iterator.object->MoveNext(&hasCurrent);
+      result = m_AppNameList.AddMetroPackage(package.get());
+      hr = iterator->MoveNext(&hasCurrent);
     }
     if (Failed(hr)) {
       result = E_FAIL;
       WriteDebugLog("%S OUT(%S)\r\n", kName, sys.DescribeError(hr));
     }
   }
-  manager.object->Release();
-  manager.object = nullptr;
+  held.manager.reset();
   sid.reset();
-  if (needRoUninitialize) sys.RoUninitialize();
+  held.runtime.Leave();
   return TraceExit(kName, result);
 }
 
-platform::Package* CKELPackageManager::FindPackageByName(const char16_t* packageFamilyName) {
+platform::ComPtr<platform::Package> CKELPackageManager::FindPackageByName(const char16_t* packageFamilyName) {
   constexpr char16_t kName[] = u"CKELPackageManager::FindPackageByName";
   WriteDebugLog("%S(%S) IN\r\n", kName, packageFamilyName);
   if (packageFamilyName == nullptr) {
@@ -140,30 +149,33 @@ platform::Package* CKELPackageManager::FindPackageByName(const char16_t* package
   }
   platform::UniqueLocal sid(rawSid);
   BOOL needRoUninitialize = 0;
-  platform::DeploymentPackageManager* manager = GetPackageManager(&needRoUninitialize);
-  if (manager == nullptr) {
+  platform::ComPtr<platform::DeploymentPackageManager> created = GetPackageManager(&needRoUninitialize);
+  if (!created) {
     sid.reset();
     WriteDebugLog("%S OUT(GetPackageManager failed.)\r\n", kName);
-    return nullptr;
+    return nullptr;  // the runtime is left initialised on this path
   }
-  platform::Package* found = nullptr;
+  ManagerInRuntime held{platform::ScopedRuntimeApartment::Adopt(needRoUninitialize != 0), std::move(created)};
+
+  platform::ComPtr<platform::Package> found;
   {
-    Released<platform::PackageCollection> packages;
-    Released<platform::PackageIterator> iterator;
-    HRESULT hr = manager->FindPackagesByUserSecurityIdPackageFamilyName(rawSid, packageFamilyName, &packages.object);
-    if (Succeeded(hr)) hr = packages.object->First(&iterator.object);
+    platform::ComPtr<platform::PackageCollection> packages;
+    platform::ComPtr<platform::PackageIterator> iterator;
+    HRESULT hr = platform::RequireObject(
+        held.manager->FindPackagesByUserSecurityIdPackageFamilyName(rawSid, packageFamilyName, packages.put()),
+        packages);
+    if (Succeeded(hr)) hr = platform::RequireObject(packages->First(iterator.put()), iterator);
     BOOL hasCurrent = 0;
-    if (Succeeded(hr)) hr = iterator.object->GetHasCurrent(&hasCurrent);
-    if (Succeeded(hr) && hasCurrent) hr = iterator.object->GetCurrent(&found);
+    if (Succeeded(hr)) hr = iterator->GetHasCurrent(&hasCurrent);
+    if (Succeeded(hr) && hasCurrent) hr = platform::RequireObject(iterator->GetCurrent(found.put()), found);
     if (Failed(hr)) {
-      if (found != nullptr) found->Release();
-      found = nullptr;
+      found.reset();
       WriteDebugLog("%S OUT(%S)\r\n", kName, sys.DescribeError(hr));
     }
   }
-  manager->Release();
+  held.manager.reset();
   sid.reset();
-  if (needRoUninitialize) sys.RoUninitialize();
+  held.runtime.Leave();
   WriteDebugLog("%S OUT(0x%08X)\r\n", kName, sidResult);
   return found;
 }

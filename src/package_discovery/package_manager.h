@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "catalogue/app_name_list.h"
+#include "platform/com_ptr.h"
 #include "platform/handles.h"
 #include "platform/platform.h"
 
@@ -44,9 +45,9 @@ class CKELPackageManager {
 
   // Store packages of the current user.
   static HRESULT GetCurrentUserSid(char16_t** sid);
-  static platform::DeploymentPackageManager* GetPackageManager(BOOL* needRoUninitialize);
+  static platform::ComPtr<platform::DeploymentPackageManager> GetPackageManager(BOOL* needRoUninitialize);
   HRESULT RefreshMetroApps();
-  static platform::Package* FindPackageByName(const char16_t* packageFamilyName);
+  static platform::ComPtr<platform::Package> FindPackageByName(const char16_t* packageFamilyName);
 
   // Start menu shortcuts.
   HRESULT RefreshDesktopApps(const char16_t* folder);

@@ -7,19 +7,9 @@
 #include "frame/lifecycle.h"
 #include "manifest/manifest_reader.h"
 #include "package_discovery/package_manager.h"
+#include "platform/com_ptr.h"
 
 namespace kel {
-namespace {
-
-// Holds a package's reference for the caller's scope.
-struct PackageRef {
-  platform::Package* package;
-  ~PackageRef() {
-    if (package != nullptr) package->Release();
-  }
-};
-
-}  // namespace
 
 HRESULT CKELPackageManager::LaunchStore(const char16_t* packageFamilyName) {
   constexpr char16_t kName[] = u"CKELPackageManager::LaunchStore";
@@ -36,23 +26,23 @@ HRESULT CKELPackageManager::LaunchStore(const char16_t* packageFamilyName) {
 HRESULT CKELPackageManager::LaunchStoreApp(const char16_t* appUserModelId) {
   constexpr char16_t kName[] = u"CKELPackageManager::LaunchStoreApp";
   auto& sys = Sys();
-  platform::ApplicationActivationManager* manager = nullptr;
-  HRESULT hr = sys.CreateApplicationActivationManager(platform::CLSCTX_LOCAL_SERVER, &manager);
-  if (Failed(hr) || manager == nullptr) {
+  platform::ComPtr<platform::ApplicationActivationManager> manager;
+  HRESULT hr = sys.CreateApplicationActivationManager(platform::CLSCTX_LOCAL_SERVER, manager.put());
+  // A creation that succeeds without an object starts nothing and answers
+  // with its own code.
+  if (Failed(hr) || !manager) {
     WriteDebugLog("%S OUT(CoCreateInstance hr = %d)\r\n", kName, hr);
     return hr;
   }
   // The started app may take the foreground from the caller.
-  hr = sys.CoAllowSetForegroundWindow(manager);
+  hr = sys.CoAllowSetForegroundWindow(manager.get());
   if (Failed(hr)) {
     WriteDebugLog("%S OUT(CoAllowSetForegroundWindow hr = %d)\r\n", kName, hr);
-    manager->Release();
     return hr;
   }
   DWORD processId = 0;
   hr = manager->ActivateApplication(appUserModelId, nullptr, platform::AO_NONE, &processId);
   WriteDebugLog("%S OUT(ActivateApplication hr = %d)\r\n", kName, hr);
-  manager->Release();
   return hr;
 }
 
@@ -61,16 +51,15 @@ HRESULT CKELPackageManager::LaunchStoreApp(const char16_t* appUserModelId, const
   RereadLogSwitch();
   WriteDebugLog("%S(%S) IN\r\n", kName, appUserModelId);
   auto& sys = Sys();
-  platform::ApplicationActivationManager* manager = nullptr;
-  HRESULT hr = sys.CreateApplicationActivationManager(platform::CLSCTX_INPROC_SERVER, &manager);
-  if (Failed(hr) || manager == nullptr) {
+  platform::ComPtr<platform::ApplicationActivationManager> manager;
+  HRESULT hr = sys.CreateApplicationActivationManager(platform::CLSCTX_INPROC_SERVER, manager.put());
+  if (Failed(hr) || !manager) {
     WriteDebugLog("%S OUT(CoCreateInstance hr = (0x%08X), getLastError = %d)\r\n", kName, hr, sys.GetLastError());
     return hr;
   }
   DWORD processId = 0;
   hr = manager->ActivateApplication(appUserModelId, arguments, platform::AO_NONE, &processId);
   WriteDebugLog("%S OUT(ActivateApplication hr = (0x%08X). getLastError=%d)\r\n", kName, hr, sys.GetLastError());
-  manager->Release();
   return hr;
 }
 
@@ -79,9 +68,8 @@ HRESULT CKELPackageManager::IsInstalled(const char16_t* packageFamilyName, BOOL*
   WriteDebugLog("%S(%S) IN\r\n", kName, packageFamilyName);
   if (packageFamilyName == nullptr || pIsInstalled == nullptr) return TraceExit(kName, E_POINTER);
   if (packageFamilyName[0] == 0) return TraceExit(kName, E_INVALIDARG);
-  platform::Package* package = FindPackageByName(packageFamilyName);
-  *pIsInstalled = package != nullptr ? 1 : 0;
-  if (package != nullptr) package->Release();
+  // The package's reference is given back at once.
+  *pIsInstalled = FindPackageByName(packageFamilyName) ? 1 : 0;
   WriteDebugLog("%S OUT(*pIsInstalled = %d)\r\n", kName, *pIsInstalled);
   return S_OK;
 }
@@ -93,10 +81,10 @@ HRESULT CKELPackageManager::GetAppDisplayNameByPFN(const char16_t* packageFamily
   if (packageFamilyName == nullptr || ppDisplayName == nullptr) return TraceExit(kName, E_POINTER);
   if (packageFamilyName[0] == 0) return TraceExit(kName, E_INVALIDARG);
   HRESULT result = E_KEL_PACKAGE_NOT_FOUND;
-  PackageRef found{FindPackageByName(packageFamilyName)};
-  if (found.package != nullptr) {
+  const platform::ComPtr<platform::Package> found = FindPackageByName(packageFamilyName);
+  if (found) {
     try {
-      result = CKELManifestReader::GetAppDisplayName(found.package, ppDisplayName);
+      result = CKELManifestReader::GetAppDisplayName(found.get(), ppDisplayName);
     } catch (const platform::PlatformError& error) {
       WriteDebugLog("%S OUT(%S)\r\n", kName, error.message);
       result = E_FAIL;

@@ -71,9 +71,18 @@ struct LocalMemoryTraits {
   static void Close(Value v) { Current().LocalFree(v); }
 };
 
+// Strings from the COM task allocator.
+struct CoTaskMemoryTraits {
+  using Value = void*;
+  static Value Invalid() { return nullptr; }
+  static bool IsValid(Value v) { return v != nullptr; }
+  static void Close(Value v) { Current().CoTaskMemFree(v); }
+};
+
 using UniqueRegKey = UniqueResource<RegKeyTraits>;
 using UniqueHandle = UniqueResource<KernelHandleTraits>;
 using UniqueFind = UniqueResource<FindHandleTraits>;
 using UniqueLocal = UniqueResource<LocalMemoryTraits>;
+using UniqueCoTaskMem = UniqueResource<CoTaskMemoryTraits>;
 
 }  // namespace kel::platform

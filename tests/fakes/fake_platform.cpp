@@ -965,6 +965,7 @@ class FakePlatform::AppxApplicationsObject final : public platform::AppxApplicat
   HRESULT GetCurrent(platform::AppxApplication** application) override {
     owner_.Record("GetCurrent", "");
     if (next_ >= names_.size()) return E_FAIL;
+    if (owner_.GivesNoObject("GetCurrent")) { *application = nullptr; return S_OK; }
     *application = new AppxApplicationObject(owner_, names_[next_]);
     return S_OK;
   }
@@ -1000,6 +1001,7 @@ class FakePlatform::AppxManifestReaderObject final : public platform::AppxManife
   }
   HRESULT GetApplications(platform::AppxApplicationsEnumerator** applications) override {
     owner_.Record("GetApplications", "");
+    if (owner_.GivesNoObject("GetApplications")) { *applications = nullptr; return S_OK; }
     *applications = new AppxApplicationsObject(owner_, names_);
     return S_OK;
   }
@@ -1022,6 +1024,7 @@ HRESULT FakePlatform::CreateAppxManifestReader(const WCHAR* manifestPath, platfo
   if (Failed(createAppxManifestReaderResult)) return createAppxManifestReaderResult;
   auto it = appxApplications.find(manifestPath);
   if (it == appxApplications.end()) return HresultFromWin32(ERROR_FILE_NOT_FOUND);
+  if (GivesNoObject("CreateAppxManifestReader")) return S_OK;
   *reader = new AppxManifestReaderObject(*this, it->second);
   return S_OK;
 }
@@ -1066,6 +1069,7 @@ class FakePlatform::PackageIteratorObject final : public platform::PackageIterat
   HRESULT GetCurrent(platform::Package** package) override {
     owner_.Record("get_Current", "");
     if (next_ >= packages_.size()) return E_FAIL;
+    if (owner_.GivesNoObject("get_Current")) { *package = nullptr; return S_OK; }
     packages_[next_]->AddRef();
     *package = packages_[next_];
     if (++owner_.packagesHandedOut_ == owner_.setEventAfterPackages) owner_.SetEvent(owner_.eventToSet);
@@ -1098,6 +1102,7 @@ class FakePlatform::PackageCollectionObject final : public platform::PackageColl
   }
   HRESULT First(platform::PackageIterator** iterator) override {
     owner_.Record("First", "");
+    if (owner_.GivesNoObject("First")) { *iterator = nullptr; return S_OK; }
     *iterator = new PackageIteratorObject(owner_, packages_);
     return S_OK;
   }
@@ -1138,6 +1143,7 @@ class FakePlatform::PackageManagerObject final : public platform::DeploymentPack
   HRESULT Find(const WCHAR* sid, const WCHAR* familyName, platform::PackageCollection** packages) {
     *packages = nullptr;
     if (Failed(owner_.findPackagesResult)) return owner_.findPackagesResult;
+    if (owner_.GivesNoObject("FindPackagesByUserSecurityId...")) return S_OK;
     std::vector<FakePackage*> found;
     for (const auto& entry : owner_.deployed) {
       if (entry.userSid != sid) continue;
@@ -1155,6 +1161,7 @@ HRESULT FakePlatform::ActivatePackageManager(platform::DeploymentPackageManager*
   if (Inject()) { *manager = nullptr; return E_OUTOFMEMORY; }
   *manager = nullptr;
   if (Failed(activatePackageManagerResult)) return activatePackageManagerResult;
+  if (GivesNoObject("RoActivateInstance")) return S_OK;
   *manager = new PackageManagerObject(*this);
   return S_OK;
 }

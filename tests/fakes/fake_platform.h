@@ -221,6 +221,12 @@ class FakePlatform : public platform::Platform {
   HRESULT activatePackageManagerResult = S_OK;
   HRESULT findPackagesResult = S_OK;
   std::atomic<int> deploymentObjectsAlive{0};
+  // The object-making call of this recorded name ("CreateAppxManifestReader",
+  // "GetApplications", "GetCurrent", "RoActivateInstance", "First",
+  // "get_Current", "FindPackagesByUserSecurityId...") succeeds without
+  // handing out its object.
+  std::string succeedsWithoutObject;
+  bool GivesNoObject(const char* call) const { return succeedsWithoutObject == call; }
   // Set the manager's exit event after this many packages were handed out
   // (to stop an enumeration part-way); -1 never.
   int setEventAfterPackages = -1;

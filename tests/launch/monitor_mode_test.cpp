@@ -112,6 +112,21 @@ TEST_F(MonitorMode, FailedCreationUninitializesOnceEvenInAMultiThreadedApartment
   EXPECT_EQ(fake->CallsNamed({"CoUninitialize"}).size(), 1u);
 }
 
+TEST_F(MonitorMode, CreationThatGivesNoObjectIsAPointerFailure) {
+  EnableLog();
+  fake->createAppVisibilityGivesObject = false;
+  UINT mode = 7;
+  EXPECT_EQ(CKELMonitorMode::GetMonitorMode(&mode), E_POINTER);
+  EXPECT_EQ(mode, 7u);
+  EXPECT_EQ(CKELMonitorMode::SwitchToStartScreen(), E_POINTER);
+  EXPECT_TRUE(fake->inputs.empty());
+  EXPECT_TRUE(fake->CallsNamed({"GetAppVisibilityOnMonitor", "IsLauncherVisible"}).empty());
+  EXPECT_EQ(fake->CallsNamed({"CoUninitialize"}).size(), 2u);
+  EXPECT_EQ(LogLinesStartingWith("CKELMonitorMode::GetIMetroMode OUT"),
+            (std::vector<std::string>{"CKELMonitorMode::GetIMetroMode OUT(0x80004003)\r\n",
+                                      "CKELMonitorMode::GetIMetroMode OUT(0x80004003)\r\n"}));
+}
+
 TEST_F(MonitorMode, AlreadyInitializedApartmentIsUninitializedOnRelease) {
   fake->coInitializeResult = S_FALSE;
   platform::AppVisibility* object = nullptr;

@@ -149,6 +149,20 @@ TEST_F(ManifestReader, PackagingApiInAMultiThreadedApartmentDoesNotUninitialize)
   EXPECT_TRUE(fake->CallsNamed({"CoUninitialize"}).empty());
 }
 
+class ManifestReaderWithoutObject : public ManifestReader, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(ManifestReaderWithoutObject, PackagingApiSuccessWithoutAnObjectIsAPointerFailure) {
+  fake->appxApplications[kManifest] = {u"One", u"Two"};
+  fake->succeedsWithoutObject = GetParam();
+  EXPECT_EQ(CKELManifestReader::GetAppNameUsingAPI(kManifest.c_str(), &package), E_POINTER);
+  EXPECT_TRUE(package.Applications().empty());
+  EXPECT_EQ(fake->appxObjectsAlive, 0);
+  EXPECT_EQ(fake->CallsNamed({"CoUninitialize"}).size(), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(EachCall, ManifestReaderWithoutObject,
+                         ::testing::Values("CreateAppxManifestReader", "GetApplications", "GetCurrent"));
+
 TEST_F(ManifestReader, AddAppsFollowsTheSetting) {
   UseManifest("win8_single_app.xml");
   fake->appxApplications[kManifest] = {u"From The Api"};

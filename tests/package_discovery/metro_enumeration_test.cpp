@@ -121,6 +121,50 @@ TEST_F(MetroEnumeration, RuntimeErrorDuringTheQueryGivesFailAndTwoExitLines) {
   EXPECT_EQ(fake->CallsNamed({"RoUninitialize"}).size(), 1u);
 }
 
+class MetroEnumerationWithoutObject : public MetroEnumeration, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(MetroEnumerationWithoutObject, RefreshTakesASuccessWithoutAnObjectAsARuntimeError) {
+  EnableLog();
+  fake->deployed.push_back({fake->userSid, &mail});
+  fake->succeedsWithoutObject = GetParam();
+  EXPECT_EQ(manager.RefreshMetroApps(), E_FAIL);
+  EXPECT_TRUE(manager.m_AppNameList.Packages().empty());
+  EXPECT_EQ(LogLinesStartingWith("CKELPackageManager::RefreshMetroApps OUT"),
+            (std::vector<std::string>{"CKELPackageManager::RefreshMetroApps OUT(runtime error 0x80004003)\r\n",
+                                      "CKELPackageManager::RefreshMetroApps OUT(0x80004005)\r\n"}));
+  EXPECT_EQ(fake->deploymentObjectsAlive, 0);
+  EXPECT_EQ(mail.references, 1);
+  EXPECT_EQ(fake->CallsNamed({"RoUninitialize"}).size(), 1u);
+  EXPECT_EQ(fake->LiveLocalAllocations(), 0u);
+}
+
+TEST_P(MetroEnumerationWithoutObject, LookupTakesASuccessWithoutAnObjectAsNoPackage) {
+  EnableLog();
+  fake->deployed.push_back({fake->userSid, &mail});
+  fake->succeedsWithoutObject = GetParam();
+  EXPECT_EQ(CKELPackageManager::FindPackageByName(u"Example.Mail_abc"), nullptr);
+  EXPECT_EQ(LogLinesStartingWith("CKELPackageManager::FindPackageByName OUT"),
+            (std::vector<std::string>{"CKELPackageManager::FindPackageByName OUT(runtime error 0x80004003)\r\n",
+                                      "CKELPackageManager::FindPackageByName OUT(0x00000000)\r\n"}));
+  EXPECT_EQ(fake->deploymentObjectsAlive, 0);
+  EXPECT_EQ(mail.references, 1);
+  EXPECT_EQ(fake->CallsNamed({"RoUninitialize"}).size(), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(EachCall, MetroEnumerationWithoutObject,
+                         ::testing::Values("FindPackagesByUserSecurityId...", "First", "get_Current"));
+
+TEST_F(MetroEnumeration, ActivationWithoutAManagerIsAMissingManager) {
+  EnableLog();
+  fake->succeedsWithoutObject = "RoActivateInstance";
+  EXPECT_EQ(manager.RefreshMetroApps(), E_FAIL);
+  EXPECT_EQ(LogLines().back(), "CKELPackageManager::RefreshMetroApps OUT(GetPackageManager Failed.)\r\n");
+  EXPECT_FALSE(LogLinesStartingWith("CKELPackageManager::GetPackageManager runtime error 0x80004003").empty());
+  EXPECT_TRUE(fake->CallsNamed({"FindPackagesByUserSecurityId", "RoUninitialize"}).empty());
+  EXPECT_EQ(CKELPackageManager::FindPackageByName(u"Example.Mail_abc"), nullptr);
+  EXPECT_EQ(LogLines().back(), "CKELPackageManager::FindPackageByName OUT(GetPackageManager failed.)\r\n");
+}
+
 TEST_F(MetroEnumeration, FailedSidIsReturned) {
   fake->userName = WString(300, u'x');  // does not fit the name buffer
   EXPECT_EQ(manager.RefreshMetroApps(), E_FAIL);
@@ -129,10 +173,11 @@ TEST_F(MetroEnumeration, FailedSidIsReturned) {
 
 TEST_F(MetroEnumeration, FindByNameGivesTheFirstPackageWithAReference) {
   fake->deployed.push_back({fake->userSid, &mail});
-  platform::Package* found = CKELPackageManager::FindPackageByName(u"Example.Mail_abc");
-  ASSERT_EQ(found, &mail);
+  platform::ComPtr<platform::Package> found = CKELPackageManager::FindPackageByName(u"Example.Mail_abc");
+  ASSERT_EQ(found.get(), &mail);
   EXPECT_EQ(mail.references, 2);
-  found->Release();
+  found.reset();
+  EXPECT_EQ(mail.references, 1);
   EXPECT_EQ(fake->CallsNamed({"FindPackagesByUserSecurityIdPackageFamilyName"}).at(0).args,
             "S-1-5-21-1-2-3-1001, Example.Mail_abc");
   EXPECT_EQ(fake->deploymentObjectsAlive, 0);

@@ -1,9 +1,17 @@
-// Ownership helpers for COM and runtime objects in the real platform: an
-// owning interface pointer, and the base of the seam's wrappers, which own
-// one reference of the object they forward to.
+// Ownership helpers for COM and runtime objects in the real platform. The
+// interface pointers are held by the library's one owning pointer
+// (platform::ComPtr); the seam's wrappers own one reference of the object
+// they forward to through it.
 #pragma once
 
+// Before the Windows headers: the seam's constants share names with their
+// macros.
+#include "platform/com_ptr.h"
 #include "platform/platform.h"
+
+#include <new>
+#include <utility>
+
 #include "platform/win32/windows_headers.h"
 
 namespace kel::platform::win32 {
@@ -17,44 +25,36 @@ inline GUID ToGuid(const Guid& id) {
   return out;
 }
 
-// Releases its interface pointer when it goes out of scope.
-template <typename Interface>
-class ComPtr {
- public:
-  ComPtr() = default;
-  ComPtr(const ComPtr&) = delete;
-  ComPtr& operator=(const ComPtr&) = delete;
-  ~ComPtr() {
-    if (pointer_ != nullptr) pointer_->Release();
-  }
-  Interface* get() const { return pointer_; }
-  Interface** put() { return &pointer_; }
-  Interface* operator->() const { return pointer_; }
-  Interface* detach() {
-    Interface* p = pointer_;
-    pointer_ = nullptr;
-    return p;
-  }
-
- private:
-  Interface* pointer_ = nullptr;
-};
-
-// A seam object forwarding to one COM object: Release gives the object's
-// reference back and ends the wrapper.
+// A seam object forwarding to one COM object: Release ends the wrapper, and
+// with it the wrapper's reference of the object.
 template <typename SeamInterface, typename ComInterface>
 class ComWrapper : public SeamInterface {
  public:
-  explicit ComWrapper(ComInterface* object) : object_(object) {}
-  void Release() override {
-    object_->Release();
-    delete this;
-  }
-  ComInterface* get() const { return object_; }
+  explicit ComWrapper(ComPtr<ComInterface> object) : object_(std::move(object)) {}
+  ComWrapper(const ComWrapper&) = delete;
+  ComWrapper& operator=(const ComWrapper&) = delete;
+  void Release() override { delete this; }
+  ComInterface* get() const { return object_.get(); }
 
  protected:
   ~ComWrapper() override = default;
-  ComInterface* const object_;
+  const ComPtr<ComInterface> object_;
 };
+
+// Hands a COM object out through the seam as a new `Wrapper`. The call that
+// made it answered `hr`: a failure is passed on as it is, a success without
+// an object becomes E_POINTER (the object was promised), and a wrapper that
+// cannot be allocated gives E_OUTOFMEMORY. In each of those cases `*out`
+// stays null and the object, if any, is released here.
+template <typename Wrapper, typename SeamInterface, typename ComInterface>
+[[nodiscard]] HRESULT HandOut(HRESULT hr, ComPtr<ComInterface> object, SeamInterface** out) {
+  *out = nullptr;
+  hr = RequireObject(hr, object);
+  if (FAILED(hr)) return hr;
+  Wrapper* wrapper = new (std::nothrow) Wrapper(std::move(object));
+  if (wrapper == nullptr) return E_OUTOFMEMORY;
+  *out = wrapper;
+  return hr;
+}
 
 }  // namespace kel::platform::win32

@@ -1,12 +1,17 @@
 // The seam first: its constants share names with the Windows macros, which
 // must not be defined while it is read.
 #include "platform/win32/win32_platform.h"
+#include "platform/temporary_path.h"
+#include "platform/win32/com_support.h"
 #include "platform/win32/windows_headers.h"
 #include "platform/win32/appx_interfaces.h"
-#include "platform/win32/com_support.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kel::platform::win32 {
@@ -57,8 +62,14 @@ class ComAppxApplication final : public ComWrapper<AppxApplication, IAppxManifes
  public:
   using ComWrapper::ComWrapper;
   HRESULT GetStringValue(const WCHAR* name, WCHAR** value) override {
+    *value = nullptr;
     LPWSTR text = nullptr;
     const HRESULT hr = object_->GetStringValue(reinterpret_cast<LPCWSTR>(name), &text);
+    if (FAILED(hr)) {
+      if (text != nullptr) ::CoTaskMemFree(text);
+      return hr;
+    }
+    if (text == nullptr) return E_POINTER;
     *value = reinterpret_cast<WCHAR*>(text);
     return hr;
   }
@@ -68,11 +79,9 @@ class ComAppxApplications final : public ComWrapper<AppxApplicationsEnumerator, 
  public:
   using ComWrapper::ComWrapper;
   HRESULT GetCurrent(AppxApplication** application) override {
-    *application = nullptr;
-    IAppxManifestApplication* current = nullptr;
-    const HRESULT hr = object_->GetCurrent(&current);
-    if (SUCCEEDED(hr) && current != nullptr) *application = new ComAppxApplication(current);
-    return hr;
+    ComPtr<IAppxManifestApplication> current;
+    const HRESULT hr = object_->GetCurrent(current.put());
+    return HandOut<ComAppxApplication>(hr, std::move(current), application);
   }
   HRESULT GetHasCurrent(BOOL* hasCurrent) override {
     ::BOOL value = FALSE;
@@ -92,14 +101,55 @@ class ComAppxManifestReader final : public ComWrapper<AppxManifestReader, IAppxM
  public:
   using ComWrapper::ComWrapper;
   HRESULT GetApplications(AppxApplicationsEnumerator** applications) override {
-    *applications = nullptr;
-    IAppxManifestApplicationsEnumerator* enumerator = nullptr;
-    const HRESULT hr = object_->GetApplications(&enumerator);
-    if (SUCCEEDED(hr) && enumerator != nullptr) *applications = new ComAppxApplications(enumerator);
-    return SUCCEEDED(hr) && enumerator == nullptr ? E_FAIL : hr;
+    ComPtr<IAppxManifestApplicationsEnumerator> enumerator;
+    const HRESULT hr = object_->GetApplications(enumerator.put());
+    return HandOut<ComAppxApplications>(hr, std::move(enumerator), applications);
   }
 };
 
+// A kernel handle closed when it goes out of scope.
+class ScopedKernelHandle {
+ public:
+  explicit ScopedKernelHandle(HANDLE handle) : handle_(handle) {}
+  ScopedKernelHandle(const ScopedKernelHandle&) = delete;
+  ScopedKernelHandle& operator=(const ScopedKernelHandle&) = delete;
+  ~ScopedKernelHandle() { Close(); }
+  HANDLE get() const { return handle_; }
+  bool valid() const { return handle_ != nullptr && handle_ != INVALID_HANDLE_VALUE; }
+  void Close() {
+    if (valid()) ::CloseHandle(handle_);
+    handle_ = nullptr;
+  }
+
+ private:
+  HANDLE handle_;
+};
+
+// Creates the temporary file of an atomic replacement of `target` and names
+// it in `temporary`. Threads and processes may save at once: each attempt
+// takes a name no other attempt of this process has taken, and CREATE_NEW
+// never opens a file someone else is writing, so a name that is taken moves
+// on to the next one. On failure, `hr` says why and the handle is invalid.
+HANDLE CreateTemporaryBeside(const WCHAR* target, WString& temporary, HRESULT& hr) {
+  static std::atomic<std::uint32_t> nextName{0};
+  constexpr int kAttempts = 64;
+  const WString targetPath = target;
+  const std::uint32_t process = static_cast<std::uint32_t>(::GetCurrentProcessId()) << 16;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    temporary = TemporaryPathBeside(targetPath, process ^ nextName.fetch_add(1, std::memory_order_relaxed));
+    if (temporary.empty()) {
+      hr = HRESULT_FROM_WIN32(ERROR_FILENAME_EXCED_RANGE);
+      return INVALID_HANDLE_VALUE;
+    }
+    HANDLE file = ::CreateFileW(W(temporary.c_str()), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL,
+                                nullptr);
+    if (file != INVALID_HANDLE_VALUE) return file;
+    const ::DWORD error = ::GetLastError();
+    hr = HRESULT_FROM_WIN32(error);
+    if (error != ERROR_FILE_EXISTS && error != ERROR_ALREADY_EXISTS) return INVALID_HANDLE_VALUE;
+  }
+  return INVALID_HANDLE_VALUE;
+}
 
 }  // namespace
 
@@ -183,29 +233,27 @@ HRESULT Win32Platform::ReadFileBytes(const WCHAR* path, std::string& bytes) {
 HRESULT Win32Platform::ReplaceFileAtomically(const WCHAR* path, const std::string& bytes) {
   // The new content goes to a file beside the old one and is renamed over it
   // only once it is complete on disk.
-  std::wstring temporary = W(path);
-  temporary += L".new";
-  HANDLE file = ::CreateFileW(temporary.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL,
-                              nullptr);
-  if (file == INVALID_HANDLE_VALUE) return HRESULT_FROM_WIN32(::GetLastError());
+  WString temporary;
   HRESULT hr = S_OK;
+  ScopedKernelHandle file(CreateTemporaryBeside(path, temporary, hr));
+  if (!file.valid()) return hr;
   std::size_t written = 0;
   while (written < bytes.size()) {
     ::DWORD count = 0;
     const ::DWORD chunk = static_cast<::DWORD>(std::min<std::size_t>(bytes.size() - written, 1u << 20));
-    if (!::WriteFile(file, bytes.data() + written, chunk, &count, nullptr)) {
+    if (!::WriteFile(file.get(), bytes.data() + written, chunk, &count, nullptr)) {
       hr = HRESULT_FROM_WIN32(::GetLastError());
       break;
     }
     written += count;
   }
-  if (SUCCEEDED(hr) && !::FlushFileBuffers(file)) hr = HRESULT_FROM_WIN32(::GetLastError());
-  ::CloseHandle(file);
+  if (SUCCEEDED(hr) && !::FlushFileBuffers(file.get())) hr = HRESULT_FROM_WIN32(::GetLastError());
+  file.Close();
   if (SUCCEEDED(hr) &&
-      !::MoveFileExW(temporary.c_str(), W(path), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+      !::MoveFileExW(W(temporary.c_str()), W(path), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
     hr = HRESULT_FROM_WIN32(::GetLastError());
   }
-  if (FAILED(hr)) ::DeleteFileW(temporary.c_str());
+  if (FAILED(hr)) ::DeleteFileW(W(temporary.c_str()));
   return hr;
 }
 
@@ -290,7 +338,11 @@ DWORD Win32Platform::WaitForSingleObject(Handle object, DWORD milliseconds) {
 }
 
 Handle Win32Platform::CreateThread(ThreadProc start, void* parameter) {
-  auto* startInfo = new ThreadStart{start, parameter};
+  auto* startInfo = new (std::nothrow) ThreadStart{start, parameter};
+  if (startInfo == nullptr) {
+    ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return nullptr;
+  }
   HANDLE thread = ::CreateThread(nullptr, 0, RunThread, startInfo, 0, nullptr);
   if (thread == nullptr) delete startInfo;
   return thread;
@@ -335,13 +387,11 @@ HRESULT Win32Platform::CoInitializeEx(DWORD coInit) { return ::CoInitializeEx(nu
 void Win32Platform::CoUninitialize() { ::CoUninitialize(); }
 
 HRESULT Win32Platform::CreateAppVisibility(DWORD context, AppVisibility** object) {
-  *object = nullptr;
-  IAppVisibility* created = nullptr;
+  ComPtr<IAppVisibility> created;
   const GUID clsid = ToGuid(CLSID_AppVisibility);
   const GUID iid = ToGuid(IID_IAppVisibility);
-  const HRESULT hr = ::CoCreateInstance(clsid, nullptr, context, iid, reinterpret_cast<void**>(&created));
-  if (SUCCEEDED(hr) && created != nullptr) *object = new ComAppVisibility(created);
-  return hr;
+  const HRESULT hr = ::CoCreateInstance(clsid, nullptr, context, iid, reinterpret_cast<void**>(created.put()));
+  return HandOut<ComAppVisibility>(hr, std::move(created), object);
 }
 
 HRESULT Win32Platform::RoInitialize(int initType) {
@@ -353,16 +403,18 @@ void Win32Platform::RoUninitialize() { ::RoUninitialize(); }
 HRESULT Win32Platform::CreateAppxManifestReader(const WCHAR* manifestPath, AppxManifestReader** reader) {
   *reader = nullptr;
   ComPtr<IAppxFactory> factory;
-  HRESULT hr = ::CoCreateInstance(kClsidAppxFactory, nullptr, CLSCTX_INPROC_SERVER, kIidAppxFactory,
-                                  reinterpret_cast<void**>(factory.put()));
+  HRESULT hr = RequireObject(::CoCreateInstance(kClsidAppxFactory, nullptr, CLSCTX_INPROC_SERVER, kIidAppxFactory,
+                                                reinterpret_cast<void**>(factory.put())),
+                             factory);
   if (FAILED(hr)) return hr;
   ComPtr<IStream> stream;
-  hr = ::SHCreateStreamOnFileEx(W(manifestPath), STGM_READ | STGM_SHARE_EXCLUSIVE, 0, FALSE, nullptr, stream.put());
+  hr = RequireObject(
+      ::SHCreateStreamOnFileEx(W(manifestPath), STGM_READ | STGM_SHARE_EXCLUSIVE, 0, FALSE, nullptr, stream.put()),
+      stream);
   if (FAILED(hr)) return hr;
   ComPtr<IAppxManifestReader> manifest;
   hr = factory->CreateManifestReader(stream.get(), manifest.put());
-  if (SUCCEEDED(hr) && manifest.get() != nullptr) *reader = new ComAppxManifestReader(manifest.detach());
-  return hr;
+  return HandOut<ComAppxManifestReader>(hr, std::move(manifest), reader);
 }
 
 void Win32Platform::CoTaskMemFree(void* memory) { ::CoTaskMemFree(memory); }
@@ -376,10 +428,20 @@ BOOL Win32Platform::LookupAccountName(const WCHAR* systemName, const WCHAR* acco
 }
 
 BOOL Win32Platform::ConvertSidToStringSid(void* sid, WCHAR** stringSid) {
+  *stringSid = nullptr;
   LPWSTR text = nullptr;
-  const BOOL ok = ::ConvertSidToStringSidW(sid, &text);
+  if (!::ConvertSidToStringSidW(sid, &text)) {
+    if (text != nullptr) ::LocalFree(text);
+    return FALSE;
+  }
+  // A success without a string is no conversion: the caller would hand the
+  // null on as the SID.
+  if (text == nullptr) {
+    ::SetLastError(ERROR_INVALID_SID);
+    return FALSE;
+  }
   *stringSid = reinterpret_cast<WCHAR*>(text);
-  return ok;
+  return TRUE;
 }
 
 HRESULT Win32Platform::SHLoadIndirectString(const WCHAR* source, WCHAR* buffer, UINT capacity) {

@@ -2,6 +2,11 @@
 // Runtime ABI, wrapped as the seam's package types.
 #include "platform/win32/win32_platform.h"
 #include "platform/win32/com_support.h"
+
+#include <atomic>
+#include <memory>
+#include <utility>
+
 #include "platform/win32/windows_headers.h"
 #include "platform/win32/winrt_interfaces.h"
 #include "platform/winrt_iid.h"
@@ -9,6 +14,9 @@
 namespace kel::platform::win32 {
 namespace {
 
+struct LocalBufferFree {
+  void operator()(wchar_t* buffer) const { ::LocalFree(buffer); }
+};
 
 // An HSTRING owned for its scope.
 class RuntimeString {
@@ -19,12 +27,18 @@ class RuntimeString {
   ~RuntimeString() {
     if (value_ != nullptr) ::WindowsDeleteString(value_);
   }
+  // A null text makes the empty string, as the runtime has it.
   HRESULT Create(const WCHAR* text) {
     const wchar_t* wide = reinterpret_cast<const wchar_t*>(text);
-    return ::WindowsCreateString(wide, static_cast<UINT32>(wcslen(wide)), &value_);
+    const UINT32 length = wide != nullptr ? static_cast<UINT32>(wcslen(wide)) : 0;
+    return ::WindowsCreateString(wide, length, &value_);
   }
   HSTRING get() const { return value_; }
-  HSTRING* put() { return &value_; }
+  HSTRING* put() {
+    if (value_ != nullptr) ::WindowsDeleteString(value_);
+    value_ = nullptr;
+    return &value_;
+  }
   WString Text() const {
     UINT32 length = 0;
     const wchar_t* raw = ::WindowsGetStringRawBuffer(value_, &length);
@@ -35,15 +49,18 @@ class RuntimeString {
   HSTRING value_ = nullptr;
 };
 
+// The seam's package: counts its own references (the catalogue and a lookup
+// may hold it at once, on different threads) and holds one of the runtime
+// object's until the last of them is given back.
 class RuntimePackage final : public Package {
  public:
-  explicit RuntimePackage(IPackageAbi* package) : package_(package) {}
+  explicit RuntimePackage(ComPtr<IPackageAbi> package) : package_(std::move(package)) {}
   HRESULT GetFamilyName(WString& value) override { return IdString(&IPackageIdAbi::get_FamilyName, value); }
   HRESULT GetFullName(WString& value) override { return IdString(&IPackageIdAbi::get_FullName, value); }
   HRESULT GetName(WString& value) override { return IdString(&IPackageIdAbi::get_Name, value); }
   HRESULT GetVersion(PackageVersion& value) override {
     ComPtr<IPackageIdAbi> id;
-    HRESULT hr = package_->get_Id(id.put());
+    HRESULT hr = RequireObject(package_->get_Id(id.put()), id);
     if (FAILED(hr)) return hr;
     RuntimePackageVersion version{};
     hr = id->get_Version(&version);
@@ -57,38 +74,36 @@ class RuntimePackage final : public Package {
   }
   HRESULT GetInstalledLocationPath(WString& value) override {
     ComPtr<IUnknown> location;
-    HRESULT hr = package_->get_InstalledLocation(location.put());
+    HRESULT hr = RequireObject(package_->get_InstalledLocation(location.put()), location);
     if (FAILED(hr)) return hr;
-    if (location.get() == nullptr) return E_POINTER;
     ComPtr<IStorageItemAbi> item;
-    hr = location->QueryInterface(kIidStorageItem, reinterpret_cast<void**>(item.put()));
+    hr = RequireObject(location->QueryInterface(kIidStorageItem, reinterpret_cast<void**>(item.put())), item);
     if (FAILED(hr)) return hr;
     RuntimeString path;
     hr = item->get_Path(path.put());
     if (SUCCEEDED(hr)) value = path.Text();
     return hr;
   }
-  void AddRef() override { ++references_; }
+  void AddRef() override { references_.fetch_add(1, std::memory_order_relaxed); }
   void Release() override {
-    if (--references_ == 0) delete this;
+    if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
   }
 
  private:
-  ~RuntimePackage() override { package_->Release(); }
+  ~RuntimePackage() override = default;
 
   HRESULT IdString(HRESULT (STDMETHODCALLTYPE IPackageIdAbi::*getter)(HSTRING*), WString& value) {
     ComPtr<IPackageIdAbi> id;
-    HRESULT hr = package_->get_Id(id.put());
+    HRESULT hr = RequireObject(package_->get_Id(id.put()), id);
     if (FAILED(hr)) return hr;
-    if (id.get() == nullptr) return E_POINTER;
     RuntimeString text;
     hr = (id.get()->*getter)(text.put());
     if (SUCCEEDED(hr)) value = text.Text();
     return hr;
   }
 
-  IPackageAbi* package_;
-  long references_ = 1;
+  const ComPtr<IPackageAbi> package_;
+  std::atomic<long> references_{1};
 };
 
 class RuntimePackageIterator final : public ComWrapper<PackageIterator, IPackageIteratorAbi> {
@@ -101,11 +116,9 @@ class RuntimePackageIterator final : public ComWrapper<PackageIterator, IPackage
     return hr;
   }
   HRESULT GetCurrent(Package** package) override {
-    *package = nullptr;
-    IPackageAbi* current = nullptr;
-    const HRESULT hr = object_->get_Current(&current);
-    if (SUCCEEDED(hr) && current != nullptr) *package = new RuntimePackage(current);
-    return SUCCEEDED(hr) && current == nullptr ? E_POINTER : hr;
+    ComPtr<IPackageAbi> current;
+    const HRESULT hr = object_->get_Current(current.put());
+    return HandOut<RuntimePackage>(hr, std::move(current), package);
   }
   HRESULT MoveNext(BOOL* hasCurrent) override {
     ::BOOLEAN value = 0;
@@ -113,20 +126,16 @@ class RuntimePackageIterator final : public ComWrapper<PackageIterator, IPackage
     *hasCurrent = value ? 1 : 0;
     return hr;
   }
-
 };
 
 class RuntimePackageCollection final : public ComWrapper<PackageCollection, IPackageIterableAbi> {
  public:
   using ComWrapper::ComWrapper;
   HRESULT First(PackageIterator** iterator) override {
-    *iterator = nullptr;
-    IPackageIteratorAbi* first = nullptr;
-    const HRESULT hr = object_->First(&first);
-    if (SUCCEEDED(hr) && first != nullptr) *iterator = new RuntimePackageIterator(first);
-    return SUCCEEDED(hr) && first == nullptr ? E_POINTER : hr;
+    ComPtr<IPackageIteratorAbi> first;
+    const HRESULT hr = object_->First(first.put());
+    return HandOut<RuntimePackageIterator>(hr, std::move(first), iterator);
   }
-
 };
 
 class RuntimePackageManager final : public ComWrapper<DeploymentPackageManager, IPackageManagerAbi> {
@@ -137,9 +146,9 @@ class RuntimePackageManager final : public ComWrapper<DeploymentPackageManager, 
     RuntimeString sid;
     HRESULT hr = sid.Create(userSecurityId);
     if (FAILED(hr)) return hr;
-    IPackageIterableAbi* found = nullptr;
-    hr = object_->FindPackagesByUserSecurityId(sid.get(), &found);
-    return Wrap(hr, found, packages);
+    ComPtr<IPackageIterableAbi> found;
+    hr = object_->FindPackagesByUserSecurityId(sid.get(), found.put());
+    return Wrap(hr, std::move(found), packages);
   }
   HRESULT FindPackagesByUserSecurityIdPackageFamilyName(const WCHAR* userSecurityId, const WCHAR* packageFamilyName,
                                                         PackageCollection** packages) override {
@@ -148,26 +157,23 @@ class RuntimePackageManager final : public ComWrapper<DeploymentPackageManager, 
     HRESULT hr = sid.Create(userSecurityId);
     if (SUCCEEDED(hr)) hr = family.Create(packageFamilyName);
     if (FAILED(hr)) return hr;
-    IPackageIterableAbi* found = nullptr;
-    hr = object_->FindPackagesByUserSecurityIdPackageFamilyName(sid.get(), family.get(), &found);
-    return Wrap(hr, found, packages);
+    ComPtr<IPackageIterableAbi> found;
+    hr = object_->FindPackagesByUserSecurityIdPackageFamilyName(sid.get(), family.get(), found.put());
+    return Wrap(hr, std::move(found), packages);
   }
 
  private:
   // The collection is asked for as IIterable<Package> explicitly, so a
   // service that hands out another interface is caught here.
-  static HRESULT Wrap(HRESULT hr, IPackageIterableAbi* found, PackageCollection** packages) {
+  static HRESULT Wrap(HRESULT hr, ComPtr<IPackageIterableAbi> found, PackageCollection** packages) {
+    *packages = nullptr;
+    hr = RequireObject(hr, found);
     if (FAILED(hr)) return hr;
-    if (found == nullptr) return E_POINTER;
-    IPackageIterableAbi* iterable = nullptr;
+    ComPtr<IPackageIterableAbi> iterable;
     const GUID iid = ToGuid(ParameterizedInterfaceId(kIterableOfPackageSignature));
-    hr = found->QueryInterface(iid, reinterpret_cast<void**>(&iterable));
-    found->Release();
-    if (FAILED(hr)) return hr;
-    *packages = new RuntimePackageCollection(iterable);
-    return S_OK;
+    hr = found->QueryInterface(iid, reinterpret_cast<void**>(iterable.put()));
+    return HandOut<RuntimePackageCollection>(hr, std::move(iterable), packages);
   }
-
 };
 
 class ComActivationManager final : public ComWrapper<ApplicationActivationManager, IApplicationActivationManager> {
@@ -192,29 +198,27 @@ HRESULT Win32Platform::ActivatePackageManager(DeploymentPackageManager** manager
   HRESULT hr = className.Create(u"Windows.Management.Deployment.PackageManager");
   if (FAILED(hr)) return hr;
   ComPtr<IInspectable> instance;
-  hr = ::RoActivateInstance(className.get(), instance.put());
+  hr = RequireObject(::RoActivateInstance(className.get(), instance.put()), instance);
   if (FAILED(hr)) return hr;
-  if (instance.get() == nullptr) return E_POINTER;
-  IPackageManagerAbi* packageManager = nullptr;
-  hr = instance->QueryInterface(kIidPackageManager, reinterpret_cast<void**>(&packageManager));
-  if (FAILED(hr)) return hr;
-  *manager = new RuntimePackageManager(packageManager);
-  return S_OK;
+  ComPtr<IPackageManagerAbi> packageManager;
+  hr = instance->QueryInterface(kIidPackageManager, reinterpret_cast<void**>(packageManager.put()));
+  return HandOut<RuntimePackageManager>(hr, std::move(packageManager), manager);
 }
 
 WString Win32Platform::DescribeError(HRESULT error) {
-  wchar_t* text = nullptr;
+  wchar_t* raw = nullptr;
   const ::DWORD length = ::FormatMessageW(
       FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-      static_cast<::DWORD>(error), 0, reinterpret_cast<LPWSTR>(&text), 0, nullptr);
+      static_cast<::DWORD>(error), 0, reinterpret_cast<LPWSTR>(&raw), 0, nullptr);
+  // The system's buffer is given back however the copy below ends.
+  const std::unique_ptr<wchar_t, LocalBufferFree> text(raw);
   WString message;
   if (length != 0 && text != nullptr) {
-    message.assign(reinterpret_cast<const char16_t*>(text), length);
+    message.assign(reinterpret_cast<const char16_t*>(text.get()), length);
     while (!message.empty() && (message.back() == u'\r' || message.back() == u'\n' || message.back() == u' ')) {
       message.pop_back();
     }
   }
-  if (text != nullptr) ::LocalFree(text);
   if (message.empty()) {
     wchar_t code[16];
     swprintf(code, 16, L"0x%08X", static_cast<unsigned>(error));
@@ -224,12 +228,10 @@ WString Win32Platform::DescribeError(HRESULT error) {
 }
 
 HRESULT Win32Platform::CreateApplicationActivationManager(DWORD context, ApplicationActivationManager** manager) {
-  *manager = nullptr;
-  IApplicationActivationManager* created = nullptr;
+  ComPtr<IApplicationActivationManager> created;
   const HRESULT hr = ::CoCreateInstance(CLSID_ApplicationActivationManager, nullptr, context,
-                                        IID_IApplicationActivationManager, reinterpret_cast<void**>(&created));
-  if (SUCCEEDED(hr) && created != nullptr) *manager = new ComActivationManager(created);
-  return hr;
+                                        IID_IApplicationActivationManager, reinterpret_cast<void**>(created.put()));
+  return HandOut<ComActivationManager>(hr, std::move(created), manager);
 }
 
 HRESULT Win32Platform::CoAllowSetForegroundWindow(ApplicationActivationManager* manager) {
