@@ -1,6 +1,7 @@
 #include "catalogue/exclude_list.h"
 
 #include <cstdint>
+#include <new>
 #include <utility>
 
 #include "frame/wide.h"
@@ -20,12 +21,18 @@ bool ExcludeAppNameList::FoldedEqual::operator()(const WString* a, const WString
   return EqualsIgnoreCase(a->c_str(), b->c_str());
 }
 
+// A constructor has no result to report a name it could not take: it
+// throws rather than hand out a list with names missing.
 ExcludeAppNameList::ExcludeAppNameList(std::initializer_list<const char16_t*> names) {
-  for (const char16_t* name : names) AddUnique(WString(name));
+  for (const char16_t* name : names) {
+    if (AddUnique(WString(name)) == E_OUTOFMEMORY) throw std::bad_alloc();
+  }
 }
 
 ExcludeAppNameList::ExcludeAppNameList(const ExcludeAppNameList& other) {
-  for (const WString& name : other.names_) AddUnique(name);
+  for (const WString& name : other.names_) {
+    if (AddUnique(name) == E_OUTOFMEMORY) throw std::bad_alloc();
+  }
 }
 
 ExcludeAppNameList& ExcludeAppNameList::operator=(const ExcludeAppNameList& other) {

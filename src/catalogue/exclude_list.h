@@ -18,7 +18,8 @@ class ExcludeAppNameList {
   using const_iterator = std::list<WString>::const_iterator;
 
   ExcludeAppNameList() = default;
-  // Each name goes in as AddUnique would put it.
+  // Each name goes in as AddUnique would put it; std::bad_alloc when one
+  // cannot.
   ExcludeAppNameList(std::initializer_list<const char16_t*> names);
 
   // S_OK when appended, S_FALSE when a name equal to it ignoring case is
@@ -31,7 +32,8 @@ class ExcludeAppNameList {
   std::size_t size() const { return names_.size(); }
   bool empty() const { return names_.empty(); }
 
-  // Copies index their own names.
+  // Copies index their own names; a copy that cannot take every name
+  // throws std::bad_alloc.
   ExcludeAppNameList(const ExcludeAppNameList& other);
   ExcludeAppNameList& operator=(const ExcludeAppNameList& other);
   ExcludeAppNameList(ExcludeAppNameList&&) noexcept = default;

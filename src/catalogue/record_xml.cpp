@@ -2,6 +2,7 @@
 // element and reads itself back from the reader positioned on its start tag.
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "catalogue/records.h"
@@ -59,7 +60,9 @@ PackageVersion ScanVersion(std::u16string_view text) {
 }
 
 // Walks the attributes of the current element: value first, then local
-// name, as the file reader always has. A failure of either ends the walk.
+// name, as the file reader always has. A failure of either ends the walk, and
+// so does a value that cannot be copied (E_OUTOFMEMORY, the reader back on
+// the element).
 template <typename TakeAttribute>
 HRESULT WalkAttributes(XmlReader& reader, TakeAttribute take) {
   for (HRESULT move = reader.MoveToFirstAttribute(); move == S_OK; move = reader.MoveToNextAttribute()) {
@@ -72,7 +75,12 @@ HRESULT WalkAttributes(XmlReader& reader, TakeAttribute take) {
     UINT nameLength = 0;
     hr = reader.GetLocalName(&name, &nameLength);
     if (Failed(hr)) return hr;
-    take(std::u16string_view(name, nameLength), valueView);
+    try {
+      take(std::u16string_view(name, nameLength), valueView);
+    } catch (const std::bad_alloc&) {
+      reader.MoveToElement();
+      return E_OUTOFMEMORY;
+    }
   }
   return S_OK;
 }
@@ -249,10 +257,19 @@ HRESULT CKELPackage::FromXmlNode(XmlReader* reader, CKELPackage** ppPackage) {
       isInstalled = ScanInt(value, 1);
     }
   });
-  if (Failed(hr)) return TraceExit(kName, hr);
+  // A package that cannot be built for want of memory is skipped, but read
+  // past all the same, so the scan goes on after it.
+  if (Failed(hr) && hr != E_OUTOFMEMORY) return TraceExit(kName, hr);
   reader->MoveToElement();
-  auto* package = new (std::nothrow) CKELPackage(familyName.c_str(), version, needReserve != 0, isInstalled != 0);
-  if (package == nullptr) return TraceExit(kName, E_OUTOFMEMORY);
+  HRESULT built = hr;
+  std::unique_ptr<CKELPackage> package;
+  if (Succeeded(built)) {
+    try {
+      package = std::make_unique<CKELPackage>(familyName.c_str(), version, needReserve != 0, isInstalled != 0);
+    } catch (const std::bad_alloc&) {
+      built = E_OUTOFMEMORY;
+    }
+  }
 
   XmlNodeType type = xml::XmlNodeType_None;
   while ((hr = reader->Read(&type)) == S_OK) {
@@ -261,10 +278,10 @@ HRESULT CKELPackage::FromXmlNode(XmlReader* reader, CKELPackage** ppPackage) {
       // An element outside the package belongs to the outer scan, which
       // finds it as the current node.
       if (at.depth <= packageDepth) break;
-      if (NameIs(at.name, u"MetroApp")) {
+      if (package != nullptr && NameIs(at.name, u"MetroApp")) {
         CKELMetroApp* app = nullptr;
         if (Succeeded(CKELMetroApp::FromXmlNode(reader, &app)) && app != nullptr) {
-          package->AddApplication(app);
+          package->AddApplication(app);  // deletes an app it cannot list
         } else {
           delete app;
         }
@@ -273,7 +290,8 @@ HRESULT CKELPackage::FromXmlNode(XmlReader* reader, CKELPackage** ppPackage) {
       break;  // the package's own end tag
     }
   }
-  *ppPackage = package;
+  if (package == nullptr) return TraceExit(kName, built);
+  *ppPackage = package.release();
   return TraceExit(kName, hr);
 }
 

@@ -18,6 +18,18 @@ WString Lowered(const char16_t* text) {
 
 WString Copied(const char16_t* text) { return text == nullptr ? WString() : WString(text); }
 
+// The search word's lower-cased copy for the exclusion walk; false when the
+// copy cannot be had, which the walk answers with E_OUTOFMEMORY.
+[[nodiscard]] bool LoweredWord(const char16_t* searchWord, WString& word) noexcept {
+  try {
+    word = searchWord;
+  } catch (...) {
+    return false;
+  }
+  LowerInPlace(word);
+  return true;
+}
+
 bool Contains(const WString& part, const WString& whole) {
   return CKELApp::IsSubStrNoOrder(part.c_str(), whole.c_str()) != 0;
 }
@@ -44,7 +56,8 @@ HRESULT CKELMetroApp::AddToExcludeAppNameList(const char16_t* searchWord, Exclud
   if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return TraceExit(kName, E_POINTER);
   if (searchWord[0] == 0) return TraceExit(kName, E_INVALIDARG);
   *pFound = 0;
-  const WString word = Lowered(searchWord);
+  WString word;
+  if (!LoweredWord(searchWord, word)) return TraceExit(kName, E_OUTOFMEMORY);
   HRESULT result = S_OK;
   // An app whose display name is the word itself adds nothing and is not
   // counted as found: its short name is not looked at either.
@@ -109,7 +122,8 @@ HRESULT CKELDesktopApp::AddToExcludeAppNameList(const char16_t* searchWord, Excl
   if (!IsInstalled) return S_FALSE;  // a missing shortcut contributes nothing
 
   *pFound = 0;
-  const WString word = Lowered(searchWord);
+  WString word;
+  if (!LoweredWord(searchWord, word)) return TraceExit(kName, E_OUTOFMEMORY);
   HRESULT result = S_OK;
   const WString& name = LocalizeName.empty() ? DisplayName : LocalizeName;
   if (name.empty()) return TraceExit(kName, result);
@@ -163,8 +177,11 @@ HRESULT CKELPackage::AddApplication(CKELMetroApp* app) {
   constexpr char16_t kName[] = u"CKELPackage::AddApplication";
   WriteDebugLog("%S IN\r\n", kName);
   if (app == nullptr) return TraceExit(kName, E_POINTER);
+  // The package owns the app from here on, also when it cannot be listed:
+  // then it is deleted at once.
+  std::unique_ptr<CKELMetroApp> owned(app);
   try {
-    m_Applications.emplace_back(app);
+    m_Applications.push_back(std::move(owned));
   } catch (...) {
     return TraceExit(kName, E_OUTOFMEMORY);
   }

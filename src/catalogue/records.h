@@ -78,6 +78,7 @@ class CKELPackage {
   CKELPackage& operator=(const CKELPackage&) = delete;
 
   BOOL IsThisPackage(const char16_t* packageFamilyName) const;
+  // Takes `app` over on every path: one that cannot be listed is deleted.
   HRESULT AddApplication(CKELMetroApp* app);
   HRESULT AddApplication(const char16_t* displayName, const char16_t* shortName);
   void DeleteAllApp();

@@ -33,6 +33,26 @@ bool HasWebScheme(const char16_t* url) {
 constexpr DWORD kAssociationValueOfMode[] = {2, 1};
 constexpr DWORD kTileValueOfMode[] = {0, 1};
 
+// Puts the browser's value back when the scope ends, however it ends: the
+// user's setting must not stay changed because something failed on the way.
+template <typename Restore>
+class RestoredAtEnd {
+ public:
+  explicit RestoredAtEnd(Restore restore) : restore_(restore) {}
+  ~RestoredAtEnd() {
+    try {
+      restore_();
+    } catch (...) {
+      // Only a trace line can fail here, and it must not take the host down.
+    }
+  }
+  RestoredAtEnd(const RestoredAtEnd&) = delete;
+  RestoredAtEnd& operator=(const RestoredAtEnd&) = delete;
+
+ private:
+  Restore restore_;
+};
+
 }  // namespace
 
 extern "C" HRESULT KELAPI KelLaunchBrowserByProtocolW(const char16_t* pszUrl, DWORD dwAssociationMode) {
@@ -46,19 +66,25 @@ extern "C" HRESULT KELAPI KelLaunchBrowserByProtocolW(const char16_t* pszUrl, DW
     DWORD current = 0;  // an absent value reads as 0
     const LONG readCode = CKELReg::GetCurrentAssociationMode(&current);
     bool changed = false;
-    if ((readCode == ERROR_SUCCESS || readCode == ERROR_FILE_NOT_FOUND) && dwAssociationMode < 2 &&
-        current != kAssociationValueOfMode[dwAssociationMode]) {
-      CKELReg::SetCurrentAssociationMode(kAssociationValueOfMode[dwAssociationMode]);
-      changed = true;
-    }
-    const HRESULT result = KelLaunchByProtocolW(pszUrl);
-    // The wait gives the browser time to read the value before it goes back.
-    if (readCode == ERROR_SUCCESS && changed) {
-      platform::Current().Sleep(CKELReg::GetRestoreRegistryWaitTime());
-      CKELReg::SetCurrentAssociationMode(current);
-    } else if (readCode == ERROR_FILE_NOT_FOUND) {
-      platform::Current().Sleep(CKELReg::GetRestoreRegistryWaitTime());
-      CKELReg::DeleteAssociationMode();
+    HRESULT result = S_OK;
+    {
+      // The wait gives the browser time to read the value before it goes
+      // back.
+      const RestoredAtEnd restore([&] {
+        if (readCode == ERROR_SUCCESS && changed) {
+          platform::Current().Sleep(CKELReg::GetRestoreRegistryWaitTime());
+          CKELReg::SetCurrentAssociationMode(current);
+        } else if (readCode == ERROR_FILE_NOT_FOUND) {
+          platform::Current().Sleep(CKELReg::GetRestoreRegistryWaitTime());
+          CKELReg::DeleteAssociationMode();
+        }
+      });
+      if ((readCode == ERROR_SUCCESS || readCode == ERROR_FILE_NOT_FOUND) && dwAssociationMode < 2 &&
+          current != kAssociationValueOfMode[dwAssociationMode]) {
+        changed = true;
+        CKELReg::SetCurrentAssociationMode(kAssociationValueOfMode[dwAssociationMode]);
+      }
+      result = KelLaunchByProtocolW(pszUrl);
     }
     return TraceExit(kName, result);
   });
@@ -73,17 +99,23 @@ extern "C" HRESULT KELAPI KelLaunchIEBySearch(DWORD dwTileMode, DWORD dwSearchMo
     DWORD current = 1;  // an absent value reads as 1
     const LONG readCode = CKELReg::GetCurrentTileImmersiveActivation(&current);
     bool changed = false;
-    if ((readCode == ERROR_SUCCESS || readCode == ERROR_FILE_NOT_FOUND) && dwTileMode < 2 &&
-        current != kTileValueOfMode[dwTileMode]) {
-      CKELReg::SetCurrentTileImmersiveActivation(kTileValueOfMode[dwTileMode]);
-      changed = true;
-    }
-    const HRESULT result = KelLaunchBySearchW(kInternetExplorer, dwSearchMode, nOption);
-    // The search launch has taken its own time: the value goes back at once.
-    if (readCode == ERROR_SUCCESS && changed) {
-      CKELReg::SetCurrentTileImmersiveActivation(current);
-    } else if (readCode == ERROR_FILE_NOT_FOUND) {
-      CKELReg::DeleteTileImmersiveActivation();
+    HRESULT result = S_OK;
+    {
+      // The search launch has taken its own time: the value goes back at
+      // once.
+      const RestoredAtEnd restore([&] {
+        if (readCode == ERROR_SUCCESS && changed) {
+          CKELReg::SetCurrentTileImmersiveActivation(current);
+        } else if (readCode == ERROR_FILE_NOT_FOUND) {
+          CKELReg::DeleteTileImmersiveActivation();
+        }
+      });
+      if ((readCode == ERROR_SUCCESS || readCode == ERROR_FILE_NOT_FOUND) && dwTileMode < 2 &&
+          current != kTileValueOfMode[dwTileMode]) {
+        changed = true;
+        CKELReg::SetCurrentTileImmersiveActivation(kTileValueOfMode[dwTileMode]);
+      }
+      result = KelLaunchBySearchW(kInternetExplorer, dwSearchMode, nOption);
     }
     return TraceExit(kName, result);
   });

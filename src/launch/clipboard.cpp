@@ -8,6 +8,67 @@
 
 namespace kel {
 
+namespace {
+
+// The clipboard stays open for the scope, then is closed on every path.
+class OpenedClipboard {
+ public:
+  explicit OpenedClipboard(platform::Platform& sys) : sys_(sys), open_(sys.OpenClipboard(nullptr) != 0) {}
+  ~OpenedClipboard() {
+    if (open_) sys_.CloseClipboard();
+  }
+  OpenedClipboard(const OpenedClipboard&) = delete;
+  OpenedClipboard& operator=(const OpenedClipboard&) = delete;
+  bool IsOpen() const { return open_; }
+
+ private:
+  platform::Platform& sys_;
+  bool open_;
+};
+
+// A global block, freed when the scope ends: also after it was handed to the
+// clipboard, which is the library's long-standing behaviour and hosts rely on
+// it unchanged.
+class GlobalBlock {
+ public:
+  GlobalBlock(platform::Platform& sys, Handle block) : sys_(sys), block_(block) {}
+  ~GlobalBlock() {
+    if (block_ != nullptr) sys_.GlobalFree(block_);
+  }
+  GlobalBlock(const GlobalBlock&) = delete;
+  GlobalBlock& operator=(const GlobalBlock&) = delete;
+  Handle Get() const { return block_; }
+
+ private:
+  platform::Platform& sys_;
+  Handle block_;
+};
+
+// Copies the text into a new block and hands it over; the clipboard is open.
+HRESULT HandOver(platform::Platform& sys, const char16_t* name, const char16_t* text) {
+  const std::size_t length = WideLength(text);
+  const GlobalBlock block(sys, sys.GlobalAlloc(platform::GHND, (length + 1) * sizeof(char16_t)));
+  if (block.Get() == nullptr) {
+    WriteDebugLog("%S ERROR GlobalAlloc(GHND, szLen) Failed\r\n", name);
+    return E_FAIL;
+  }
+  void* locked = sys.GlobalLock(block.Get());
+  if (locked == nullptr) {
+    WriteDebugLog("%S ERROR GlobalLock(hg) Failed\r\n", name);
+    return E_FAIL;
+  }
+  std::memcpy(locked, text, (length + 1) * sizeof(char16_t));
+  sys.GlobalUnlock(block.Get());
+  sys.EmptyClipboard();
+  if (sys.SetClipboardData(platform::CF_UNICODETEXT, block.Get()) == nullptr) {
+    WriteDebugLog("%S ERROR SetClipboardData(CF_UNICODETEXT, hg) Failed. ErrCode = %d\r\n", name,
+                  sys.GetLastError());
+  }
+  return S_OK;
+}
+
+}  // namespace
+
 HRESULT CKELClipboard::SetClipboardData(const char16_t* text) {
   constexpr char16_t kName[] = u"CKELClipboard::SetClipboardData";
   WriteDebugLog("%S(%S) IN\r\n", kName, text);
@@ -18,33 +79,8 @@ HRESULT CKELClipboard::SetClipboardData(const char16_t* text) {
     result = E_INVALIDARG;
   } else {
     auto& sys = platform::Current();
-    if (!sys.OpenClipboard(nullptr)) {
-      result = E_FAIL;
-    } else {
-      const std::size_t length = WideLength(text);
-      Handle block = sys.GlobalAlloc(platform::GHND, (length + 1) * sizeof(char16_t));
-      void* locked = nullptr;
-      if (block == nullptr) {
-        WriteDebugLog("%S ERROR GlobalAlloc(GHND, szLen) Failed\r\n", kName);
-        result = E_FAIL;
-      } else if ((locked = sys.GlobalLock(block)) == nullptr) {
-        WriteDebugLog("%S ERROR GlobalLock(hg) Failed\r\n", kName);
-        sys.GlobalFree(block);
-        result = E_FAIL;
-      } else {
-        std::memcpy(locked, text, (length + 1) * sizeof(char16_t));
-        sys.GlobalUnlock(block);
-        sys.EmptyClipboard();
-        if (sys.SetClipboardData(platform::CF_UNICODETEXT, block) == nullptr) {
-          WriteDebugLog("%S ERROR SetClipboardData(CF_UNICODETEXT, hg) Failed. ErrCode = %d\r\n", kName,
-                        sys.GetLastError());
-        }
-        // The block is freed after the hand-over as well: this is the
-        // library's long-standing behaviour and hosts rely on it unchanged.
-        sys.GlobalFree(block);
-      }
-      sys.CloseClipboard();
-    }
+    const OpenedClipboard clipboard(sys);
+    result = clipboard.IsOpen() ? HandOver(sys, kName, text) : E_FAIL;
   }
   WriteDebugLog("%S OUT(0x%08X)\r\n", kName, result);
   return result;

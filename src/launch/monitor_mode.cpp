@@ -1,7 +1,7 @@
 #include "launch/monitor_mode.h"
 
+#include <string_view>
 #include <utility>
-#include <vector>
 
 #include "frame/log.h"
 #include "launch/key_emulate.h"
@@ -149,10 +149,12 @@ HRESULT CKELMonitorMode::OpenAppSearchUI() {
 BOOL CKELMonitorMode::IsSearchPaneForeground() {
   Handle window = Sys().GetForegroundWindow();
   if (window == nullptr) return 0;
-  std::vector<char16_t> className(kClassNameCapacity, 0);
-  const int length = Sys().GetClassName(window, className.data(), kClassNameCapacity);
+  // On the stack: the search launch polls this between its key strokes, with
+  // the query on the clipboard, and must not fail for want of memory there.
+  char16_t className[kClassNameCapacity] = {};
+  const int length = Sys().GetClassName(window, className, kClassNameCapacity);
   if (length <= 0) return 0;
-  return WString(className.data()) == kSearchPaneClass ? 1 : 0;
+  return std::u16string_view(className) == kSearchPaneClass ? 1 : 0;
 }
 
 }  // namespace kel

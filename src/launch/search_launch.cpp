@@ -75,6 +75,16 @@ void ClearClipboard() {
   }
 }
 
+// Once the text may be on the clipboard it comes off again, however the
+// launch ends: the user's next paste must not bring back the query.
+class ClipboardClearedAtEnd {
+ public:
+  ClipboardClearedAtEnd() = default;
+  ~ClipboardClearedAtEnd() { ClearClipboard(); }
+  ClipboardClearedAtEnd(const ClipboardClearedAtEnd&) = delete;
+  ClipboardClearedAtEnd& operator=(const ClipboardClearedAtEnd&) = delete;
+};
+
 }  // namespace
 
 BOOL IsMessagingUnavailable(const char16_t* keyword) {
@@ -125,13 +135,15 @@ extern "C" HRESULT KELAPI KelLaunchBySearchW(const char16_t* pszKeyword, DWORD d
       return S_OK;
     }
     const bool submitQuery = dwMode == 0 || (dwMode == 2 && !hit);
-    CKELClipboard::SetClipboardData(submitQuery ? query.c_str() : pszKeyword);
-    if (submitQuery) {
-      PasteAndSubmit();
-    } else {
-      PasteWithoutSubmitting();
+    {
+      const ClipboardClearedAtEnd clearing;
+      CKELClipboard::SetClipboardData(submitQuery ? query.c_str() : pszKeyword);
+      if (submitQuery) {
+        PasteAndSubmit();
+      } else {
+        PasteWithoutSubmitting();
+      }
     }
-    ClearClipboard();
     WriteDebugLog("%S OUT(0x%08X)\r\n", kName, S_OK);
     return S_OK;
   });

@@ -7,48 +7,17 @@
 
 #include <functional>
 
-#include "catalogue/app_name_list.h"
-#include "fakes/fake_package.h"
-#include "frame/exports.h"
-#include "library_test.h"
+#include "fault_world.h"
 #include "manifest/manifest_reader.h"
-#include "package_discovery/package_manager.h"
 
 namespace kel {
 namespace {
 
-const WString kHostFolder = u"C:\\Program Files\\Launcher";
-const WString kDataFile = u"C:\\Users\\kel\\AppData\\Local\\Osk\\Kelbrook\\Launcher\\AppNameList1.0.4.0.xml";
-const WString kPrograms = u"C:\\ProgramData\\Microsoft\\Windows\\Start Menu\\Programs";
-const WString kMailFolder = u"C:\\Apps\\Mail";
-constexpr char kMailManifest[] =
-    "<Package><Applications><Application><VisualElements DisplayName=\"ms-resource:AppName\"><DefaultTile "
-    "ShortName=\"Mail\"/></VisualElements></Application></Applications></Package>";
-constexpr char kOldList[] =
-    "<Applications><DesktopApps><DesktopApp DisplayName=\"old\" LnkFileName=\"C:\\old.lnk\" NeedReserve=\"1\" />"
-    "</DesktopApps>";
-
-struct World {
-  fakes::FakePlatform& fake;
-  fakes::FakePackage mail{u"Example.Mail_abc", u"Example.Mail_1_x86__abc", u"Example.Mail", {1, 0, 0, 0},
-                          kMailFolder};
-
-  explicit World(fakes::FakePlatform& platform) : fake(platform) {
-    fake.SetModulePath(kHostFolder + u"\\Launcher.exe");
-    fake.SetDword(kSettingsKey, kDebugLogValue, 1);
-    fake.AddDirectory(u"C:\\Users\\kel\\AppData\\Local\\Osk\\Kelbrook");
-    fake.AddFile(kMailFolder + u"\\AppxManifest.xml", kMailManifest);
-    fake.indirectStrings[u"@{Example.Mail_1_x86__abc?ms-resource://Example.Mail/resources/appname}"] = u"Mail Box";
-    fake.appxApplications[kMailFolder + u"\\AppxManifest.xml"] = {u"Mail Box"};
-    fake.deployed.push_back({fake.userSid, &mail});
-    fake.AddFile(kPrograms + u"\\Mail Merge.lnk", "");
-    fake.AddFile(kPrograms + u"\\Tools\\Mail Tool.url", "");
-    fake.AddKey(kBrowserKey);
-    fake.launcherAnswers = {0, 0, 1};
-    fake.foregroundSequence = {u"ImmersiveLauncher"};
-    fake.foregroundClass = u"SearchPane";
-  }
-};
+using testing::kDataFile;
+using testing::kMailFolder;
+using testing::kOldList;
+using testing::kPrograms;
+using testing::World;
 
 class FaultInjection : public ::testing::Test {
  protected:
@@ -78,22 +47,9 @@ class FaultInjection : public ::testing::Test {
   }
 
   void Finish(fakes::FakePlatform& fake, World& world, const std::function<void(fakes::FakePlatform&, World&)>& check) {
-    if (g_nInitCount.load() > 0) {
-      g_nInitCount.store(1);
-      KelFinalize();
-    }
-    g_nInitCount.store(0);
-    fake.FailCall(0);
-    fake.StopThreads();
-    ThePackageManager().m_AppNameList.Reset();
+    testing::EndScenario(fake);
     check(fake, world);
-    EXPECT_EQ(fake.OpenHandles(), 0u);
-    EXPECT_EQ(fake.appVisibilityObjectsAlive.load(), 0);
-    EXPECT_EQ(fake.appxObjectsAlive.load(), 0);
-    EXPECT_EQ(fake.coTaskStringsAlive.load(), 0);
-    EXPECT_EQ(fake.deploymentObjectsAlive.load(), 0);
-    EXPECT_EQ(fake.activationObjectsAlive.load(), 0);
-    EXPECT_EQ(world.mail.references.load(), 1);
+    testing::ExpectNothingLeftOpen(fake, world);
   }
 
   static void NoMoreChecks(fakes::FakePlatform&, World&) {}

@@ -1,0 +1,487 @@
+// The fake platform as the library sees it during an allocation-failure run.
+// Every call, and every call on an object the platform hands out, runs with
+// the counting paused: the fake's own bookkeeping (its call record, its maps)
+// is no part of the library and must neither fail nor shift the numbering.
+// Threads the library starts through CreateThread are armed as their creator
+// was. The platform's package objects are handed on as they are: their
+// queries fill strings, and a real one can run out of memory there too.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "failing_allocations.h"
+#include "platform/platform.h"
+
+namespace kel::testing {
+
+class ShieldedPlatform final : public platform::Platform {
+ public:
+  explicit ShieldedPlatform(platform::Platform& inner) : inner_(inner) { platform::Install(this); }
+  ~ShieldedPlatform() override { platform::Install(&inner_); }
+  ShieldedPlatform(const ShieldedPlatform&) = delete;
+  ShieldedPlatform& operator=(const ShieldedPlatform&) = delete;
+
+  bool GetEnvironmentVariable(const WCHAR* name, WString& value) override {
+    AllocationsUncounted shield;
+    return inner_.GetEnvironmentVariable(name, value);
+  }
+  DWORD ExpandEnvironmentStrings(const WCHAR* source, WCHAR* buffer, DWORD capacity) override {
+    AllocationsUncounted shield;
+    return inner_.ExpandEnvironmentStrings(source, buffer, capacity);
+  }
+  DWORD GetModuleFileName(WCHAR* buffer, DWORD capacity) override {
+    AllocationsUncounted shield;
+    return inner_.GetModuleFileName(buffer, capacity);
+  }
+  DWORD GetCurrentProcessId() override {
+    AllocationsUncounted shield;
+    return inner_.GetCurrentProcessId();
+  }
+  DWORD GetLastError() override {
+    AllocationsUncounted shield;
+    return inner_.GetLastError();
+  }
+  platform::SystemTime GetLocalTime() override {
+    AllocationsUncounted shield;
+    return inner_.GetLocalTime();
+  }
+  void Sleep(DWORD milliseconds) override {
+    AllocationsUncounted shield;
+    inner_.Sleep(milliseconds);
+  }
+  Handle CreateFile(const WCHAR* path, DWORD access, DWORD share, DWORD disposition, DWORD attributes) override {
+    AllocationsUncounted shield;
+    return inner_.CreateFile(path, access, share, disposition, attributes);
+  }
+  DWORD SetFilePointer(Handle file, LONG distance, DWORD method) override {
+    AllocationsUncounted shield;
+    return inner_.SetFilePointer(file, distance, method);
+  }
+  BOOL WriteFile(Handle file, const void* data, DWORD length, DWORD* written) override {
+    AllocationsUncounted shield;
+    return inner_.WriteFile(file, data, length, written);
+  }
+  BOOL CloseHandle(Handle handle) override {
+    AllocationsUncounted shield;
+    return inner_.CloseHandle(handle);
+  }
+  DWORD GetFileAttributes(const WCHAR* path) override {
+    AllocationsUncounted shield;
+    return inner_.GetFileAttributes(path);
+  }
+  BOOL PathFileExists(const WCHAR* path) override {
+    AllocationsUncounted shield;
+    return inner_.PathFileExists(path);
+  }
+  int SHCreateDirectoryEx(const WCHAR* path) override {
+    AllocationsUncounted shield;
+    return inner_.SHCreateDirectoryEx(path);
+  }
+  HRESULT ReadFileBytes(const WCHAR* path, std::string& bytes) override {
+    AllocationsUncounted shield;
+    return inner_.ReadFileBytes(path, bytes);
+  }
+  HRESULT ReplaceFileAtomically(const WCHAR* path, const std::string& bytes) override {
+    AllocationsUncounted shield;
+    return inner_.ReplaceFileAtomically(path, bytes);
+  }
+  Handle FindFirstFile(const WCHAR* pattern, platform::FindData& found) override {
+    AllocationsUncounted shield;
+    return inner_.FindFirstFile(pattern, found);
+  }
+  BOOL FindNextFile(Handle search, platform::FindData& found) override {
+    AllocationsUncounted shield;
+    return inner_.FindNextFile(search, found);
+  }
+  BOOL FindClose(Handle search) override {
+    AllocationsUncounted shield;
+    return inner_.FindClose(search);
+  }
+  LONG RegOpenKeyEx(platform::RootKey root, const WCHAR* subKey, DWORD options, DWORD access, Handle* key) override {
+    AllocationsUncounted shield;
+    return inner_.RegOpenKeyEx(root, subKey, options, access, key);
+  }
+  LONG RegQueryValueEx(Handle key, const WCHAR* name, DWORD* type, std::uint8_t* data, DWORD* size) override {
+    AllocationsUncounted shield;
+    return inner_.RegQueryValueEx(key, name, type, data, size);
+  }
+  LONG RegSetValueEx(Handle key, const WCHAR* name, DWORD type, const std::uint8_t* data, DWORD size) override {
+    AllocationsUncounted shield;
+    return inner_.RegSetValueEx(key, name, type, data, size);
+  }
+  LONG RegDeleteValue(Handle key, const WCHAR* name) override {
+    AllocationsUncounted shield;
+    return inner_.RegDeleteValue(key, name);
+  }
+  LONG RegCloseKey(Handle key) override {
+    AllocationsUncounted shield;
+    return inner_.RegCloseKey(key);
+  }
+  std::uint64_t VerSetConditionMask(std::uint64_t mask, DWORD typeBit, std::uint8_t condition) override {
+    AllocationsUncounted shield;
+    return inner_.VerSetConditionMask(mask, typeBit, condition);
+  }
+  BOOL VerifyVersionInfo(platform::OsVersionInfoEx& info, DWORD typeMask, std::uint64_t conditionMask) override {
+    AllocationsUncounted shield;
+    return inner_.VerifyVersionInfo(info, typeMask, conditionMask);
+  }
+  int MultiByteToWideChar(UINT codePage, DWORD flags, const char* source, int sourceLength, WCHAR* buffer,
+                          int capacity) override {
+    AllocationsUncounted shield;
+    return inner_.MultiByteToWideChar(codePage, flags, source, sourceLength, buffer, capacity);
+  }
+  void* LocalAlloc(UINT flags, std::size_t bytes) override {
+    AllocationsUncounted shield;
+    return inner_.LocalAlloc(flags, bytes);
+  }
+  void* LocalFree(void* memory) override {
+    AllocationsUncounted shield;
+    return inner_.LocalFree(memory);
+  }
+  std::intptr_t ShellExecute(Handle window, const WCHAR* verb, const WCHAR* file, const WCHAR* parameters,
+                             const WCHAR* directory, int showCommand) override {
+    AllocationsUncounted shield;
+    return inner_.ShellExecute(window, verb, file, parameters, directory, showCommand);
+  }
+  Handle CreateEvent(bool manualReset, bool initialState, const WCHAR* name) override {
+    AllocationsUncounted shield;
+    return inner_.CreateEvent(manualReset, initialState, name);
+  }
+  BOOL SetEvent(Handle event) override {
+    AllocationsUncounted shield;
+    return inner_.SetEvent(event);
+  }
+  BOOL ResetEvent(Handle event) override {
+    AllocationsUncounted shield;
+    return inner_.ResetEvent(event);
+  }
+  DWORD WaitForSingleObject(Handle object, DWORD milliseconds) override {
+    AllocationsUncounted shield;
+    return inner_.WaitForSingleObject(object, milliseconds);
+  }
+  // The new thread starts armed if its creator was.
+  Handle CreateThread(platform::ThreadProc start, void* parameter) override {
+    AllocationsUncounted shield;
+    std::lock_guard<std::mutex> lock(startsLock_);
+    starts_.push_back(std::make_unique<ThreadStart>(ThreadStart{start, parameter, FailingAllocations::ThisThreadArmed()}));
+    return inner_.CreateThread(&ShieldedPlatform::StartArmed, starts_.back().get());
+  }
+  UINT SendInput(const platform::KeyboardInput& input) override {
+    AllocationsUncounted shield;
+    return inner_.SendInput(input);
+  }
+  UINT MapVirtualKey(UINT code, UINT mapType) override {
+    AllocationsUncounted shield;
+    return inner_.MapVirtualKey(code, mapType);
+  }
+  BOOL OpenClipboard(Handle owner) override {
+    AllocationsUncounted shield;
+    return inner_.OpenClipboard(owner);
+  }
+  BOOL EmptyClipboard() override {
+    AllocationsUncounted shield;
+    return inner_.EmptyClipboard();
+  }
+  Handle SetClipboardData(UINT format, Handle memory) override {
+    AllocationsUncounted shield;
+    return inner_.SetClipboardData(format, memory);
+  }
+  BOOL CloseClipboard() override {
+    AllocationsUncounted shield;
+    return inner_.CloseClipboard();
+  }
+  Handle GlobalAlloc(UINT flags, std::size_t bytes) override {
+    AllocationsUncounted shield;
+    return inner_.GlobalAlloc(flags, bytes);
+  }
+  void* GlobalLock(Handle memory) override {
+    AllocationsUncounted shield;
+    return inner_.GlobalLock(memory);
+  }
+  BOOL GlobalUnlock(Handle memory) override {
+    AllocationsUncounted shield;
+    return inner_.GlobalUnlock(memory);
+  }
+  Handle GlobalFree(Handle memory) override {
+    AllocationsUncounted shield;
+    return inner_.GlobalFree(memory);
+  }
+  Handle GetForegroundWindow() override {
+    AllocationsUncounted shield;
+    return inner_.GetForegroundWindow();
+  }
+  int GetClassName(Handle window, WCHAR* buffer, int capacity) override {
+    AllocationsUncounted shield;
+    return inner_.GetClassName(window, buffer, capacity);
+  }
+  Handle MonitorFromPoint(platform::Point point, DWORD flags) override {
+    AllocationsUncounted shield;
+    return inner_.MonitorFromPoint(point, flags);
+  }
+  int MessageBox(Handle owner, const WCHAR* text, const WCHAR* caption, UINT type) override {
+    AllocationsUncounted shield;
+    return inner_.MessageBox(owner, text, caption, type);
+  }
+  HRESULT CoInitializeEx(DWORD coInit) override {
+    AllocationsUncounted shield;
+    return inner_.CoInitializeEx(coInit);
+  }
+  HRESULT CreateAppVisibility(DWORD context, platform::AppVisibility** object) override {
+    AllocationsUncounted shield;
+    const HRESULT hr = inner_.CreateAppVisibility(context, object);
+    if (*object != nullptr) *object = new AppVisibility(*object);
+    return hr;
+  }
+  HRESULT CreateAppxManifestReader(const WCHAR* manifestPath, platform::AppxManifestReader** reader) override {
+    AllocationsUncounted shield;
+    const HRESULT hr = inner_.CreateAppxManifestReader(manifestPath, reader);
+    if (*reader != nullptr) *reader = new AppxManifestReader(*reader);
+    return hr;
+  }
+  void CoTaskMemFree(void* memory) override {
+    AllocationsUncounted shield;
+    inner_.CoTaskMemFree(memory);
+  }
+  void CoUninitialize() override {
+    AllocationsUncounted shield;
+    inner_.CoUninitialize();
+  }
+  HRESULT RoInitialize(int initType) override {
+    AllocationsUncounted shield;
+    return inner_.RoInitialize(initType);
+  }
+  void RoUninitialize() override {
+    AllocationsUncounted shield;
+    inner_.RoUninitialize();
+  }
+  HRESULT ActivatePackageManager(platform::DeploymentPackageManager** manager) override {
+    AllocationsUncounted shield;
+    const HRESULT hr = inner_.ActivatePackageManager(manager);
+    if (*manager != nullptr) *manager = new DeploymentPackageManager(*manager);
+    return hr;
+  }
+  WString DescribeError(HRESULT error) override {
+    AllocationsUncounted shield;
+    return inner_.DescribeError(error);
+  }
+  HRESULT CreateApplicationActivationManager(DWORD context, platform::ApplicationActivationManager** manager) override {
+    AllocationsUncounted shield;
+    const HRESULT hr = inner_.CreateApplicationActivationManager(context, manager);
+    if (*manager != nullptr) *manager = new ActivationManager(*manager);
+    return hr;
+  }
+  HRESULT CoAllowSetForegroundWindow(platform::ApplicationActivationManager* manager) override {
+    AllocationsUncounted shield;
+    return inner_.CoAllowSetForegroundWindow(manager == nullptr ? nullptr
+                                                                : static_cast<ActivationManager*>(manager)->inner);
+  }
+  BOOL GetUserName(WCHAR* buffer, DWORD* size) override {
+    AllocationsUncounted shield;
+    return inner_.GetUserName(buffer, size);
+  }
+  BOOL LookupAccountName(const WCHAR* systemName, const WCHAR* accountName, void* sid, DWORD* sidSize, WCHAR* domain,
+                         DWORD* domainSize) override {
+    AllocationsUncounted shield;
+    return inner_.LookupAccountName(systemName, accountName, sid, sidSize, domain, domainSize);
+  }
+  BOOL ConvertSidToStringSid(void* sid, WCHAR** stringSid) override {
+    AllocationsUncounted shield;
+    return inner_.ConvertSidToStringSid(sid, stringSid);
+  }
+  HRESULT SHLoadIndirectString(const WCHAR* source, WCHAR* buffer, UINT capacity) override {
+    AllocationsUncounted shield;
+    return inner_.SHLoadIndirectString(source, buffer, capacity);
+  }
+
+ private:
+  struct ThreadStart {
+    platform::ThreadProc start;
+    void* parameter;
+    bool armed;
+  };
+  static DWORD StartArmed(void* parameter) {
+    const auto& thread = *static_cast<ThreadStart*>(parameter);
+    FailingAllocations::ArmThisThread(thread.armed);
+    return thread.start(thread.parameter);
+  }
+
+  // Each wrapper owns one reference of the object it wraps and goes with it.
+  class AppVisibility final : public platform::AppVisibility {
+   public:
+    explicit AppVisibility(platform::AppVisibility* inner) : inner_(inner) {}
+    HRESULT GetAppVisibilityOnMonitor(Handle monitor, int* visibility) override {
+      AllocationsUncounted shield;
+      return inner_->GetAppVisibilityOnMonitor(monitor, visibility);
+    }
+    HRESULT IsLauncherVisible(BOOL* visible) override {
+      AllocationsUncounted shield;
+      return inner_->IsLauncherVisible(visible);
+    }
+    void Release() override {
+      AllocationsUncounted shield;
+      inner_->Release();
+      delete this;
+    }
+
+   private:
+    platform::AppVisibility* inner_;
+  };
+
+  class AppxApplication final : public platform::AppxApplication {
+   public:
+    explicit AppxApplication(platform::AppxApplication* inner) : inner_(inner) {}
+    HRESULT GetStringValue(const WCHAR* name, WCHAR** value) override {
+      AllocationsUncounted shield;
+      return inner_->GetStringValue(name, value);
+    }
+    void Release() override {
+      AllocationsUncounted shield;
+      inner_->Release();
+      delete this;
+    }
+
+   private:
+    platform::AppxApplication* inner_;
+  };
+
+  class AppxApplications final : public platform::AppxApplicationsEnumerator {
+   public:
+    explicit AppxApplications(platform::AppxApplicationsEnumerator* inner) : inner_(inner) {}
+    HRESULT GetCurrent(platform::AppxApplication** application) override {
+      AllocationsUncounted shield;
+      const HRESULT hr = inner_->GetCurrent(application);
+      if (Succeeded(hr) && *application != nullptr) *application = new AppxApplication(*application);
+      return hr;
+    }
+    HRESULT GetHasCurrent(BOOL* hasCurrent) override {
+      AllocationsUncounted shield;
+      return inner_->GetHasCurrent(hasCurrent);
+    }
+    HRESULT MoveNext(BOOL* hasNext) override {
+      AllocationsUncounted shield;
+      return inner_->MoveNext(hasNext);
+    }
+    void Release() override {
+      AllocationsUncounted shield;
+      inner_->Release();
+      delete this;
+    }
+
+   private:
+    platform::AppxApplicationsEnumerator* inner_;
+  };
+
+  class AppxManifestReader final : public platform::AppxManifestReader {
+   public:
+    explicit AppxManifestReader(platform::AppxManifestReader* inner) : inner_(inner) {}
+    HRESULT GetApplications(platform::AppxApplicationsEnumerator** applications) override {
+      AllocationsUncounted shield;
+      const HRESULT hr = inner_->GetApplications(applications);
+      if (Succeeded(hr) && *applications != nullptr) *applications = new AppxApplications(*applications);
+      return hr;
+    }
+    void Release() override {
+      AllocationsUncounted shield;
+      inner_->Release();
+      delete this;
+    }
+
+   private:
+    platform::AppxManifestReader* inner_;
+  };
+
+  class PackageIterator final : public platform::PackageIterator {
+   public:
+    explicit PackageIterator(platform::PackageIterator* inner) : inner_(inner) {}
+    HRESULT GetHasCurrent(BOOL* hasCurrent) override {
+      AllocationsUncounted shield;
+      return inner_->GetHasCurrent(hasCurrent);
+    }
+    HRESULT GetCurrent(platform::Package** package) override {
+      AllocationsUncounted shield;
+      return inner_->GetCurrent(package);
+    }
+    HRESULT MoveNext(BOOL* hasCurrent) override {
+      AllocationsUncounted shield;
+      return inner_->MoveNext(hasCurrent);
+    }
+    void Release() override {
+      AllocationsUncounted shield;
+      inner_->Release();
+      delete this;
+    }
+
+   private:
+    platform::PackageIterator* inner_;
+  };
+
+  class PackageCollection final : public platform::PackageCollection {
+   public:
+    explicit PackageCollection(platform::PackageCollection* inner) : inner_(inner) {}
+    HRESULT First(platform::PackageIterator** iterator) override {
+      AllocationsUncounted shield;
+      const HRESULT hr = inner_->First(iterator);
+      if (Succeeded(hr) && *iterator != nullptr) *iterator = new PackageIterator(*iterator);
+      return hr;
+    }
+    void Release() override {
+      AllocationsUncounted shield;
+      inner_->Release();
+      delete this;
+    }
+
+   private:
+    platform::PackageCollection* inner_;
+  };
+
+  class DeploymentPackageManager final : public platform::DeploymentPackageManager {
+   public:
+    explicit DeploymentPackageManager(platform::DeploymentPackageManager* inner) : inner_(inner) {}
+    HRESULT FindPackagesByUserSecurityId(const WCHAR* userSecurityId, platform::PackageCollection** packages) override {
+      AllocationsUncounted shield;
+      return Wrapped(inner_->FindPackagesByUserSecurityId(userSecurityId, packages), packages);
+    }
+    HRESULT FindPackagesByUserSecurityIdPackageFamilyName(const WCHAR* userSecurityId, const WCHAR* packageFamilyName,
+                                                          platform::PackageCollection** packages) override {
+      AllocationsUncounted shield;
+      return Wrapped(
+          inner_->FindPackagesByUserSecurityIdPackageFamilyName(userSecurityId, packageFamilyName, packages), packages);
+    }
+    void Release() override {
+      AllocationsUncounted shield;
+      inner_->Release();
+      delete this;
+    }
+
+   private:
+    static HRESULT Wrapped(HRESULT hr, platform::PackageCollection** packages) {
+      if (Succeeded(hr) && *packages != nullptr) *packages = new PackageCollection(*packages);
+      return hr;
+    }
+    platform::DeploymentPackageManager* inner_;
+  };
+
+  class ActivationManager final : public platform::ApplicationActivationManager {
+   public:
+    explicit ActivationManager(platform::ApplicationActivationManager* wrapped) : inner(wrapped) {}
+    HRESULT ActivateApplication(const WCHAR* appUserModelId, const WCHAR* arguments, int options,
+                                DWORD* processId) override {
+      AllocationsUncounted shield;
+      return inner->ActivateApplication(appUserModelId, arguments, options, processId);
+    }
+    void Release() override {
+      AllocationsUncounted shield;
+      inner->Release();
+      delete this;
+    }
+    platform::ApplicationActivationManager* inner;
+  };
+
+  platform::Platform& inner_;
+  std::mutex startsLock_;
+  std::vector<std::unique_ptr<ThreadStart>> starts_;
+};
+
+}  // namespace kel::testing
