@@ -1,8 +1,10 @@
 #include "frame/log.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <mutex>
 
 #include "frame/constants.h"
