@@ -102,7 +102,7 @@ TEST_F(LogUnderCatalogueLock, OtherThreadsWriteTheirLinesAtOnce) {
 }
 
 TEST_F(LogUnderCatalogueLock, NoLineIsLostHoweverManyWait) {
-  constexpr int kLines = 3000;
+  constexpr int kLines = 1500;
   const WString padding(600, u'p');
   {
     CatalogueLock lock(catalogue);
