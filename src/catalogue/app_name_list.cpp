@@ -157,21 +157,22 @@ HRESULT CKELAppNameList::Save(const char16_t* path) {
     HRESULT hr = writer.WriteStartDocument();
     if (Failed(hr)) return TraceExit(kName, hr);
     const std::lock_guard<std::mutex> saving(m_SaveLock);
-    std::unique_lock<std::mutex> held(m_Lock);
-    if (IsStaleForThisThreadHeld()) return TraceExit(kName, E_ABORT);
-    // "Applications" stays open and the document is never ended: the file's
-    // long-standing form, which every reader of it accepts.
-    if (Succeeded(writer.WriteStartElement(nullptr, u"Applications", nullptr))) {
-      if (Succeeded(writer.WriteStartElement(nullptr, u"MetroApps", nullptr))) {
-        for (const auto& package : m_Packages) package->ToXmlNode(&writer);
-        writer.WriteEndElement();
+    {
+      CatalogueLock held(m_Lock);
+      if (IsStaleForThisThreadHeld()) return TraceExit(kName, E_ABORT);
+      // "Applications" stays open and the document is never ended: the file's
+      // long-standing form, which every reader of it accepts.
+      if (Succeeded(writer.WriteStartElement(nullptr, u"Applications", nullptr))) {
+        if (Succeeded(writer.WriteStartElement(nullptr, u"MetroApps", nullptr))) {
+          for (const auto& package : m_Packages) package->ToXmlNode(&writer);
+          writer.WriteEndElement();
+        }
+        if (Succeeded(writer.WriteStartElement(nullptr, u"DesktopApps", nullptr))) {
+          for (const auto& app : m_DesktopApps) app->ToXmlNode(&writer);
+          writer.WriteEndElement();
+        }
       }
-      if (Succeeded(writer.WriteStartElement(nullptr, u"DesktopApps", nullptr))) {
-        for (const auto& app : m_DesktopApps) app->ToXmlNode(&writer);
-        writer.WriteEndElement();
-      }
-    }
-    held.unlock();  // the file is written without holding the catalogue
+    }  // the file is written without holding the catalogue
     hr = writer.Flush();
     if (Succeeded(hr)) hr = Sys().ReplaceFileAtomically(path, writer.Output());
     return TraceExit(kName, hr);

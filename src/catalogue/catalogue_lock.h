@@ -2,7 +2,9 @@
 // duration; a record that has to ask the platform something slow (whether a
 // package is installed, whether a shortcut file exists) lets go of it for
 // that call and takes it back afterwards, so no export and no refresh step
-// waits behind a slow query.
+// waits behind a slow query. Nor does the holder write the log file: the
+// trace lines of a thread that holds the lock wait until it lets go of it
+// (when the outermost lock ends or a CatalogueUnlocked begins).
 #pragma once
 
 #include <mutex>

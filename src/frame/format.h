@@ -28,12 +28,12 @@ class FormatArg {
   enum class Kind { Integer, Narrow, Wide };
 
   template <typename T, typename = std::enable_if_t<std::is_integral_v<T> || std::is_enum_v<T>>>
-  FormatArg(T value)  // NOLINT(google-explicit-constructor): built from call arguments
+  FormatArg(T value) noexcept  // NOLINT(google-explicit-constructor): built from call arguments
       : kind_(Kind::Integer), bits_(static_cast<std::uint32_t>(value)) {}
-  FormatArg(const char* text) : kind_(Kind::Narrow), narrow_(text) {}  // NOLINT
-  FormatArg(const char16_t* text) : kind_(Kind::Wide), wide_(text) {}  // NOLINT
-  FormatArg(const std::string& text) : kind_(Kind::Narrow), narrow_(text.c_str()) {}  // NOLINT
-  FormatArg(const WString& text) : kind_(Kind::Wide), wide_(text.c_str()) {}  // NOLINT
+  FormatArg(const char* text) noexcept : kind_(Kind::Narrow), narrow_(text) {}  // NOLINT
+  FormatArg(const char16_t* text) noexcept : kind_(Kind::Wide), wide_(text) {}  // NOLINT
+  FormatArg(const std::string& text) noexcept : kind_(Kind::Narrow), narrow_(text.c_str()) {}  // NOLINT
+  FormatArg(const WString& text) noexcept : kind_(Kind::Wide), wide_(text.c_str()) {}  // NOLINT
 
   Kind kind() const { return kind_; }
   std::uint32_t bits() const { return bits_; }
@@ -52,6 +52,15 @@ using FormatArgs = std::initializer_list<FormatArg>;
 // Narrow text (the log's). Wide arguments of %S are written as UTF-8.
 std::string FormatNarrow(const char* format, FormatArgs args);
 std::string FormatNarrow(const char* format, const FormatArg* args, std::size_t count);
+
+// Narrow text straight into a fixed buffer of `capacity` bytes, terminator
+// included, without touching the heap however long the arguments are. Text
+// that would not fit is cut: never inside a UTF-8 sequence, and text that
+// ended in "\r\n" keeps its line end. Returns the length kept (the
+// terminator not counted); the bytes are what FormatNarrow gives whenever
+// that fits.
+std::size_t FormatNarrowInto(char* buffer, std::size_t capacity, const char* format, const FormatArg* args,
+                             std::size_t count) noexcept;
 
 // Wide text (paths, names, addresses, queries).
 WString FormatWide(const char16_t* format, FormatArgs args);

@@ -15,7 +15,7 @@ namespace kel {
 extern std::atomic<BOOL> g_bLogEnabled;
 
 // Builds the log file path from LOCALAPPDATA. False leaves the path as it was.
-bool MakeLogFilePath();
+bool MakeLogFilePath() noexcept;
 
 // The current log file path (empty until built).
 WString LogFilePath();
@@ -23,14 +23,26 @@ WString LogFilePath();
 // Forgets the path and turns the switch off (library unload, tests).
 void ResetLog();
 
-// Writes one line: the bracketed local time, then the formatted message.
-// Returns 1 when the log is off, 0 for a null format or a file that cannot be
-// opened, else the result of the message's write.
-int WriteDebugLogArgs(const char* format, const FormatArg* args, std::size_t count);
+// Writes one line: the bracketed local time, then the formatted message, cut
+// to fit its 1,024-byte buffer. Formats on the stack: a trace line costs no
+// heap, whatever the length of its arguments. Never fails its caller: a line
+// that cannot be written is lost. Returns 1 when the log is off, 0 for a null
+// format, a file that cannot be opened or a platform that failed, 1 for a
+// line deferred (0 if it had to be dropped), else the result of the
+// message's write.
+int WriteDebugLogArgs(const char* format, const FormatArg* args, std::size_t count) noexcept;
+
+// While a thread holds the catalogue lock it must not do file I/O, so its
+// trace lines wait in memory, each with the time of its trace call, until the
+// lock is let go of. DeferLogLines starts the waiting for the calling thread;
+// FlushDeferredLogLines writes the waiting lines in order and ends it. A line
+// that finds no memory to wait in is dropped.
+void DeferLogLines() noexcept;
+void FlushDeferredLogLines() noexcept;
 
 // The trace call. With the log off it costs one test of the switch.
 template <typename... Args>
-inline int WriteDebugLog(const char* format, const Args&... args) {
+inline int WriteDebugLog(const char* format, const Args&... args) noexcept {
   if (g_bLogEnabled.load(std::memory_order_relaxed) == 0) return 1;
   const FormatArg list[] = {FormatArg(args)..., FormatArg(0)};
   return WriteDebugLogArgs(format, list, sizeof...(Args));
@@ -38,7 +50,7 @@ inline int WriteDebugLog(const char* format, const Args&... args) {
 
 // The exit trace of an operation that returns an HRESULT: logs the name and
 // the code, and hands the code back.
-inline HRESULT TraceExit(const char16_t* name, HRESULT result) {
+inline HRESULT TraceExit(const char16_t* name, HRESULT result) noexcept {
   WriteDebugLog("%S OUT(0x%08X)\r\n", name, result);
   return result;
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <mutex>
 
 #include "platform/platform.h"
 
@@ -22,7 +23,9 @@ class FakePackage final : public platform::Package {
   HRESULT GetFullName(WString& value) override { return Answer(fullName_, value); }
   HRESULT GetName(WString& value) override { return Answer(name_, value); }
   HRESULT GetVersion(platform::PackageVersion& value) override {
-    if (Failed(failWith)) return failWith;
+    const HRESULT failure = failWith;
+    if (Failed(failure)) return failure;
+    std::lock_guard<std::mutex> lock(mutex_);
     value = version_;
     return S_OK;
   }
@@ -30,21 +33,27 @@ class FakePackage final : public platform::Package {
   void AddRef() override { ++references; }
   void Release() override { --references; }
 
-  void SetVersion(platform::PackageVersion version) { version_ = version; }
+  void SetVersion(platform::PackageVersion version) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    version_ = version;
+  }
   // The identity the fake deployment service files the package under.
   const WString& StoredFamilyName() const { return familyName_; }
 
-  // Every query fails with this code when it is a failure.
-  HRESULT failWith = S_OK;
+  // Every query fails with this code when it is a failure. The refresh
+  // thread and the host's threads query one package at once.
+  std::atomic<HRESULT> failWith{S_OK};
   std::atomic<int> references{1};
 
  private:
   HRESULT Answer(const WString& stored, WString& value) const {
-    if (Failed(failWith)) return failWith;
+    const HRESULT failure = failWith;
+    if (Failed(failure)) return failure;
     value = stored;
     return S_OK;
   }
 
+  mutable std::mutex mutex_;  // guards version_; the identity never changes
   WString familyName_;
   WString fullName_;
   WString name_;

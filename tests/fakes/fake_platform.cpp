@@ -104,31 +104,11 @@ void FakePlatform::GrantThreadWaitTimeouts(int count) {
   eventChanged_.notify_all();
 }
 
-void FakePlatform::HoldPackageQueries(bool hold) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  holdPackageQueries_ = hold;
-  eventChanged_.notify_all();
-}
-
-bool FakePlatform::WaitForHeldPackageQuery() {
-  std::unique_lock<std::recursive_mutex> lock(mutex_);
-  return eventChanged_.wait_for(lock, std::chrono::seconds(30), [&] { return heldPackageQueries_ > 0; });
-}
-
-void FakePlatform::WaitWhilePackageQueriesHeld() {
-  std::unique_lock<std::recursive_mutex> lock(mutex_);
-  if (!holdPackageQueries_) return;
-  ++heldPackageQueries_;
-  eventChanged_.notify_all();
-  eventChanged_.wait(lock, [&] { return !holdPackageQueries_ || shuttingDown_; });
-  --heldPackageQueries_;
-}
-
 void FakePlatform::StopThreads() {
   std::vector<std::thread*> toJoin;
   {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
-    shuttingDown_ = true;
+    shuttingDown_ = true;  // also releases the threads held in package queries
     eventChanged_.notify_all();
     for (auto& [handle, state] : threads_) {
       if (state->thread.joinable()) toJoin.push_back(&state->thread);
@@ -143,8 +123,45 @@ bool FakePlatform::Inject() {
 }
 
 void FakePlatform::FailCall(int n) {
-  failCallAt_ = n;
   injectableCalls_ = 0;
+  failCallAt_ = n;
+}
+
+void FakePlatform::HoldPackageQueries(bool hold) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  holdPackageQueries_ = hold;
+  eventChanged_.notify_all();
+}
+
+bool FakePlatform::WaitForHeldPackageQuery(std::chrono::milliseconds timeout) {
+  std::unique_lock<std::recursive_mutex> lock(mutex_);
+  return eventChanged_.wait_for(lock, timeout, [&] { return heldPackageQueries_ > 0; });
+}
+
+void FakePlatform::ReleasePackageQueries() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  ++packageQueryReleases_;
+  eventChanged_.notify_all();
+}
+
+int FakePlatform::HeldPackageQueries() const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return heldPackageQueries_;
+}
+
+// The caller holds no lock of the fake: the wait gives the mutex up, so the
+// other threads go on using the fake meanwhile.
+void FakePlatform::HoldIfPackageQueriesAreHeld() {
+  std::unique_lock<std::recursive_mutex> lock(mutex_);
+  if (!holdPackageQueries_ || shuttingDown_) return;
+  const unsigned releases = packageQueryReleases_;
+  ++heldPackageQueries_;
+  eventChanged_.notify_all();
+  eventChanged_.wait(lock, [&] {
+    return !holdPackageQueries_ || shuttingDown_ || packageQueryReleases_ != releases;
+  });
+  --heldPackageQueries_;
+  eventChanged_.notify_all();
 }
 
 std::size_t FakePlatform::OpenHandles() const {
@@ -154,11 +171,13 @@ std::size_t FakePlatform::OpenHandles() const {
 }
 
 void FakePlatform::Record(const char* name, std::string args) {
+  if (onCall) onCall(Call{name, args});
   if (!recordCalls) return;
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   calls_.push_back({name, std::move(args)});
 }
 
+// Called with the mutex held.
 Handle FakePlatform::NewHandle() { return reinterpret_cast<Handle>(nextHandle_ += 4); }
 
 WString FakePlatform::Key(const WString& path) {
@@ -173,8 +192,41 @@ WString FakePlatform::Parent(const WString& key) {
   return slash == WString::npos ? WString() : key.substr(0, slash);
 }
 
-void FakePlatform::SetEnv(const WString& name, const WString& value) { env_[name] = value; }
-void FakePlatform::UnsetEnv(const WString& name) { env_.erase(name); }
+void FakePlatform::SetEnv(const WString& name, const WString& value) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  env_[name] = value;
+}
+
+void FakePlatform::UnsetEnv(const WString& name) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  env_.erase(name);
+}
+
+void FakePlatform::SetModulePath(const WString& path) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  modulePath_ = path;
+}
+
+void FakePlatform::SetVersion(DWORD major, DWORD minor) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  major_ = major;
+  minor_ = minor;
+}
+
+void FakePlatform::SetLocalTime(const platform::SystemTime& t) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  time_ = t;
+}
+
+void FakePlatform::SetShellExecuteResult(std::intptr_t result) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  shellExecuteResult_ = result;
+}
+
+void FakePlatform::FailMultiByteToWideChar(bool fail) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  failMultiByte_ = fail;
+}
 
 void FakePlatform::AddDirectory(const WString& path) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
@@ -217,12 +269,20 @@ void FakePlatform::RemoveFile(const WString& path) {
   files_.erase(Key(path));
 }
 
-void FakePlatform::AddKey(const WString& key) { registry_[Key(key)]; }
-void FakePlatform::RemoveKey(const WString& key) { registry_.erase(Key(key)); }
+void FakePlatform::AddKey(const WString& key) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  registry_[Key(key)];
+}
+
+void FakePlatform::RemoveKey(const WString& key) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  registry_.erase(Key(key));
+}
 
 void FakePlatform::SetRaw(const WString& key, const WString& name, DWORD type, const std::string& bytes) {
   WString valueName = name;
   LowerInPlace(valueName);
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   registry_[Key(key)][valueName] = Value{type, bytes};
 }
 
@@ -236,9 +296,13 @@ void FakePlatform::SetString(const WString& key, const WString& name, const WStr
          std::string(reinterpret_cast<const char*>(withTerminator.data()), withTerminator.size() * 2));
 }
 
-bool FakePlatform::KeyExists(const WString& key) const { return registry_.count(Key(key)) != 0; }
+bool FakePlatform::KeyExists(const WString& key) const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return registry_.count(Key(key)) != 0;
+}
 
 bool FakePlatform::HasValue(const WString& key, const WString& name) const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = registry_.find(Key(key));
   WString valueName = name;
   LowerInPlace(valueName);
@@ -248,6 +312,7 @@ bool FakePlatform::HasValue(const WString& key, const WString& name) const {
 DWORD FakePlatform::DwordValue(const WString& key, const WString& name) const {
   WString valueName = name;
   LowerInPlace(valueName);
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   const std::string& bytes = registry_.at(Key(key)).at(valueName).bytes;
   DWORD value = 0;
   std::memcpy(&value, bytes.data(), std::min<std::size_t>(4, bytes.size()));
@@ -292,6 +357,11 @@ void FakePlatform::ForgetHistory() {
   std::vector<WString>().swap(submitted);
 }
 
+std::vector<DWORD> FakePlatform::Sleeps() const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return sleeps_;
+}
+
 std::size_t FakePlatform::LiveLocalAllocations() const {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   return localAllocations_.size();
@@ -302,6 +372,7 @@ std::size_t FakePlatform::LiveLocalAllocations() const {
 bool FakePlatform::GetEnvironmentVariable(const WCHAR* name, WString& value) {
   Record("GetEnvironmentVariable", Arg(name));
   if (Inject()) { return false; }
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = env_.find(name);
   if (it == env_.end()) return false;
   value = it->second;
@@ -311,6 +382,7 @@ bool FakePlatform::GetEnvironmentVariable(const WCHAR* name, WString& value) {
 DWORD FakePlatform::ExpandEnvironmentStrings(const WCHAR* source, WCHAR* buffer, DWORD capacity) {
   Record("ExpandEnvironmentStrings", Arg(source));
   if (Inject()) { return 0; }
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   WString out;
   for (const WCHAR* p = source; *p != 0; ++p) {
     const WCHAR* end = *p == u'%' ? p + 1 : nullptr;
@@ -333,6 +405,7 @@ DWORD FakePlatform::ExpandEnvironmentStrings(const WCHAR* source, WCHAR* buffer,
 DWORD FakePlatform::GetModuleFileName(WCHAR* buffer, DWORD capacity) {
   Record("GetModuleFileName", Arg(capacity));
   if (Inject()) { return 0; }
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (modulePath_.empty() || capacity == 0) return 0;
   const std::size_t n = std::min<std::size_t>(modulePath_.size(), capacity - 1);
   std::memcpy(buffer, modulePath_.data(), n * 2);
@@ -340,7 +413,10 @@ DWORD FakePlatform::GetModuleFileName(WCHAR* buffer, DWORD capacity) {
   return static_cast<DWORD>(n);
 }
 
-platform::SystemTime FakePlatform::GetLocalTime() { return time_; }
+platform::SystemTime FakePlatform::GetLocalTime() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return time_;
+}
 
 void FakePlatform::Sleep(DWORD milliseconds) {
   Record("Sleep", Arg(milliseconds));
@@ -438,6 +514,7 @@ BOOL FakePlatform::PathFileExists(const WCHAR* path) {
 int FakePlatform::SHCreateDirectoryEx(const WCHAR* path) {
   Record("SHCreateDirectoryEx", Arg(path));
   if (Inject()) { return ERROR_ACCESS_DENIED; }
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (Exists(path)) return ERROR_ALREADY_EXISTS;
   AddDirectory(path);
   return 0;
@@ -615,6 +692,7 @@ BOOL FakePlatform::VerifyVersionInfo(platform::OsVersionInfoEx& info, DWORD type
   Record("VerifyVersionInfo", Arg(info.dwOSVersionInfoSize) + ", " + Arg(info.dwMajorVersion) + ", " +
                                   Arg(info.dwMinorVersion) + ", " + Arg(typeMask) + ", " + Hex(conditionMask));
   if (Inject()) { return 0; }
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto passes = [](DWORD actual, DWORD wanted, unsigned condition) {
     switch (condition) {
       case 1: return actual == wanted;
@@ -636,7 +714,11 @@ int FakePlatform::MultiByteToWideChar(UINT codePage, DWORD flags, const char* so
   Record("MultiByteToWideChar", Arg(codePage) + ", " + Arg(flags) + ", " + Arg(static_cast<DWORD>(sourceLength)) +
                                     ", " + Arg(static_cast<DWORD>(capacity)));
   if (Inject()) { return 0; }
-  if (failMultiByte_ || codePage != platform::CP_SHIFT_JIS) return 0;
+  {
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    if (failMultiByte_) return 0;
+  }
+  if (codePage != platform::CP_SHIFT_JIS) return 0;
   return cp932::MultiByteToWide(source, sourceLength, buffer, capacity);
 }
 
@@ -663,6 +745,7 @@ std::intptr_t FakePlatform::ShellExecute(Handle window, const WCHAR* verb, const
                              ", " + Arg(parameters) + ", " + Arg(directory) + ", " +
                              Arg(static_cast<DWORD>(showCommand)));
   if (Inject()) { return 5; }
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   return shellExecuteResult_;
 }
 
@@ -803,6 +886,7 @@ UINT FakePlatform::MapVirtualKey(UINT code, UINT mapType) {
 BOOL FakePlatform::OpenClipboard(Handle) {
   Record("OpenClipboard", "");
   if (Inject()) { return 0; }
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (openClipboardFails) return 0;
   clipboardOpen_ = true;
   return 1;
@@ -811,6 +895,7 @@ BOOL FakePlatform::OpenClipboard(Handle) {
 BOOL FakePlatform::EmptyClipboard() {
   Record("EmptyClipboard", "");
   if (Inject()) { return 0; }
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   clipboardText.clear();
   return clipboardOpen_ ? 1 : 0;
 }
@@ -818,6 +903,7 @@ BOOL FakePlatform::EmptyClipboard() {
 Handle FakePlatform::SetClipboardData(UINT format, Handle memory) {
   Record("SetClipboardData", Arg(format));
   if (Inject()) { lastError_ = 1418; return nullptr; }
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (setClipboardDataFails) lastError_ = setClipboardDataError;
   if (setClipboardDataFails || !clipboardOpen_ || memory == nullptr) return nullptr;
   clipboardText = static_cast<const char16_t*>(memory);
@@ -827,6 +913,7 @@ Handle FakePlatform::SetClipboardData(UINT format, Handle memory) {
 BOOL FakePlatform::CloseClipboard() {
   Record("CloseClipboard", "");
   if (Inject()) { return 0; }
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   clipboardOpen_ = false;
   return 1;
 }
@@ -834,9 +921,9 @@ BOOL FakePlatform::CloseClipboard() {
 Handle FakePlatform::GlobalAlloc(UINT flags, std::size_t bytes) {
   Record("GlobalAlloc", Hex(flags) + ", " + Arg(static_cast<DWORD>(bytes)));
   if (Inject()) { return nullptr; }
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (globalAllocFails) return nullptr;
   Handle h = std::calloc(1, bytes == 0 ? 1 : bytes);
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
   globalAllocations_.insert(h);
   return h;
 }
@@ -844,6 +931,7 @@ Handle FakePlatform::GlobalAlloc(UINT flags, std::size_t bytes) {
 void* FakePlatform::GlobalLock(Handle memory) {
   Record("GlobalLock", "");
   if (Inject()) { return nullptr; }
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   return globalLockFails ? nullptr : memory;
 }
 
@@ -899,6 +987,7 @@ int FakePlatform::MessageBox(Handle, const WCHAR* text, const WCHAR* caption, UI
 HRESULT FakePlatform::CoInitializeEx(DWORD coInit) {
   Record("CoInitializeEx", Arg(coInit));
   if (Inject()) { return E_OUTOFMEMORY; }
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   return coInitializeResult;
 }
 
@@ -909,6 +998,7 @@ class FakePlatform::AppVisibilityObject final : public platform::AppVisibility {
   explicit AppVisibilityObject(FakePlatform& owner) : owner_(owner) { ++owner_.appVisibilityObjectsAlive; }
   HRESULT GetAppVisibilityOnMonitor(Handle monitor, int* visibility) override {
     owner_.Record("GetAppVisibilityOnMonitor", Hex(reinterpret_cast<std::uintptr_t>(monitor)));
+    std::lock_guard<std::recursive_mutex> lock(owner_.mutex_);
     if (Succeeded(owner_.visibilityResult)) *visibility = owner_.visibility;
     return owner_.visibilityResult;
   }
@@ -1021,6 +1111,7 @@ HRESULT FakePlatform::CreateAppxManifestReader(const WCHAR* manifestPath, platfo
   Record("CreateAppxManifestReader", Arg(manifestPath));
   if (Inject()) { *reader = nullptr; return E_OUTOFMEMORY; }
   *reader = nullptr;
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (Failed(createAppxManifestReaderResult)) return createAppxManifestReaderResult;
   auto it = appxApplications.find(manifestPath);
   if (it == appxApplications.end()) return HresultFromWin32(ERROR_FILE_NOT_FOUND);
@@ -1041,6 +1132,7 @@ HRESULT FakePlatform::CreateAppVisibility(DWORD context, platform::AppVisibility
                                  ", {2246EA2D-CAEA-4444-A3C4-6DE827E44313}");
   if (Inject()) { *object = nullptr; return E_OUTOFMEMORY; }
   *object = nullptr;
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (Succeeded(createAppVisibilityResult) && createAppVisibilityGivesObject) {
     *object = new AppVisibilityObject(*this);
   }
@@ -1050,6 +1142,7 @@ HRESULT FakePlatform::CreateAppVisibility(DWORD context, platform::AppVisibility
 HRESULT FakePlatform::RoInitialize(int initType) {
   Record("RoInitialize", Arg(static_cast<DWORD>(initType)));
   if (Inject()) { return E_OUTOFMEMORY; }
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   return roInitializeResult;
 }
 
@@ -1072,7 +1165,12 @@ class FakePlatform::PackageIteratorObject final : public platform::PackageIterat
     if (owner_.GivesNoObject("get_Current")) { *package = nullptr; return S_OK; }
     packages_[next_]->AddRef();
     *package = packages_[next_];
-    if (++owner_.packagesHandedOut_ == owner_.setEventAfterPackages) owner_.SetEvent(owner_.eventToSet);
+    Handle eventToSet = nullptr;
+    {
+      std::lock_guard<std::recursive_mutex> lock(owner_.mutex_);
+      if (++owner_.packagesHandedOut_ == owner_.setEventAfterPackages) eventToSet = owner_.eventToSet;
+    }
+    if (eventToSet != nullptr) owner_.SetEvent(eventToSet);
     return S_OK;
   }
   HRESULT MoveNext(BOOL* hasCurrent) override {
@@ -1123,13 +1221,13 @@ class FakePlatform::PackageManagerObject final : public platform::DeploymentPack
   explicit PackageManagerObject(FakePlatform& owner) : owner_(owner) { ++owner_.deploymentObjectsAlive; }
   HRESULT FindPackagesByUserSecurityId(const WCHAR* sid, platform::PackageCollection** packages) override {
     owner_.Record("FindPackagesByUserSecurityId", Arg(sid));
-    owner_.WaitWhilePackageQueriesHeld();
+    owner_.HoldIfPackageQueriesAreHeld();
     return Find(sid, nullptr, packages);
   }
   HRESULT FindPackagesByUserSecurityIdPackageFamilyName(const WCHAR* sid, const WCHAR* familyName,
                                                         platform::PackageCollection** packages) override {
     owner_.Record("FindPackagesByUserSecurityIdPackageFamilyName", Arg(sid) + ", " + Arg(familyName));
-    owner_.WaitWhilePackageQueriesHeld();
+    owner_.HoldIfPackageQueriesAreHeld();
     return Find(sid, familyName, packages);
   }
   void Release() override {
@@ -1142,6 +1240,7 @@ class FakePlatform::PackageManagerObject final : public platform::DeploymentPack
   ~PackageManagerObject() override = default;
   HRESULT Find(const WCHAR* sid, const WCHAR* familyName, platform::PackageCollection** packages) {
     *packages = nullptr;
+    std::lock_guard<std::recursive_mutex> lock(owner_.mutex_);
     if (Failed(owner_.findPackagesResult)) return owner_.findPackagesResult;
     if (owner_.GivesNoObject("FindPackagesByUserSecurityId...")) return S_OK;
     std::vector<FakePackage*> found;
@@ -1160,6 +1259,7 @@ HRESULT FakePlatform::ActivatePackageManager(platform::DeploymentPackageManager*
   Record("RoActivateInstance", "Windows.Management.Deployment.PackageManager");
   if (Inject()) { *manager = nullptr; return E_OUTOFMEMORY; }
   *manager = nullptr;
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (Failed(activatePackageManagerResult)) return activatePackageManagerResult;
   if (GivesNoObject("RoActivateInstance")) return S_OK;
   *manager = new PackageManagerObject(*this);
@@ -1176,6 +1276,7 @@ class FakePlatform::ActivationManagerObject final : public platform::Application
   HRESULT ActivateApplication(const WCHAR* id, const WCHAR* arguments, int options, DWORD* processId) override {
     owner_.Record("ActivateApplication", Arg(id) + ", " + Arg(arguments) + ", " + Arg(static_cast<DWORD>(options)));
     if (processId != nullptr) *processId = 4711;
+    std::lock_guard<std::recursive_mutex> lock(owner_.mutex_);
     return owner_.activateResult;
   }
   void Release() override {
@@ -1194,6 +1295,7 @@ HRESULT FakePlatform::CreateApplicationActivationManager(DWORD context, platform
                                  ", {2E941141-7F97-4756-BA1D-9DECDE894A3D}");
   if (Inject()) { *manager = nullptr; return E_OUTOFMEMORY; }
   *manager = nullptr;
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (Succeeded(createActivationManagerResult) && createActivationManagerGivesObject) {
     *manager = new ActivationManagerObject(*this);
   }
@@ -1203,12 +1305,14 @@ HRESULT FakePlatform::CreateApplicationActivationManager(DWORD context, platform
 HRESULT FakePlatform::CoAllowSetForegroundWindow(platform::ApplicationActivationManager*) {
   Record("CoAllowSetForegroundWindow", "");
   if (Inject()) { return static_cast<HRESULT>(0x80070005u); }
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   return allowForegroundResult;
 }
 
 BOOL FakePlatform::GetUserName(WCHAR* buffer, DWORD* size) {
   Record("GetUserName", Arg(*size));
   if (Inject()) { return 0; }
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (userName.size() + 1 > *size) return 0;
   std::memcpy(buffer, userName.c_str(), (userName.size() + 1) * 2);
   *size = static_cast<DWORD>(userName.size() + 1);
@@ -1234,9 +1338,14 @@ BOOL FakePlatform::LookupAccountName(const WCHAR*, const WCHAR* accountName, voi
 BOOL FakePlatform::ConvertSidToStringSid(void*, WCHAR** stringSid) {
   Record("ConvertSidToStringSid", "");
   if (Inject()) { *stringSid = nullptr; return 0; }
-  auto* text = static_cast<WCHAR*>(LocalAlloc(platform::LPTR, (userSid.size() + 1) * 2));
+  WString sid;
+  {
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    sid = userSid;
+  }
+  auto* text = static_cast<WCHAR*>(LocalAlloc(platform::LPTR, (sid.size() + 1) * 2));
   if (text == nullptr) return 0;
-  std::memcpy(text, userSid.c_str(), (userSid.size() + 1) * 2);
+  std::memcpy(text, sid.c_str(), (sid.size() + 1) * 2);
   *stringSid = text;
   return 1;
 }
@@ -1244,6 +1353,7 @@ BOOL FakePlatform::ConvertSidToStringSid(void*, WCHAR** stringSid) {
 HRESULT FakePlatform::SHLoadIndirectString(const WCHAR* source, WCHAR* buffer, UINT capacity) {
   Record("SHLoadIndirectString", Arg(source) + ", " + Arg(capacity));
   if (Inject()) { return E_FAIL; }
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = indirectStrings.find(source);
   if (it == indirectStrings.end()) return E_FAIL;
   const std::size_t n = std::min<std::size_t>(it->second.size(), capacity - 1);

@@ -1,11 +1,18 @@
 // A recording fake of the platform seam: an in-memory registry, file system,
 // environment, clock and desktop. Every call is recorded with its arguments
 // so tests can check the exact calls, in order.
+//
+// Library threads and the host's threads use one fake at once: every piece of
+// its state is read and written under its mutex or is atomic. The public
+// fields are set by a test before the threads it starts use them (or while
+// they wait on the fake), and read by the fake only under its mutex.
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <set>
@@ -32,9 +39,9 @@ class FakePlatform : public platform::Platform {
   // --- set-up and inspection ---------------------------------------------
   void SetEnv(const WString& name, const WString& value);
   void UnsetEnv(const WString& name);
-  void SetModulePath(const WString& path) { modulePath_ = path; }
-  void SetVersion(DWORD major, DWORD minor) { major_ = major, minor_ = minor; }
-  void SetLocalTime(const platform::SystemTime& t) { time_ = t; }
+  void SetModulePath(const WString& path);
+  void SetVersion(DWORD major, DWORD minor);
+  void SetLocalTime(const platform::SystemTime& t);
 
   // Files: paths compare without regard to ASCII case, as on Windows.
   void AddDirectory(const WString& path);
@@ -56,8 +63,8 @@ class FakePlatform : public platform::Platform {
   bool KeyExists(const WString& key) const;
   DWORD DwordValue(const WString& key, const WString& name) const;
 
-  void SetShellExecuteResult(std::intptr_t result) { shellExecuteResult_ = result; }
-  void FailMultiByteToWideChar(bool fail) { failMultiByte_ = fail; }
+  void SetShellExecuteResult(std::intptr_t result);
+  void FailMultiByteToWideChar(bool fail);
 
   std::vector<Call> Calls() const;
   // The calls with one of the given names, in order.
@@ -67,7 +74,7 @@ class FakePlatform : public platform::Platform {
   // ClearCalls, and the pasted and submitted texts too, with their memory
   // given back: a long run measures the library's heap, not the fake's.
   void ForgetHistory();
-  const std::vector<DWORD>& Sleeps() const { return sleeps_; }
+  std::vector<DWORD> Sleeps() const;
   std::size_t LiveLocalAllocations() const;
 
   // Threads and time. Threads start when a test says so or when someone
@@ -88,18 +95,29 @@ class FakePlatform : public platform::Platform {
   // Lets `count` finite waits on a thread end at once with WAIT_TIMEOUT, as
   // if their time had passed (a stop giving up on its thread).
   void GrantThreadWaitTimeouts(int count);
-  // Holds every thread that asks the deployment service for packages inside
-  // that call, until released (or the fake shuts down).
-  void HoldPackageQueries(bool hold);
-  // Waits (in real time, bounded) until a thread is held there.
-  bool WaitForHeldPackageQuery();
-  void ReleasePackageQueries() { HoldPackageQueries(false); }
   // Event calls (set, reset, wait) on a handle that is not an open event or
   // thread: a closed handle, or one that was never handed out.
   int StaleHandleUses() const { return staleHandleUses_.load(); }
 
   // Long runs switch the call record off to keep memory flat.
   std::atomic<bool> recordCalls{true};
+  // Sees every call, on the calling thread, before the fake carries it out
+  // and without the fake's mutex held (recorded or not). Set it before the
+  // threads that make the calls start.
+  std::function<void(const Call&)> onCall;
+
+  // Holds the threads that ask the deployment service for packages (the
+  // installed check and the enumeration) inside the query until released:
+  // a test can then act while a query is under way. Held threads wait
+  // without the fake's mutex; StopThreads and the destructor release them.
+  // HoldPackageQueries(false) releases the held ones and holds no more;
+  // ReleasePackageQueries lets the held ones go on and keeps holding later
+  // ones if holding is on.
+  void HoldPackageQueries(bool hold);
+  // Waits (in real time, bounded) until some thread is held in a query.
+  bool WaitForHeldPackageQuery(std::chrono::milliseconds timeout = std::chrono::seconds(30));
+  void ReleasePackageQueries();
+  int HeldPackageQueries() const;
 
   // Fault injection: the n-th call (counting from 1) of those that can fail
   // fails the way the real call would; 0 turns it off.
@@ -280,12 +298,12 @@ class FakePlatform : public platform::Platform {
   std::map<Handle, std::unique_ptr<ThreadState>> threads_;
   int grantedTimeouts_ = 0;
   int grantedThreadWaitTimeouts_ = 0;
-  bool holdPackageQueries_ = false;
-  int heldPackageQueries_ = 0;
-  void WaitWhilePackageQueriesHeld();
   std::atomic<int> staleHandleUses_{0};
   int blockedWaits_ = 0;
   bool shuttingDown_ = false;
+  bool holdPackageQueries_ = false;
+  int heldPackageQueries_ = 0;
+  unsigned packageQueryReleases_ = 0;
 
   struct Search {
     std::vector<WString> names;
@@ -305,7 +323,8 @@ class FakePlatform : public platform::Platform {
   std::size_t launcherCalls_ = 0;
   void Record(const char* name, std::string args);
   bool Inject();
-  int failCallAt_ = 0;
+  void HoldIfPackageQueriesAreHeld();
+  std::atomic<int> failCallAt_{0};
   std::atomic<int> injectableCalls_{0};
   Handle NewHandle();
   static WString Key(const WString& path);

@@ -1,7 +1,10 @@
-// The replacing global operator new and delete of the unit-test binary. The
+// The replacing global operator new and delete of the unit-test binary (its
+// only one: the allocation counter of tests/support counts through it). The
 // blocks come from malloc and go back to free, so the sanitizers (which
 // intercept malloc) still see every block, its overflows and its leaks.
 #include "failing_allocations.h"
+
+#include "alloc_counter.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -32,6 +35,7 @@ bool FailThisOne() {
 }
 
 void* Take(std::size_t size, std::size_t alignment) noexcept {
+  NoteAllocation(size);
   if (FailThisOne()) return nullptr;
   if (size == 0) size = 1;
   void* block = nullptr;

@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
+#include <stdexcept>
+
+#include "alloc_counter.h"
 #include "frame/exports.h"
 #include "library_test.h"
 
@@ -84,6 +88,103 @@ TEST_F(Log, CutNeverSplitsAUtf8Sequence) {
   const std::string body = line.substr(0, line.size() - 2);
   EXPECT_EQ(body.size() % 3, 0u);
 }
+
+TEST_F(Log, HundredThousandCharacterKeywordIsCutWithoutAnAllocationOfItsSize) {
+  EnableLog();
+  fake->recordCalls = false;  // the record would copy the line
+  const WString keyword(100000, u'm');
+  std::size_t allocated = 0;
+  int result = 0;
+  {
+    testing::AllocationCounter counter;
+    result = WriteDebugLog("%S(%S, %d, %d) IN\r\n", u"KelLaunchBySearchW", keyword, 0, 1);
+    allocated = counter.Bytes();
+  }
+  EXPECT_NE(result, 0);
+  // What the fake's file system takes for the path and the line; the
+  // keyword alone would be 100,000 bytes.
+  EXPECT_LT(allocated, 8u * 1024u);
+  const auto lines = LogLines();
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0].size(), 1023u);
+  EXPECT_EQ(lines[0].substr(0, 20), "KelLaunchBySearchW(m");
+  EXPECT_EQ(lines[0].substr(1021), "\r\n");
+}
+
+TEST_F(Log, FailedMessageWriteReturnsZeroAndClosesTheFile) {
+  EnableLog();
+  fake->FailCall(4);  // create, seek, the timestamp's write, the message's write
+  EXPECT_EQ(WriteDebugLog("%S IN\r\n", u"KelFinalize"), 0);
+  EXPECT_EQ(fake->CallsNamed({"CloseHandle"}).size(), 1u);
+  EXPECT_EQ(fake->OpenHandles(), 0u);
+}
+
+// A platform whose chosen call throws, as a runtime that ran out of memory
+// or a broken seam might.
+enum class Throws { GetLocalTime, CreateFile, SetFilePointer, WriteFile, CloseHandle };
+
+class ThrowingPlatform : public fakes::FakePlatform {
+ public:
+  explicit ThrowingPlatform(Throws which) : which_(which) { AddDirectory(testing::kLogFolder); }
+  platform::SystemTime GetLocalTime() override {
+    if (which_ == Throws::GetLocalTime) throw std::runtime_error("clock");
+    return FakePlatform::GetLocalTime();
+  }
+  Handle CreateFile(const WCHAR* path, DWORD access, DWORD share, DWORD disposition, DWORD attributes) override {
+    if (which_ == Throws::CreateFile) throw std::bad_alloc();
+    return FakePlatform::CreateFile(path, access, share, disposition, attributes);
+  }
+  DWORD SetFilePointer(Handle file, LONG distance, DWORD method) override {
+    if (which_ == Throws::SetFilePointer) throw std::bad_alloc();
+    return FakePlatform::SetFilePointer(file, distance, method);
+  }
+  BOOL WriteFile(Handle file, const void* data, DWORD length, DWORD* written) override {
+    if (which_ == Throws::WriteFile) throw std::bad_alloc();
+    return FakePlatform::WriteFile(file, data, length, written);
+  }
+  BOOL CloseHandle(Handle handle) override {
+    ++closes;
+    if (which_ == Throws::CloseHandle) throw 42;
+    return FakePlatform::CloseHandle(handle);
+  }
+  int closes = 0;
+
+ private:
+  Throws which_;
+};
+
+class LogOnThrowingPlatform : public Log, public ::testing::WithParamInterface<Throws> {};
+
+TEST_P(LogOnThrowingPlatform, WriterSwallowsTheExceptionReturnsZeroAndClosesOnce) {
+  EnableLog();
+  ThrowingPlatform throwing(GetParam());
+  platform::Install(&throwing);
+  int result = 1;
+  bool escaped = false;
+  try {
+    result = WriteDebugLog("%S(%S) IN\r\n", u"KelLaunchByProtocolW", u"http://example.invalid");
+  } catch (...) {
+    escaped = true;
+  }
+  const bool opened = GetParam() != Throws::GetLocalTime && GetParam() != Throws::CreateFile;
+  const int closes = throwing.closes;
+  const std::size_t open = throwing.OpenHandles();
+  platform::Install(&*fake);
+  EXPECT_FALSE(escaped);
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(closes, opened ? 1 : 0);
+  if (GetParam() != Throws::CloseHandle) EXPECT_EQ(open, 0u);
+}
+
+std::string ThrowingCallName(const ::testing::TestParamInfo<Throws>& info) {
+  constexpr const char* kNames[] = {"GetLocalTime", "CreateFile", "SetFilePointer", "WriteFile", "CloseHandle"};
+  return kNames[static_cast<int>(info.param)];
+}
+
+INSTANTIATE_TEST_SUITE_P(EachCall, LogOnThrowingPlatform,
+                         ::testing::Values(Throws::GetLocalTime, Throws::CreateFile, Throws::SetFilePointer,
+                                           Throws::WriteFile, Throws::CloseHandle),
+                         ThrowingCallName);
 
 TEST_F(Log, WideTextIsWrittenAsUtf8) {
   EnableLog();

@@ -65,7 +65,7 @@ TEST_F(RefreshThreadGivenUp, PassHeldPastTheStopNeverTouchesTheNextStart) {
 
   // The old pass goes on and must end at its next check without touching
   // the new records, its closed handles or the new start's event.
-  fake->ReleasePackageQueries();
+  fake->HoldPackageQueries(false);
   ASSERT_TRUE(fake->WaitForThreadsToFinish());
   EXPECT_EQ(Passes(), 1);
   EXPECT_TRUE(fake->CallsNamed({"FindPackagesByUserSecurityId"}).empty());
@@ -115,7 +115,7 @@ TEST_F(RefreshThreadGivenUp, ItsEventIsClosedWhenTheThreadEndsNotBefore) {
   EXPECT_EQ(ThePackageManager().m_hExitEvent.load(), nullptr);
   EXPECT_EQ(ThePackageManager().m_hRefreshThread.load(), nullptr);
 
-  fake->ReleasePackageQueries();
+  fake->HoldPackageQueries(false);
   ASSERT_TRUE(fake->WaitForThreadsToFinish());
   EXPECT_EQ(closesOfTheEvent(), 1);
   EXPECT_EQ(fake->StaleHandleUses(), 0);

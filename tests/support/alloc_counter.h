@@ -1,0 +1,28 @@
+// Counts the heap allocations (operator new) that the calling thread makes
+// while an AllocationCounter is alive. Other threads are not counted, so a
+// library thread running at the same time does not disturb the figure.
+#pragma once
+
+#include <cstddef>
+
+namespace kel::testing {
+
+class AllocationCounter {
+ public:
+  AllocationCounter();
+  ~AllocationCounter();
+  AllocationCounter(const AllocationCounter&) = delete;
+  AllocationCounter& operator=(const AllocationCounter&) = delete;
+
+  std::size_t Count() const;  // allocations so far
+  std::size_t Bytes() const;  // bytes asked for so far
+
+ private:
+  bool wasArmed_;
+};
+
+// Called by the test binary's one replacing operator new
+// (tests/fault_injection/failing_allocations.cpp) for every block asked for.
+void NoteAllocation(std::size_t size) noexcept;
+
+}  // namespace kel::testing
