@@ -36,9 +36,9 @@ using testing::kOldList;
 using testing::kPrograms;
 using testing::World;
 
-// The log stays off: with it on, the trace lines' own formatting joins the
-// sweep, and that is the log writer's to keep from failing.
-constexpr DWORD kDebugLog = 0;
+// The log is on: the trace lines go through the same sweep, and the writer
+// (which formats into a fixed buffer) must neither fail nor change a result.
+constexpr DWORD kDebugLog = 1;
 
 using Scenario = std::function<void(fakes::FakePlatform&, World&)>;
 
