@@ -3,6 +3,7 @@
 #include "package_discovery/package_manager.h"
 
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "frame/constants.h"
@@ -71,6 +72,13 @@ bool StartMenuFolder(const char16_t* variable, WString& folder) {
 }  // namespace
 
 CKELPackageManager& ThePackageManager() { return g_PackageManager; }
+
+CKELPackageManager::~CKELPackageManager() {
+  // Kept open on purpose: closing them here, at unload, would pull the event
+  // from under a thread that may still be running.
+  static_cast<void>(m_RefreshThreadHandle.release());
+  if (m_Run) static_cast<void>(new (std::nothrow) std::shared_ptr<RefreshRun>(std::move(m_Run)));
+}
 
 HRESULT CKELPackageManager::CreateAppNameListFolder(WString& path) {
   constexpr char16_t kName[] = u"CKELPackageManager::CreateAppNameListFolder";
@@ -175,7 +183,8 @@ HRESULT CKELPackageManager::Initialize() {
   m_hExitEvent.store(eventHandle);
 
   HRESULT result = S_OK;
-  Handle thread = Sys().CreateThread(&CKELPackageManager::RefreshThread, start.get());
+  m_RefreshThreadHandle.reset(Sys().CreateThread(&CKELPackageManager::RefreshThread, start.get()));
+  const Handle thread = m_RefreshThreadHandle.get();
   m_hRefreshThread.store(thread);
   if (thread == nullptr) {
     WriteDebugLog("CreateThread() failed. ErrCode = %d \r\n", Sys().GetLastError());
@@ -286,7 +295,7 @@ void CKELPackageManager::Finalize() {
       if (sys.WaitForSingleObject(thread, kFinalizeWaitMilliseconds) != platform::WAIT_OBJECT_0) {
         run->abandoned.store(true);
       }
-      sys.CloseHandle(thread);
+      m_RefreshThreadHandle.reset();
     }
     m_hExitEvent.store(nullptr);
     run.reset();  // closes the event unless a thread given up on still holds it

@@ -28,7 +28,9 @@ class CKELPackageManager {
   CKELPackageManager() = default;
   CKELPackageManager(const CKELPackageManager&) = delete;
   CKELPackageManager& operator=(const CKELPackageManager&) = delete;
-  virtual ~CKELPackageManager() = default;
+  // Destroys the catalogue and nothing else: a thread still running and its
+  // handles are left as they are (stopping them is Finalize's work).
+  virtual ~CKELPackageManager();
 
   // Lifecycle, driven by KelInitialize and KelFinalize.
   HRESULT Initialize();
@@ -77,6 +79,7 @@ class CKELPackageManager {
 
   // Only Initialize and Finalize touch these; the host serialises the two.
   std::shared_ptr<RefreshRun> m_Run;
+  platform::UniqueHandle m_RefreshThreadHandle;
   // The start before the current one, while a thread given up on holds it.
   std::weak_ptr<RefreshRun> m_LastRun;
 };
