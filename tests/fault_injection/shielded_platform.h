@@ -307,10 +307,28 @@ class ShieldedPlatform final : public platform::Platform {
     return thread.start(thread.parameter);
   }
 
-  // Each wrapper owns one reference of the object it wraps and goes with it.
-  class AppVisibility final : public platform::AppVisibility {
+  // Each wrapper owns one reference of the object it wraps and goes with it,
+  // giving it back with the counting paused.
+  template <typename Interface>
+  class Shielded : public Interface {
    public:
-    explicit AppVisibility(platform::AppVisibility* inner) : inner_(inner) {}
+    explicit Shielded(Interface* inner) : inner_(inner) {}
+    void Release() override {
+      {
+        AllocationsUncounted shield;
+        inner_->Release();
+      }
+      delete this;
+    }
+
+   protected:
+    ~Shielded() override = default;
+    Interface* inner_;
+  };
+
+  class AppVisibility final : public Shielded<platform::AppVisibility> {
+   public:
+    using Shielded::Shielded;
     HRESULT GetAppVisibilityOnMonitor(Handle monitor, int* visibility) override {
       AllocationsUncounted shield;
       return inner_->GetAppVisibilityOnMonitor(monitor, visibility);
@@ -319,36 +337,20 @@ class ShieldedPlatform final : public platform::Platform {
       AllocationsUncounted shield;
       return inner_->IsLauncherVisible(visible);
     }
-    void Release() override {
-      AllocationsUncounted shield;
-      inner_->Release();
-      delete this;
-    }
-
-   private:
-    platform::AppVisibility* inner_;
   };
 
-  class AppxApplication final : public platform::AppxApplication {
+  class AppxApplication final : public Shielded<platform::AppxApplication> {
    public:
-    explicit AppxApplication(platform::AppxApplication* inner) : inner_(inner) {}
+    using Shielded::Shielded;
     HRESULT GetStringValue(const WCHAR* name, WCHAR** value) override {
       AllocationsUncounted shield;
       return inner_->GetStringValue(name, value);
     }
-    void Release() override {
-      AllocationsUncounted shield;
-      inner_->Release();
-      delete this;
-    }
-
-   private:
-    platform::AppxApplication* inner_;
   };
 
-  class AppxApplications final : public platform::AppxApplicationsEnumerator {
+  class AppxApplications final : public Shielded<platform::AppxApplicationsEnumerator> {
    public:
-    explicit AppxApplications(platform::AppxApplicationsEnumerator* inner) : inner_(inner) {}
+    using Shielded::Shielded;
     HRESULT GetCurrent(platform::AppxApplication** application) override {
       AllocationsUncounted shield;
       const HRESULT hr = inner_->GetCurrent(application);
@@ -363,38 +365,22 @@ class ShieldedPlatform final : public platform::Platform {
       AllocationsUncounted shield;
       return inner_->MoveNext(hasNext);
     }
-    void Release() override {
-      AllocationsUncounted shield;
-      inner_->Release();
-      delete this;
-    }
-
-   private:
-    platform::AppxApplicationsEnumerator* inner_;
   };
 
-  class AppxManifestReader final : public platform::AppxManifestReader {
+  class AppxManifestReader final : public Shielded<platform::AppxManifestReader> {
    public:
-    explicit AppxManifestReader(platform::AppxManifestReader* inner) : inner_(inner) {}
+    using Shielded::Shielded;
     HRESULT GetApplications(platform::AppxApplicationsEnumerator** applications) override {
       AllocationsUncounted shield;
       const HRESULT hr = inner_->GetApplications(applications);
       if (Succeeded(hr) && *applications != nullptr) *applications = new AppxApplications(*applications);
       return hr;
     }
-    void Release() override {
-      AllocationsUncounted shield;
-      inner_->Release();
-      delete this;
-    }
-
-   private:
-    platform::AppxManifestReader* inner_;
   };
 
-  class PackageIterator final : public platform::PackageIterator {
+  class PackageIterator final : public Shielded<platform::PackageIterator> {
    public:
-    explicit PackageIterator(platform::PackageIterator* inner) : inner_(inner) {}
+    using Shielded::Shielded;
     HRESULT GetHasCurrent(BOOL* hasCurrent) override {
       AllocationsUncounted shield;
       return inner_->GetHasCurrent(hasCurrent);
@@ -407,33 +393,17 @@ class ShieldedPlatform final : public platform::Platform {
       AllocationsUncounted shield;
       return inner_->MoveNext(hasCurrent);
     }
-    void Release() override {
-      AllocationsUncounted shield;
-      inner_->Release();
-      delete this;
-    }
-
-   private:
-    platform::PackageIterator* inner_;
   };
 
-  class PackageCollection final : public platform::PackageCollection {
+  class PackageCollection final : public Shielded<platform::PackageCollection> {
    public:
-    explicit PackageCollection(platform::PackageCollection* inner) : inner_(inner) {}
+    using Shielded::Shielded;
     HRESULT First(platform::PackageIterator** iterator) override {
       AllocationsUncounted shield;
       const HRESULT hr = inner_->First(iterator);
       if (Succeeded(hr) && *iterator != nullptr) *iterator = new PackageIterator(*iterator);
       return hr;
     }
-    void Release() override {
-      AllocationsUncounted shield;
-      inner_->Release();
-      delete this;
-    }
-
-   private:
-    platform::PackageCollection* inner_;
   };
 
   class DeploymentPackageManager final : public platform::DeploymentPackageManager {

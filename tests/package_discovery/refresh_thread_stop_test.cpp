@@ -30,6 +30,21 @@ class RefreshThreadGivenUp : public testing::LibraryTest {
     fake->deployed.push_back({fake->userSid, &mail});
   }
 
+  // Starts the library and holds its first pass inside the installed check
+  // of the catalogued package, with the catalogue lock let go; then the stop
+  // waits its 20 seconds in vain and gives the thread up.
+  void HoldTheFirstPassAndGiveItUp() {
+    fake->AddFile(kDataFile, kFirstList);
+    ASSERT_EQ(KelInitialize(), S_OK);
+    fake->StartThreads();
+    ASSERT_TRUE(fake->WaitForBlockedWaits(1));
+    fake->HoldPackageQueries(true);
+    fake->GrantTimeouts(1);
+    ASSERT_TRUE(fake->WaitForHeldPackageQuery());
+    fake->GrantThreadWaitTimeouts(1);
+    KelFinalize();
+  }
+
   int Passes() {
     return static_cast<int>(LogLinesStartingWith("CKELPackageManager::RefreshThread Refresh app name list!").size());
   }
@@ -40,20 +55,7 @@ class RefreshThreadGivenUp : public testing::LibraryTest {
 
 TEST_F(RefreshThreadGivenUp, PassHeldPastTheStopNeverTouchesTheNextStart) {
   EnableLog();
-  fake->AddFile(kDataFile, kFirstList);
-  ASSERT_EQ(KelInitialize(), S_OK);
-  fake->StartThreads();
-  ASSERT_TRUE(fake->WaitForBlockedWaits(1));
-
-  // The first pass stops inside the installed check of the catalogued
-  // package, with the catalogue lock let go.
-  fake->HoldPackageQueries(true);
-  fake->GrantTimeouts(1);
-  ASSERT_TRUE(fake->WaitForHeldPackageQuery());
-
-  // The stop waits its 20 seconds in vain and gives the thread up.
-  fake->GrantThreadWaitTimeouts(1);
-  KelFinalize();
+  ASSERT_NO_FATAL_FAILURE(HoldTheFirstPassAndGiveItUp());
   ASSERT_EQ(fake->CallsNamed({"SetEvent"}).size(), 1u);
 
   // A new start empties the records the held pass was walking and loads
@@ -92,18 +94,12 @@ TEST_F(RefreshThreadGivenUp, PassHeldPastTheStopNeverTouchesTheNextStart) {
 }
 
 TEST_F(RefreshThreadGivenUp, ItsEventIsClosedWhenTheThreadEndsNotBefore) {
-  fake->AddFile(kDataFile, kFirstList);
-  ASSERT_EQ(KelInitialize(), S_OK);
-  const Handle event = ThePackageManager().m_hExitEvent.load();
-  fake->StartThreads();
-  ASSERT_TRUE(fake->WaitForBlockedWaits(1));
-  fake->HoldPackageQueries(true);
-  fake->GrantTimeouts(1);
-  ASSERT_TRUE(fake->WaitForHeldPackageQuery());
-
-  fake->GrantThreadWaitTimeouts(1);
-  fake->ClearCalls();
-  KelFinalize();
+  Handle event = nullptr;
+  fake->onCall = [&](const fakes::Call& call) {
+    if (call.name == "SetEvent" && event == nullptr) event = ThePackageManager().m_hExitEvent.load();
+  };
+  ASSERT_NO_FATAL_FAILURE(HoldTheFirstPassAndGiveItUp());
+  ASSERT_NE(event, nullptr);
   auto closesOfTheEvent = [&] {
     int closes = 0;
     for (const auto& call : fake->CallsNamed({"CloseHandle"})) {
