@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <string_view>
 
 // The scanner's small helpers run for every character; they are forced
@@ -108,6 +109,12 @@ KEL_XML_INLINE bool Equals(const char16_t* a, std::size_t length, const char16_t
 
 KEL_XML_INLINE bool SameText(const char16_t* a, std::size_t aLength, const char16_t* b, std::size_t bLength) {
   return aLength == bLength && std::memcmp(a, b, aLength * sizeof(char16_t)) == 0;
+}
+
+// A well-mixed hash of a name, for the reader's tables.
+KEL_XML_INLINE std::uint32_t NameHash(const char16_t* text, std::size_t length) {
+  const std::uint64_t hash = std::hash<std::u16string_view>{}({text, length});
+  return static_cast<std::uint32_t>(hash ^ (hash >> 32));
 }
 
 inline bool AsciiEqualsIgnoreCase(std::string_view a, std::string_view b) {
@@ -239,18 +246,26 @@ void XmlReader::ResetNode() {
 }
 
 HRESULT XmlReader::SetInput(std::string_view bytes) {
-  Decode(bytes);
+  // The declared prefixes point into the old text.
+  bindings_.clear();
+  prefixes_.clear();
+  prefixSlots_.clear();
+  open_.clear();
   hasInput_ = true;
   savedAt_ = nullptr;
-  error_ = S_OK;
   done_ = false;
   rootSeen_ = false;
   popOnNextRead_ = false;
   scopeEndsOnNextRead_ = false;
-  open_.clear();
-  bindings_.clear();
   depth_ = 0;
   ResetNode();
+  if (bytes.size() > kMaxInputBytes) {
+    Decode({});
+    error_ = kInputTooLarge;
+    return error_;
+  }
+  Decode(bytes);
+  error_ = S_OK;
   return S_OK;
 }
 
@@ -482,7 +497,7 @@ HRESULT XmlReader::Read(XmlNodeType* nodeType) {
     popOnNextRead_ = false;
   }
   if (scopeEndsOnNextRead_) {
-    while (!bindings_.empty() && bindings_.back().depth >= scopeEndDepth_) bindings_.pop_back();
+    UnbindFrom(scopeEndDepth_);
     scopeEndsOnNextRead_ = false;
   }
   ResetNode();
@@ -779,29 +794,80 @@ HRESULT XmlReader::CheckAttributes() {
     }
     return S_OK;
   }
-  // Many attributes: sort instead of comparing every pair, so a hostile
-  // document cannot make this quadratic.
-  sortScratch_.resize(count);
-  for (std::size_t i = 0; i < count; ++i) sortScratch_[i] = i;
-  auto view = [attributes](std::size_t i, bool local) {
-    const Span& s = local ? attributes[i].localName : attributes[i].prefix;
-    return std::u16string_view(s.text, s.length);
-  };
-  std::sort(sortScratch_.begin(), sortScratch_.end(), [&](std::size_t a, std::size_t b) {
-    const int order = view(a, true).compare(view(b, true));
-    return order != 0 ? order < 0 : view(a, false) < view(b, false);
-  });
-  for (std::size_t i = 1; i < count; ++i) {
-    if (same(attributes[sortScratch_[i]], attributes[sortScratch_[i - 1]])) return WC_E_UNIQUEATTRIBUTE;
+  // Many attributes: each goes into a table of at least twice their number,
+  // so a hostile element costs time in proportion to its text rather than
+  // to the square of its attribute count. A slot holds an attribute's index
+  // plus one in its low half (0 when free) and its hash in its high half.
+  std::size_t size = 64;
+  while (size < count * 2) size *= 2;
+  const std::size_t mask = size - 1;
+  attributeSlots_.assign(size, 0);
+  for (std::size_t i = 0; i < count; ++i) {
+    const Attribute& attribute = attributes[i];
+    std::uint32_t hash = NameHash(attribute.localName.text, attribute.localName.length);
+    if (attribute.prefix.length != 0) hash = hash * 31 + NameHash(attribute.prefix.text, attribute.prefix.length);
+    std::size_t slot = hash & mask;
+    for (; attributeSlots_[slot] != 0; slot = (slot + 1) & mask) {
+      const std::uint64_t entry = attributeSlots_[slot];
+      if (static_cast<std::uint32_t>(entry >> 32) == hash &&
+          same(attribute, attributes[static_cast<std::uint32_t>(entry) - 1])) {
+        return WC_E_UNIQUEATTRIBUTE;
+      }
+    }
+    attributeSlots_[slot] = (std::uint64_t{hash} << 32) | (i + 1);
   }
   return S_OK;
 }
 
-bool XmlReader::IsBound(const Span& prefix) const {
-  for (std::size_t i = bindings_.size(); i-- > 0;) {
-    if (SameText(bindings_[i].prefix.text, bindings_[i].prefix.length, prefix.text, prefix.length)) return true;
+// The slot of the table that holds `prefix`, or the free one where it
+// would go. The table is never full: it grows before it is half full.
+std::size_t XmlReader::PrefixSlot(const Span& prefix, std::uint32_t hash) const {
+  const std::size_t mask = prefixSlots_.size() - 1;
+  for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
+    const std::uint64_t entry = prefixSlots_[slot];
+    if (entry == 0) return slot;
+    if (static_cast<std::uint32_t>(entry >> 32) != hash) continue;
+    const Prefix& known = prefixes_[static_cast<std::uint32_t>(entry) - 1];
+    if (SameText(known.text, known.length, prefix.text, prefix.length)) return slot;
   }
-  return false;
+}
+
+void XmlReader::Bind(const Span& prefix, std::size_t depth) {
+  if (prefixSlots_.size() < 2 * (prefixes_.size() + 1)) {
+    std::vector<std::uint64_t> old(std::max<std::size_t>(64, prefixSlots_.size() * 4), 0);
+    old.swap(prefixSlots_);
+    const std::size_t mask = prefixSlots_.size() - 1;
+    for (const std::uint64_t entry : old) {
+      if (entry == 0) continue;
+      std::size_t slot = static_cast<std::uint32_t>(entry >> 32) & mask;
+      while (prefixSlots_[slot] != 0) slot = (slot + 1) & mask;
+      prefixSlots_[slot] = entry;
+    }
+  }
+  const std::uint32_t hash = NameHash(prefix.text, prefix.length);
+  std::uint64_t& entry = prefixSlots_[PrefixSlot(prefix, hash)];
+  if (entry == 0) {
+    prefixes_.push_back({prefix.text, prefix.length, 0});
+    entry = (std::uint64_t{hash} << 32) | prefixes_.size();
+  }
+  const std::uint32_t index = static_cast<std::uint32_t>(entry) - 1;
+  ++prefixes_[index].inScope;
+  bindings_.push_back({index, depth});
+}
+
+// Takes back the declarations of the elements at `depth` and below, which
+// have ended.
+void XmlReader::UnbindFrom(std::size_t depth) {
+  while (!bindings_.empty() && bindings_.back().depth >= depth) {
+    --prefixes_[bindings_.back().prefix].inScope;
+    bindings_.pop_back();
+  }
+}
+
+bool XmlReader::IsBound(const Span& prefix) const {
+  if (prefixes_.empty()) return false;
+  const std::uint64_t entry = prefixSlots_[PrefixSlot(prefix, NameHash(prefix.text, prefix.length))];
+  return entry != 0 && prefixes_[static_cast<std::uint32_t>(entry) - 1].inScope != 0;
 }
 
 // Records the prefixes this element declares and checks that every prefix it
@@ -815,7 +881,7 @@ HRESULT XmlReader::BindNamespaces(std::size_t depth) {
     if (prefix.length == 0) continue;
     if (Equals(prefix.text, prefix.length, u"xmlns")) {
       if (attributes[i].value.length == 0) return NC_E_EMPTYURI;
-      bindings_.push_back({attributes[i].localName, depth});
+      Bind(attributes[i].localName, depth);
     } else {
       prefixed = true;
     }
