@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <functional>
 #include <string_view>
 
 // The scanner's small helpers run for every character; they are forced
@@ -111,10 +110,16 @@ KEL_XML_INLINE bool SameText(const char16_t* a, std::size_t aLength, const char1
   return aLength == bLength && std::memcmp(a, b, aLength * sizeof(char16_t)) == 0;
 }
 
-// A well-mixed hash of a name, for the reader's tables.
+// A hash of a name for the reader's tables: FNV-1a over its units, then
+// mixed so that every bit of every unit reaches the low bits that pick a
+// slot.
 KEL_XML_INLINE std::uint32_t NameHash(const char16_t* text, std::size_t length) {
-  const std::uint64_t hash = std::hash<std::u16string_view>{}({text, length});
-  return static_cast<std::uint32_t>(hash ^ (hash >> 32));
+  std::uint64_t hash = 14695981039346656037ull;
+  for (std::size_t i = 0; i < length; ++i) hash = (hash ^ text[i]) * 1099511628211ull;
+  hash ^= hash >> 32;
+  hash *= 0xD6E8FEB86659FD93ull;
+  hash ^= hash >> 32;
+  return static_cast<std::uint32_t>(hash);
 }
 
 inline bool AsciiEqualsIgnoreCase(std::string_view a, std::string_view b) {
@@ -834,7 +839,7 @@ std::size_t XmlReader::PrefixSlot(const Span& prefix, std::uint32_t hash) const 
 
 void XmlReader::Bind(const Span& prefix, std::size_t depth) {
   if (prefixSlots_.size() < 2 * (prefixes_.size() + 1)) {
-    std::vector<std::uint64_t> old(std::max<std::size_t>(64, prefixSlots_.size() * 4), 0);
+    std::vector<std::uint64_t> old(std::max<std::size_t>(64, prefixSlots_.size() * 2), 0);
     old.swap(prefixSlots_);
     const std::size_t mask = prefixSlots_.size() - 1;
     for (const std::uint64_t entry : old) {

@@ -228,7 +228,7 @@ class XmlReader {
   // many are declared, and an element's end takes back only its own. A
   // prefix that falls out of scope keeps its entry (at zero) until the next
   // document. A slot holds the index of its prefix plus one in its low half
-  // (0 when free) and the high half of the prefix's hash in its high half.
+  // (0 when free) and the prefix's hash in its high half.
   std::vector<Binding> bindings_;
   std::vector<Prefix> prefixes_;
   std::vector<std::uint64_t> prefixSlots_;
