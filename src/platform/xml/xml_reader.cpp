@@ -110,6 +110,13 @@ KEL_XML_INLINE bool SameText(const char16_t* a, std::size_t aLength, const char1
   return aLength == bLength && std::memcmp(a, b, aLength * sizeof(char16_t)) == 0;
 }
 
+// Makes room for `more` elements at once, growing geometrically all the
+// same (so that many small requests stay linear).
+template <typename T>
+void ReserveMore(std::vector<T>& v, std::size_t more) {
+  if (v.capacity() - v.size() < more) v.reserve(std::max(v.size() + more, 2 * v.capacity()));
+}
+
 // A hash of a name for the reader's tables: FNV-1a over its units, then
 // mixed so that every bit of every unit reaches the low bits that pick a
 // slot.
@@ -588,12 +595,10 @@ HRESULT XmlReader::ParseQName(char16_t*& p, Span& prefix, Span& localName) {
     if (*p == ':') return NC_E_QNAMECOLON;
     prefix = {start, static_cast<UINT>(colon - start)};
     localName = {local, static_cast<UINT>(p - local)};
-    pendingTerminators_.push_back(colon);
   } else {
     prefix = {kEmpty, 0};
     localName = {start, static_cast<UINT>(p - start)};
   }
-  pendingTerminators_.push_back(p);
   return S_OK;
 }
 
@@ -717,8 +722,14 @@ HRESULT XmlReader::ParseAttributeValue(char16_t*& p, Span& value) {
   return S_OK;
 }
 
+// Writes the terminators of a name read by ParseQName: over its colon and
+// after its local name.
+void XmlReader::TerminateName(const Span& prefix, const Span& localName) {
+  if (prefix.length != 0) begin_[prefix.text + prefix.length - begin_] = 0;
+  begin_[localName.text + localName.length - begin_] = 0;
+}
+
 HRESULT XmlReader::ParseStartTag() {
-  pendingTerminators_.clear();
   char16_t* p = pos_ + 1;
   Span prefix;
   Span localName;
@@ -767,7 +778,10 @@ HRESULT XmlReader::ParseStartTag() {
   prefix_ = prefix;
   hr = BindNamespaces(depth);
   if (Failed(hr)) return hr;
-  for (char16_t* at : pendingTerminators_) *at = 0;
+  // The names end where the tag's text went on, so they are terminated only
+  // now that it has been read.
+  TerminateName(prefix, localName);
+  for (const Attribute& attribute : attributes_) TerminateName(attribute.prefix, attribute.localName);
 
   pos_ = p;
   rootSeen_ = true;
@@ -837,18 +851,29 @@ std::size_t XmlReader::PrefixSlot(const Span& prefix, std::uint32_t hash) const 
   }
 }
 
-void XmlReader::Bind(const Span& prefix, std::size_t depth) {
-  if (prefixSlots_.size() < 2 * (prefixes_.size() + 1)) {
-    std::vector<std::uint64_t> old(std::max<std::size_t>(64, prefixSlots_.size() * 2), 0);
-    old.swap(prefixSlots_);
-    const std::size_t mask = prefixSlots_.size() - 1;
-    for (const std::uint64_t entry : old) {
-      if (entry == 0) continue;
-      std::size_t slot = static_cast<std::uint32_t>(entry >> 32) & mask;
-      while (prefixSlots_[slot] != 0) slot = (slot + 1) & mask;
-      prefixSlots_[slot] = entry;
-    }
+// Makes room in the table for `more` prefixes beyond those known, keeping it
+// at most half full. An element's declarations make room once, so that many
+// on one element grow the table once rather than at every doubling.
+void XmlReader::ReservePrefixSlots(std::size_t more) {
+  ReserveMore(prefixes_, more);
+  ReserveMore(bindings_, more);
+  const std::size_t needed = 2 * (prefixes_.size() + more);
+  if (prefixSlots_.size() >= needed) return;
+  std::size_t size = std::max<std::size_t>(64, prefixSlots_.size() * 2);
+  while (size < needed) size *= 2;
+  std::vector<std::uint64_t> old(size, 0);
+  old.swap(prefixSlots_);
+  const std::size_t mask = size - 1;
+  for (const std::uint64_t entry : old) {
+    if (entry == 0) continue;
+    std::size_t slot = static_cast<std::uint32_t>(entry >> 32) & mask;
+    while (prefixSlots_[slot] != 0) slot = (slot + 1) & mask;
+    prefixSlots_[slot] = entry;
   }
+}
+
+// Declares `prefix` on the element at `depth`; room for it has been made.
+void XmlReader::Bind(const Span& prefix, std::size_t depth) {
   const std::uint32_t hash = NameHash(prefix.text, prefix.length);
   std::uint64_t& entry = prefixSlots_[PrefixSlot(prefix, hash)];
   if (entry == 0) {
@@ -880,6 +905,12 @@ bool XmlReader::IsBound(const Span& prefix) const {
 HRESULT XmlReader::BindNamespaces(std::size_t depth) {
   const std::size_t count = attributes_.size();
   const Attribute* const attributes = attributes_.data();
+  std::size_t declared = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const Span& prefix = attributes[i].prefix;
+    if (prefix.length != 0 && Equals(prefix.text, prefix.length, u"xmlns")) ++declared;
+  }
+  if (declared != 0) ReservePrefixSlots(declared);
   bool prefixed = false;
   for (std::size_t i = 0; i < count; ++i) {
     const Span& prefix = attributes[i].prefix;
@@ -908,7 +939,6 @@ HRESULT XmlReader::BindNamespaces(std::size_t depth) {
 }
 
 HRESULT XmlReader::ParseEndTag() {
-  pendingTerminators_.clear();
   char16_t* p = pos_ + 2;
   Span prefix;
   Span localName;

@@ -175,10 +175,12 @@ class XmlReader {
   HRESULT ParseDeclaration();
   HRESULT ParseMarkupDeclaration();
   HRESULT ParseQName(char16_t*& p, Span& prefix, Span& localName);
+  void TerminateName(const Span& prefix, const Span& localName);
   HRESULT ParseAttributeValue(char16_t*& p, Span& value);
   HRESULT ParseReference(char16_t*& p, char16_t*& out);
   HRESULT CheckAttributes();
   HRESULT BindNamespaces(std::size_t depth);
+  void ReservePrefixSlots(std::size_t more);
   void Bind(const Span& prefix, std::size_t depth);
   void UnbindFrom(std::size_t depth);
   bool IsBound(const Span& prefix) const;
@@ -202,7 +204,7 @@ class XmlReader {
   char16_t* savedAt_ = nullptr;
   char16_t savedChar_ = 0;
 
-  // Names whose terminators are written once their tag has been parsed.
+  // The declaration's names and values, terminated once it has been parsed.
   std::vector<char16_t*> pendingTerminators_;
 
   HRESULT error_ = S_OK;
@@ -227,8 +229,9 @@ class XmlReader {
   // open-addressed table: whether a prefix is bound is one lookup however
   // many are declared, and an element's end takes back only its own. A
   // prefix that falls out of scope keeps its entry (at zero) until the next
-  // document. A slot holds the index of its prefix plus one in its low half
-  // (0 when free) and the prefix's hash in its high half.
+  // document. The table is kept at most half full. A slot holds the index
+  // of its prefix plus one in its low half (0 when free) and the prefix's
+  // hash in its high half.
   std::vector<Binding> bindings_;
   std::vector<Prefix> prefixes_;
   std::vector<std::uint64_t> prefixSlots_;
