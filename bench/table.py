@@ -41,6 +41,12 @@ TIMED_ROWS = [
      "BM_TraceOff", "kelbrook", "empty", "within", 1.5),
     ("5. Trace line, log on, lines/s vs plain C open/seek/write/write/close",
      "BM_TraceOn", "kelbrook", "plainc", "faster", 0.9),
+    ("7. Reader, 30,000 namespace prefixes vs plain file of the same size",
+     "BM_Reader_Namespaces", "hostile", "plain", "within", 3.0),
+    ("7. Reader, 30,000 namespace prefixes vs the same document unprefixed",
+     "BM_Reader_Namespaces", "hostile", "unprefixed", "within", 3.0),
+    ("7. Reader, 82,888 attributes on one element vs plain file of the same size",
+     "BM_Reader_Attributes", "hostile", "plain", "within", 3.0),
 ]
 
 

@@ -298,7 +298,8 @@ class Platform {
   virtual BOOL PathFileExists(const WCHAR* path) = 0;
   virtual int SHCreateDirectoryEx(const WCHAR* path) = 0;
   // The whole content of a file (a stream on the file opened for reading).
-  // A missing file gives 0x80070002.
+  // A missing file gives 0x80070002; a file larger than xml::kMaxInputBytes
+  // gives xml::kInputTooLarge without being read.
   virtual HRESULT ReadFileBytes(const WCHAR* path, std::string& bytes) = 0;
   // Writes the file in full beside its destination, then renames it over the
   // old one, so a crash or a full disk never leaves it half-written.

@@ -10,6 +10,7 @@
 #include "frame/log.h"
 #include "frame/wide.h"
 #include "platform/cp932/cp932.h"
+#include "platform/xml/xml_reader.h"
 
 namespace kel::fakes {
 namespace {
@@ -251,6 +252,11 @@ void FakePlatform::AddFileWithShortName(const WString& path, const WString& shor
   AddFile(path, bytes);
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   files_[Key(path)].shortName = shortName;
+}
+
+void FakePlatform::SetReportedFileSize(const WString& path, std::uint64_t size) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  files_.at(Key(path)).reportedSize = size;
 }
 
 bool FakePlatform::Exists(const WString& path) const {
@@ -530,6 +536,11 @@ HRESULT FakePlatform::ReadFileBytes(const WCHAR* path, std::string& bytes) {
     return HresultFromWin32(parent == files_.end() ? ERROR_PATH_NOT_FOUND : ERROR_FILE_NOT_FOUND);
   }
   if (it->second.directory) return HresultFromWin32(ERROR_ACCESS_DENIED);
+  const std::uint64_t size = it->second.reportedSize != 0 ? it->second.reportedSize : it->second.bytes.size();
+  if (size > xml::kMaxInputBytes) {
+    bytes.clear();
+    return xml::kInputTooLarge;
+  }
   bytes = it->second.bytes;
   return S_OK;
 }

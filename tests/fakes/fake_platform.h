@@ -49,6 +49,10 @@ class FakePlatform : public platform::Platform {
   // A file whose generated 8.3 short name also takes part in pattern
   // matching, as on Windows (Name.lnk2 matches "*.lnk" as NAME~1.LNK).
   void AddFileWithShortName(const WString& path, const WString& shortName, const std::string& bytes);
+  // The size a file reports when it is opened for reading, in place of its
+  // content's, so a huge file can be tried without holding its bytes; 0 takes
+  // the override away. Writing the file takes it away too.
+  void SetReportedFileSize(const WString& path, std::uint64_t size);
   bool Exists(const WString& path) const;
   std::string FileContent(const WString& path) const;
   void RemoveFile(const WString& path);
@@ -273,6 +277,7 @@ class FakePlatform : public platform::Platform {
     std::string bytes;
     WString displayPath;
     WString shortName;
+    std::uint64_t reportedSize = 0;
   };
   struct OpenFile {
     WString key;

@@ -3,6 +3,7 @@
 #include "platform/win32/win32_platform.h"
 #include "platform/temporary_path.h"
 #include "platform/win32/com_support.h"
+#include "platform/xml/xml_reader.h"
 #include "platform/win32/windows_headers.h"
 #include "platform/win32/appx_interfaces.h"
 
@@ -215,16 +216,38 @@ HRESULT Win32Platform::ReadFileBytes(const WCHAR* path, std::string& bytes) {
                               nullptr);
   if (file == INVALID_HANDLE_VALUE) return HRESULT_FROM_WIN32(::GetLastError());
   bytes.clear();
+  // A file too large for the reader is refused before anything is read. It
+  // is checked again while reading, as the file may grow meanwhile.
+  LARGE_INTEGER size;
+  if (!::GetFileSizeEx(file, &size)) {
+    const HRESULT hr = HRESULT_FROM_WIN32(::GetLastError());
+    ::CloseHandle(file);
+    return hr;
+  }
+  if (static_cast<unsigned long long>(size.QuadPart) > xml::kMaxInputBytes) {
+    ::CloseHandle(file);
+    return xml::kInputTooLarge;
+  }
   HRESULT hr = S_OK;
-  char chunk[64 * 1024];
-  for (;;) {
-    ::DWORD read = 0;
-    if (!::ReadFile(file, chunk, sizeof(chunk), &read, nullptr)) {
-      hr = HRESULT_FROM_WIN32(::GetLastError());
-      break;
+  try {
+    bytes.reserve(static_cast<std::size_t>(size.QuadPart));
+    char chunk[64 * 1024];
+    for (;;) {
+      ::DWORD read = 0;
+      if (!::ReadFile(file, chunk, sizeof(chunk), &read, nullptr)) {
+        hr = HRESULT_FROM_WIN32(::GetLastError());
+        break;
+      }
+      if (read == 0) break;
+      if (bytes.size() + read > xml::kMaxInputBytes) {
+        bytes.clear();
+        hr = xml::kInputTooLarge;
+        break;
+      }
+      bytes.append(chunk, read);
     }
-    if (read == 0) break;
-    bytes.append(chunk, read);
+  } catch (const std::bad_alloc&) {
+    hr = E_OUTOFMEMORY;
   }
   ::CloseHandle(file);
   return hr;

@@ -110,6 +110,25 @@ KEL_XML_INLINE bool SameText(const char16_t* a, std::size_t aLength, const char1
   return aLength == bLength && std::memcmp(a, b, aLength * sizeof(char16_t)) == 0;
 }
 
+// Makes room for `more` elements at once, growing geometrically all the
+// same (so that many small requests stay linear).
+template <typename T>
+void ReserveMore(std::vector<T>& v, std::size_t more) {
+  if (v.capacity() - v.size() < more) v.reserve(std::max(v.size() + more, 2 * v.capacity()));
+}
+
+// A hash of a name for the reader's tables: FNV-1a over its units, then
+// mixed so that every bit of every unit reaches the low bits that pick a
+// slot.
+KEL_XML_INLINE std::uint32_t NameHash(const char16_t* text, std::size_t length) {
+  std::uint64_t hash = 14695981039346656037ull;
+  for (std::size_t i = 0; i < length; ++i) hash = (hash ^ text[i]) * 1099511628211ull;
+  hash ^= hash >> 32;
+  hash *= 0xD6E8FEB86659FD93ull;
+  hash ^= hash >> 32;
+  return static_cast<std::uint32_t>(hash);
+}
+
 inline bool AsciiEqualsIgnoreCase(std::string_view a, std::string_view b) {
   if (a.size() != b.size()) return false;
   for (std::size_t i = 0; i < a.size(); ++i) {
@@ -239,18 +258,26 @@ void XmlReader::ResetNode() {
 }
 
 HRESULT XmlReader::SetInput(std::string_view bytes) {
-  Decode(bytes);
+  // The declared prefixes point into the old text.
+  bindings_.clear();
+  prefixes_.clear();
+  prefixSlots_.clear();
+  open_.clear();
   hasInput_ = true;
   savedAt_ = nullptr;
-  error_ = S_OK;
   done_ = false;
   rootSeen_ = false;
   popOnNextRead_ = false;
   scopeEndsOnNextRead_ = false;
-  open_.clear();
-  bindings_.clear();
   depth_ = 0;
   ResetNode();
+  if (bytes.size() > kMaxInputBytes) {
+    Decode({});
+    error_ = kInputTooLarge;
+    return error_;
+  }
+  Decode(bytes);
+  error_ = S_OK;
   return S_OK;
 }
 
@@ -482,7 +509,7 @@ HRESULT XmlReader::Read(XmlNodeType* nodeType) {
     popOnNextRead_ = false;
   }
   if (scopeEndsOnNextRead_) {
-    while (!bindings_.empty() && bindings_.back().depth >= scopeEndDepth_) bindings_.pop_back();
+    UnbindFrom(scopeEndDepth_);
     scopeEndsOnNextRead_ = false;
   }
   ResetNode();
@@ -568,12 +595,10 @@ HRESULT XmlReader::ParseQName(char16_t*& p, Span& prefix, Span& localName) {
     if (*p == ':') return NC_E_QNAMECOLON;
     prefix = {start, static_cast<UINT>(colon - start)};
     localName = {local, static_cast<UINT>(p - local)};
-    pendingTerminators_.push_back(colon);
   } else {
     prefix = {kEmpty, 0};
     localName = {start, static_cast<UINT>(p - start)};
   }
-  pendingTerminators_.push_back(p);
   return S_OK;
 }
 
@@ -697,8 +722,14 @@ HRESULT XmlReader::ParseAttributeValue(char16_t*& p, Span& value) {
   return S_OK;
 }
 
+// Writes the terminators of a name read by ParseQName: over its colon and
+// after its local name.
+void XmlReader::TerminateName(const Span& prefix, const Span& localName) {
+  if (prefix.length != 0) begin_[prefix.text + prefix.length - begin_] = 0;
+  begin_[localName.text + localName.length - begin_] = 0;
+}
+
 HRESULT XmlReader::ParseStartTag() {
-  pendingTerminators_.clear();
   char16_t* p = pos_ + 1;
   Span prefix;
   Span localName;
@@ -747,7 +778,10 @@ HRESULT XmlReader::ParseStartTag() {
   prefix_ = prefix;
   hr = BindNamespaces(depth);
   if (Failed(hr)) return hr;
-  for (char16_t* at : pendingTerminators_) *at = 0;
+  // The names end where the tag's text went on, so they are terminated only
+  // now that it has been read.
+  TerminateName(prefix, localName);
+  for (const Attribute& attribute : attributes_) TerminateName(attribute.prefix, attribute.localName);
 
   pos_ = p;
   rootSeen_ = true;
@@ -779,29 +813,91 @@ HRESULT XmlReader::CheckAttributes() {
     }
     return S_OK;
   }
-  // Many attributes: sort instead of comparing every pair, so a hostile
-  // document cannot make this quadratic.
-  sortScratch_.resize(count);
-  for (std::size_t i = 0; i < count; ++i) sortScratch_[i] = i;
-  auto view = [attributes](std::size_t i, bool local) {
-    const Span& s = local ? attributes[i].localName : attributes[i].prefix;
-    return std::u16string_view(s.text, s.length);
-  };
-  std::sort(sortScratch_.begin(), sortScratch_.end(), [&](std::size_t a, std::size_t b) {
-    const int order = view(a, true).compare(view(b, true));
-    return order != 0 ? order < 0 : view(a, false) < view(b, false);
-  });
-  for (std::size_t i = 1; i < count; ++i) {
-    if (same(attributes[sortScratch_[i]], attributes[sortScratch_[i - 1]])) return WC_E_UNIQUEATTRIBUTE;
+  // Many attributes: each goes into a table of at least twice their number,
+  // so a hostile element costs time in proportion to its text rather than
+  // to the square of its attribute count. A slot holds an attribute's index
+  // plus one in its low half (0 when free) and its hash in its high half.
+  std::size_t size = 64;
+  while (size < count * 2) size *= 2;
+  const std::size_t mask = size - 1;
+  attributeSlots_.assign(size, 0);
+  for (std::size_t i = 0; i < count; ++i) {
+    const Attribute& attribute = attributes[i];
+    std::uint32_t hash = NameHash(attribute.localName.text, attribute.localName.length);
+    if (attribute.prefix.length != 0) hash = hash * 31 + NameHash(attribute.prefix.text, attribute.prefix.length);
+    std::size_t slot = hash & mask;
+    for (; attributeSlots_[slot] != 0; slot = (slot + 1) & mask) {
+      const std::uint64_t entry = attributeSlots_[slot];
+      if (static_cast<std::uint32_t>(entry >> 32) == hash &&
+          same(attribute, attributes[static_cast<std::uint32_t>(entry) - 1])) {
+        return WC_E_UNIQUEATTRIBUTE;
+      }
+    }
+    attributeSlots_[slot] = (std::uint64_t{hash} << 32) | (i + 1);
   }
   return S_OK;
 }
 
-bool XmlReader::IsBound(const Span& prefix) const {
-  for (std::size_t i = bindings_.size(); i-- > 0;) {
-    if (SameText(bindings_[i].prefix.text, bindings_[i].prefix.length, prefix.text, prefix.length)) return true;
+// The slot of the table that holds `prefix`, or the free one where it
+// would go. The table is never full: it grows before it is half full.
+std::size_t XmlReader::PrefixSlot(const Span& prefix, std::uint32_t hash) const {
+  const std::size_t mask = prefixSlots_.size() - 1;
+  for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
+    const std::uint64_t entry = prefixSlots_[slot];
+    if (entry == 0) return slot;
+    if (static_cast<std::uint32_t>(entry >> 32) != hash) continue;
+    const Prefix& known = prefixes_[static_cast<std::uint32_t>(entry) - 1];
+    if (SameText(known.text, known.length, prefix.text, prefix.length)) return slot;
   }
-  return false;
+}
+
+// Makes room in the table for `more` prefixes beyond those known, keeping it
+// at most half full. An element's declarations make room once, so that many
+// on one element grow the table once rather than at every doubling.
+void XmlReader::ReservePrefixSlots(std::size_t more) {
+  ReserveMore(prefixes_, more);
+  ReserveMore(bindings_, more);
+  const std::size_t needed = 2 * (prefixes_.size() + more);
+  if (prefixSlots_.size() >= needed) return;
+  std::size_t size = std::max<std::size_t>(64, prefixSlots_.size() * 2);
+  while (size < needed) size *= 2;
+  std::vector<std::uint64_t> old(size, 0);
+  old.swap(prefixSlots_);
+  const std::size_t mask = size - 1;
+  for (const std::uint64_t entry : old) {
+    if (entry == 0) continue;
+    std::size_t slot = static_cast<std::uint32_t>(entry >> 32) & mask;
+    while (prefixSlots_[slot] != 0) slot = (slot + 1) & mask;
+    prefixSlots_[slot] = entry;
+  }
+}
+
+// Declares `prefix` on the element at `depth`; room for it has been made.
+void XmlReader::Bind(const Span& prefix, std::size_t depth) {
+  const std::uint32_t hash = NameHash(prefix.text, prefix.length);
+  std::uint64_t& entry = prefixSlots_[PrefixSlot(prefix, hash)];
+  if (entry == 0) {
+    prefixes_.push_back({prefix.text, prefix.length, 0});
+    entry = (std::uint64_t{hash} << 32) | prefixes_.size();
+  }
+  const std::uint32_t index = static_cast<std::uint32_t>(entry) - 1;
+  ++prefixes_[index].inScope;
+  bindings_.push_back({index, depth});
+}
+
+// Takes back the declarations of the elements at `depth` and below, which
+// have ended.
+void XmlReader::UnbindFrom(std::size_t depth) {
+  while (!bindings_.empty() && bindings_.back().depth >= depth) {
+    --prefixes_[bindings_.back().prefix].inScope;
+    bindings_.pop_back();
+  }
+}
+
+bool XmlReader::IsBound(const Span& prefix) const {
+  if (prefixes_.empty()) return false;
+  const std::uint64_t entry = prefixSlots_[PrefixSlot(prefix, NameHash(prefix.text, prefix.length))];
+  return entry != 0 && prefixes_[static_cast<std::uint32_t>(entry) - 1].inScope != 0;
 }
 
 // Records the prefixes this element declares and checks that every prefix it
@@ -809,13 +905,19 @@ bool XmlReader::IsBound(const Span& prefix) const {
 HRESULT XmlReader::BindNamespaces(std::size_t depth) {
   const std::size_t count = attributes_.size();
   const Attribute* const attributes = attributes_.data();
+  std::size_t declared = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const Span& prefix = attributes[i].prefix;
+    if (prefix.length != 0 && Equals(prefix.text, prefix.length, u"xmlns")) ++declared;
+  }
+  if (declared != 0) ReservePrefixSlots(declared);
   bool prefixed = false;
   for (std::size_t i = 0; i < count; ++i) {
     const Span& prefix = attributes[i].prefix;
     if (prefix.length == 0) continue;
     if (Equals(prefix.text, prefix.length, u"xmlns")) {
       if (attributes[i].value.length == 0) return NC_E_EMPTYURI;
-      bindings_.push_back({attributes[i].localName, depth});
+      Bind(attributes[i].localName, depth);
     } else {
       prefixed = true;
     }
@@ -837,7 +939,6 @@ HRESULT XmlReader::BindNamespaces(std::size_t depth) {
 }
 
 HRESULT XmlReader::ParseEndTag() {
-  pendingTerminators_.clear();
   char16_t* p = pos_ + 2;
   Span prefix;
   Span localName;

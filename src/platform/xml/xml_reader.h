@@ -13,6 +13,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -83,6 +84,14 @@ constexpr HRESULT WR_E_INVALIDSURROGATEPAIR = static_cast<HRESULT>(0xC00CEF0Cu);
 // SC_E_MAXELEMENTDEPTH, as with the system reader's default limit.
 constexpr std::size_t kMaxElementDepth = 256;
 
+// The largest document the library reads, in bytes: its data file, its
+// preset file and package manifests are a few megabytes at most, and a file
+// past this is refused before its bytes are read (Platform::ReadFileBytes)
+// and by SetInput, with kInputTooLarge: the result of a document too large
+// to hold, so a hostile file costs neither the memory nor the time.
+constexpr std::size_t kMaxInputBytes = std::size_t{64} << 20;
+constexpr HRESULT kInputTooLarge = E_OUTOFMEMORY;
+
 // Whether `name` is a name without a colon, the form of every prefix and
 // local name (the writer checks the names it is given with it).
 bool IsNcName(std::u16string_view name);
@@ -96,7 +105,9 @@ class XmlReader {
   // Takes a copy of the document (raw bytes: UTF-8 with or without a byte
   // order mark, UTF-16 LE or BE, or an 8-bit encoding named by the
   // declaration) and positions the reader before its first node. Problems
-  // with the bytes are reported by Read once it reaches them.
+  // with the bytes are reported by Read once it reaches them. A document of
+  // more than kMaxInputBytes is not taken: SetInput and every Read after it
+  // give kInputTooLarge.
   HRESULT SetInput(std::string_view bytes);
 
   // Moves to the next node: S_OK with a node, S_FALSE after the end of a
@@ -133,8 +144,17 @@ class XmlReader {
     Span prefix;
     Span localName;
   };
+  // A prefix some element has declared, and how many of its declarations
+  // are in scope now.
+  struct Prefix {
+    const char16_t* text;
+    UINT length;
+    UINT inScope;
+  };
+  // A declaration in scope: the prefix (an index into prefixes_) and the
+  // depth of the element that made it.
   struct Binding {
-    Span prefix;
+    std::uint32_t prefix;
     std::size_t depth;
   };
 
@@ -155,11 +175,16 @@ class XmlReader {
   HRESULT ParseDeclaration();
   HRESULT ParseMarkupDeclaration();
   HRESULT ParseQName(char16_t*& p, Span& prefix, Span& localName);
+  void TerminateName(const Span& prefix, const Span& localName);
   HRESULT ParseAttributeValue(char16_t*& p, Span& value);
   HRESULT ParseReference(char16_t*& p, char16_t*& out);
   HRESULT CheckAttributes();
   HRESULT BindNamespaces(std::size_t depth);
+  void ReservePrefixSlots(std::size_t more);
+  void Bind(const Span& prefix, std::size_t depth);
+  void UnbindFrom(std::size_t depth);
   bool IsBound(const Span& prefix) const;
+  std::size_t PrefixSlot(const Span& prefix, std::uint32_t hash) const;
   HRESULT EndError() const;
   void Terminate(char16_t* at);
 
@@ -179,7 +204,7 @@ class XmlReader {
   char16_t* savedAt_ = nullptr;
   char16_t savedChar_ = 0;
 
-  // Names whose terminators are written once their tag has been parsed.
+  // The declaration's names and values, terminated once it has been parsed.
   std::vector<char16_t*> pendingTerminators_;
 
   HRESULT error_ = S_OK;
@@ -199,8 +224,20 @@ class XmlReader {
   int currentAttribute_ = -1;
 
   std::vector<OpenElement> open_;
+  // The declarations in scope, innermost last, and every prefix declared so
+  // far with the number of its declarations in scope, found through an
+  // open-addressed table: whether a prefix is bound is one lookup however
+  // many are declared, and an element's end takes back only its own. A
+  // prefix that falls out of scope keeps its entry (at zero) until the next
+  // document. The table is kept at most half full. A slot holds the index
+  // of its prefix plus one in its low half (0 when free) and the prefix's
+  // hash in its high half.
   std::vector<Binding> bindings_;
-  std::vector<std::size_t> sortScratch_;
+  std::vector<Prefix> prefixes_;
+  std::vector<std::uint64_t> prefixSlots_;
+  // An open-addressed table of attributes, for finding a repeated one among
+  // many.
+  std::vector<std::uint64_t> attributeSlots_;
 };
 
 }  // namespace kel::xml
