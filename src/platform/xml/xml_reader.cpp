@@ -129,6 +129,33 @@ KEL_XML_INLINE std::uint32_t NameHash(const char16_t* text, std::size_t length) 
   return static_cast<std::uint32_t>(hash);
 }
 
+// A slot of the reader's open-addressed tables is 32 bits: the index of its
+// entry plus one in the low 24 (0 when free) and the top 8 bits of the
+// entry's hash above them, which settle most mismatches without touching
+// the entry. Half the size of a slot with the whole hash, a table of tens
+// of thousands of names stays in the cache. Every attribute takes at least
+// five bytes of input (` a=''`), so no index outgrows its bits.
+constexpr std::uint32_t kSlotIndexMask = (std::uint32_t{1} << 24) - 1;
+static_assert(kMaxInputBytes / 5 < kSlotIndexMask, "a slot's index bits hold every attribute of a document");
+
+KEL_XML_INLINE std::uint32_t MakeSlot(std::uint32_t hash, std::size_t index) {
+  return (hash & ~kSlotIndexMask) | static_cast<std::uint32_t>(index + 1);
+}
+
+KEL_XML_INLINE bool SlotHashMatches(std::uint32_t slot, std::uint32_t hash) {
+  return ((slot ^ hash) & ~kSlotIndexMask) == 0;
+}
+
+KEL_XML_INLINE void Prefetch(const void* at) {
+#if defined(__GNUC__)
+  __builtin_prefetch(at);
+#else
+  (void)at;
+#endif
+}
+
+KEL_XML_INLINE std::size_t SlotIndex(std::uint32_t slot) { return (slot & kSlotIndexMask) - 1; }
+
 inline bool AsciiEqualsIgnoreCase(std::string_view a, std::string_view b) {
   if (a.size() != b.size()) return false;
   for (std::size_t i = 0; i < a.size(); ++i) {
@@ -815,25 +842,40 @@ HRESULT XmlReader::CheckAttributes() {
   }
   // Many attributes: each goes into a table of at least twice their number,
   // so a hostile element costs time in proportion to its text rather than
-  // to the square of its attribute count. A slot holds an attribute's index
-  // plus one in its low half (0 when free) and its hash in its high half.
+  // to the square of its attribute count.
   std::size_t size = 64;
   while (size < count * 2) size *= 2;
   const std::size_t mask = size - 1;
   attributeSlots_.assign(size, 0);
-  for (std::size_t i = 0; i < count; ++i) {
+  auto hashOf = [attributes](std::size_t i) {
     const Attribute& attribute = attributes[i];
     std::uint32_t hash = NameHash(attribute.localName.text, attribute.localName.length);
     if (attribute.prefix.length != 0) hash = hash * 31 + NameHash(attribute.prefix.text, attribute.prefix.length);
+    return hash;
+  };
+  // The slots are visited in no order and the table outgrows the nearest
+  // cache, so each attribute's slot is fetched a few attributes ahead of
+  // its turn: the waits for memory overlap instead of following each other.
+  constexpr std::size_t kAhead = 8;
+  std::uint32_t ahead[kAhead];
+  auto hashAhead = [&](std::size_t i) {
+    const std::uint32_t hash = hashOf(i);
+    ahead[i % kAhead] = hash;
+    Prefetch(&attributeSlots_[hash & mask]);
+  };
+  for (std::size_t i = 0; i < kAhead; ++i) hashAhead(i);  // count > 16 > kAhead
+  for (std::size_t i = 0; i < count; ++i) {
+    const Attribute& attribute = attributes[i];
+    const std::uint32_t hash = ahead[i % kAhead];
+    if (i + kAhead < count) hashAhead(i + kAhead);
     std::size_t slot = hash & mask;
     for (; attributeSlots_[slot] != 0; slot = (slot + 1) & mask) {
-      const std::uint64_t entry = attributeSlots_[slot];
-      if (static_cast<std::uint32_t>(entry >> 32) == hash &&
-          same(attribute, attributes[static_cast<std::uint32_t>(entry) - 1])) {
+      const std::uint32_t entry = attributeSlots_[slot];
+      if (SlotHashMatches(entry, hash) && same(attribute, attributes[SlotIndex(entry)])) {
         return WC_E_UNIQUEATTRIBUTE;
       }
     }
-    attributeSlots_[slot] = (std::uint64_t{hash} << 32) | (i + 1);
+    attributeSlots_[slot] = MakeSlot(hash, i);
   }
   return S_OK;
 }
@@ -843,10 +885,10 @@ HRESULT XmlReader::CheckAttributes() {
 std::size_t XmlReader::PrefixSlot(const Span& prefix, std::uint32_t hash) const {
   const std::size_t mask = prefixSlots_.size() - 1;
   for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
-    const std::uint64_t entry = prefixSlots_[slot];
+    const std::uint32_t entry = prefixSlots_[slot];
     if (entry == 0) return slot;
-    if (static_cast<std::uint32_t>(entry >> 32) != hash) continue;
-    const Prefix& known = prefixes_[static_cast<std::uint32_t>(entry) - 1];
+    if (!SlotHashMatches(entry, hash)) continue;
+    const Prefix& known = prefixes_[SlotIndex(entry)];
     if (SameText(known.text, known.length, prefix.text, prefix.length)) return slot;
   }
 }
@@ -861,26 +903,27 @@ void XmlReader::ReservePrefixSlots(std::size_t more) {
   if (prefixSlots_.size() >= needed) return;
   std::size_t size = std::max<std::size_t>(64, prefixSlots_.size() * 2);
   while (size < needed) size *= 2;
-  std::vector<std::uint64_t> old(size, 0);
-  old.swap(prefixSlots_);
+  // The slots keep only part of each hash, so the known prefixes are
+  // hashed again; the table doubles, so that stays linear.
+  prefixSlots_.assign(size, 0);
   const std::size_t mask = size - 1;
-  for (const std::uint64_t entry : old) {
-    if (entry == 0) continue;
-    std::size_t slot = static_cast<std::uint32_t>(entry >> 32) & mask;
+  for (std::size_t i = 0; i < prefixes_.size(); ++i) {
+    const std::uint32_t hash = NameHash(prefixes_[i].text, prefixes_[i].length);
+    std::size_t slot = hash & mask;
     while (prefixSlots_[slot] != 0) slot = (slot + 1) & mask;
-    prefixSlots_[slot] = entry;
+    prefixSlots_[slot] = MakeSlot(hash, i);
   }
 }
 
-// Declares `prefix` on the element at `depth`; room for it has been made.
-void XmlReader::Bind(const Span& prefix, std::size_t depth) {
-  const std::uint32_t hash = NameHash(prefix.text, prefix.length);
-  std::uint64_t& entry = prefixSlots_[PrefixSlot(prefix, hash)];
+// Declares `prefix`, whose NameHash is `hash`, on the element at `depth`;
+// room for it has been made.
+void XmlReader::Bind(const Span& prefix, std::uint32_t hash, std::size_t depth) {
+  std::uint32_t& entry = prefixSlots_[PrefixSlot(prefix, hash)];
   if (entry == 0) {
+    entry = MakeSlot(hash, prefixes_.size());
     prefixes_.push_back({prefix.text, prefix.length, 0});
-    entry = (std::uint64_t{hash} << 32) | prefixes_.size();
   }
-  const std::uint32_t index = static_cast<std::uint32_t>(entry) - 1;
+  const std::uint32_t index = static_cast<std::uint32_t>(SlotIndex(entry));
   ++prefixes_[index].inScope;
   bindings_.push_back({index, depth});
 }
@@ -896,8 +939,8 @@ void XmlReader::UnbindFrom(std::size_t depth) {
 
 bool XmlReader::IsBound(const Span& prefix) const {
   if (prefixes_.empty()) return false;
-  const std::uint64_t entry = prefixSlots_[PrefixSlot(prefix, NameHash(prefix.text, prefix.length))];
-  return entry != 0 && prefixes_[static_cast<std::uint32_t>(entry) - 1].inScope != 0;
+  const std::uint32_t entry = prefixSlots_[PrefixSlot(prefix, NameHash(prefix.text, prefix.length))];
+  return entry != 0 && prefixes_[SlotIndex(entry)].inScope != 0;
 }
 
 // Records the prefixes this element declares and checks that every prefix it
@@ -911,13 +954,32 @@ HRESULT XmlReader::BindNamespaces(std::size_t depth) {
     if (prefix.length != 0 && Equals(prefix.text, prefix.length, u"xmlns")) ++declared;
   }
   if (declared != 0) ReservePrefixSlots(declared);
+  // As with the attribute table, each declaration's slot is fetched a few
+  // attributes ahead of its turn when there are many.
+  constexpr std::size_t kAhead = 8;
+  std::uint32_t ahead[kAhead] = {};
+  const bool fetchAhead = declared > 16;
+  auto hashAhead = [&](std::size_t i) {
+    const Span& prefix = attributes[i].prefix;
+    if (!Equals(prefix.text, prefix.length, u"xmlns")) return;
+    const Span& name = attributes[i].localName;
+    const std::uint32_t hash = NameHash(name.text, name.length);
+    ahead[i % kAhead] = hash;
+    Prefetch(&prefixSlots_[hash & (prefixSlots_.size() - 1)]);
+  };
+  if (fetchAhead) {
+    for (std::size_t i = 0; i < kAhead && i < count; ++i) hashAhead(i);
+  }
   bool prefixed = false;
   for (std::size_t i = 0; i < count; ++i) {
+    const std::uint32_t hash = ahead[i % kAhead];  // before its place is reused
+    if (fetchAhead && i + kAhead < count) hashAhead(i + kAhead);
     const Span& prefix = attributes[i].prefix;
     if (prefix.length == 0) continue;
     if (Equals(prefix.text, prefix.length, u"xmlns")) {
       if (attributes[i].value.length == 0) return NC_E_EMPTYURI;
-      Bind(attributes[i].localName, depth);
+      const Span& name = attributes[i].localName;
+      Bind(name, fetchAhead ? hash : NameHash(name.text, name.length), depth);
     } else {
       prefixed = true;
     }

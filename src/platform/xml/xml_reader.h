@@ -181,7 +181,7 @@ class XmlReader {
   HRESULT CheckAttributes();
   HRESULT BindNamespaces(std::size_t depth);
   void ReservePrefixSlots(std::size_t more);
-  void Bind(const Span& prefix, std::size_t depth);
+  void Bind(const Span& prefix, std::uint32_t hash, std::size_t depth);
   void UnbindFrom(std::size_t depth);
   bool IsBound(const Span& prefix) const;
   std::size_t PrefixSlot(const Span& prefix, std::uint32_t hash) const;
@@ -229,15 +229,13 @@ class XmlReader {
   // open-addressed table: whether a prefix is bound is one lookup however
   // many are declared, and an element's end takes back only its own. A
   // prefix that falls out of scope keeps its entry (at zero) until the next
-  // document. The table is kept at most half full. A slot holds the index
-  // of its prefix plus one in its low half (0 when free) and the prefix's
-  // hash in its high half.
+  // document. The table is kept at most half full.
   std::vector<Binding> bindings_;
   std::vector<Prefix> prefixes_;
-  std::vector<std::uint64_t> prefixSlots_;
+  std::vector<std::uint32_t> prefixSlots_;
   // An open-addressed table of attributes, for finding a repeated one among
   // many.
-  std::vector<std::uint64_t> attributeSlots_;
+  std::vector<std::uint32_t> attributeSlots_;
 };
 
 }  // namespace kel::xml
