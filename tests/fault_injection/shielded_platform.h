@@ -230,15 +230,11 @@ class ShieldedPlatform final : public platform::Platform {
   }
   HRESULT CreateAppVisibility(DWORD context, platform::AppVisibility** object) override {
     AllocationsUncounted shield;
-    const HRESULT hr = inner_.CreateAppVisibility(context, object);
-    if (*object != nullptr) *object = new AppVisibility(*object);
-    return hr;
+    return Wrapped<AppVisibility>(inner_.CreateAppVisibility(context, object), object);
   }
   HRESULT CreateAppxManifestReader(const WCHAR* manifestPath, platform::AppxManifestReader** reader) override {
     AllocationsUncounted shield;
-    const HRESULT hr = inner_.CreateAppxManifestReader(manifestPath, reader);
-    if (*reader != nullptr) *reader = new AppxManifestReader(*reader);
-    return hr;
+    return Wrapped<AppxManifestReader>(inner_.CreateAppxManifestReader(manifestPath, reader), reader);
   }
   void CoTaskMemFree(void* memory) override {
     AllocationsUncounted shield;
@@ -258,9 +254,7 @@ class ShieldedPlatform final : public platform::Platform {
   }
   HRESULT ActivatePackageManager(platform::DeploymentPackageManager** manager) override {
     AllocationsUncounted shield;
-    const HRESULT hr = inner_.ActivatePackageManager(manager);
-    if (*manager != nullptr) *manager = new DeploymentPackageManager(*manager);
-    return hr;
+    return Wrapped<DeploymentPackageManager>(inner_.ActivatePackageManager(manager), manager);
   }
   WString DescribeError(HRESULT error) override {
     AllocationsUncounted shield;
@@ -268,9 +262,7 @@ class ShieldedPlatform final : public platform::Platform {
   }
   HRESULT CreateApplicationActivationManager(DWORD context, platform::ApplicationActivationManager** manager) override {
     AllocationsUncounted shield;
-    const HRESULT hr = inner_.CreateApplicationActivationManager(context, manager);
-    if (*manager != nullptr) *manager = new ActivationManager(*manager);
-    return hr;
+    return Wrapped<ActivationManager>(inner_.CreateApplicationActivationManager(context, manager), manager);
   }
   HRESULT CoAllowSetForegroundWindow(platform::ApplicationActivationManager* manager) override {
     AllocationsUncounted shield;
@@ -305,6 +297,14 @@ class ShieldedPlatform final : public platform::Platform {
     const auto& thread = *static_cast<ThreadStart*>(parameter);
     FailingAllocations::ArmThisThread(thread.armed);
     return thread.start(thread.parameter);
+  }
+
+  // Wraps an object the inner platform handed out, so the wrapper owns its
+  // one reference; a call that handed out nothing stays as it was.
+  template <typename Wrapper, typename Interface>
+  static HRESULT Wrapped(HRESULT hr, Interface** object) {
+    if (*object != nullptr) *object = new Wrapper(*object);
+    return hr;
   }
 
   // Each wrapper owns one reference of the object it wraps and goes with it,
