@@ -538,8 +538,12 @@ void FinalizeInTheFirstSecondWritesNoDataFile(const std::wstring& dllPath) {
            world.detail());
     }
     const std::string log = readFile(world.logFile());
+    // Two threads tracing at once may overwrite each other's line (the log
+    // takes no lock): a round whose thread left no entry line proves
+    // nothing either way, and the next round is tried.
     if (log.find("CKELPackageManager::RefreshThread IN") == std::string::npos) {
-      fail("the log shows no refresh thread (is the log on?)", world.detail());
+      slowRounds += format("  round %d: the refresh thread's entry line was overwritten in the log\n", round);
+      continue;
     }
     if (log.find("Refresh app name list!") != std::string::npos ||
         log.find("CKELPackageManager::RefreshThread OUT") != std::string::npos) {
@@ -551,7 +555,8 @@ void FinalizeInTheFirstSecondWritesNoDataFile(const std::wstring& dllPath) {
     }
     return;
   }
-  fail("in none of five rounds did KelFinalize return within 1 s of KelInitialize; the test cannot tell",
+  fail("in none of five rounds did KelFinalize return within 1 s of KelInitialize with the thread's entry line "
+       "logged; the test cannot tell",
        slowRounds + world.detail());
 }
 
