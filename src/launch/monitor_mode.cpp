@@ -83,7 +83,9 @@ HRESULT CKELMonitorMode::GetMonitorMode(UINT* mode) {
   if (mode == nullptr) return TraceExit(kName, E_POINTER);
   AppVisibilityScope visibilityObject;
   HRESULT result = visibilityObject.Create();
-  if (Failed(result)) return TraceExit(kName, result);
+  // GetIMetroMode has traced the failure with its own exit line; this one
+  // returns without a line of its own.
+  if (Failed(result)) return result;
 
   Handle monitor = Sys().MonitorFromPoint(platform::Point{0, 0}, platform::MONITOR_DEFAULTTOPRIMARY);
   int visibility = platform::MAV_UNKNOWN;
@@ -115,8 +117,10 @@ HRESULT CKELMonitorMode::SwitchToStartScreen() {
   BOOL visible = 0;
   const HRESULT result = visibilityObject->IsLauncherVisible(&visible);
   if (Failed(result)) {
+    // Given back without an exit line: the switch traces its end only after
+    // the key press and the wait.
     visibilityObject.Release();
-    return TraceExit(kName, result);
+    return result;
   }
   WriteDebugLog("launcherVisibility = %d \r\n", visible);
   CKELKeyEmulate::Sendinput_Win();

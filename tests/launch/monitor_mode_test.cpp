@@ -161,6 +161,65 @@ TEST_F(MonitorMode, MonitorModeIsTraced) {
                         }));
 }
 
+// Which failures end with the operation's own exit line: a failed creation
+// in the switch does; a failed creation in the mode query and a failed first
+// launcher query in the switch leave the last word to the lines before them.
+struct FailureTraceCase {
+  const char* name;
+  HRESULT createResult;
+  HRESULT launcherResult;
+  bool viaSwitch;
+  HRESULT expected;
+  std::vector<std::string> lines;
+};
+
+// Named in test output by its case name rather than its bytes.
+void PrintTo(const FailureTraceCase& c, std::ostream* os) { *os << c.name; }
+
+class MonitorModeFailureTrace : public MonitorMode, public ::testing::WithParamInterface<FailureTraceCase> {};
+
+TEST_P(MonitorModeFailureTrace, WritesExactlyTheseLines) {
+  const FailureTraceCase& c = GetParam();
+  EnableLog();
+  fake->createAppVisibilityResult = c.createResult;
+  fake->launcherResult = c.launcherResult;
+  UINT mode = 7;
+  const HRESULT hr = c.viaSwitch ? CKELMonitorMode::SwitchToStartScreen() : CKELMonitorMode::GetMonitorMode(&mode);
+  EXPECT_EQ(hr, c.expected);
+  EXPECT_EQ(mode, 7u);
+  EXPECT_TRUE(fake->inputs.empty());
+  EXPECT_EQ(fake->appVisibilityObjectsAlive, 0);
+  EXPECT_EQ(LogLines(), c.lines);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    MonitorMode, MonitorModeFailureTrace,
+    ::testing::Values(
+        FailureTraceCase{"ModeQueryCreationFailureHasNoExitLineOfItsOwn",
+                         REGDB_E_CLASSNOTREG,
+                         S_OK,
+                         false,
+                         REGDB_E_CLASSNOTREG,
+                         {"CKELMonitorMode::GetMonitorMode IN\r\n", "CKELMonitorMode::GetIMetroMode IN\r\n",
+                          "CKELMonitorMode::GetIMetroMode OUT(0x80040154)\r\n"}},
+        FailureTraceCase{"SwitchCreationFailureIsTracedAsItsExit",
+                         REGDB_E_CLASSNOTREG,
+                         S_OK,
+                         true,
+                         REGDB_E_CLASSNOTREG,
+                         {"CKELMonitorMode::SwitchToStartScreen IN\r\n", "CKELMonitorMode::GetIMetroMode IN\r\n",
+                          "CKELMonitorMode::GetIMetroMode OUT(0x80040154)\r\n",
+                          "CKELMonitorMode::SwitchToStartScreen OUT(0x80040154)\r\n"}},
+        FailureTraceCase{"SwitchFailedFirstLauncherQueryReleasesWithoutAnExitLine",
+                         S_OK,
+                         kAccessDenied,
+                         true,
+                         kAccessDenied,
+                         {"CKELMonitorMode::SwitchToStartScreen IN\r\n", "CKELMonitorMode::GetIMetroMode IN\r\n",
+                          "CKELMonitorMode::GetIMetroMode OUT(0x00000000)\r\n",
+                          "CKELMonitorMode::ReleaseIMetroMode IN\r\n", "CKELMonitorMode::ReleaseIMetroMode OUT\r\n"}}),
+    [](const ::testing::TestParamInfo<FailureTraceCase>& info) { return std::string(info.param.name); });
+
 TEST_F(MonitorMode, SwitchPressesTheWindowsKeyAndPollsUntilTheLauncherShows) {
   EnableLog();
   fake->launcherAnswers = {0, 0, 0, 1};

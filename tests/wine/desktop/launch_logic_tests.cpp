@@ -17,6 +17,7 @@
 
 // The library's headers first: the seam's constants share names with Windows
 // macros, which must not be defined while they are read.
+#include "frame/lifecycle.h"
 #include "launch/clipboard.h"
 #include "launch/key_emulate.h"
 #include "launch/monitor_mode.h"
@@ -173,6 +174,36 @@ void MonitorModePassesShellFailuresOn(const Paths& paths)
     setControl(L"AppVisibilityResult", 0);
     setControl(L"LauncherResult", static_cast<DWORD>(E_UNEXPECTED));
     library.expectFailure(E_UNEXPECTED, "IsLauncherVisible failing with E_UNEXPECTED");
+}
+
+// A failing first launcher query ends the switch before the Windows key: the
+// app visibility object is released and no exit line of the switch follows.
+void SwitchWithAFailingLauncherQueryEndsWithoutAnExitLine(const Paths&)
+{
+    ControlScope control;
+    LogOnSettingsScope settings;
+    TempFolder localAppData(kTempPrefix);
+    setEnvironment(L"LOCALAPPDATA", localAppData.path());
+    makeFolders(localAppData.path() + L"\\Osk\\Kelbrook");
+    const std::wstring logPath = localAppData.path() + L"\\Osk\\Kelbrook\\KelbrookLogFS.txt";
+    setControl(L"LauncherResult", static_cast<DWORD>(E_UNEXPECTED));
+    kel::RereadLogSwitch();
+    const HRESULT hr = kel::CKELMonitorMode::SwitchToStartScreen();
+    expectResult(hr, E_UNEXPECTED, "SwitchToStartScreen with IsLauncherVisible failing");
+
+    std::vector<std::string> messages;
+    const std::string log = readFile(logPath);
+    for (const std::string& line : completeLines(log)) {
+        const size_t stampEnd = line.find(']');
+        messages.push_back(stampEnd == std::string::npos ? line : line.substr(stampEnd + 1));
+    }
+    const std::vector<std::string> expected = {
+        "CKELMonitorMode::SwitchToStartScreen IN", "CKELMonitorMode::GetIMetroMode IN",
+        "CKELMonitorMode::GetIMetroMode OUT(0x00000000)", "CKELMonitorMode::ReleaseIMetroMode IN",
+        "CKELMonitorMode::ReleaseIMetroMode OUT"};
+    if (messages != expected)
+        fail("the switch's log is not the creation, the release and nothing else",
+             indented("expected", expected) + indented("log", messages));
 }
 
 // ---------------------------------------------------------------------------
@@ -354,6 +385,7 @@ const Test kTests[] = {
     {"MonitorModeIsStartScreenWithVisibleLauncher", MonitorModeIsStartScreenWithVisibleLauncher},
     {"MonitorModeUnknownVisibilityFails", MonitorModeUnknownVisibilityFails},
     {"MonitorModePassesShellFailuresOn", MonitorModePassesShellFailuresOn},
+    {"SwitchWithAFailingLauncherQueryEndsWithoutAnExitLine", SwitchWithAFailingLauncherQueryEndsWithoutAnExitLine},
     {"SearchPaneOpensFromTheDesktop", SearchPaneOpensFromTheDesktop},
     {"SearchPaneOpensStraightFromTheStartScreen", SearchPaneOpensStraightFromTheStartScreen},
     {"SearchPaneThatNeverAppearsGivesEFail", SearchPaneThatNeverAppearsGivesEFail},
