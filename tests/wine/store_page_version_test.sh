@@ -9,10 +9,11 @@
 #   store_page_version_test.sh KELCLI_EXE
 # Needs WINEPREFIX set up by wine_prefix.sh and KELBROOK_DLL.
 set -uo pipefail
+. "$(dirname "$0")/wine_reg.sh"
 
 kelcli=$1
 scratch=$(mktemp -d)
-trap 'wine reg delete "HKCU\\Software\\Wine" /v Version /f >/dev/null 2>&1; rm -rf "$scratch"' EXIT
+trap 'wine_reg delete "HKCU\\Software\\Wine" /v Version /f >/dev/null 2>&1; rm -rf "$scratch"' EXIT
 recorder_log=$scratch/recorder.txt
 KEL_RECORDER_LOG=$(winepath -w "$recorder_log" 2>/dev/null)
 export KEL_RECORDER_LOG
@@ -20,7 +21,7 @@ export KEL_RECORDER_LOG
 failures=0
 check() {
   local version=$1 expected=$2
-  wine reg add 'HKCU\Software\Wine' /v Version /d "$version" /f >"$scratch/reg.out" 2>&1 ||
+  wine_reg add 'HKCU\Software\Wine' /v Version /d "$version" /f >"$scratch/reg.out" 2>&1 ||
     { echo "FAIL cannot set the Wine version to $version"; failures=$((failures + 1)); return; }
   rm -f "$recorder_log"
   wine "$kelcli" launch-store microsoft.windowsphotos_8wekyb3d8bbwe >"$scratch/kelcli.out" 2>&1

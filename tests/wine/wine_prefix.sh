@@ -23,6 +23,7 @@
 # Everything runs with WINEDEBUG=-all. Exits non-zero with a message on failure.
 
 set -euo pipefail
+. "$(dirname "$0")/wine_reg.sh"
 
 export WINEDEBUG=-all
 
@@ -192,7 +193,7 @@ setup() {
     [ $rc -eq 0 ] || [ $rc -eq 2 ] || die "wineserver -p failed with exit code $rc"
 
     # A crash must end the process at once instead of starting the debugger.
-    run_wine "setting AeDebug" wine reg add \
+    run_wine "setting AeDebug" wine_reg add \
         'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' /v Debugger /d '' /f
 
     mkdir -p "$WINEPREFIX/drive_c/kel" || die "cannot create $WINEPREFIX/drive_c/kel"
@@ -203,13 +204,13 @@ setup() {
     # for the protocol launches and "ms-windows-store" for the Store pages.
     local protocol
     for protocol in kelrec ms-windows-store; do
-        run_wine "registering $protocol" wine reg add "HKLM\\Software\\Classes\\$protocol" \
+        run_wine "registering $protocol" wine_reg add "HKLM\\Software\\Classes\\$protocol" \
             /ve /d "URL:$protocol Protocol" /f
-        run_wine "registering $protocol" wine reg add "HKLM\\Software\\Classes\\$protocol" \
+        run_wine "registering $protocol" wine_reg add "HKLM\\Software\\Classes\\$protocol" \
             /v 'URL Protocol' /d '' /f
-        run_wine "registering $protocol" wine reg add "HKLM\\Software\\Classes\\$protocol\\shell\\open\\command" \
+        run_wine "registering $protocol" wine_reg add "HKLM\\Software\\Classes\\$protocol\\shell\\open\\command" \
             /ve /d '"C:\kel\recorder.exe" "%1"' /f
-        run_wine "reading back the $protocol registration" wine reg query \
+        run_wine "reading back the $protocol registration" wine_reg query \
             "HKLM\\Software\\Classes\\$protocol\\shell\\open\\command" /ve
         grep -qF '"C:\kel\recorder.exe" "%1"' "$WINE_OUTPUT" ||
             die "$protocol registration reads back as: $(tr -d '\r' <"$WINE_OUTPUT")"
@@ -220,13 +221,13 @@ setup() {
         cp -f "$app_visibility" "$WINEPREFIX/drive_c/kel/app_visibility_server.dll" ||
             die "cannot copy the app visibility server"
         local class='HKLM\Software\Classes\CLSID\{7E5FE3D9-985F-4908-91F9-EE19F9FD1514}'
-        run_wine "registering the app visibility server" wine reg add "$class" \
+        run_wine "registering the app visibility server" wine_reg add "$class" \
             /ve /d 'Test desktop app visibility' /f
-        run_wine "registering the app visibility server" wine reg add "$class\\InprocServer32" \
+        run_wine "registering the app visibility server" wine_reg add "$class\\InprocServer32" \
             /ve /d 'C:\kel\app_visibility_server.dll' /f
-        run_wine "registering the app visibility server" wine reg add "$class\\InprocServer32" \
+        run_wine "registering the app visibility server" wine_reg add "$class\\InprocServer32" \
             /v ThreadingModel /d Both /f
-        run_wine "reading back the app visibility server registration" wine reg query "$class\\InprocServer32"
+        run_wine "reading back the app visibility server registration" wine_reg query "$class\\InprocServer32"
         grep -qF 'C:\kel\app_visibility_server.dll' "$WINE_OUTPUT" && grep -qF 'Both' "$WINE_OUTPUT" ||
             die "the app visibility server registration reads back as: $(tr -d '\r' <"$WINE_OUTPUT")"
     fi

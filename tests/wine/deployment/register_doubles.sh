@@ -23,6 +23,7 @@
 # WINEDEBUG=-all. Exits non-zero with a message on failure.
 
 set -euo pipefail
+. "$(dirname "$0")/../wine_reg.sh"
 
 export WINEDEBUG=-all
 
@@ -54,12 +55,12 @@ run_wine() {
     fi
 }
 
-# Fails unless `wine reg query KEY [ARGS]` shows every one of the texts.
+# Fails unless `wine_reg query KEY [ARGS]` shows every one of the texts.
 expect_registered() {
     local key="$1" args="$2"
     shift 2
     # shellcheck disable=SC2086
-    run_wine "reading back $key" wine reg query "$key" $args
+    run_wine "reading back $key" wine_reg query "$key" $args
     local text
     for text in "$@"; do
         grep -qF -- "$text" "$WINE_OUTPUT" ||
@@ -84,31 +85,31 @@ register() {
     cp -f "$service" "$folder/deployment_service.dll" || die "cannot copy the deployment service"
     cp -f "$activation" "$folder/activation_manager.dll" || die "cannot copy the activation manager"
 
-    run_wine "registering the deployment service" wine reg add "$RUNTIME_CLASS" \
+    run_wine "registering the deployment service" wine_reg add "$RUNTIME_CLASS" \
         /v DllPath /d "$WINDOWS_FOLDER\\deployment_service.dll" /f
     local value
     for value in ActivationType Threading TrustLevel; do
-        run_wine "registering the deployment service" wine reg add "$RUNTIME_CLASS" \
+        run_wine "registering the deployment service" wine_reg add "$RUNTIME_CLASS" \
             /v "$value" /t REG_DWORD /d 0 /f
     done
     expect_registered "$RUNTIME_CLASS" "/v DllPath" "$WINDOWS_FOLDER\\deployment_service.dll"
 
-    run_wine "registering the activation manager" wine reg add "$COM_CLASS" \
+    run_wine "registering the activation manager" wine_reg add "$COM_CLASS" \
         /ve /d 'Kelbrook test activation manager' /f
-    run_wine "registering the activation manager" wine reg add "$COM_CLASS\\InprocServer32" \
+    run_wine "registering the activation manager" wine_reg add "$COM_CLASS\\InprocServer32" \
         /ve /d "$WINDOWS_FOLDER\\activation_manager.dll" /f
-    run_wine "registering the activation manager" wine reg add "$COM_CLASS\\InprocServer32" \
+    run_wine "registering the activation manager" wine_reg add "$COM_CLASS\\InprocServer32" \
         /v ThreadingModel /d Both /f
     expect_registered "$COM_CLASS\\InprocServer32" "" "$WINDOWS_FOLDER\\activation_manager.dll" "Both"
     echo "register_doubles.sh: deployment service and activation manager registered in $WINEPREFIX"
 }
 
-# `wine reg delete` fails for a key that is not there; only a key that stays
+# `wine_reg delete` fails for a key that is not there; only a key that stays
 # is an error.
 remove_key() {
     local key="$1"
-    wine reg delete "$key" /f >"$WINE_OUTPUT" 2>&1 </dev/null || true
-    if wine reg query "$key" >"$WINE_OUTPUT" 2>&1 </dev/null; then
+    wine_reg delete "$key" /f >"$WINE_OUTPUT" 2>&1 </dev/null || true
+    if wine_reg query "$key" >"$WINE_OUTPUT" 2>&1 </dev/null; then
         die "$key is still registered: $(tr -d '\r' <"$WINE_OUTPUT")"
     fi
 }
