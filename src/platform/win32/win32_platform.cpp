@@ -6,6 +6,7 @@
 #include "platform/xml/xml_reader.h"
 #include "platform/win32/windows_headers.h"
 #include "platform/win32/appx_interfaces.h"
+#include "platform/win32/abi_layout.h"
 
 #include <algorithm>
 #include <atomic>
