@@ -159,6 +159,11 @@ stop_wineserver() {
     timeout 30 wineserver -w </dev/null || die "wineserver of $WINEPREFIX did not stop within 30 s"
 }
 
+# Which halves of Wine are installed: "64", or "64+32" with the 32-bit loader.
+wine_halves() {
+    if [ -x /usr/lib/wine/wine ]; then echo "64+32"; else echo "64"; fi
+}
+
 setup() {
     [ $# -eq 2 ] || [ $# -eq 3 ] || usage
     local recorder="$2"
@@ -177,6 +182,15 @@ setup() {
     # that were started with another DISPLAY.
     stop_wineserver
 
+    # A prefix made before 32-bit Wine was installed (or removed) no longer
+    # starts ("could not load kernel32.dll"): each prefix notes which halves
+    # it was made with and is made again when they change.
+    local halves stamp="$WINEPREFIX/.kel-wine-halves"
+    halves=$(wine_halves)
+    if [ -f "$WINEPREFIX/system.reg" ] && [ "$(cat "$stamp" 2>/dev/null)" != "$halves" ]; then
+        echo "wine_prefix.sh: $WINEPREFIX was not made with Wine's halves $halves; making it again"
+        rm -rf "$WINEPREFIX" || die "cannot remove $WINEPREFIX"
+    fi
     if [ ! -f "$WINEPREFIX/system.reg" ]; then
         echo "wine_prefix.sh: creating Wine prefix $WINEPREFIX (takes about 20 s)"
         # Mono and Gecko are not needed; skipping them keeps the first boot
@@ -184,6 +198,7 @@ setup() {
         WINEDLLOVERRIDES="mscoree,mshtml=" run_wine "wineboot -i" wine wineboot -i
         run_wine "waiting for wineboot to finish (wineserver -w)" timeout 120 wineserver -w
         [ -f "$WINEPREFIX/system.reg" ] || die "wineboot did not create $WINEPREFIX/system.reg"
+        echo "$halves" >"$stamp" || die "cannot write $stamp"
     fi
 
     # A persistent server keeps the prefix loaded between the short test runs.
