@@ -276,7 +276,7 @@ HRESULT CKELAppNameList::AddMetroPackage(platform::Package* package) {
       record = FindPackageHeld(familyName.c_str());
     }
     const HRESULT result =
-        record == nullptr ? AddNewMetroPackage(*package) : RefreshMetroPackage(*package, *record, familyName);
+        record == nullptr ? AddNewMetroPackage(*package) : RefreshMetroPackage(*package, record, familyName);
     return TraceExit(kName, result);
   } catch (const platform::PlatformError& error) {
     WriteDebugLog("%S OUT(%S)\r\n", kName, error.message);
@@ -301,15 +301,15 @@ HRESULT CKELAppNameList::AddNewMetroPackage(platform::Package& package) {
   return AppendPackageHeld(created.release());
 }
 
-HRESULT CKELAppNameList::RefreshMetroPackage(platform::Package& package, CKELPackage& record,
+HRESULT CKELAppNameList::RefreshMetroPackage(platform::Package& package, CKELPackage* record,
                                              const WString& familyName) {
   constexpr char16_t kName[] = u"CKELAppNameList::AddMetroPackage";
   platform::PackageVersion known;
   {
     CatalogueLock lock(m_Lock);
     if (IsStaleForThisThreadHeld()) return E_ABORT;
-    if (record.NeedReserve) return S_OK;  // reserved records are never refreshed
-    known = record.Version;
+    if (record->NeedReserve) return S_OK;  // reserved records are never refreshed
+    known = record->Version;
   }
   platform::PackageVersion version;
   ThrowIfFailed(package.GetVersion(version));
@@ -320,8 +320,8 @@ HRESULT CKELAppNameList::RefreshMetroPackage(platform::Package& package, CKELPac
   {
     CatalogueLock lock(m_Lock);
     if (IsStaleForThisThreadHeld()) return E_ABORT;
-    record.FullName = fullName;
-    record.Name = name;
+    record->FullName = fullName;
+    record->Name = name;
   }
   WString manifestPath;
   if (!ManifestPathOf(package, manifestPath)) {
@@ -344,8 +344,8 @@ HRESULT CKELAppNameList::RefreshMetroPackage(platform::Package& package, CKELPac
   {
     CatalogueLock lock(m_Lock);
     if (IsStaleForThisThreadHeld()) return E_ABORT;
-    record.Version = version;
-    record.DeleteAllApp();
+    record->Version = version;
+    record->DeleteAllApp();
   }
   if (!ManifestPathOf(package, manifestPath)) {
     TraceOverlongManifestPath(kName);
@@ -354,7 +354,7 @@ HRESULT CKELAppNameList::RefreshMetroPackage(platform::Package& package, CKELPac
   CKELManifestReader::AddAppsToPackage(manifestPath.c_str(), &carrier);  // only traced
   CatalogueLock lock(m_Lock);
   if (IsStaleForThisThreadHeld()) return E_ABORT;
-  record.TakeApplicationsFrom(carrier);
+  record->TakeApplicationsFrom(carrier);
   return changeResult;
 }
 
