@@ -19,11 +19,22 @@ bool NameIs(const char16_t* name, UINT length, std::u16string_view wanted) {
   return name != nullptr && EqualsIgnoreCase(std::u16string_view(name, length), wanted);
 }
 
+// A failed query of the platform's package, raised as the platform raises
+// it: its own code and its own text for that code.
+void ThrowIfFailed(HRESULT hr) {
+  if (Failed(hr)) throw platform::PlatformError{hr, Sys().DescribeError(hr)};
+}
+
 // The manifest beside a package: installed folder, a backslash, the file.
-bool ManifestPathOf(platform::Package& package, WString& path) {
+// The installed location is asked anew each time.
+[[nodiscard]] bool ManifestPathOf(platform::Package& package, WString& path) {
   WString folder;
-  if (Failed(package.GetInstalledLocationPath(folder))) throw platform::PlatformError{E_FAIL, u"InstalledLocation"};
+  ThrowIfFailed(package.GetInstalledLocationPath(folder));
   return FormatWideInto(path, kMaxPath, u"%s\\%s", {folder, u"AppxManifest.xml"});
+}
+
+void TraceOverlongManifestPath(const char16_t* name) {
+  WriteDebugLog("%S manifest path longer than %d characters, skipped\r\n", name, static_cast<int>(kMaxPath - 1));
 }
 
 // The records the calling thread is bound to, if any (BindThisThread).
@@ -228,13 +239,17 @@ HRESULT CKELAppNameList::AppendPackageHeld(CKELPackage* package) {
   constexpr char16_t kName[] = u"CKELAppNameList::AddMetroPackage";
   WriteDebugLog("%S IN\r\n", kName);
   if (package == nullptr) return TraceExit(kName, E_POINTER);
+  // A record that cannot be listed never was in the catalogue: it goes
+  // without the trace of a catalogued record's deletion.
   if (IsStaleForThisThreadHeld()) {
+    package->SetCatalogued(false);
     delete package;
     return TraceExit(kName, E_ABORT);
   }
   try {
     m_Packages.emplace_back(package);
   } catch (...) {
+    package->SetCatalogued(false);
     delete package;
     return TraceExit(kName, E_OUTOFMEMORY);
   }
@@ -248,81 +263,99 @@ HRESULT CKELAppNameList::AddMetroPackage(platform::Package* package) {
   // The platform and the manifest are asked without holding the catalogue;
   // the lock is taken for each look at or change of the records, and a
   // record found under it is only touched again under it, after checking
-  // that the records were not emptied meanwhile.
+  // that the records were not emptied meanwhile. Records that are not in the
+  // catalogue (the new one until it is listed, the one that carries a
+  // manifest's applications over) leave no trace lines when they go.
   try {
     WString familyName;
-    if (Failed(package->GetFamilyName(familyName))) throw platform::PlatformError{E_FAIL, u"Package.Id.FamilyName"};
+    ThrowIfFailed(package->GetFamilyName(familyName));
     CKELPackage* record = nullptr;
     {
       CatalogueLock lock(m_Lock);
       if (IsStaleForThisThreadHeld()) return TraceExit(kName, E_ABORT);
       record = FindPackageHeld(familyName.c_str());
     }
-    WString manifestPath;
-    if (record == nullptr) {
-      auto created = std::make_unique<CKELPackage>(*package);
-      if (!ManifestPathOf(*package, manifestPath)) {
-        WriteDebugLog("%S manifest path longer than %d characters, skipped\r\n", kName, static_cast<int>(kMaxPath - 1));
-      } else {
-        CKELManifestReader::AddAppsToPackage(manifestPath.c_str(), created.get());
-      }
-      CatalogueLock lock(m_Lock);
-      return TraceExit(kName, AppendPackageHeld(created.release()));
-    }
-
-    platform::PackageVersion known;
-    {
-      CatalogueLock lock(m_Lock);
-      if (IsStaleForThisThreadHeld()) return TraceExit(kName, E_ABORT);
-      if (record->NeedReserve) return TraceExit(kName, S_OK);  // reserved records are never refreshed
-      known = record->Version;
-    }
-    platform::PackageVersion version;
-    if (Failed(package->GetVersion(version))) throw platform::PlatformError{E_FAIL, u"Package.Id.Version"};
-    if (version == known) return TraceExit(kName, S_OK);
-    WString fullName, name;
-    if (Failed(package->GetFullName(fullName)) || Failed(package->GetName(name))) {
-      throw platform::PlatformError{E_FAIL, u"Package.Id"};
-    }
-    {
-      CatalogueLock lock(m_Lock);
-      if (IsStaleForThisThreadHeld()) return TraceExit(kName, E_ABORT);
-      record->FullName = fullName;
-      record->Name = name;
-    }
-    if (!ManifestPathOf(*package, manifestPath)) {
-      WriteDebugLog("%S manifest path longer than %d characters, skipped\r\n", kName, static_cast<int>(kMaxPath - 1));
-      return TraceExit(kName, E_FAIL);
-    }
-    // The manifest is read into a record of this call's own, with the same
-    // names as the catalogued one, so nothing catalogued is read unlocked.
-    CKELPackage fresh(familyName.c_str(), version, 0, 1);
-    fresh.FullName = fullName;
-    fresh.Name = name;
-    BOOL canGet = 0;
-    const HRESULT changeResult = CKELManifestReader::IsCanGetAppNameFromManifest(manifestPath.c_str(), &fresh, &canGet);
-    // Without readable names the record keeps its old version and apps, so
-    // the next refresh tries again.
-    if (Failed(changeResult) || !canGet) return TraceExit(kName, changeResult);
-    {
-      CatalogueLock lock(m_Lock);
-      if (IsStaleForThisThreadHeld()) return TraceExit(kName, E_ABORT);
-      record->Version = version;
-      record->DeleteAllApp();
-    }
-    CKELManifestReader::AddAppsToPackage(manifestPath.c_str(), &fresh);
-    {
-      CatalogueLock lock(m_Lock);
-      if (IsStaleForThisThreadHeld()) return TraceExit(kName, E_ABORT);
-      record->TakeApplicationsFrom(fresh);
-    }
-    return TraceExit(kName, changeResult);
+    const HRESULT result =
+        record == nullptr ? AddNewMetroPackage(*package) : RefreshMetroPackage(*package, record, familyName);
+    return TraceExit(kName, result);
   } catch (const platform::PlatformError& error) {
     WriteDebugLog("%S OUT(%S)\r\n", kName, error.message);
     return TraceExit(kName, E_FAIL);
   } catch (const std::bad_alloc&) {
     return TraceExit(kName, E_OUTOFMEMORY);
   }
+}
+
+HRESULT CKELAppNameList::AddNewMetroPackage(platform::Package& package) {
+  constexpr char16_t kName[] = u"CKELAppNameList::AddMetroPackage";
+  auto created = std::make_unique<CKELPackage>(package);
+  created->SetCatalogued(false);
+  WString manifestPath;
+  if (ManifestPathOf(package, manifestPath)) {
+    CKELManifestReader::AddAppsToPackage(manifestPath.c_str(), created.get());  // only traced
+  } else {
+    TraceOverlongManifestPath(kName);
+  }
+  created->SetCatalogued(true);
+  CatalogueLock lock(m_Lock);
+  return AppendPackageHeld(created.release());
+}
+
+HRESULT CKELAppNameList::RefreshMetroPackage(platform::Package& package, CKELPackage* record,
+                                             const WString& familyName) {
+  constexpr char16_t kName[] = u"CKELAppNameList::AddMetroPackage";
+  platform::PackageVersion known;
+  {
+    CatalogueLock lock(m_Lock);
+    if (IsStaleForThisThreadHeld()) return E_ABORT;
+    if (record->NeedReserve) return S_OK;  // reserved records are never refreshed
+    known = record->Version;
+  }
+  platform::PackageVersion version;
+  ThrowIfFailed(package.GetVersion(version));
+  if (version == known) return S_OK;
+  WString fullName, name;
+  ThrowIfFailed(package.GetFullName(fullName));
+  ThrowIfFailed(package.GetName(name));
+  {
+    CatalogueLock lock(m_Lock);
+    if (IsStaleForThisThreadHeld()) return E_ABORT;
+    record->FullName = fullName;
+    record->Name = name;
+  }
+  WString manifestPath;
+  if (!ManifestPathOf(package, manifestPath)) {
+    TraceOverlongManifestPath(kName);
+    return E_FAIL;
+  }
+  // The manifest is read, twice, into a record of this call's own with the
+  // catalogued one's names, so nothing catalogued is read unlocked. The
+  // catalogued record's own applications are deleted under the lock in
+  // between, where a refresh deletes them, and the new ones are moved over.
+  CKELPackage carrier(familyName.c_str(), version, 0, 1);
+  carrier.SetCatalogued(false);
+  carrier.FullName = fullName;
+  carrier.Name = name;
+  BOOL canGet = 0;
+  const HRESULT changeResult = CKELManifestReader::IsCanGetAppNameFromManifest(manifestPath.c_str(), &carrier, &canGet);
+  // Without readable names the record keeps its old version and apps, so
+  // the next refresh tries again.
+  if (Failed(changeResult) || !canGet) return changeResult;
+  {
+    CatalogueLock lock(m_Lock);
+    if (IsStaleForThisThreadHeld()) return E_ABORT;
+    record->Version = version;
+    record->DeleteAllApp();
+  }
+  if (!ManifestPathOf(package, manifestPath)) {
+    TraceOverlongManifestPath(kName);
+    return changeResult;
+  }
+  CKELManifestReader::AddAppsToPackage(manifestPath.c_str(), &carrier);  // only traced
+  CatalogueLock lock(m_Lock);
+  if (IsStaleForThisThreadHeld()) return E_ABORT;
+  record->TakeApplicationsFrom(carrier);
+  return changeResult;
 }
 
 HRESULT CKELAppNameList::AddDesktopApp(const char16_t* displayName, const char16_t* shortcutPath) {

@@ -62,6 +62,12 @@ class CKELAppNameList {
   HRESULT ScanDocument(xml::XmlReader& reader);
   HRESULT ReadDesktopAppsHeld(xml::XmlReader* reader);
   HRESULT AppendPackageHeld(CKELPackage* package);
+  // The two courses of AddMetroPackage with a platform package: one not yet
+  // catalogued, and one the catalogue holds (`record`, found under the lock
+  // and only touched under it again). Called without the lock; a failed
+  // platform query throws PlatformError.
+  HRESULT AddNewMetroPackage(platform::Package& package);
+  HRESULT RefreshMetroPackage(platform::Package& package, CKELPackage* record, const WString& familyName);
   CKELPackage* FindPackageHeld(const char16_t* packageFamilyName);
   BOOL IsInDesktopAppListHeld(const char16_t* shortcutPath);
   // Whether the calling thread is bound to records that are gone.

@@ -34,8 +34,10 @@ bool Contains(const WString& part, const WString& whole) {
   return CKELApp::IsSubStrNoOrder(part.c_str(), whole.c_str()) != 0;
 }
 
-void ThrowIfFailed(HRESULT hr, const char16_t* what) {
-  if (Failed(hr)) throw platform::PlatformError{hr, what};
+// A failed query of the platform's package, raised as the platform raises
+// it: its own code and its own text for that code.
+void ThrowIfFailed(HRESULT hr) {
+  if (Failed(hr)) throw platform::PlatformError{hr, platform::Current().DescribeError(hr)};
 }
 
 }  // namespace
@@ -148,10 +150,10 @@ HRESULT CKELDesktopApp::AddToExcludeAppNameList(const char16_t* searchWord, Excl
 // --- packages ----------------------------------------------------------------
 
 CKELPackage::CKELPackage(platform::Package& package) {
-  ThrowIfFailed(package.GetFamilyName(PackageFamilyName), u"Package.Id.FamilyName");
-  ThrowIfFailed(package.GetFullName(FullName), u"Package.Id.FullName");
-  ThrowIfFailed(package.GetName(Name), u"Package.Id.Name");
-  ThrowIfFailed(package.GetVersion(Version), u"Package.Id.Version");
+  ThrowIfFailed(package.GetFamilyName(PackageFamilyName));
+  ThrowIfFailed(package.GetFullName(FullName));
+  ThrowIfFailed(package.GetName(Name));
+  ThrowIfFailed(package.GetVersion(Version));
   NeedReserve = 0;
   IsInstalled = 1;
 }
@@ -161,7 +163,9 @@ CKELPackage::CKELPackage(const char16_t* packageFamilyName, PackageVersion versi
     : PackageFamilyName(Copied(packageFamilyName)), Version(version), NeedReserve(needReserve),
       IsInstalled(isInstalled) {}
 
-CKELPackage::~CKELPackage() { DeleteAllApp(); }
+CKELPackage::~CKELPackage() {
+  if (m_Catalogued) DeleteAllApp();
+}
 
 BOOL CKELPackage::IsThisPackage(const char16_t* packageFamilyName) const {
   constexpr char16_t kName[] = u"CKELPackage::IsThisPackage";

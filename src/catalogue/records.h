@@ -89,6 +89,11 @@ class CKELPackage {
   const std::list<std::unique_ptr<CKELMetroApp>>& Applications() const { return m_Applications; }
   // Moves the other record's applications to the end of this one's.
   void TakeApplicationsFrom(CKELPackage& other) { m_Applications.splice(m_Applications.end(), other.m_Applications); }
+  // Whether deleting the record writes DeleteAllApp's trace lines. A record
+  // that is not in the catalogue (one being filled before it is listed, or
+  // one that only carries applications over to a listed record) deletes no
+  // catalogued application when it goes, so it goes without a trace.
+  void SetCatalogued(bool catalogued) noexcept { m_Catalogued = catalogued; }
 
   WString PackageFamilyName;
   WString FullName;
@@ -99,6 +104,7 @@ class CKELPackage {
 
  private:
   std::list<std::unique_ptr<CKELMetroApp>> m_Applications;
+  bool m_Catalogued = true;
 };
 
 }  // namespace kel

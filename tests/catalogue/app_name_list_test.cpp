@@ -90,7 +90,10 @@ TEST_F(AppNameList, PlatformFailureBecomesFailAndIsTraced) {
   EXPECT_EQ(list.AddMetroPackage(&mail), E_FAIL);
   EXPECT_TRUE(list.Packages().empty());
   EXPECT_EQ(LogLines().back(), "CKELAppNameList::AddMetroPackage OUT(0x80004005)\r\n");
-  EXPECT_FALSE(LogLinesStartingWith("CKELAppNameList::AddMetroPackage OUT(Package.Id.FamilyName)").empty());
+  const std::vector<std::string> lines = LogLines();
+  ASSERT_GE(lines.size(), 2u);
+  EXPECT_EQ(lines[lines.size() - 2], "CKELAppNameList::AddMetroPackage OUT(" +
+                                         fakes::Narrow(fake->DescribeError(mail.failWith)) + ")\r\n");
   EXPECT_EQ(list.AddMetroPackage(static_cast<platform::Package*>(nullptr)), E_POINTER);
 }
 

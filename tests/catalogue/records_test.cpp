@@ -191,5 +191,57 @@ TEST_F(Records, PackageTracesItsApplications) {
                                                   "CKELPackage::DeleteAllApp OUT\r\n"}));
 }
 
+constexpr HRESULT kElementNotFound = static_cast<HRESULT>(0x80070490u);
+
+struct FailingIdentityQuery {
+  const char* name;
+  HRESULT familyName, fullName, packageName, version;
+};
+
+class PackageFromThePlatform : public Records, public ::testing::WithParamInterface<FailingIdentityQuery> {};
+
+// Each identity query answers in turn; the first failure is raised with the
+// platform's own code and its text for that code.
+class OneFailingQueryPackage final : public platform::Package {
+ public:
+  explicit OneFailingQueryPackage(const FailingIdentityQuery& answers) : answers_(answers) {}
+  HRESULT GetFamilyName(WString& value) override { return Answer(answers_.familyName, value); }
+  HRESULT GetFullName(WString& value) override { return Answer(answers_.fullName, value); }
+  HRESULT GetName(WString& value) override { return Answer(answers_.packageName, value); }
+  HRESULT GetVersion(platform::PackageVersion& value) override {
+    if (Succeeded(answers_.version)) value = {1, 2, 3, 4};
+    return answers_.version;
+  }
+  HRESULT GetInstalledLocationPath(WString& value) override { return Answer(S_OK, value); }
+  void AddRef() override {}
+  void Release() override {}
+
+ private:
+  static HRESULT Answer(HRESULT hr, WString& value) {
+    if (Succeeded(hr)) value = u"Example.Mail_abc";
+    return hr;
+  }
+  FailingIdentityQuery answers_;
+};
+
+TEST_P(PackageFromThePlatform, RaisesTheFailingQuerysCodeWithThePlatformsText) {
+  OneFailingQueryPackage package(GetParam());
+  try {
+    CKELPackage record(package);
+    FAIL() << "no error raised";
+  } catch (const platform::PlatformError& error) {
+    EXPECT_EQ(error.code, kElementNotFound);
+    EXPECT_EQ(error.message, fake->DescribeError(kElementNotFound));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Records, PackageFromThePlatform,
+    ::testing::Values(FailingIdentityQuery{"FamilyName", kElementNotFound, S_OK, S_OK, S_OK},
+                      FailingIdentityQuery{"FullName", S_OK, kElementNotFound, S_OK, S_OK},
+                      FailingIdentityQuery{"Name", S_OK, S_OK, kElementNotFound, S_OK},
+                      FailingIdentityQuery{"Version", S_OK, S_OK, S_OK, kElementNotFound}),
+    [](const ::testing::TestParamInfo<FailingIdentityQuery>& info) { return std::string(info.param.name); });
+
 }  // namespace
 }  // namespace kel

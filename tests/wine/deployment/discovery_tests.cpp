@@ -957,6 +957,70 @@ std::string NothingStrayAfterUnload(const std::wstring& root) {
   return problem;
 }
 
+// A catalogued package installed in a newer version (Kel.Reader: 1.0.0.0 in
+// the preset, 1.2.3.4 installed): its old applications are deleted between
+// the readability check and the reading of the new ones, once, and nothing
+// of the catalogue is traced after the refresh's exit line until the next
+// package's turn.
+void NewerVersionRefreshEndsAtItsExitLine(const std::wstring& dllPath) {
+  LogOnSettingsScope settings;
+  World world;
+  writeFile(world.presetPath(), kPresetAppNameList);
+  Library library(dllPath);
+  expectResult(KEL(library, KelInitialize)(), S_OK, "KelInitialize", [&] { return world.detail(); });
+  const bool written = waitUntil([&] { return fileExists(world.dataFile()); }, 30000);
+  KEL(library, KelFinalize)();
+  if (!written) {
+    fail("within 30 s of KelInitialize the refresh thread wrote no " + narrow(world.dataFile()), world.detail());
+  }
+
+  std::vector<std::string> log;
+  for (const std::string& line : completeLines(readFile(world.logFile()))) {
+    const std::size_t close = line.find(']');
+    log.push_back(!line.empty() && line[0] == '[' && close != std::string::npos ? line.substr(close + 1) : line);
+  }
+  // The refresh of Kel.Reader begins where the catalogue's lookup finds it.
+  std::size_t begin = log.size();
+  for (std::size_t i = 0; i + 1 < log.size(); ++i) {
+    if (log[i] == "CKELPackage::IsThisPackage(" + narrow(kReader) + ") IN" &&
+        log[i + 1] == "CKELPackage::IsThisPackage OUT(1)") {
+      begin = i + 2;
+      break;
+    }
+  }
+  if (begin == log.size()) fail("the log shows no lookup that found " + narrow(kReader), world.detail());
+  // Its lines up to the first catalogue line after its exit line.
+  std::vector<std::string> traced;
+  bool ended = false;
+  for (std::size_t i = begin; i < log.size(); ++i) {
+    const std::string& line = log[i];
+    const bool catalogue = line.rfind("CKELAppNameList::", 0) == 0 || line.rfind("CKELPackage::", 0) == 0 ||
+                           line == "CKELManifestReader::IsCanGetAppNameFromManifest IN" ||
+                           line == "CKELManifestReader::AddAppsToPackage IN";
+    if (!catalogue) continue;
+    traced.push_back(line);
+    if (ended) break;
+    ended = line.rfind("CKELAppNameList::AddMetroPackage OUT(", 0) == 0;
+  }
+  const std::vector<std::string> expected = {
+      "CKELAppNameList::GetPackage OUT",
+      "CKELManifestReader::IsCanGetAppNameFromManifest IN",
+      "CKELPackage::DeleteAllApp IN",
+      "CKELPackage::DeleteAllApp OUT",
+      "CKELManifestReader::AddAppsToPackage IN",
+      "CKELPackage::AddApplication(kel reader, reader) IN",
+      "CKELPackage::AddApplication OUT(0x00000000)",
+      "CKELAppNameList::AddMetroPackage OUT(0x00000001)",
+      // The next package the deployment service gives, new to the catalogue.
+      "CKELAppNameList::AddMetroPackage IN",
+  };
+  if (traced != expected) {
+    fail("the refresh of " + narrow(kReader) + " is not traced as its steps are",
+         indented("expected catalogue lines", expected) + indented("logged catalogue lines", traced) +
+             world.detail());
+  }
+}
+
 // ---------------------------------------------------------------------------
 // Runner
 
@@ -979,6 +1043,7 @@ const Test kTests[] = {
     {"ActivationWithoutArgumentsUsesTheLocalServer", ActivationWithoutArgumentsUsesTheLocalServer},
     {"DeploymentDoubleAnswersTheCurrentUserOnly", DeploymentDoubleAnswersTheCurrentUserOnly},
     {"UnloadLogsToTheLogFileOnly", UnloadLogsToTheLogFileOnly, NothingStrayAfterUnload},
+    {"NewerVersionRefreshEndsAtItsExitLine", NewerVersionRefreshEndsAtItsExitLine},
 };
 
 const char kUsage[] = "discovery_tests.exe DLLPATH TESTNAME";
