@@ -53,16 +53,28 @@ HRESULT OpenManifest(const char16_t* name, const char16_t* path, xml::XmlReader&
   return hr;
 }
 
+// Whether a walk goes on past a name that is still a resource reference
+// after resolving: adding applications keeps it as it is, the test whether
+// the names can be had yet stops at it.
+enum class UnresolvedName { kKeep, kStop };
+
 // One application's names: the walk both XML readings share. The result is
-// that of the last step; `displayName` and `shortName` are resolved.
-HRESULT ReadApplication(xml::XmlReader& reader, const CKELPackage& package, WString& displayName,
-                        WString& shortName) {
+// that of the last step; `displayName` and `shortName` are resolved. With
+// kStop the walk ends right after the first name that is still a reference,
+// with the result of that name's read, and `unresolved` is set.
+HRESULT ReadApplication(xml::XmlReader& reader, const CKELPackage& package, UnresolvedName atUnresolved,
+                        WString& displayName, WString& shortName, bool& unresolved) {
+  unresolved = false;
   HRESULT hr = CKELManifestReader::MoveToElementByName(&reader, u"VisualElements");
   if (Failed(hr)) return hr;
   displayName.clear();
   hr = CKELManifestReader::GetAttributeValueByName(&reader, u"DisplayName", displayName);
   if (Failed(hr)) return hr;
   ResolveName(displayName, package);
+  if (atUnresolved == UnresolvedName::kStop && IsResourceReference(displayName)) {
+    unresolved = true;
+    return hr;
+  }
   // Without a DefaultTile the search runs on into the next application (or
   // to the end), as it always has.
   hr = CKELManifestReader::MoveToElementByName(&reader, u"DefaultTile");
@@ -71,6 +83,7 @@ HRESULT ReadApplication(xml::XmlReader& reader, const CKELPackage& package, WStr
   hr = CKELManifestReader::GetAttributeValueByName(&reader, u"ShortName", shortName);
   if (Failed(hr)) return hr;
   ResolveName(shortName, package);
+  unresolved = atUnresolved == UnresolvedName::kStop && IsResourceReference(shortName);
   return hr;
 }
 
@@ -86,16 +99,16 @@ HRESULT AddApplicationsThroughApi(const char16_t* manifestPath, CKELPackage& pac
   BOOL hasCurrent = 0;
   if (Succeeded(hr)) hr = applications->GetHasCurrent(&hasCurrent);
   while (Succeeded(hr) && hasCurrent) {
+    // An application that cannot be had, or whose name cannot be read, is
+    // skipped; only the enumerator's own failure ends the walk.
     platform::ComPtr<platform::AppxApplication> application;
-    hr = platform::RequireObject(applications->GetCurrent(application.put()), application);
-    if (Failed(hr)) break;
-    WCHAR* rawName = nullptr;
-    HRESULT named = application->GetStringValue(u"DisplayName", &rawName);
-    platform::UniqueCoTaskMem displayName(rawName);
-    named = platform::RequireObject(named, rawName);
-    // An application whose name cannot be read is skipped.
-    if (Succeeded(named)) package.AddApplication(rawName, nullptr);
-    displayName.reset();
+    if (Succeeded(platform::RequireObject(applications->GetCurrent(application.put()), application))) {
+      WCHAR* rawName = nullptr;
+      HRESULT named = application->GetStringValue(u"DisplayName", &rawName);
+      platform::UniqueCoTaskMem displayName(rawName);
+      named = platform::RequireObject(named, rawName);
+      if (Succeeded(named)) package.AddApplication(rawName, nullptr);
+    }
     application.reset();
     hr = applications->MoveNext(&hasCurrent);
   }
@@ -104,7 +117,13 @@ HRESULT AddApplicationsThroughApi(const char16_t* manifestPath, CKELPackage& pac
 
 }  // namespace
 
-DWORD CKELManifestReader::LoadSetting() { return CKELReg::GetManifestReaderSetting(); }
+DWORD CKELManifestReader::LoadSetting() {
+  constexpr char16_t kName[] = u"CKELManifestReader::LoadSetting";
+  WriteDebugLog("%S IN\r\n", kName);
+  const DWORD setting = CKELReg::GetManifestReaderSetting();
+  WriteDebugLog("%S OUT\r\n", kName);
+  return setting;
+}
 
 HRESULT CKELManifestReader::AddAppsToPackage(const char16_t* manifestPath, CKELPackage* package) {
   constexpr char16_t kName[] = u"CKELManifestReader::AddAppsToPackage";
@@ -114,8 +133,12 @@ HRESULT CKELManifestReader::AddAppsToPackage(const char16_t* manifestPath, CKELP
   return TraceExit(kName, result);
 }
 
+// The entry line comes before the checks and shows the name as given, a
+// null one included; a refused argument writes its exit line at once.
 HRESULT CKELManifestReader::MoveToElementByName(xml::XmlReader* reader, const char16_t* name) {
-  if (reader == nullptr || name == nullptr) return E_POINTER;
+  constexpr char16_t kName[] = u"CKELManifestReader::MoveToElementByName";
+  WriteDebugLog("%S(%S) IN\r\n", kName, name);
+  if (reader == nullptr || name == nullptr) return TraceExit(kName, E_POINTER);
   xml::XmlNodeType type = xml::XmlNodeType_None;
   HRESULT hr = reader->Read(&type);
   while (hr == S_OK) {
@@ -123,32 +146,34 @@ HRESULT CKELManifestReader::MoveToElementByName(xml::XmlReader* reader, const ch
     UINT length = 0;
     if (type == xml::XmlNodeType_Element && Succeeded(reader->GetLocalName(&localName, &length)) &&
         SameNameIgnoringCase(localName, length, name)) {
-      return S_OK;
+      return TraceExit(kName, S_OK);
     }
     hr = reader->Read(&type);
   }
-  return hr;
+  return TraceExit(kName, hr);
 }
 
 HRESULT CKELManifestReader::GetAttributeValueByName(xml::XmlReader* reader, const char16_t* name, WString& value) {
-  if (reader == nullptr || name == nullptr) return E_POINTER;
-  if (name[0] == 0) return E_INVALIDARG;
+  constexpr char16_t kName[] = u"CKELManifestReader::GetAttributeValueByName";
+  WriteDebugLog("%S(%S) IN\r\n", kName, name);
+  if (reader == nullptr || name == nullptr) return TraceExit(kName, E_POINTER);
+  if (name[0] == 0) return TraceExit(kName, E_INVALIDARG);
   for (HRESULT move = reader->MoveToFirstAttribute(); move == S_OK; move = reader->MoveToNextAttribute()) {
     const char16_t* attributeValue = nullptr;
     UINT valueLength = 0;
     HRESULT hr = reader->GetValue(&attributeValue, &valueLength);
-    if (Failed(hr)) return hr;
+    if (Failed(hr)) return TraceExit(kName, hr);
     const char16_t* localName = nullptr;
     UINT nameLength = 0;
     hr = reader->GetLocalName(&localName, &nameLength);
-    if (Failed(hr)) return hr;
+    if (Failed(hr)) return TraceExit(kName, hr);
     if (SameNameIgnoringCase(localName, nameLength, name)) {
       value.assign(attributeValue, valueLength);
       reader->MoveToElement();
-      return S_OK;
+      return TraceExit(kName, S_OK);
     }
   }
-  return S_FALSE;  // missing: the caller's value stays as it was
+  return TraceExit(kName, S_FALSE);  // missing: the caller's value stays as it was
 }
 
 HRESULT CKELManifestReader::GetAppNameUsingXmlParser(const char16_t* manifestPath, CKELPackage* package) {
@@ -164,7 +189,8 @@ HRESULT CKELManifestReader::GetAppNameUsingXmlParser(const char16_t* manifestPat
     hr = MoveToElementByName(&reader, u"Application");
     if (hr != S_OK) break;
     WString displayName, shortName;
-    hr = ReadApplication(reader, *package, displayName, shortName);
+    bool unresolved = false;
+    hr = ReadApplication(reader, *package, UnresolvedName::kKeep, displayName, shortName, unresolved);
     if (Failed(hr)) break;
     package->AddApplication(displayName.c_str(), shortName.c_str());
   }
@@ -190,10 +216,10 @@ HRESULT CKELManifestReader::IsCanGetAppNameFromManifest(const char16_t* manifest
     }
     if (hr != S_OK) break;
     WString displayName, shortName;
-    hr = ReadApplication(reader, *package, displayName, shortName);
-    if (Failed(hr)) break;
+    bool unresolved = false;
+    hr = ReadApplication(reader, *package, UnresolvedName::kStop, displayName, shortName, unresolved);
     // A reference that did not resolve means the names cannot be had yet.
-    if (IsResourceReference(displayName) || IsResourceReference(shortName)) break;
+    if (Failed(hr) || unresolved) break;
   }
   return TraceExit(kName, hr);
 }
@@ -212,7 +238,7 @@ HRESULT CKELManifestReader::GetAppDisplayName(platform::Package* package, char16
   if (package == nullptr || displayName == nullptr) return E_POINTER;
   WString folder;
   HRESULT hr = package->GetInstalledLocationPath(folder);
-  if (Failed(hr)) throw platform::PlatformError{hr, u"Package.InstalledLocation"};
+  if (Failed(hr)) throw platform::PlatformError{hr, Sys().DescribeError(hr)};
   const WString path = folder + u"\\" + u"AppxManifest.xml";
   xml::XmlReader reader;
   hr = OpenManifest(kName, path.c_str(), reader);
@@ -240,9 +266,9 @@ HRESULT CKELManifestReader::GetAppDisplayName(platform::Package* package, char16
     return TraceExit(kName, S_OK);
   }
   WString fullName, identityName;
-  if (Failed(package->GetFullName(fullName)) || Failed(package->GetName(identityName))) {
-    throw platform::PlatformError{E_FAIL, u"Package.Id"};
-  }
+  hr = package->GetFullName(fullName);
+  if (Succeeded(hr)) hr = package->GetName(identityName);
+  if (Failed(hr)) throw platform::PlatformError{hr, Sys().DescribeError(hr)};
   if (!ConvertMsResourceToString(name, fullName.c_str(), identityName.c_str(), buffer)) return TraceExit(kName, E_FAIL);
   return TraceExit(kName, S_OK);
 }

@@ -29,7 +29,9 @@ class CKELManifestReader {
   static HRESULT GetAppNameUsingAPI(const char16_t* manifestPath, CKELPackage* package);
 
   // The display name of a package with exactly one application, in a
-  // LocalAlloc'ed buffer of 256 characters that the caller frees.
+  // LocalAlloc'ed buffer of 256 characters that the caller frees. A query of
+  // the package that fails throws platform::PlatformError with the
+  // platform's code and its text for it.
   static HRESULT GetAppDisplayName(platform::Package* package, char16_t** displayName);
 
   // Resolves an "ms-resource:" reference through the shell's indirect

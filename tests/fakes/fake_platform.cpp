@@ -1065,7 +1065,13 @@ class FakePlatform::AppxApplicationsObject final : public platform::AppxApplicat
   }
   HRESULT GetCurrent(platform::AppxApplication** application) override {
     owner_.Record("GetCurrent", "");
+    *application = nullptr;
     if (next_ >= names_.size()) return E_FAIL;
+    {
+      std::lock_guard<std::recursive_mutex> lock(owner_.mutex_);
+      const auto failure = owner_.appxGetCurrentFailures.find(next_);
+      if (failure != owner_.appxGetCurrentFailures.end()) return failure->second;
+    }
     if (owner_.GivesNoObject("GetCurrent")) { *application = nullptr; return S_OK; }
     *application = new AppxApplicationObject(owner_, names_[next_]);
     return S_OK;

@@ -231,6 +231,9 @@ class FakePlatform : public platform::Platform {
   // cannot be read.
   std::map<WString, std::vector<WString>> appxApplications;
   HRESULT createAppxManifestReaderResult = S_OK;
+  // GetCurrent fails with this code while the enumerator stands at this
+  // position (0 for the first application).
+  std::map<std::size_t, HRESULT> appxGetCurrentFailures;
   std::atomic<int> appxObjectsAlive{0};
   std::atomic<int> coTaskStringsAlive{0};
   // The deployment service: packages installed for each user SID, in the

@@ -1032,6 +1032,59 @@ struct Test {
   std::string (*afterExit)(const std::wstring& root) = nullptr;
 };
 
+// The manifest reader's walk over a new package's manifest during the first
+// refresh pass, as the DLL logs it: the setting read, then every element
+// search and attribute read with the name it looks for and its result. The
+// two-application package is new to the catalogue, so its applications are
+// read once, by the reader the default setting chooses.
+void RefreshPassTracesTheManifestWalk(const std::wstring& dllPath) {
+  LogOnSettingsScope settings;
+  World world;
+  writeFile(world.presetPath(), kPresetAppNameList);
+  Library library(dllPath);
+
+  expectResult(KEL(library, KelInitialize)(), S_OK, "KelInitialize", [&] { return world.detail(); });
+  const bool written = waitUntil([&] { return fileExists(world.dataFile()); }, 30000);
+  KEL(library, KelFinalize)();
+  if (!written) {
+    fail("within 30 s of KelInitialize the refresh thread wrote no " + narrow(world.dataFile()), world.detail());
+  }
+
+  // Only the refresh thread reads manifests, so the reader's own lines come
+  // in the order it wrote them.
+  const std::string prefix = "CKELManifestReader::";
+  std::vector<std::string> reader;
+  for (const std::string& line : completeLines(readFile(world.logFile()))) {
+    const std::size_t start = line.find(prefix);
+    if (start != std::string::npos) reader.push_back(line.substr(start + prefix.size()));
+  }
+  std::vector<std::string> expected = {"AddAppsToPackage IN", "LoadSetting IN", "LoadSetting OUT",
+                                       "GetAppNameUsingXmlParser IN", "MoveToElementByName(Applications) IN",
+                                       "MoveToElementByName OUT(0x00000000)"};
+  for (int application = 0; application < 2; ++application) {
+    for (const char* line : {"MoveToElementByName(Application) IN", "MoveToElementByName OUT(0x00000000)",
+                             "MoveToElementByName(VisualElements) IN", "MoveToElementByName OUT(0x00000000)",
+                             "GetAttributeValueByName(DisplayName) IN", "GetAttributeValueByName OUT(0x00000000)",
+                             "MoveToElementByName(DefaultTile) IN", "MoveToElementByName OUT(0x00000000)",
+                             "GetAttributeValueByName(ShortName) IN", "GetAttributeValueByName OUT(0x00000000)"}) {
+      expected.push_back(line);
+    }
+  }
+  for (const char* line : {"MoveToElementByName(Application) IN", "MoveToElementByName OUT(0x00000001)",
+                           "GetAppNameUsingXmlParser OUT(0x00000001)", "AddAppsToPackage OUT(0x00000001)"}) {
+    expected.push_back(line);
+  }
+  bool found = false;
+  for (std::size_t start = 0; !found && start + expected.size() <= reader.size(); ++start) {
+    found = std::equal(expected.begin(), expected.end(), reader.begin() + static_cast<std::ptrdiff_t>(start));
+  }
+  if (!found) {
+    fail("the log does not show the walk over the two-application manifest",
+         indented("expected run of the reader's lines", expected) + indented("the reader's lines", reader) +
+             world.detail());
+  }
+}
+
 const Test kTests[] = {
     {"FirstRefreshWritesTheCatalogue", FirstRefreshWritesTheCatalogue},
     {"FinalizeInTheFirstSecondWritesNoDataFile", FinalizeInTheFirstSecondWritesNoDataFile},
@@ -1044,6 +1097,7 @@ const Test kTests[] = {
     {"DeploymentDoubleAnswersTheCurrentUserOnly", DeploymentDoubleAnswersTheCurrentUserOnly},
     {"UnloadLogsToTheLogFileOnly", UnloadLogsToTheLogFileOnly, NothingStrayAfterUnload},
     {"NewerVersionRefreshEndsAtItsExitLine", NewerVersionRefreshEndsAtItsExitLine},
+    {"RefreshPassTracesTheManifestWalk", RefreshPassTracesTheManifestWalk},
 };
 
 const char kUsage[] = "discovery_tests.exe DLLPATH TESTNAME";
