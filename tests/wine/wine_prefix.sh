@@ -175,6 +175,19 @@ setup() {
         die "app visibility server '$app_visibility' does not exist"
     set_prefix "$1"
 
+    # A prefix made before 32-bit Wine was installed (or removed) no longer
+    # starts ("could not load kernel32.dll"): each prefix notes which halves
+    # it was made with and is made again when they change. This comes before
+    # the display's server is started, whose pid file lives in the prefix.
+    local halves stamp="$WINEPREFIX/.kel-wine-halves"
+    halves=$(wine_halves)
+    if [ -f "$WINEPREFIX/system.reg" ] && [ "$(cat "$stamp" 2>/dev/null)" != "$halves" ]; then
+        echo "wine_prefix.sh: $WINEPREFIX was not made with Wine's halves $halves; making it again"
+        stop_wineserver
+        stop_xvfb
+        rm -rf "$WINEPREFIX" || die "cannot remove $WINEPREFIX"
+        mkdir -p "$WINEPREFIX" || die "cannot create $WINEPREFIX"
+    fi
     if [ -n "${KEL_XVFB_DISPLAY:-}" ]; then
         start_xvfb "$KEL_XVFB_DISPLAY"
     fi
@@ -182,15 +195,6 @@ setup() {
     # that were started with another DISPLAY.
     stop_wineserver
 
-    # A prefix made before 32-bit Wine was installed (or removed) no longer
-    # starts ("could not load kernel32.dll"): each prefix notes which halves
-    # it was made with and is made again when they change.
-    local halves stamp="$WINEPREFIX/.kel-wine-halves"
-    halves=$(wine_halves)
-    if [ -f "$WINEPREFIX/system.reg" ] && [ "$(cat "$stamp" 2>/dev/null)" != "$halves" ]; then
-        echo "wine_prefix.sh: $WINEPREFIX was not made with Wine's halves $halves; making it again"
-        rm -rf "$WINEPREFIX" || die "cannot remove $WINEPREFIX"
-    fi
     if [ ! -f "$WINEPREFIX/system.reg" ]; then
         echo "wine_prefix.sh: creating Wine prefix $WINEPREFIX (takes about 20 s)"
         # Mono and Gecko are not needed; skipping them keeps the first boot
