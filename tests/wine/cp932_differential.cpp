@@ -12,6 +12,9 @@
 // two bytes with length 2. For each input the size query, the converted
 // units and the too-small-buffer failure are compared. A few argument checks
 // (null source, zero or negative lengths, bad capacities) are compared too.
+// Every single byte and every pair is also decoded strictly, by
+// kel::cp932::DecodeValid and by MultiByteToWideChar(932,
+// MB_ERR_INVALID_CHARS, ...): both must refuse the same inputs.
 // Exit code 0 only when every case agrees.
 #include <windows.h>
 
@@ -113,6 +116,33 @@ void Compare(const unsigned char* bytes, int shown, int length) {
     }
 }
 
+// Compares kel::cp932::DecodeValid with MultiByteToWideChar(932,
+// MB_ERR_INVALID_CHARS, ...) over `length` bytes: both must take or refuse
+// the whole input alike, and give the same units when they take it.
+void CompareStrict(const unsigned char* bytes, int length) {
+    const std::string input = "strict input " + Hex(bytes, length);
+    wchar_t systemUnits[kBufferUnits] = {};
+    char16_t ourUnits[kBufferUnits] = {};
+    const int systemCount = MultiByteToWideChar(932, MB_ERR_INVALID_CHARS, reinterpret_cast<const char*>(bytes),
+                                                length, systemUnits, kBufferUnits);
+    const kel::cp932::Decoded decoded =
+        kel::cp932::DecodeValid(bytes, static_cast<std::size_t>(length), ourUnits);
+    const bool ourTaken = decoded.bytes == static_cast<std::size_t>(length);
+    const int ourCount = ourTaken ? static_cast<int>(decoded.units) : 0;
+    bool same = systemCount == ourCount;
+    for (int i = 0; same && i < systemCount; ++i) {
+        same = static_cast<unsigned>(systemUnits[i]) == static_cast<unsigned>(ourUnits[i]);
+    }
+    if (same) {
+        ++g_passed;
+        return;
+    }
+    Report(input + ": system " + std::to_string(systemCount) + " " + Units(systemUnits, systemCount) + ", ours " +
+           (ourTaken ? std::to_string(ourCount) + " " + Units(ourUnits, ourCount)
+                     : "stops after " + std::to_string(decoded.bytes) + " bytes"));
+    ++g_failed;
+}
+
 // Compares the return values for arguments the call refuses.
 void CompareArguments() {
     struct Case {
@@ -187,7 +217,12 @@ int main() {
             const unsigned char input[3] = {static_cast<unsigned char>(lead), static_cast<unsigned char>(trail), 0};
             Compare(input, 3, -1);
             Compare(input, 2, 2);
+            CompareStrict(input, 2);
         }
+    }
+    for (int b = 0; b < 256; ++b) {
+        const unsigned char input[1] = {static_cast<unsigned char>(b)};
+        CompareStrict(input, 1);
     }
 
     if (g_reported > kMaxReportedMismatches) {

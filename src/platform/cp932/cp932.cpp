@@ -24,6 +24,10 @@ char16_t DecodePair(unsigned char lead, unsigned char trail) {
     return unit != 0 ? unit : kDefaultChar;
 }
 
+// The single bytes that are not lead bytes and still have no character of
+// their own: the table gives them private-use stand-ins U+F8F0-U+F8F3.
+bool IsStandInByte(unsigned char byte) { return byte == 0xA0 || byte >= 0xFD; }
+
 }  // namespace
 
 int MultiByteToWide(const char* source, int sourceLength, char16_t* buffer, int capacity) {
@@ -72,6 +76,36 @@ int MultiByteToWide(const char* source, int sourceLength, char16_t* buffer, int 
         ++written;
     }
     return written;
+}
+
+Decoded DecodeValid(const unsigned char* source, std::size_t length, char16_t* buffer) {
+    std::size_t i = 0;
+    std::size_t written = 0;
+    while (i < length) {
+        const unsigned char byte = source[i];
+        if (byte < 0x80) {
+            // ASCII, the bulk of any markup, maps to itself.
+            buffer[written++] = byte;
+            i += 1;
+            continue;
+        }
+        if (kLeadSlot[byte] == 0) {
+            if (IsStandInByte(byte)) break;
+            buffer[written++] = kSingleByte[byte];
+            i += 1;
+            continue;
+        }
+        if (i + 1 >= length) break;
+        const unsigned char trail = source[i + 1];
+        if (trail < kTrailFirst || trail > kTrailLast) break;
+        const char16_t unit = kDoubleByte[kLeadSlot[byte] - 1][trail - kTrailFirst];
+        // The table holds 0 where nothing is assigned; the default character
+        // itself (81 45) is a real entry.
+        if (unit == 0) break;
+        buffer[written++] = unit;
+        i += 2;
+    }
+    return {i, written};
 }
 
 }  // namespace kel::cp932

@@ -4,6 +4,8 @@
 // Windows on how a Shift JIS string decodes can do so on any platform.
 #pragma once
 
+#include <cstddef>
+
 namespace kel::cp932 {
 
 // Decodes sourceLength bytes of source into buffer, with the contract of
@@ -20,5 +22,22 @@ namespace kel::cp932 {
 // Byte sequences without a character decode to U+30FB (KATAKANA MIDDLE DOT),
 // the code page's default character; the conversion never fails on content.
 int MultiByteToWide(const char* source, int sourceLength, char16_t* buffer, int capacity);
+
+// How far DecodeValid got.
+struct Decoded {
+    std::size_t bytes;  // the source bytes taken
+    std::size_t units;  // the char16_t units written for them
+};
+
+// Decodes `length` bytes of `source` into `buffer`, which must have room for
+// `length` units (no byte sequence gives more than one), and stops before the
+// first sequence that has no character: a lead byte whose trail byte is
+// missing, zero or out of the trail range, a pair nothing is assigned to, and
+// the single bytes 0xA0 and 0xFD-0xFF, whose private-use units
+// MultiByteToWide gives only as stand-ins. These are exactly the sequences
+// MultiByteToWideChar(932, MB_ERR_INVALID_CHARS, ...) refuses; what is
+// decoded is what MultiByteToWide gives. All bytes were taken when
+// `bytes == length`.
+Decoded DecodeValid(const unsigned char* source, std::size_t length, char16_t* buffer);
 
 }  // namespace kel::cp932

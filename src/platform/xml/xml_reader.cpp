@@ -9,6 +9,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "platform/cp932/cp932.h"
+
 // The scanner's small helpers run for every character; they are forced
 // inline so that unoptimised (debug) builds read large documents at a
 // reasonable speed too.
@@ -191,7 +193,7 @@ KEL_XML_INLINE std::uint32_t HexValue(char16_t c) {
 
 // --- input encodings ----------------------------------------------------------
 
-enum class Encoding { Utf8, Utf16Le, Utf16Be, Latin1, Ascii, Windows1252 };
+enum class Encoding { Utf8, Utf16Le, Utf16Be, Latin1, Ascii, Windows1252, ShiftJis };
 
 // The characters of 0x80..0x9F in windows-1252; the five unassigned bytes map
 // to the C1 control of the same value.
@@ -235,6 +237,14 @@ bool IsUtf16Name(std::string_view name) {
   return AsciiEqualsIgnoreCase(name, "utf-16") || AsciiEqualsIgnoreCase(name, "utf-16le") ||
          AsciiEqualsIgnoreCase(name, "utf-16be") || AsciiEqualsIgnoreCase(name, "ucs-2") ||
          AsciiEqualsIgnoreCase(name, "iso-10646-ucs-2") || AsciiEqualsIgnoreCase(name, "unicode");
+}
+
+// The names a document may give code page 932 by: Windows' own for it and
+// the ones the tools that write Japanese files put in their declarations.
+bool IsShiftJisName(std::string_view name) {
+  return AsciiEqualsIgnoreCase(name, "shift_jis") || AsciiEqualsIgnoreCase(name, "shift-jis") ||
+         AsciiEqualsIgnoreCase(name, "x-sjis") || AsciiEqualsIgnoreCase(name, "windows-31j") ||
+         AsciiEqualsIgnoreCase(name, "cp932");
 }
 
 // True when some byte of `v` (all below 0x80) is a control character.
@@ -349,6 +359,8 @@ void XmlReader::Decode(std::string_view bytes) {
       encoding = Encoding::Ascii;
     } else if (AsciiEqualsIgnoreCase(declared, "windows-1252")) {
       encoding = Encoding::Windows1252;
+    } else if (IsShiftJisName(declared)) {
+      encoding = Encoding::ShiftJis;
     } else {
       inputError_ = MX_E_ENCODING;
     }
@@ -492,6 +504,22 @@ void XmlReader::Decode(std::string_view bytes) {
         out[o++] = c;
       }
       if (inputError_ == S_OK && i != n) inputError_ = MX_E_ENCODING;
+    } else if (encoding == Encoding::ShiftJis) {
+      // Every byte or pair gives one unit, so the text fits where the
+      // 8-bit encodings' does. The converter stops at the first sequence
+      // without a character; a control character before that stops the text
+      // first, where it stands.
+      const cp932::Decoded decoded = cp932::DecodeValid(s + i, n - i, out);
+      o = decoded.units;
+      for (std::size_t k = 0; k < o; ++k) {
+        const char16_t c = out[k];
+        if (c < 0x20 && c != 0x09 && c != 0x0A && c != 0x0D) {
+          inputError_ = WC_E_XMLCHARACTER;
+          o = k;
+          break;
+        }
+      }
+      if (inputError_ == S_OK && decoded.bytes != n - i) inputError_ = MX_E_ENCODING;
     } else {
       for (; i < n; ++i) {
         const unsigned b = s[i];

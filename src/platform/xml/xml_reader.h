@@ -103,8 +103,8 @@ class XmlReader {
   XmlReader& operator=(const XmlReader&) = delete;
 
   // Takes a copy of the document (raw bytes: UTF-8 with or without a byte
-  // order mark, UTF-16 LE or BE, or an 8-bit encoding named by the
-  // declaration) and positions the reader before its first node. Problems
+  // order mark, UTF-16 LE or BE, or an 8-bit encoding or Shift JIS (code
+  // page 932) named by the declaration) and positions the reader before its first node. Problems
   // with the bytes are reported by Read once it reaches them. A document of
   // more than kMaxInputBytes is not taken: SetInput and every Read after it
   // give kInputTooLarge.
