@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds every configuration and runs every test: the native unit tests, the
-# Windows x64 DLL under Wine, and the x86 DLL's export table.
+# fuzz targets' seed corpora, and the Wine suite against both DLLs (x64 under
+# Wine's 64-bit half, x86 under its 32-bit half), each with its export table.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
