@@ -560,16 +560,5 @@ const char kUsage[] = "host_tests.exe DLLPATH TESTNAME";
 
 int main()
 {
-    int argc = 0;
-    LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
-    if (argv == nullptr || argc != 3)
-        return usage(kUsage, kTests);
-    std::wstring dllPath = usablePath(argv[1]);
-    std::string name = narrow(argv[2]);
-    LocalFree(argv);
-
-    const Test* test = findTest(kTests, name);
-    if (test == nullptr)
-        return usage(kUsage, kTests);
-    return runTest(test->name, [&] { test->run(dllPath); });
+    return runDllTestNamedOnCommandLine(kUsage, kTests);
 }

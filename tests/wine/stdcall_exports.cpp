@@ -4,7 +4,7 @@
 // leaves their removal to the callee would otherwise run on with its stack
 // pointer off by the arguments' size after every call.
 //
-//   stdcall_exports.exe ExportsRemoveTheirOwnArguments DLLPATH
+//   stdcall_exports.exe DLLPATH ExportsRemoveTheirOwnArguments
 //
 // Each export is called through an assembly thunk that pushes the arguments,
 // calls, and reports how many bytes the call left on the stack: 0 for
@@ -137,22 +137,11 @@ const Test kTests[] = {
     {"ExportsRemoveTheirOwnArguments", ExportsRemoveTheirOwnArguments},
 };
 
-const char kUsage[] = "stdcall_exports.exe TESTNAME DLLPATH";
+const char kUsage[] = "stdcall_exports.exe DLLPATH TESTNAME";
 
 } // namespace
 
 int main()
 {
-    int argc = 0;
-    LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
-    if (argv == nullptr || argc != 3)
-        return usage(kUsage, kTests);
-    std::string name = narrow(argv[1]);
-    std::wstring dllPath = usablePath(argv[2]);
-    LocalFree(argv);
-
-    const Test* test = findTest(kTests, name);
-    if (test == nullptr)
-        return usage(kUsage, kTests);
-    return runTest(test->name, [&] { test->run(dllPath); });
+    return runDllTestNamedOnCommandLine(kUsage, kTests);
 }

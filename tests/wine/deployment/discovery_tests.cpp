@@ -957,14 +957,10 @@ std::string NothingStrayAfterUnload(const std::wstring& root) {
   return problem;
 }
 
-// A catalogued package installed in a newer version (Kel.Reader: 1.0.0.0 in
-// the preset, 1.2.3.4 installed): its old applications are deleted between
-// the readability check and the reading of the new ones, once, and nothing
-// of the catalogue is traced after the refresh's exit line until the next
-// package's turn.
-void NewerVersionRefreshEndsAtItsExitLine(const std::wstring& dllPath) {
-  LogOnSettingsScope settings;
-  World world;
+// Starts the library on the preset catalogue with the log on, waits until
+// the first refresh pass has written the data file, stops the library and
+// gives the log's messages, each without its timestamp.
+std::vector<std::string> FirstRefreshPassLog(const std::wstring& dllPath, World& world) {
   writeFile(world.presetPath(), kPresetAppNameList);
   Library library(dllPath);
   expectResult(KEL(library, KelInitialize)(), S_OK, "KelInitialize", [&] { return world.detail(); });
@@ -973,12 +969,23 @@ void NewerVersionRefreshEndsAtItsExitLine(const std::wstring& dllPath) {
   if (!written) {
     fail("within 30 s of KelInitialize the refresh thread wrote no " + narrow(world.dataFile()), world.detail());
   }
-
   std::vector<std::string> log;
   for (const std::string& line : completeLines(readFile(world.logFile()))) {
     const std::size_t close = line.find(']');
     log.push_back(!line.empty() && line[0] == '[' && close != std::string::npos ? line.substr(close + 1) : line);
   }
+  return log;
+}
+
+// A catalogued package installed in a newer version (Kel.Reader: 1.0.0.0 in
+// the preset, 1.2.3.4 installed): its old applications are deleted between
+// the readability check and the reading of the new ones, once, and nothing
+// of the catalogue is traced after the refresh's exit line until the next
+// package's turn.
+void NewerVersionRefreshEndsAtItsExitLine(const std::wstring& dllPath) {
+  LogOnSettingsScope settings;
+  World world;
+  const std::vector<std::string> log = FirstRefreshPassLog(dllPath, world);
   // The refresh of Kel.Reader begins where the catalogue's lookup finds it.
   std::size_t begin = log.size();
   for (std::size_t i = 0; i + 1 < log.size(); ++i) {
@@ -1040,23 +1047,12 @@ struct Test {
 void RefreshPassTracesTheManifestWalk(const std::wstring& dllPath) {
   LogOnSettingsScope settings;
   World world;
-  writeFile(world.presetPath(), kPresetAppNameList);
-  Library library(dllPath);
-
-  expectResult(KEL(library, KelInitialize)(), S_OK, "KelInitialize", [&] { return world.detail(); });
-  const bool written = waitUntil([&] { return fileExists(world.dataFile()); }, 30000);
-  KEL(library, KelFinalize)();
-  if (!written) {
-    fail("within 30 s of KelInitialize the refresh thread wrote no " + narrow(world.dataFile()), world.detail());
-  }
-
   // Only the refresh thread reads manifests, so the reader's own lines come
   // in the order it wrote them.
   const std::string prefix = "CKELManifestReader::";
   std::vector<std::string> reader;
-  for (const std::string& line : completeLines(readFile(world.logFile()))) {
-    const std::size_t start = line.find(prefix);
-    if (start != std::string::npos) reader.push_back(line.substr(start + prefix.size()));
+  for (const std::string& line : FirstRefreshPassLog(dllPath, world)) {
+    if (line.rfind(prefix, 0) == 0) reader.push_back(line.substr(prefix.size()));
   }
   std::vector<std::string> expected = {"AddAppsToPackage IN", "LoadSetting IN", "LoadSetting OUT",
                                        "GetAppNameUsingXmlParser IN", "MoveToElementByName(Applications) IN",

@@ -17,6 +17,7 @@
 #define UNICODE
 #endif
 #include <windows.h>
+#include <shellapi.h>
 
 #include <algorithm>
 #include <cstdarg>
@@ -619,6 +620,22 @@ int usage(const char* synopsis, const Test (&tests)[N]) {
 inline std::wstring usablePath(const std::wstring& path) {
   if (!path.empty() && path[0] == L'/' && !fileExists(path) && fileExists(L"Z:" + path)) return L"Z:" + path;
   return path;
+}
+
+// The whole main of a program whose tests take the DLL's path:
+// `PROGRAM DLLPATH TESTNAME`. Runs the named test of `tests` (each with a
+// `name` and a `run(const std::wstring& dllPath)`), or reports bad usage.
+template <typename Test, std::size_t N>
+int runDllTestNamedOnCommandLine(const char* synopsis, const Test (&tests)[N]) {
+  int argc = 0;
+  LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
+  if (argv == nullptr || argc != 3) return usage(synopsis, tests);
+  const std::wstring dllPath = usablePath(argv[1]);
+  const std::string name = narrow(argv[2]);
+  LocalFree(argv);
+  const Test* test = findTest(tests, name);
+  if (test == nullptr) return usage(synopsis, tests);
+  return runTest(test->name, [&] { test->run(dllPath); });
 }
 
 // The path of this program's executable.
