@@ -425,6 +425,19 @@ std::string systemMessage(HRESULT code) {
   return message.empty() ? hex(code) : narrow(message);
 }
 
+// Starts the library on the preset catalogue, waits until the first refresh
+// pass has written the data file, and stops the library.
+void RunFirstRefreshPass(const std::wstring& dllPath, World& world) {
+  writeFile(world.presetPath(), kPresetAppNameList);
+  Library library(dllPath);
+  expectResult(KEL(library, KelInitialize)(), S_OK, "KelInitialize", [&] { return world.detail(); });
+  const bool written = waitUntil([&] { return fileExists(world.dataFile()); }, 30000);
+  KEL(library, KelFinalize)();
+  if (!written) {
+    fail("within 30 s of KelInitialize the refresh thread wrote no " + narrow(world.dataFile()), world.detail());
+  }
+}
+
 // KelInitialize loads the preset beside the host (there is no data file yet);
 // the first refresh pass, a second later, writes the data file from it, the
 // deployment service's packages with their manifests' names, and the Start
@@ -433,15 +446,7 @@ void FirstRefreshWritesTheCatalogue(const std::wstring& dllPath) {
   LogOnSettingsScope settings;
   World world;
   world.createShortcuts();
-  writeFile(world.presetPath(), kPresetAppNameList);
-  Library library(dllPath);
-
-  expectResult(KEL(library, KelInitialize)(), S_OK, "KelInitialize", [&] { return world.detail(); });
-  const bool written = waitUntil([&] { return fileExists(world.dataFile()); }, 30000);
-  KEL(library, KelFinalize)();
-  if (!written) {
-    fail("within 30 s of KelInitialize the refresh thread wrote no " + narrow(world.dataFile()), world.detail());
-  }
+  RunFirstRefreshPass(dllPath, world);
 
   const std::string expected = joinCrLf(expectedAppNameList(world));
   const std::string actual = readFile(world.dataFile());
@@ -957,18 +962,10 @@ std::string NothingStrayAfterUnload(const std::wstring& root) {
   return problem;
 }
 
-// Starts the library on the preset catalogue with the log on, waits until
-// the first refresh pass has written the data file, stops the library and
-// gives the log's messages, each without its timestamp.
+// Gives the messages of the log a first refresh pass wrote
+// (RunFirstRefreshPass), each without its timestamp.
 std::vector<std::string> FirstRefreshPassLog(const std::wstring& dllPath, World& world) {
-  writeFile(world.presetPath(), kPresetAppNameList);
-  Library library(dllPath);
-  expectResult(KEL(library, KelInitialize)(), S_OK, "KelInitialize", [&] { return world.detail(); });
-  const bool written = waitUntil([&] { return fileExists(world.dataFile()); }, 30000);
-  KEL(library, KelFinalize)();
-  if (!written) {
-    fail("within 30 s of KelInitialize the refresh thread wrote no " + narrow(world.dataFile()), world.detail());
-  }
+  RunFirstRefreshPass(dllPath, world);
   std::vector<std::string> log;
   for (const std::string& line : completeLines(readFile(world.logFile()))) {
     const std::size_t close = line.find(']');
