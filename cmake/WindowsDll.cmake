@@ -3,6 +3,7 @@
 enable_language(RC)
 
 set(KEL_DEF_FILE ${PROJECT_SOURCE_DIR}/src/frame/Kelbrook.def)
+math(EXPR KEL_POINTER_BITS "${CMAKE_SIZEOF_VOID_P} * 8")
 
 add_library(Kelbrook SHARED
   $<TARGET_OBJECTS:kelbrook_core>
@@ -58,11 +59,27 @@ add_custom_command(TARGET Kelbrook POST_BUILD
   COMMAND ${CMAKE_DLLTOOL} -d ${KEL_IMPLIB_DEF} -l ${CMAKE_BINARY_DIR}/libKelbrook.a -D Kelbrook.dll ${KEL_DLLTOOL_FLAGS}
   COMMENT "Import library libKelbrook.a for mingw hosts")
 
+# The DLL that is tested and shipped carries no symbols: they go to
+# Kelbrook.dll.debug beside it, which the DLL names, with the file's CRC, in
+# its .gnu_debuglink section, so a debugger that reads DWARF finds them.
+set(KEL_DLL_SYMBOLS ${CMAKE_BINARY_DIR}/Kelbrook.dll.debug)
+add_custom_command(TARGET Kelbrook POST_BUILD
+  COMMAND ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:Kelbrook> ${KEL_DLL_SYMBOLS}
+  COMMAND ${CMAKE_OBJCOPY} --strip-all --add-gnu-debuglink=${KEL_DLL_SYMBOLS} $<TARGET_FILE:Kelbrook>
+  COMMENT "Symbols of Kelbrook.dll split off into Kelbrook.dll.debug")
+
 # The exports and imports of the DLL, checked from its PE headers.
 add_test(NAME dll_exports_and_imports
   COMMAND ${CMAKE_COMMAND} -DOBJDUMP=${CMAKE_OBJDUMP} -DDLL=$<TARGET_FILE:Kelbrook> -DDEF=${KEL_DEF_FILE}
           -P ${PROJECT_SOURCE_DIR}/cmake/CheckDllExports.cmake)
 set_tests_properties(dll_exports_and_imports PROPERTIES LABELS pe)
+
+# The hardening the DLL is built with, and its symbols split off and matched.
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+add_test(NAME dll_hardening_and_symbols
+  COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/tests/pe/check_dll_hardening.py
+          --objdump ${CMAKE_OBJDUMP} --bits ${KEL_POINTER_BITS} $<TARGET_FILE:Kelbrook> ${KEL_DLL_SYMBOLS})
+set_tests_properties(dll_hardening_and_symbols PROPERTIES LABELS pe)
 
 if(EXISTS ${PROJECT_SOURCE_DIR}/tools/kelcli/CMakeLists.txt)
   add_subdirectory(tools/kelcli)
