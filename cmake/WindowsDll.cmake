@@ -57,6 +57,7 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4)
 endif()
 add_custom_command(TARGET Kelbrook POST_BUILD
   COMMAND ${CMAKE_DLLTOOL} -d ${KEL_IMPLIB_DEF} -l ${CMAKE_BINARY_DIR}/libKelbrook.a -D Kelbrook.dll ${KEL_DLLTOOL_FLAGS}
+  BYPRODUCTS ${CMAKE_BINARY_DIR}/libKelbrook.a
   COMMENT "Import library libKelbrook.a for mingw hosts")
 
 # The DLL that is tested and shipped carries no symbols: they go to

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build and the tests need, when missing,
-# Wine's 32-bit half included (scripts/ensure-wine32.sh).
+# Wine's 32-bit half included (scripts/ensure-wine32.sh); llvm and lld make
+# Kelbrook.lib and link the host that tests it.
 # As root it installs them; otherwise it prints the apt-get line to run.
 set -euo pipefail
 
-packages=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev mingw-w64 wine wine64 xvfb python3)
+packages=(cmake ninja-build g++ clang libclang-rt-14-dev llvm lld libgtest-dev libgmock-dev mingw-w64 wine wine64 xvfb python3)
 missing=()
 for p in "${packages[@]}"; do
   if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
