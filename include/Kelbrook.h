@@ -43,8 +43,8 @@
  *   Call KelFinalize (once per successful KelInitialize) before FreeLibrary.
  *   FreeLibrary without it destroys the catalogue but leaves the refresh
  *   thread running in code that is no longer mapped: the host process
- *   crashes when that thread next wakes (within a second of KelInitialize,
- *   or at its next refresh). KelFinalize stops the thread and waits for it
+ *   crashes when that thread next runs (one second after KelInitialize, at
+ *   its next refresh, or at once if a pass is under way). KelFinalize stops the thread and waits for it
  *   up to 20 seconds; if it did not end in that time it is still running
  *   when KelFinalize returns, and the DLL must stay loaded. A process that
  *   exits without KelFinalize loses nothing: the catalogue file is replaced
@@ -80,8 +80,8 @@
  *     be created, RoUninitialize is not called: the thread stays initialised
  *     as a single-threaded apartment.
  *   - KelLaunchByAppUserModelIdA/W initialise nothing: the calling thread must
- *     already have initialised COM (either apartment), or the result is
- *     CO_E_NOTINITIALIZED (0x800401F0).
+ *     already have initialised COM (either apartment); otherwise the creation
+ *     fails, typically with CO_E_NOTINITIALIZED (0x800401F0).
  *   - KelLaunchByProtocolA/W and KelLaunchStoreA/W call ShellExecuteW with
  *     the thread's COM state as it is.
  *   A host thread initialised with CoInitializeEx(NULL,
@@ -297,7 +297,7 @@ HRESULT WINAPI KelLaunchByAppUserModelIdA(_In_z_ LPCSTR pszAppUserModelId);
  *                      arguments are passed; no foreground permission.
  * Results: S_OK; E_POINTER; otherwise the failing code of the system call
  *   (CoCreateInstance, CoAllowSetForegroundWindow or ActivateApplication),
- *   CO_E_NOTINITIALIZED when the thread has not initialised COM.
+ *   typically CO_E_NOTINITIALIZED when the thread has not initialised COM.
  * Blocks for as long as the system's activation takes. Apartment: the
  * caller's; nothing is initialised. */
 HRESULT WINAPI KelLaunchByAppUserModelIdW(_In_z_ LPCWSTR pszAppUserModelId, _In_opt_z_ LPCWSTR pszArguments);
