@@ -82,8 +82,23 @@ add_test(NAME dll_hardening_and_symbols
           --objdump ${CMAKE_OBJDUMP} --bits ${KEL_POINTER_BITS} $<TARGET_FILE:Kelbrook> ${KEL_DLL_SYMBOLS})
 set_tests_properties(dll_hardening_and_symbols PROPERTIES LABELS pe)
 
+# The version resources, against the project version (cmake/KelbrookVersion.cmake).
+set(KEL_VERSION_CHECK_ARGS -DWINDRES=${CMAKE_RC_COMPILER} -DVERSION=${KEL_VERSION_TEXT} -DARCH=${KEL_ARCHITECTURE})
+add_test(NAME dll_version_resource
+  COMMAND ${CMAKE_COMMAND} ${KEL_VERSION_CHECK_ARGS} -DFILE=$<TARGET_FILE:Kelbrook> -DORIGINAL_NAME=Kelbrook.dll
+          -P ${PROJECT_SOURCE_DIR}/cmake/CheckVersionInfo.cmake)
+set_tests_properties(dll_version_resource PROPERTIES LABELS pe)
+
+include(cmake/PublicHeaderChecks.cmake)
+
 if(EXISTS ${PROJECT_SOURCE_DIR}/tools/kelcli/CMakeLists.txt)
   add_subdirectory(tools/kelcli)
+endif()
+if(TARGET kelcli)
+  add_test(NAME kelcli_version_resource
+    COMMAND ${CMAKE_COMMAND} ${KEL_VERSION_CHECK_ARGS} -DFILE=$<TARGET_FILE:kelcli> -DORIGINAL_NAME=kelcli.exe
+            -P ${PROJECT_SOURCE_DIR}/cmake/CheckVersionInfo.cmake)
+  set_tests_properties(kelcli_version_resource PROPERTIES LABELS pe)
 endif()
 if(EXISTS ${PROJECT_SOURCE_DIR}/tests/wine/CMakeLists.txt)
   add_subdirectory(tests/wine)

@@ -1,0 +1,37 @@
+/* Compiles the public header as C, alone (it must bring <windows.h> itself),
+ * and checks at compile time that each run-time function type matches its
+ * declaration and that the library's codes are failures. Built, never run. */
+#include "Kelbrook.h"
+
+/* External, so that nothing here is unused. */
+#define KEL_CHECK_TYPE(name) PFN_##name const kel_check_##name = &name;
+
+KEL_CHECK_TYPE(KelFinalize)
+KEL_CHECK_TYPE(KelGetAppDisplayNameByPFNW)
+KEL_CHECK_TYPE(KelGetMonitorMode)
+KEL_CHECK_TYPE(KelInitialize)
+KEL_CHECK_TYPE(KelIsInstalledA)
+KEL_CHECK_TYPE(KelIsInstalledW)
+KEL_CHECK_TYPE(KelLaunchBrowserByProtocolA)
+KEL_CHECK_TYPE(KelLaunchBrowserByProtocolW)
+KEL_CHECK_TYPE(KelLaunchByAppUserModelIdA)
+KEL_CHECK_TYPE(KelLaunchByAppUserModelIdW)
+KEL_CHECK_TYPE(KelLaunchByPFNA)
+KEL_CHECK_TYPE(KelLaunchByPFNW)
+KEL_CHECK_TYPE(KelLaunchByProtocolA)
+KEL_CHECK_TYPE(KelLaunchByProtocolW)
+KEL_CHECK_TYPE(KelLaunchBySearchA)
+KEL_CHECK_TYPE(KelLaunchBySearchW)
+KEL_CHECK_TYPE(KelLaunchIEBySearch)
+KEL_CHECK_TYPE(KelLaunchStoreA)
+KEL_CHECK_TYPE(KelLaunchStoreW)
+KEL_CHECK_TYPE(KelReleaseStringA)
+KEL_CHECK_TYPE(KelReleaseStringW)
+
+_Static_assert(FAILED(E_KEL_PACKAGE_NOT_FOUND), "E_KEL_PACKAGE_NOT_FOUND is a failure");
+_Static_assert(FAILED(E_KEL_MULTIPLE_APPLICATIONS), "E_KEL_MULTIPLE_APPLICATIONS is a failure");
+_Static_assert(FAILED(E_KEL_DISPLAY_NAME_FAILED), "E_KEL_DISPLAY_NAME_FAILED is a failure");
+_Static_assert(KEL_SEARCH_AUTO == 2u && KEL_MONITOR_START_SCREEN == 2u, "modes run from 0 to 2");
+_Static_assert(KELBROOK_VERSION_MAJOR >= 1, "the version macros are numbers");
+
+const char kel_check_version[] = KELBROOK_VERSION_STRING;
