@@ -9,9 +9,12 @@
 //   kelcli initialize launch-protocol kelrec:x is-installed Foo_abc finalize
 //
 // For every call it prints "<ExportName> -> <RESULT> (0x%08X)" and the values
-// the export handed back. Arguments come from the wide command line; the A
-// sub-commands convert theirs to Shift JIS (code page 932), which is what the
-// library expects of narrow strings. Output is UTF-8 (wide text when writing to
+// the export handed back. The sub-command "info" calls no export: it prints
+// what the library would find in this process (the DLL, the Windows version
+// it is told, its settings, its files). "kelcli --help" explains them all.
+// Arguments come from the wide command line; the A sub-commands convert
+// theirs to Shift JIS (code page 932), which is what the library expects of
+// narrow strings. Output is UTF-8 (wide text when writing to
 // a console). Exit code: 0 when every call succeeded, 1 when one failed or an
 // export is missing, 2 on bad usage.
 
