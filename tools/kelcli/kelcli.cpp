@@ -9,9 +9,12 @@
 //   kelcli initialize launch-protocol kelrec:x is-installed Foo_abc finalize
 //
 // For every call it prints "<ExportName> -> <RESULT> (0x%08X)" and the values
-// the export handed back. Arguments come from the wide command line; the A
-// sub-commands convert theirs to Shift JIS (code page 932), which is what the
-// library expects of narrow strings. Output is UTF-8 (wide text when writing to
+// the export handed back. The sub-command "info" calls no export: it prints
+// what the library would find in this process (the DLL, the Windows version
+// it is told, its settings, its files). "kelcli --help" explains them all.
+// Arguments come from the wide command line; the A sub-commands convert
+// theirs to Shift JIS (code page 932), which is what the library expects of
+// narrow strings. Output is UTF-8 (wide text when writing to
 // a console). Exit code: 0 when every call succeeded, 1 when one failed or an
 // export is missing, 2 on bad usage.
 
@@ -28,6 +31,7 @@
 #include <vector>
 
 #include "Kelbrook.h"
+#include "catalogue_count.h"
 
 namespace {
 
@@ -130,6 +134,8 @@ public:
             write(widen(name) + L" -> not exported\n");
         return reinterpret_cast<Function>(reinterpret_cast<void*>(address));
     }
+
+    HMODULE module() const { return module_; }
 
 private:
     static std::wstring dllPath()
@@ -244,18 +250,581 @@ std::string toShiftJis(const wchar_t* command, const std::wstring& text)
     return result;
 }
 
-const wchar_t* const kCommandNames[] = {
-    L"initialize",      L"finalize",        L"launch-protocol",  L"launch-protocol-a", L"launch-store",
-    L"launch-store-a",  L"is-installed",    L"is-installed-a",   L"launch-search",     L"launch-search-a",
-    L"launch-pfn",      L"launch-pfn-a",    L"launch-browser",   L"launch-browser-a",  L"launch-ie",
-    L"launch-app",      L"launch-app-a",    L"display-name",     L"monitor-mode",      L"release-string-a",
-    L"release-string-w",
+bool isCommandName(const std::wstring& word);
+
+// ---------------------------------------------------------------------------
+// info: what the library would find in this process, read without calling it
+
+// A label and its value, the values lined up in one column.
+void line(const std::wstring& label, const std::wstring& value)
+{
+    std::wstring text = label + L":";
+    if (text.size() < 25)
+        text.resize(25, L' ');
+    else
+        text += L' ';
+    write(text + value + L"\n");
+}
+
+bool environmentVariable(const wchar_t* name, std::wstring& value)
+{
+    DWORD size = GetEnvironmentVariableW(name, nullptr, 0);
+    if (size == 0)
+        return false;
+    value.assign(size, L'\0');
+    DWORD length = GetEnvironmentVariableW(name, &value[0], size);
+    if (length == 0 || length >= size)
+        return false;
+    value.resize(length);
+    return true;
+}
+
+std::wstring moduleFileName(HMODULE module)
+{
+    std::wstring path(MAX_PATH, L'\0');
+    for (;;) {
+        DWORD length = GetModuleFileNameW(module, &path[0], static_cast<DWORD>(path.size()));
+        if (length == 0)
+            return std::wstring();
+        if (length < path.size()) {
+            path.resize(length);
+            return path;
+        }
+        path.resize(path.size() * 2);
+    }
+}
+
+// The library builds its paths in buffers of MAX_PATH characters and skips
+// a path that does not fit, terminator included.
+bool fitsThePathBuffer(const std::wstring& path)
+{
+    return path.size() + 1 <= MAX_PATH;
+}
+
+const wchar_t kTooLong[] = L"(longer than 259 characters: the library skips it)";
+
+std::wstring fileVersion(const std::wstring& path)
+{
+    DWORD ignored = 0;
+    DWORD size = GetFileVersionInfoSizeW(path.c_str(), &ignored);
+    if (size == 0)
+        return L"(no version resource, error " + std::to_wstring(GetLastError()) + L")";
+    std::vector<unsigned char> data(size);
+    VS_FIXEDFILEINFO* fixed = nullptr;
+    UINT fixedSize = 0;
+    if (!GetFileVersionInfoW(path.c_str(), 0, size, data.data()) ||
+        !VerQueryValueW(data.data(), L"\\", reinterpret_cast<void**>(&fixed), &fixedSize) || fixed == nullptr ||
+        fixedSize < sizeof(VS_FIXEDFILEINFO))
+        return L"(the version resource cannot be read)";
+    return std::to_wstring(HIWORD(fixed->dwFileVersionMS)) + L"." + std::to_wstring(LOWORD(fixed->dwFileVersionMS)) +
+           L"." + std::to_wstring(HIWORD(fixed->dwFileVersionLS)) + L"." +
+           std::to_wstring(LOWORD(fixed->dwFileVersionLS));
+}
+
+// The machine field of the loaded image's own PE header.
+std::wstring architecture(HMODULE module)
+{
+    const auto* base = reinterpret_cast<const unsigned char*>(module);
+    const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+    if (dos->e_magic != IMAGE_DOS_SIGNATURE)
+        return L"(no PE header)";
+    // The file header is laid out alike in the 32-bit and 64-bit NT headers.
+    const auto* nt = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+    if (nt->Signature != IMAGE_NT_SIGNATURE)
+        return L"(no PE header)";
+    switch (nt->FileHeader.Machine) {
+    case IMAGE_FILE_MACHINE_I386: return L"x86";
+    case IMAGE_FILE_MACHINE_AMD64: return L"x64";
+    case 0xAA64: return L"arm64";
+    default: return L"(machine " + hex(nt->FileHeader.Machine) + L")";
+    }
+}
+
+// Windows tells a process the version its manifest declares support for, at
+// most; GetVersionExW answers with that same version.
+std::wstring reportedWindowsVersion()
+{
+    OSVERSIONINFOW info = {};
+    info.dwOSVersionInfoSize = sizeof(info);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    BOOL ok = GetVersionExW(&info);
+#pragma GCC diagnostic pop
+    if (!ok)
+        return L"(unknown, error " + std::to_wstring(GetLastError()) + L")";
+    return std::to_wstring(info.dwMajorVersion) + L"." + std::to_wstring(info.dwMinorVersion) + L"." +
+           std::to_wstring(info.dwBuildNumber);
+}
+
+// The library's own test, made the same way: the condition mask names the
+// major and the minor version but the type mask only the minor one, so 6.3
+// passes while 6.2 and 10.0 do not.
+bool libraryVersionTestPasses()
+{
+    OSVERSIONINFOEXW info = {};
+    info.dwOSVersionInfoSize = sizeof(info);
+    info.dwMajorVersion = 6;
+    info.dwMinorVersion = 3;
+    ULONGLONG mask = VerSetConditionMask(0, VER_MAJORVERSION, VER_GREATER_EQUAL);
+    mask = VerSetConditionMask(mask, VER_MINORVERSION, VER_GREATER_EQUAL);
+    return VerifyVersionInfoW(&info, VER_MINORVERSION, mask) != FALSE;
+}
+
+// Whether this executable's embedded manifest lists Windows 8.1 among the
+// systems it supports.
+bool manifestDeclaresWindows81()
+{
+    HRSRC resource = FindResourceW(nullptr, MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(24));  // RT_MANIFEST
+    if (resource == nullptr)
+        return false;
+    HGLOBAL loaded = LoadResource(nullptr, resource);
+    const char* bytes = loaded == nullptr ? nullptr : static_cast<const char*>(LockResource(loaded));
+    if (bytes == nullptr)
+        return false;
+    std::string manifest(bytes, SizeofResource(nullptr, resource));
+    for (char& c : manifest)
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c - 'A' + 'a');
+    return manifest.find("1f676c76-80e1-4239-95bb-83d0f6d0da78") != std::string::npos;
+}
+
+// One of the library's own settings under HKCU\Software\Osk\Kelbrook, read
+// as the library reads it: only a REG_DWORD of 4 bytes counts.
+struct Setting {
+    const wchar_t* name;
+    DWORD defaultValue;
+    // The highest value the library takes as it is; above, it takes `clampTo`.
+    DWORD largestAccepted;
+    DWORD clampTo;
+};
+
+const Setting kSettings[] = {
+    {L"DebugLog", 0, 0xFFFFFFFFUL, 0},
+    {L"ManifestReaderSetting", 1, 1, 1},
+    {L"RefreshInterval", 720, 0xFFFFFFFFUL, 0},
+    {L"ClearClipboardWaitTime", 1000, 0xFFFFFFFFUL, 0},
+    {L"RestoreRegistryWaitTime", 1000, 0xFFFFFFFFUL, 0},
+};
+
+const wchar_t kSettingsKey[] = L"Software\\Osk\\Kelbrook";
+
+void printSettings()
+{
+    write(L"Settings (HKCU\\" + std::wstring(kSettingsKey) + L"):\n");
+    HKEY key = nullptr;
+    LONG opened = RegOpenKeyExW(HKEY_CURRENT_USER, kSettingsKey, 0, KEY_READ, &key);
+    for (const Setting& setting : kSettings) {
+        std::wstring text = L"  " + std::wstring(setting.name) + L" = ";
+        DWORD type = 0;
+        DWORD value = 0;
+        DWORD size = sizeof(value);
+        LONG read = opened == ERROR_SUCCESS
+                        ? RegQueryValueExW(key, setting.name, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size)
+                        : opened;
+        if (read == ERROR_SUCCESS && type == REG_DWORD) {
+            text += std::to_wstring(value);
+            if (value > setting.largestAccepted)
+                text += L" (taken as " + std::to_wstring(setting.clampTo) + L")";
+        } else {
+            text += L"(default " + std::to_wstring(setting.defaultValue) + L")";
+            if (read != ERROR_FILE_NOT_FOUND)
+                text += L" - the stored value is ignored: not a 4-byte REG_DWORD";
+        }
+        write(text + L"\n");
+    }
+    if (key != nullptr)
+        RegCloseKey(key);
+}
+
+// The whole file, or false with the Windows error code.
+bool readWholeFile(const std::wstring& path, std::string& bytes, DWORD& error)
+{
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                              nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        error = GetLastError();
+        return false;
+    }
+    LARGE_INTEGER size = {};
+    bool ok = GetFileSizeEx(file, &size) != FALSE;
+    // The library refuses a catalogue past 64 MiB unread; so does this.
+    if (ok && size.QuadPart > (64LL << 20)) {
+        error = ERROR_FILE_TOO_LARGE;
+        ok = false;
+    } else if (!ok) {
+        error = GetLastError();
+    }
+    if (ok) {
+        bytes.resize(static_cast<size_t>(size.QuadPart));
+        DWORD got = 0;
+        ok = bytes.empty() ||
+             (ReadFile(file, &bytes[0], static_cast<DWORD>(bytes.size()), &got, nullptr) && got == bytes.size());
+        if (!ok)
+            error = GetLastError();
+    }
+    CloseHandle(file);
+    return ok;
+}
+
+// "N packages, M desktop apps" of a catalogue file, or why there is none.
+std::wstring catalogueContents(const std::wstring& path)
+{
+    std::string bytes;
+    DWORD error = 0;
+    if (!readWholeFile(path, bytes, error)) {
+        if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)
+            return L"(not present)";
+        return L"(cannot be read, error " + std::to_wstring(error) + L")";
+    }
+    kelcli::CatalogueCount count = kelcli::countCatalogue(bytes);
+    std::wstring text = std::to_wstring(count.packages) + (count.packages == 1 ? L" package, " : L" packages, ") +
+                        std::to_wstring(count.desktopApps) + (count.desktopApps == 1 ? L" desktop app" : L" desktop apps");
+    // The library's own files end without closing their root element; a
+    // closed root ends cleanly. Any other end is a malformed file, read as
+    // far as the error.
+    const HRESULT inputEnd = static_cast<HRESULT>(0xC00CEE01UL);
+    if (count.endStatus != inputEnd && count.endStatus != S_FALSE)
+        text += L" (reading stopped early: " + hex(count.endStatus) + L")";
+    return text;
+}
+
+bool printInfo(const Library& lib)
+{
+    const std::wstring dll = moduleFileName(lib.module());
+    line(L"DLL", dll);
+    line(L"DLL file version", fileVersion(dll));
+    line(L"DLL architecture", architecture(lib.module()));
+
+    line(L"Windows version", reportedWindowsVersion() + L" (as Windows reports it to this process)");
+    line(L"Manifest declares 8.1", manifestDeclaresWindows81() ? L"yes" : L"no");
+    line(L"Windows 8.1 behaviour", libraryVersionTestPasses() ? L"applies" : L"does not apply");
+
+    printSettings();
+
+    // The paths below are the library's, built the same way for this host.
+    std::wstring localAppData;
+    bool haveLocalAppData = environmentVariable(L"LOCALAPPDATA", localAppData);
+    if (!haveLocalAppData)
+        localAppData.clear();
+
+    std::wstring log = localAppData + L"\\Osk\\Kelbrook\\KelbrookLogFS.txt";
+    line(L"Log file", !fitsThePathBuffer(localAppData) || !fitsThePathBuffer(log) ? std::wstring(kTooLong) : log);
+
+    const std::wstring host = moduleFileName(nullptr);
+    // The data folder is named after the host executable: its file name up
+    // to the first dot, under %LOCALAPPDATA%\Osk\Kelbrook.
+    std::wstring folder;
+    if (!haveLocalAppData) {
+        line(L"Data folder", L"(none: LOCALAPPDATA is not set)");
+    } else if (!fitsThePathBuffer(localAppData)) {
+        line(L"Data folder", L"(none: LOCALAPPDATA is longer than 259 characters)");
+    } else {
+        if (!localAppData.empty() && localAppData.back() == L'\\')
+            localAppData.pop_back();
+        size_t slash = host.rfind(L'\\');
+        std::wstring suffix = slash == std::wstring::npos ? host : host.substr(slash);
+        size_t dot = suffix.find(L'.');
+        if (dot != std::wstring::npos)
+            suffix.resize(dot);
+        folder = localAppData + L"\\Osk\\Kelbrook" + suffix;
+        if (!fitsThePathBuffer(folder)) {
+            line(L"Data folder", kTooLong);
+            folder.clear();
+        } else {
+            DWORD attributes = GetFileAttributesW(folder.c_str());
+            bool exists = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+            line(L"Data folder", folder + (exists ? L"" : L" (not created yet)"));
+        }
+    }
+    if (!folder.empty()) {
+        const std::wstring dataFile = folder + L"\\AppNameList1.0.4.0.xml";
+        line(L"Data file", dataFile);
+        line(L"Data file holds", catalogueContents(dataFile));
+    }
+
+    // The preset file sits next to the host executable; the library reads
+    // it only while the data file does not exist.
+    size_t slash = host.rfind(L'\\');
+    if (slash == std::wstring::npos) {
+        line(L"Preset file", L"(none: the host's path has no folder)");
+        return true;
+    }
+    const std::wstring preset = host.substr(0, slash) + L"\\PresetAppNameList.xml";
+    if (!fitsThePathBuffer(preset)) {
+        line(L"Preset file", kTooLong);
+        return true;
+    }
+    line(L"Preset file", preset);
+    line(L"Preset file holds", catalogueContents(preset));
+    return true;
+}
+
+// ---------------------------------------------------------------------------
+// The command table
+
+using Parser = Call (*)(const wchar_t* command, Arguments& args);
+
+struct Command {
+    const wchar_t* name;
+    const wchar_t* arguments;  // as the usage line shows them
+    const wchar_t* help;       // the export it calls and what that does
+    Parser parse;
+};
+
+const Command kCommands[] = {
+    {L"info", L"",
+     L"Prints what the library finds in this process, without calling any export and without changing "
+     L"anything: the DLL loaded (full path, file version, x86 or x64), the Windows version this process is "
+     L"told and whether the Windows 8.1 behaviour applies, each setting under HKCU\\Software\\Osk\\Kelbrook "
+     L"with its value or \"(default N)\", the log file, the data folder for kelcli.exe, the data file and "
+     L"the preset file with how many packages and desktop apps each holds.",
+     [](const wchar_t*, Arguments&) -> Call { return printInfo; }},
+    {L"initialize", L"",
+     L"KelInitialize. The first call starts the package manager: it loads the data file (the preset file "
+     L"while there is no data file) and starts the refresh thread, which finds the installed packages and "
+     L"Start menu shortcuts and writes the data file. Later calls only count up.",
+     [](const wchar_t*, Arguments&) -> Call {
+         return [](const Library& lib) {
+             auto f = KEL(lib, KelInitialize);
+             return f && report("KelInitialize", f());
+         };
+     }},
+    {L"finalize", L"",
+     L"KelFinalize. Counts one initialize down; at zero it stops the refresh thread.",
+     [](const wchar_t*, Arguments&) -> Call {
+         return [](const Library& lib) {
+             auto f = KEL(lib, KelFinalize);
+             if (f) {
+                 f();
+                 write(L"KelFinalize -> done\n");
+             }
+             return f != nullptr;
+         };
+     }},
+    {L"launch-protocol", L"URL",
+     L"KelLaunchByProtocolW. Opens URL (any protocol, e.g. http:, mailto:, an app's own) with the handler "
+     L"Windows has registered for it.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::wstring url = args.take(c, L"URL");
+         return [url](const Library& lib) {
+             auto f = KEL(lib, KelLaunchByProtocolW);
+             return f && report("KelLaunchByProtocolW", f(url.c_str()));
+         };
+     }},
+    {L"launch-protocol-a", L"URL", L"KelLaunchByProtocolA: launch-protocol with the URL in Shift JIS.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::string url = toShiftJis(c, args.take(c, L"URL"));
+         return [url](const Library& lib) {
+             auto f = KEL(lib, KelLaunchByProtocolA);
+             return f && report("KelLaunchByProtocolA", f(url.c_str()));
+         };
+     }},
+    {L"launch-store", L"PFN",
+     L"KelLaunchStoreW. Opens the Store page of the package family PFN (ms-windows-store:PDP?PFN=...).",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::wstring pfn = args.take(c, L"PFN");
+         return [pfn](const Library& lib) {
+             auto f = KEL(lib, KelLaunchStoreW);
+             return f && report("KelLaunchStoreW", f(pfn.c_str()));
+         };
+     }},
+    {L"launch-store-a", L"PFN", L"KelLaunchStoreA: launch-store with the PFN in Shift JIS.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::string pfn = toShiftJis(c, args.take(c, L"PFN"));
+         return [pfn](const Library& lib) {
+             auto f = KEL(lib, KelLaunchStoreA);
+             return f && report("KelLaunchStoreA", f(pfn.c_str()));
+         };
+     }},
+    {L"is-installed", L"PFN",
+     L"KelIsInstalledW. Prints \"installed = 1\" when a package of the family PFN is installed for the "
+     L"current user, \"installed = 0\" otherwise.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::wstring pfn = args.take(c, L"PFN");
+         return [pfn](const Library& lib) {
+             auto f = KEL(lib, KelIsInstalledW);
+             if (!f)
+                 return false;
+             BOOL installed = FALSE;
+             bool ok = report("KelIsInstalledW", f(pfn.c_str(), &installed));
+             if (ok)
+                 write(L"installed = " + std::to_wstring(installed) + L"\n");
+             return ok;
+         };
+     }},
+    {L"is-installed-a", L"PFN", L"KelIsInstalledA: is-installed with the PFN in Shift JIS.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::string pfn = toShiftJis(c, args.take(c, L"PFN"));
+         return [pfn](const Library& lib) {
+             auto f = KEL(lib, KelIsInstalledA);
+             if (!f)
+                 return false;
+             BOOL installed = FALSE;
+             bool ok = report("KelIsInstalledA", f(pfn.c_str(), &installed));
+             if (ok)
+                 write(L"installed = " + std::to_wstring(installed) + L"\n");
+             return ok;
+         };
+     }},
+    {L"launch-search", L"KEYWORD MODE OPTION",
+     L"KelLaunchBySearchW. Opens the Start screen's search pane and types KEYWORD into it through the "
+     L"clipboard and the keyboard, as MODE and OPTION say (below). Blocks for several seconds.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::wstring text = args.take(c, L"KEYWORD");
+         DWORD mode = args.takeNumber(c, L"MODE");
+         INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
+         return [=](const Library& lib) {
+             auto f = KEL(lib, KelLaunchBySearchW);
+             return f && report("KelLaunchBySearchW", f(text.c_str(), mode, option));
+         };
+     }},
+    {L"launch-search-a", L"KEYWORD MODE OPTION", L"KelLaunchBySearchA: launch-search with the KEYWORD in Shift JIS.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::string text = toShiftJis(c, args.take(c, L"KEYWORD"));
+         DWORD mode = args.takeNumber(c, L"MODE");
+         INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
+         return [=](const Library& lib) {
+             auto f = KEL(lib, KelLaunchBySearchA);
+             return f && report("KelLaunchBySearchA", f(text.c_str(), mode, option));
+         };
+     }},
+    {L"launch-pfn", L"PFN MODE OPTION",
+     L"KelLaunchByPFNW. Looks up the display name of the package family PFN and searches for it as "
+     L"launch-search does.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::wstring text = args.take(c, L"PFN");
+         DWORD mode = args.takeNumber(c, L"MODE");
+         INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
+         return [=](const Library& lib) {
+             auto f = KEL(lib, KelLaunchByPFNW);
+             return f && report("KelLaunchByPFNW", f(text.c_str(), mode, option));
+         };
+     }},
+    {L"launch-pfn-a", L"PFN MODE OPTION", L"KelLaunchByPFNA: launch-pfn with the PFN in Shift JIS.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::string text = toShiftJis(c, args.take(c, L"PFN"));
+         DWORD mode = args.takeNumber(c, L"MODE");
+         INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
+         return [=](const Library& lib) {
+             auto f = KEL(lib, KelLaunchByPFNA);
+             return f && report("KelLaunchByPFNA", f(text.c_str(), mode, option));
+         };
+     }},
+    {L"launch-browser", L"URL MODE",
+     L"KelLaunchBrowserByProtocolW. Opens an http: or https: URL in Internet Explorer with the association "
+     L"mode MODE (below) set for the launch.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::wstring url = args.take(c, L"URL");
+         DWORD mode = args.takeNumber(c, L"MODE");
+         return [=](const Library& lib) {
+             auto f = KEL(lib, KelLaunchBrowserByProtocolW);
+             return f && report("KelLaunchBrowserByProtocolW", f(url.c_str(), mode));
+         };
+     }},
+    {L"launch-browser-a", L"URL MODE", L"KelLaunchBrowserByProtocolA: launch-browser with the URL in Shift JIS.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::string url = toShiftJis(c, args.take(c, L"URL"));
+         DWORD mode = args.takeNumber(c, L"MODE");
+         return [=](const Library& lib) {
+             auto f = KEL(lib, KelLaunchBrowserByProtocolA);
+             return f && report("KelLaunchBrowserByProtocolA", f(url.c_str(), mode));
+         };
+     }},
+    {L"launch-ie", L"TILEMODE SEARCHMODE OPTION",
+     L"KelLaunchIEBySearch. Starts Internet Explorer by searching for it as launch-search does (with the "
+     L"search mode SEARCHMODE and OPTION), with the tile mode TILEMODE (below) set for the launch.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         DWORD tileMode = args.takeNumber(c, L"TILEMODE");
+         DWORD searchMode = args.takeNumber(c, L"SEARCHMODE");
+         INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
+         return [=](const Library& lib) {
+             auto f = KEL(lib, KelLaunchIEBySearch);
+             return f && report("KelLaunchIEBySearch", f(tileMode, searchMode, option));
+         };
+     }},
+    {L"launch-app", L"AUMID [ARGS]",
+     L"KelLaunchByAppUserModelIdW. Starts the Store app AUMID (PackageFamilyName!AppId) and hands it ARGS; "
+     L"without ARGS the arguments are NULL. The word after AUMID is taken as ARGS unless it is a command.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::wstring id = args.take(c, L"AUMID");
+         bool hasArguments = !args.done() && !isCommandName(args.peek());
+         std::wstring arguments = hasArguments ? args.take(c, L"ARGS") : std::wstring();
+         return [=](const Library& lib) {
+             auto f = KEL(lib, KelLaunchByAppUserModelIdW);
+             return f &&
+                    report("KelLaunchByAppUserModelIdW", f(id.c_str(), hasArguments ? arguments.c_str() : nullptr));
+         };
+     }},
+    {L"launch-app-a", L"AUMID", L"KelLaunchByAppUserModelIdA: launch-app with the AUMID in Shift JIS and no ARGS.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::string id = toShiftJis(c, args.take(c, L"AUMID"));
+         return [id](const Library& lib) {
+             auto f = KEL(lib, KelLaunchByAppUserModelIdA);
+             return f && report("KelLaunchByAppUserModelIdA", f(id.c_str()));
+         };
+     }},
+    {L"display-name", L"PFN",
+     L"KelGetAppDisplayNameByPFNW, then KelReleaseStringW. Prints the display name of the application of "
+     L"the package family PFN, read from the package's manifest.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::wstring pfn = args.take(c, L"PFN");
+         return [pfn](const Library& lib) {
+             auto f = KEL(lib, KelGetAppDisplayNameByPFNW);
+             auto release = KEL(lib, KelReleaseStringW);
+             if (!f || !release)
+                 return false;
+             LPWSTR name = nullptr;
+             bool ok = report("KelGetAppDisplayNameByPFNW", f(pfn.c_str(), &name));
+             if (name != nullptr) {
+                 write(L"display name = " + std::wstring(name) + L"\n");
+                 release(name);
+             }
+             return ok;
+         };
+     }},
+    {L"monitor-mode", L"",
+     L"KelGetMonitorMode. Prints what the user has in front: mode = 0 the desktop, 1 a Store app, "
+     L"2 the Start screen.",
+     [](const wchar_t*, Arguments&) -> Call {
+         return [](const Library& lib) {
+             auto f = KEL(lib, KelGetMonitorMode);
+             if (!f)
+                 return false;
+             UINT mode = 0;
+             bool ok = report("KelGetMonitorMode", f(&mode));
+             if (ok)
+                 write(L"mode = " + std::to_wstring(mode) + L"\n");
+             return ok;
+         };
+     }},
+    {L"release-string-a", L"", L"KelReleaseStringA(NULL): frees nothing; shows that the export is there.",
+     [](const wchar_t*, Arguments&) -> Call {
+         return [](const Library& lib) {
+             auto f = KEL(lib, KelReleaseStringA);
+             if (f) {
+                 f(nullptr);
+                 write(L"KelReleaseStringA -> done\n");
+             }
+             return f != nullptr;
+         };
+     }},
+    {L"release-string-w", L"", L"KelReleaseStringW(NULL): frees nothing; shows that the export is there.",
+     [](const wchar_t*, Arguments&) -> Call {
+         return [](const Library& lib) {
+             auto f = KEL(lib, KelReleaseStringW);
+             if (f) {
+                 f(nullptr);
+                 write(L"KelReleaseStringW -> done\n");
+             }
+             return f != nullptr;
+         };
+     }},
 };
 
 bool isCommandName(const std::wstring& word)
 {
-    for (const wchar_t* name : kCommandNames)
-        if (word == name)
+    for (const Command& command : kCommands)
+        if (word == command.name)
             return true;
     return false;
 }
@@ -263,222 +832,141 @@ bool isCommandName(const std::wstring& word)
 // Reads one sub-command with its arguments and returns the call it stands for.
 Call parseCommand(Arguments& args)
 {
-    const std::wstring command = args.take(L"kelcli", L"sub-command");
-    const wchar_t* c = command.c_str();
-
-    if (command == L"initialize")
-        return [](const Library& lib) {
-            auto f = KEL(lib, KelInitialize);
-            return f && report("KelInitialize", f());
-        };
-    if (command == L"finalize")
-        return [](const Library& lib) {
-            auto f = KEL(lib, KelFinalize);
-            if (f) {
-                f();
-                write(L"KelFinalize -> done\n");
-            }
-            return f != nullptr;
-        };
-    if (command == L"launch-protocol") {
-        std::wstring url = args.take(c, L"URL");
-        return [url](const Library& lib) {
-            auto f = KEL(lib, KelLaunchByProtocolW);
-            return f && report("KelLaunchByProtocolW", f(url.c_str()));
-        };
-    }
-    if (command == L"launch-protocol-a") {
-        std::string url = toShiftJis(c, args.take(c, L"URL"));
-        return [url](const Library& lib) {
-            auto f = KEL(lib, KelLaunchByProtocolA);
-            return f && report("KelLaunchByProtocolA", f(url.c_str()));
-        };
-    }
-    if (command == L"launch-store") {
-        std::wstring pfn = args.take(c, L"PFN");
-        return [pfn](const Library& lib) {
-            auto f = KEL(lib, KelLaunchStoreW);
-            return f && report("KelLaunchStoreW", f(pfn.c_str()));
-        };
-    }
-    if (command == L"launch-store-a") {
-        std::string pfn = toShiftJis(c, args.take(c, L"PFN"));
-        return [pfn](const Library& lib) {
-            auto f = KEL(lib, KelLaunchStoreA);
-            return f && report("KelLaunchStoreA", f(pfn.c_str()));
-        };
-    }
-    if (command == L"is-installed") {
-        std::wstring pfn = args.take(c, L"PFN");
-        return [pfn](const Library& lib) {
-            auto f = KEL(lib, KelIsInstalledW);
-            if (!f)
-                return false;
-            BOOL installed = FALSE;
-            bool ok = report("KelIsInstalledW", f(pfn.c_str(), &installed));
-            if (ok)
-                write(L"installed = " + std::to_wstring(installed) + L"\n");
-            return ok;
-        };
-    }
-    if (command == L"is-installed-a") {
-        std::string pfn = toShiftJis(c, args.take(c, L"PFN"));
-        return [pfn](const Library& lib) {
-            auto f = KEL(lib, KelIsInstalledA);
-            if (!f)
-                return false;
-            BOOL installed = FALSE;
-            bool ok = report("KelIsInstalledA", f(pfn.c_str(), &installed));
-            if (ok)
-                write(L"installed = " + std::to_wstring(installed) + L"\n");
-            return ok;
-        };
-    }
-    if (command == L"launch-search" || command == L"launch-pfn") {
-        std::wstring text = args.take(c, command == L"launch-search" ? L"KEYWORD" : L"PFN");
-        DWORD mode = args.takeNumber(c, L"MODE");
-        INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
-        if (command == L"launch-search")
-            return [=](const Library& lib) {
-                auto f = KEL(lib, KelLaunchBySearchW);
-                return f && report("KelLaunchBySearchW", f(text.c_str(), mode, option));
-            };
-        return [=](const Library& lib) {
-            auto f = KEL(lib, KelLaunchByPFNW);
-            return f && report("KelLaunchByPFNW", f(text.c_str(), mode, option));
-        };
-    }
-    if (command == L"launch-search-a" || command == L"launch-pfn-a") {
-        std::string text = toShiftJis(c, args.take(c, command == L"launch-search-a" ? L"KEYWORD" : L"PFN"));
-        DWORD mode = args.takeNumber(c, L"MODE");
-        INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
-        if (command == L"launch-search-a")
-            return [=](const Library& lib) {
-                auto f = KEL(lib, KelLaunchBySearchA);
-                return f && report("KelLaunchBySearchA", f(text.c_str(), mode, option));
-            };
-        return [=](const Library& lib) {
-            auto f = KEL(lib, KelLaunchByPFNA);
-            return f && report("KelLaunchByPFNA", f(text.c_str(), mode, option));
-        };
-    }
-    if (command == L"launch-browser") {
-        std::wstring url = args.take(c, L"URL");
-        DWORD mode = args.takeNumber(c, L"MODE");
-        return [=](const Library& lib) {
-            auto f = KEL(lib, KelLaunchBrowserByProtocolW);
-            return f && report("KelLaunchBrowserByProtocolW", f(url.c_str(), mode));
-        };
-    }
-    if (command == L"launch-browser-a") {
-        std::string url = toShiftJis(c, args.take(c, L"URL"));
-        DWORD mode = args.takeNumber(c, L"MODE");
-        return [=](const Library& lib) {
-            auto f = KEL(lib, KelLaunchBrowserByProtocolA);
-            return f && report("KelLaunchBrowserByProtocolA", f(url.c_str(), mode));
-        };
-    }
-    if (command == L"launch-ie") {
-        DWORD tileMode = args.takeNumber(c, L"TILEMODE");
-        DWORD searchMode = args.takeNumber(c, L"SEARCHMODE");
-        INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
-        return [=](const Library& lib) {
-            auto f = KEL(lib, KelLaunchIEBySearch);
-            return f && report("KelLaunchIEBySearch", f(tileMode, searchMode, option));
-        };
-    }
-    if (command == L"launch-app") {
-        std::wstring id = args.take(c, L"AUMID");
-        // The optional ARGS is the next word unless that is a sub-command.
-        bool hasArguments = !args.done() && !isCommandName(args.peek());
-        std::wstring arguments = hasArguments ? args.take(c, L"ARGS") : std::wstring();
-        return [=](const Library& lib) {
-            auto f = KEL(lib, KelLaunchByAppUserModelIdW);
-            return f && report("KelLaunchByAppUserModelIdW", f(id.c_str(), hasArguments ? arguments.c_str() : nullptr));
-        };
-    }
-    if (command == L"launch-app-a") {
-        std::string id = toShiftJis(c, args.take(c, L"AUMID"));
-        return [id](const Library& lib) {
-            auto f = KEL(lib, KelLaunchByAppUserModelIdA);
-            return f && report("KelLaunchByAppUserModelIdA", f(id.c_str()));
-        };
-    }
-    if (command == L"display-name") {
-        std::wstring pfn = args.take(c, L"PFN");
-        return [pfn](const Library& lib) {
-            auto f = KEL(lib, KelGetAppDisplayNameByPFNW);
-            auto release = KEL(lib, KelReleaseStringW);
-            if (!f || !release)
-                return false;
-            LPWSTR name = nullptr;
-            bool ok = report("KelGetAppDisplayNameByPFNW", f(pfn.c_str(), &name));
-            if (name != nullptr) {
-                write(L"display name = " + std::wstring(name) + L"\n");
-                release(name);
-            }
-            return ok;
-        };
-    }
-    if (command == L"monitor-mode")
-        return [](const Library& lib) {
-            auto f = KEL(lib, KelGetMonitorMode);
-            if (!f)
-                return false;
-            UINT mode = 0;
-            bool ok = report("KelGetMonitorMode", f(&mode));
-            if (ok)
-                write(L"mode = " + std::to_wstring(mode) + L"\n");
-            return ok;
-        };
-    if (command == L"release-string-a")
-        return [](const Library& lib) {
-            auto f = KEL(lib, KelReleaseStringA);
-            if (f) {
-                f(nullptr);
-                write(L"KelReleaseStringA -> done\n");
-            }
-            return f != nullptr;
-        };
-    if (command == L"release-string-w")
-        return [](const Library& lib) {
-            auto f = KEL(lib, KelReleaseStringW);
-            if (f) {
-                f(nullptr);
-                write(L"KelReleaseStringW -> done\n");
-            }
-            return f != nullptr;
-        };
-    throw UsageError{L"unknown sub-command \"" + command + L"\""};
+    const std::wstring word = args.take(L"kelcli", L"sub-command");
+    for (const Command& command : kCommands)
+        if (word == command.name)
+            return command.parse(command.name, args);
+    throw UsageError{L"unknown sub-command \"" + word + L"\""};
 }
 
-const wchar_t kUsage[] =
-    L"usage: kelcli SUBCOMMAND [ARGS...] [SUBCOMMAND [ARGS...]]...\n"
-    L"Calls the exports of Kelbrook.dll (from KELBROOK_DLL, else kelcli's folder) in order.\n"
-    L"Sub-commands (-a forms pass the text as Shift JIS):\n"
-    L"  initialize                          KelInitialize\n"
-    L"  finalize                            KelFinalize\n"
-    L"  launch-protocol URL                 KelLaunchByProtocolW\n"
-    L"  launch-protocol-a URL               KelLaunchByProtocolA\n"
-    L"  launch-store PFN                    KelLaunchStoreW\n"
-    L"  launch-store-a PFN                  KelLaunchStoreA\n"
-    L"  is-installed PFN                    KelIsInstalledW\n"
-    L"  is-installed-a PFN                  KelIsInstalledA\n"
-    L"  launch-search KEYWORD MODE OPTION   KelLaunchBySearchW\n"
-    L"  launch-search-a KEYWORD MODE OPTION KelLaunchBySearchA\n"
-    L"  launch-pfn PFN MODE OPTION          KelLaunchByPFNW\n"
-    L"  launch-pfn-a PFN MODE OPTION        KelLaunchByPFNA\n"
-    L"  launch-browser URL MODE             KelLaunchBrowserByProtocolW\n"
-    L"  launch-browser-a URL MODE           KelLaunchBrowserByProtocolA\n"
-    L"  launch-ie TILEMODE SEARCHMODE OPTION KelLaunchIEBySearch\n"
-    L"  launch-app AUMID [ARGS]             KelLaunchByAppUserModelIdW (no ARGS: NULL)\n"
-    L"  launch-app-a AUMID                  KelLaunchByAppUserModelIdA\n"
-    L"  display-name PFN                    KelGetAppDisplayNameByPFNW, then KelReleaseStringW\n"
-    L"  monitor-mode                        KelGetMonitorMode\n"
-    L"  release-string-a                    KelReleaseStringA(NULL)\n"
-    L"  release-string-w                    KelReleaseStringW(NULL)\n"
+std::wstring synopsis(const Command& command)
+{
+    std::wstring text = command.name;
+    if (*command.arguments != L'\0')
+        text += std::wstring(L" ") + command.arguments;
+    return text;
+}
+
+// The short form, shown on bad usage.
+std::wstring usage()
+{
+    std::wstring text = L"usage: kelcli COMMAND [ARGS...] [COMMAND [ARGS...]]...\n"
+                        L"Commands:\n";
+    for (const Command& command : kCommands)
+        text += L"  " + synopsis(command) + L"\n";
+    return text + L"kelcli --help explains every command, mode and option.\n";
+}
+
+// Breaks `text` into lines of at most `width` characters, each indented.
+std::wstring wrap(const std::wstring& text, size_t indent, size_t width)
+{
+    std::wstring result;
+    std::wstring current;
+    size_t at = 0;
+    while (at < text.size()) {
+        size_t end = text.find(L' ', at);
+        if (end == std::wstring::npos)
+            end = text.size();
+        std::wstring word = text.substr(at, end - at);
+        if (!current.empty() && indent + current.size() + 1 + word.size() > width) {
+            result += std::wstring(indent, L' ') + current + L"\n";
+            current.clear();
+        }
+        current += (current.empty() ? L"" : L" ") + word;
+        at = end + 1;
+    }
+    if (!current.empty())
+        result += std::wstring(indent, L' ') + current + L"\n";
+    return result;
+}
+
+const wchar_t kHelpIntroduction[] =
+    L"usage: kelcli COMMAND [ARGS...] [COMMAND [ARGS...]]...\n"
+    L"       kelcli --help\n"
+    L"\n"
+    L"Loads Kelbrook.dll (the path in the environment variable KELBROOK_DLL, else the one in kelcli's own "
+    L"folder) and runs the commands in the order given, one export call each; every command and argument is "
+    L"checked before the first call. Each call prints \"<Export> -> <RESULT> (0x%08X)\" and what the export "
+    L"handed back. The -a commands convert their text to Shift JIS (code page 932) and call the A export.\n";
+
+const wchar_t kHelpModes[] =
+    L"Search modes (MODE of launch-search and launch-pfn, SEARCHMODE of launch-ie):\n"
+    L"  0  Submit a query: the keyword in double quotes (with OPTION non-zero, followed by NOT(\"name\" OR "
+    L"...) to leave out the catalogued apps the keyword matches) is pasted into the search pane and Enter is "
+    L"pressed, again and again while the pane stays in front.\n"
+    L"  1  Paste the bare keyword: after 2 seconds the keyword is pasted, then the library waits "
+    L"ClearClipboardWaitTime milliseconds; no Enter, the user picks from the results.\n"
+    L"  2  Automatic: as mode 1 when OPTION is non-zero and the keyword names a catalogued app itself, "
+    L"otherwise as mode 0.\n"
+    L"  Any other mode gives E_INVALIDARG (0x80070057).\n"
+    L"Options (OPTION of launch-search, launch-pfn and launch-ie):\n"
+    L"  0         The keyword alone: the catalogue is not asked.\n"
+    L"  non-zero  The catalogue (loaded by initialize) gives the names of apps the keyword matches: mode 0 "
+    L"excludes them from the query, mode 2 chooses by them.\n"
+    L"Association modes (MODE of launch-browser): the value AssociationActivationMode under "
+    L"HKCU\\Software\\Microsoft\\Internet Explorer\\Main, by which Internet Explorer chooses its desktop or its "
+    L"immersive form for links, is set for the launch and put back RestoreRegistryWaitTime milliseconds "
+    L"after it (deleted again when it was absent):\n"
+    L"  0  sets the value to 2.\n"
+    L"  1  sets the value to 1.\n"
+    L"  2  leaves the value as the user set it.\n"
+    L"Tile modes (TILEMODE of launch-ie): the value ApplicationTileImmersiveActivation under the same key, "
+    L"by which the Internet Explorer tile starts its desktop or its immersive form, is set for the launch "
+    L"and put back right after it:\n"
+    L"  0  sets the value to 0.\n"
+    L"  1  sets the value to 1.\n"
+    L"  2  leaves the value as the user set it.\n"
+    L"The library's own results: 0xA0000001 E_KEL_PACKAGE_NOT_FOUND (no package of the family is installed "
+    L"for the current user), 0xA0000002 E_KEL_MULTIPLE_APPLICATIONS (the package has more than one "
+    L"application), 0xA0000003 E_KEL_DISPLAY_NAME_FAILED (launch-pfn could not get the display name).\n"
+    L"Settings (REG_DWORD values under HKCU\\Software\\Osk\\Kelbrook, all optional; info shows them):\n"
+    L"  DebugLog                 non-zero writes the log file (default 0, off).\n"
+    L"  ManifestReaderSetting    how the names of a Store package's apps are read: 0 through the packaging "
+    L"API, 1 from its AppxManifest.xml with the library's XML reader (default 1; 2 and above read as 1).\n"
+    L"  RefreshInterval          minutes between the refresh thread's passes (default 720).\n"
+    L"  ClearClipboardWaitTime   milliseconds a mode 1 search waits after pasting (default 1000).\n"
+    L"  RestoreRegistryWaitTime  milliseconds launch-browser waits before it puts the association mode "
+    L"back (default 1000).\n"
+    L"Windows 8.1 behaviour: where Windows reports version 6.3 to the process (8.1, and later systems to a "
+    L"program whose manifest declares 8.1 and nothing newer), three Windows 8 package family names are "
+    L"replaced by their 8.1 successors and a search for the Messaging app shows a notice instead.\n"
     L"Numbers are decimal or 0x hexadecimal, 32 bits, negative allowed.\n"
-    L"Exit code: 0 all calls succeeded, 1 a call failed, 2 bad usage.\n";
+    L"Exit code: 0 all calls succeeded, 1 a call failed or an export is missing, 2 bad usage.\n";
+
+// The long form, for --help.
+std::wstring help()
+{
+    constexpr size_t kWidth = 100;
+    std::wstring text;
+    std::wstring introduction = kHelpIntroduction;
+    // The two usage lines stand as they are; the paragraph after them wraps.
+    size_t paragraph = introduction.find(L"\n\n") + 2;
+    text += introduction.substr(0, paragraph) + wrap(introduction.substr(paragraph, introduction.size() - paragraph - 1), 0, kWidth);
+    text += L"\nCommands:\n";
+    for (const Command& command : kCommands)
+        text += L"  " + synopsis(command) + L"\n" + wrap(command.help, 6, kWidth);
+    text += L"\n";
+    // Each line of the modes wraps on its own, continued under its text.
+    std::wstring modes = kHelpModes;
+    size_t at = 0;
+    while (at < modes.size()) {
+        size_t end = modes.find(L'\n', at);
+        std::wstring one = modes.substr(at, end - at);
+        size_t indent = one.find_first_not_of(L' ');
+        if (indent > 0) {
+            // "  0  text" and "  DebugLog   text": continuation under the text.
+            size_t gap = one.find(L"  ", indent);
+            size_t textAt = gap == std::wstring::npos ? indent : one.find_first_not_of(L' ', gap);
+            std::wstring head = one.substr(0, textAt);
+            std::wstring body = wrap(one.substr(textAt), textAt, kWidth);
+            text += head + body.substr(textAt);
+        } else {
+            text += wrap(one, 0, kWidth);
+        }
+        at = end + 1;
+    }
+    return text;
+}
 
 } // namespace
 
@@ -487,12 +975,12 @@ int main()
     int argc = 0;
     LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
     if (argv == nullptr || argc < 2) {
-        writeError(kUsage);
+        writeError(usage());
         return 2;
     }
     std::wstring first = argv[1];
     if (first == L"-h" || first == L"--help" || first == L"/?") {
-        write(kUsage);
+        write(help());
         return 0;
     }
 
@@ -503,7 +991,7 @@ int main()
         while (!args.done())
             calls.push_back(parseCommand(args));
     } catch (const UsageError& error) {
-        writeError(L"kelcli: " + error.message + L"\n\n" + kUsage);
+        writeError(L"kelcli: " + error.message + L"\n\n" + usage());
         return 2;
     }
     LocalFree(argv);

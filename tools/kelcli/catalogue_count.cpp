@@ -1,0 +1,84 @@
+#include "catalogue_count.h"
+
+#include <string_view>
+
+#include "platform/xml/xml_reader.h"
+
+namespace kelcli {
+namespace {
+
+using kel::HRESULT;
+using kel::UINT;
+using kel::xml::XmlNodeType;
+using kel::xml::XmlReader;
+
+// Element names are matched by length and then without regard to case, as
+// the loader matches them.
+bool nameIs(const XmlReader& reader, std::u16string_view expected) {
+    const char16_t* name = nullptr;
+    UINT length = 0;
+    if (kel::Failed(reader.GetLocalName(&name, &length)) || name == nullptr || length != expected.size()) return false;
+    for (UINT i = 0; i < length; ++i) {
+        const auto lower = [](char16_t c) { return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + 32) : c; };
+        if (lower(name[i]) != lower(expected[i])) return false;
+    }
+    return true;
+}
+
+UINT depthOf(const XmlReader& reader) {
+    UINT depth = 0;
+    reader.GetDepth(&depth);
+    return depth;
+}
+
+// Reads past the children of the element the reader stands on, as the
+// loader does for a package or the desktop list: the walk ends at the
+// element's own end tag or at the next element outside it, which is left as
+// the current node for the outer scan. `child` is called on every element
+// inside. Returns the status of the last advance.
+template <typename Child>
+HRESULT readChildren(XmlReader& reader, Child child) {
+    const UINT depth = depthOf(reader);
+    HRESULT hr;
+    XmlNodeType type = kel::xml::XmlNodeType_None;
+    while ((hr = reader.Read(&type)) == kel::S_OK) {
+        const UINT at = depthOf(reader);
+        if (type == kel::xml::XmlNodeType_Element) {
+            if (at <= depth) break;
+            child();
+        } else if (type == kel::xml::XmlNodeType_EndElement && at - 1 <= depth) {
+            break;
+        }
+    }
+    return hr;
+}
+
+}  // namespace
+
+CatalogueCount countCatalogue(std::string_view bytes) {
+    CatalogueCount count;
+    XmlReader reader;
+    HRESULT status = reader.SetInput(bytes);
+    while (kel::Succeeded(status)) {
+        XmlNodeType type = kel::xml::XmlNodeType_None;
+        status = reader.GetNodeType(&type);
+        if (status != kel::S_OK) break;
+        if (type == kel::xml::XmlNodeType_Element && nameIs(reader, u"Package")) {
+            // A package whose children end in a reader error is dropped.
+            if (kel::Succeeded(readChildren(reader, [] {}))) ++count.packages;
+            continue;
+        }
+        if (type == kel::xml::XmlNodeType_Element && nameIs(reader, u"DesktopApps")) {
+            readChildren(reader, [&] {
+                if (nameIs(reader, u"DesktopApp")) ++count.desktopApps;
+            });
+            continue;
+        }
+        status = reader.Read(nullptr);
+        if (status != kel::S_OK) break;
+    }
+    count.endStatus = status;
+    return count;
+}
+
+}  // namespace kelcli

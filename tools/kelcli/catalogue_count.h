@@ -1,0 +1,25 @@
+// How many packages and desktop apps a catalogue file holds, counted the way
+// the library's loader takes them, with the library's own XML reader. Kept
+// apart from kelcli.cpp: the reader's result constants share their names
+// with the Windows macros, so this side never sees <windows.h>.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace kelcli {
+
+struct CatalogueCount {
+    unsigned packages = 0;
+    unsigned desktopApps = 0;
+    // The reader's status that ended the scan. A file the library wrote never
+    // closes its root, so a complete one ends in "unexpected end of input"
+    // (0xC00CEE01) after its last record; a closed root ends in S_FALSE (1).
+    std::int32_t endStatus = 0;
+};
+
+// `bytes` is the whole file as read from disk, in any encoding the library
+// reads (UTF-8, UTF-16, Shift JIS).
+CatalogueCount countCatalogue(std::string_view bytes);
+
+}  // namespace kelcli
