@@ -31,7 +31,8 @@ set(KEL_STDCALL_ARGUMENT_BYTES
   KelLaunchIEBySearch=12 KelLaunchStoreA=4 KelLaunchStoreW=4 KelReleaseStringA=4 KelReleaseStringW=4)
 
 # The import-library definition: decorated names on x86 (what stdcall callers
-# reference), plain names on x64. lib.exe accepts it as it is.
+# reference), plain names on x64. Kelbrook.lib is made from it by llvm-dlltool
+# (cmake/ImportLibraries.cmake), libKelbrook.a by dlltool below.
 set(KEL_IMPLIB_DEF ${CMAKE_BINARY_DIR}/Kelbrook.def)
 file(STRINGS ${KEL_DEF_FILE} KEL_DEF_LINES)
 set(KEL_IMPLIB_DEF_TEXT "LIBRARY Kelbrook.dll\nEXPORTS\n")
