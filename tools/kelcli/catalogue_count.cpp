@@ -53,6 +53,21 @@ HRESULT readChildren(XmlReader& reader, Child child) {
     return hr;
 }
 
+// The value of the attribute `name` of the element the reader stands on, or
+// empty; the reader is left on the element.
+std::u16string attribute(XmlReader& reader, std::u16string_view name) {
+    std::u16string value;
+    for (HRESULT hr = reader.MoveToFirstAttribute(); hr == kel::S_OK; hr = reader.MoveToNextAttribute()) {
+        if (!nameIs(reader, name)) continue;
+        const char16_t* text = nullptr;
+        UINT length = 0;
+        if (kel::Succeeded(reader.GetValue(&text, &length)) && text != nullptr) value.assign(text, length);
+        break;
+    }
+    reader.MoveToElement();
+    return value;
+}
+
 }  // namespace
 
 CatalogueCount countCatalogue(std::string_view bytes) {
@@ -64,8 +79,15 @@ CatalogueCount countCatalogue(std::string_view bytes) {
         status = reader.GetNodeType(&type);
         if (status != kel::S_OK) break;
         if (type == kel::xml::XmlNodeType_Element && nameIs(reader, u"Package")) {
+            std::u16string familyName = attribute(reader, u"PackageFamilyName");
+            unsigned apps = 0;
             // A package whose children end in a reader error is dropped.
-            if (kel::Succeeded(readChildren(reader, [] {}))) ++count.packages;
+            if (kel::Succeeded(readChildren(reader, [&] {
+                    if (nameIs(reader, u"MetroApp")) ++apps;
+                }))) {
+                ++count.packages;
+                if (apps == 1 && count.singleAppPackage.empty()) count.singleAppPackage = familyName;
+            }
             continue;
         }
         if (type == kel::xml::XmlNodeType_Element && nameIs(reader, u"DesktopApps")) {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace kelcli {
@@ -16,6 +17,10 @@ struct CatalogueCount {
     // closes its root, so a complete one ends in "unexpected end of input"
     // (0xC00CEE01) after its last record; a closed root ends in S_FALSE (1).
     std::int32_t endStatus = 0;
+    // The family name of the first counted package with exactly one app
+    // (empty when none has): the package the self-test asks the library
+    // about, since a display name is only given for a package of one app.
+    std::u16string singleAppPackage;
 };
 
 // `bytes` is the whole file as read from disk, in any encoding the library

@@ -20,6 +20,7 @@
 
 #include <windows.h>
 #include <shellapi.h>
+#include <shlobj.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -27,11 +28,13 @@
 #include <cwchar>
 #include <cwctype>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "Kelbrook.h"
 #include "catalogue_count.h"
+#include "service_probes.h"
 
 namespace {
 
@@ -408,32 +411,60 @@ const Setting kSettings[] = {
 
 const wchar_t kSettingsKey[] = L"Software\\Osk\\Kelbrook";
 
+// One setting as the library takes it: the text info prints after "NAME = ",
+// the value in effect, and whether a stored value is ignored.
+struct SettingInEffect {
+    std::wstring text;
+    DWORD value = 0;
+    bool storedValueIgnored = false;
+};
+
+SettingInEffect readSetting(HKEY key, LONG opened, const Setting& setting)
+{
+    SettingInEffect result;
+    DWORD type = 0;
+    DWORD value = 0;
+    DWORD size = sizeof(value);
+    LONG read = opened == ERROR_SUCCESS
+                    ? RegQueryValueExW(key, setting.name, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size)
+                    : opened;
+    if (read == ERROR_SUCCESS && type == REG_DWORD) {
+        result.text = std::to_wstring(value);
+        result.value = value;
+        if (value > setting.largestAccepted) {
+            result.text += L" (taken as " + std::to_wstring(setting.clampTo) + L")";
+            result.value = setting.clampTo;
+        }
+    } else {
+        result.text = L"(default " + std::to_wstring(setting.defaultValue) + L")";
+        result.value = setting.defaultValue;
+        if (read != ERROR_FILE_NOT_FOUND) {
+            result.text += L" - the stored value is ignored: not a 4-byte REG_DWORD";
+            result.storedValueIgnored = true;
+        }
+    }
+    return result;
+}
+
+// Every setting, in the order of kSettings.
+std::vector<SettingInEffect> settingsInEffect()
+{
+    std::vector<SettingInEffect> settings;
+    HKEY key = nullptr;
+    LONG opened = RegOpenKeyExW(HKEY_CURRENT_USER, kSettingsKey, 0, KEY_READ, &key);
+    for (const Setting& setting : kSettings)
+        settings.push_back(readSetting(key, opened, setting));
+    if (key != nullptr)
+        RegCloseKey(key);
+    return settings;
+}
+
 void printSettings()
 {
     write(L"Settings (HKCU\\" + std::wstring(kSettingsKey) + L"):\n");
-    HKEY key = nullptr;
-    LONG opened = RegOpenKeyExW(HKEY_CURRENT_USER, kSettingsKey, 0, KEY_READ, &key);
-    for (const Setting& setting : kSettings) {
-        std::wstring text = L"  " + std::wstring(setting.name) + L" = ";
-        DWORD type = 0;
-        DWORD value = 0;
-        DWORD size = sizeof(value);
-        LONG read = opened == ERROR_SUCCESS
-                        ? RegQueryValueExW(key, setting.name, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size)
-                        : opened;
-        if (read == ERROR_SUCCESS && type == REG_DWORD) {
-            text += std::to_wstring(value);
-            if (value > setting.largestAccepted)
-                text += L" (taken as " + std::to_wstring(setting.clampTo) + L")";
-        } else {
-            text += L"(default " + std::to_wstring(setting.defaultValue) + L")";
-            if (read != ERROR_FILE_NOT_FOUND)
-                text += L" - the stored value is ignored: not a 4-byte REG_DWORD";
-        }
-        write(text + L"\n");
-    }
-    if (key != nullptr)
-        RegCloseKey(key);
+    const std::vector<SettingInEffect> settings = settingsInEffect();
+    for (size_t i = 0; i < settings.size(); ++i)
+        write(L"  " + std::wstring(kSettings[i].name) + L" = " + settings[i].text + L"\n");
 }
 
 // The whole file, or false with the Windows error code.
@@ -488,6 +519,77 @@ std::wstring catalogueContents(const std::wstring& path)
     return text;
 }
 
+// The library's files for this host, its paths built the same way; a path
+// the library would skip is empty, with the reason in its `...WhyNone`.
+struct LibraryFiles {
+    std::wstring log;
+    std::wstring logWhyNone;
+    std::wstring folder;
+    std::wstring folderWhyNone;
+    std::wstring dataFile;
+    std::wstring preset;
+    std::wstring presetWhyNone;
+};
+
+LibraryFiles libraryFiles()
+{
+    LibraryFiles files;
+    std::wstring localAppData;
+    bool haveLocalAppData = environmentVariable(L"LOCALAPPDATA", localAppData);
+    if (!haveLocalAppData)
+        localAppData.clear();
+
+    std::wstring log = localAppData + L"\\Osk\\Kelbrook\\KelbrookLogFS.txt";
+    if (!fitsThePathBuffer(localAppData) || !fitsThePathBuffer(log))
+        files.logWhyNone = kTooLong;
+    else
+        files.log = log;
+
+    const std::wstring host = moduleFileName(nullptr);
+    // The data folder is named after the host executable: its file name up
+    // to the first dot, under %LOCALAPPDATA%\Osk\Kelbrook.
+    if (!haveLocalAppData) {
+        files.folderWhyNone = L"(none: LOCALAPPDATA is not set)";
+    } else if (!fitsThePathBuffer(localAppData)) {
+        files.folderWhyNone = L"(none: LOCALAPPDATA is longer than 259 characters)";
+    } else {
+        if (!localAppData.empty() && localAppData.back() == L'\\')
+            localAppData.pop_back();
+        size_t slash = host.rfind(L'\\');
+        std::wstring suffix = slash == std::wstring::npos ? host : host.substr(slash);
+        size_t dot = suffix.find(L'.');
+        if (dot != std::wstring::npos)
+            suffix.resize(dot);
+        std::wstring folder = localAppData + L"\\Osk\\Kelbrook" + suffix;
+        if (!fitsThePathBuffer(folder)) {
+            files.folderWhyNone = kTooLong;
+        } else {
+            files.folder = folder;
+            files.dataFile = folder + L"\\AppNameList1.0.4.0.xml";
+        }
+    }
+
+    // The preset file sits next to the host executable; the library reads
+    // it only while the data file does not exist.
+    size_t slash = host.rfind(L'\\');
+    if (slash == std::wstring::npos) {
+        files.presetWhyNone = L"(none: the host's path has no folder)";
+    } else {
+        std::wstring preset = host.substr(0, slash) + L"\\PresetAppNameList.xml";
+        if (!fitsThePathBuffer(preset))
+            files.presetWhyNone = kTooLong;
+        else
+            files.preset = preset;
+    }
+    return files;
+}
+
+bool directoryExists(const std::wstring& path)
+{
+    DWORD attributes = GetFileAttributesW(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
 bool printInfo(const Library& lib)
 {
     const std::wstring dll = moduleFileName(lib.module());
@@ -501,62 +603,689 @@ bool printInfo(const Library& lib)
 
     printSettings();
 
-    // The paths below are the library's, built the same way for this host.
-    std::wstring localAppData;
-    bool haveLocalAppData = environmentVariable(L"LOCALAPPDATA", localAppData);
-    if (!haveLocalAppData)
-        localAppData.clear();
+    const LibraryFiles files = libraryFiles();
+    line(L"Log file", files.log.empty() ? files.logWhyNone : files.log);
+    if (files.folder.empty())
+        line(L"Data folder", files.folderWhyNone);
+    else
+        line(L"Data folder", files.folder + (directoryExists(files.folder) ? L"" : L" (not created yet)"));
+    if (!files.folder.empty()) {
+        line(L"Data file", files.dataFile);
+        line(L"Data file holds", catalogueContents(files.dataFile));
+    }
+    if (files.preset.empty()) {
+        line(L"Preset file", files.presetWhyNone);
+        return true;
+    }
+    line(L"Preset file", files.preset);
+    line(L"Preset file holds", catalogueContents(files.preset));
+    return true;
+}
 
-    std::wstring log = localAppData + L"\\Osk\\Kelbrook\\KelbrookLogFS.txt";
-    line(L"Log file", !fitsThePathBuffer(localAppData) || !fitsThePathBuffer(log) ? std::wstring(kTooLong) : log);
+// ---------------------------------------------------------------------------
+// selftest: the library checked on this machine, one line per check
 
-    const std::wstring host = moduleFileName(nullptr);
-    // The data folder is named after the host executable: its file name up
-    // to the first dot, under %LOCALAPPDATA%\Osk\Kelbrook.
-    std::wstring folder;
-    if (!haveLocalAppData) {
-        line(L"Data folder", L"(none: LOCALAPPDATA is not set)");
-    } else if (!fitsThePathBuffer(localAppData)) {
-        line(L"Data folder", L"(none: LOCALAPPDATA is longer than 259 characters)");
+// How long a platform service may take to answer before it counts as hung.
+constexpr DWORD kServiceTimeoutMs = 30000;
+// How long the first refresh pass may take to write the data file: it starts
+// one second after KelInitialize and walks every package and shortcut.
+constexpr DWORD kFirstPassTimeoutMs = 120000;
+// KelFinalize waits up to 20 seconds for the refresh thread; a little more
+// for the call itself.
+constexpr DWORD kFinalizeBoundMs = 21000;
+
+struct SelfTestOptions {
+    bool intrusive = false;
+    std::wstring reportPath;
+};
+
+struct CheckLine {
+    const wchar_t* status;  // PASS, FAIL or INFO
+    std::wstring name;
+    std::wstring expected;
+    std::wstring seen;
+    ULONGLONG milliseconds;
+};
+
+class SelfTest {
+public:
+    // Prints the line at once, so that an operator watching sees progress.
+    void add(const wchar_t* status, const std::wstring& name, const std::wstring& expected, const std::wstring& seen,
+             ULONGLONG milliseconds)
+    {
+        checks_.push_back({status, name, expected, seen, milliseconds});
+        write(format(checks_.back()) + L"\n");
+    }
+    void check(bool passed, const std::wstring& name, const std::wstring& expected, const std::wstring& seen,
+               ULONGLONG milliseconds)
+    {
+        add(passed ? L"PASS" : L"FAIL", name, expected, seen, milliseconds);
+    }
+
+    static std::wstring format(const CheckLine& check)
+    {
+        std::wstring name = check.name;
+        if (name.size() < 34)
+            name.resize(34, L' ');
+        return std::wstring(check.status) + L"  " + name + L" expected: " + check.expected + L"; seen: " + check.seen +
+               L" (" + std::to_wstring(check.milliseconds) + L" ms)";
+    }
+
+    const std::vector<CheckLine>& checks() const { return checks_; }
+    unsigned count(const wchar_t* status) const
+    {
+        unsigned n = 0;
+        for (const CheckLine& check : checks_)
+            n += wcscmp(check.status, status) == 0 ? 1 : 0;
+        return n;
+    }
+
+private:
+    std::vector<CheckLine> checks_;
+};
+
+// Milliseconds since `start`.
+ULONGLONG since(ULONGLONG start)
+{
+    return GetTickCount64() - start;
+}
+
+const wchar_t* ownArchitecture()
+{
+    return sizeof(void*) == 8 ? L"x64" : L"x86";
+}
+
+// The version of the system itself, which no manifest caps.
+bool trueWindowsVersion(DWORD& major, DWORD& minor, DWORD& build)
+{
+    using RtlGetVersionFunction = LONG(WINAPI*)(OSVERSIONINFOW*);
+    HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+    auto get = ntdll == nullptr ? nullptr
+                                : reinterpret_cast<RtlGetVersionFunction>(
+                                      reinterpret_cast<void*>(GetProcAddress(ntdll, "RtlGetVersion")));
+    OSVERSIONINFOW info = {};
+    info.dwOSVersionInfoSize = sizeof(info);
+    if (get == nullptr || get(&info) != 0)
+        return false;
+    major = info.dwMajorVersion;
+    minor = info.dwMinorVersion;
+    build = info.dwBuildNumber;
+    return true;
+}
+
+// The data file's last write, or zero when it does not exist.
+ULONGLONG lastWrite(const std::wstring& path)
+{
+    WIN32_FILE_ATTRIBUTE_DATA data = {};
+    if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data))
+        return 0;
+    return (static_cast<ULONGLONG>(data.ftLastWriteTime.dwHighDateTime) << 32) | data.ftLastWriteTime.dwLowDateTime;
+}
+
+// A catalogue file read for a check: its counts, or why it could not be read.
+struct CatalogueRead {
+    bool present = false;
+    bool readCleanly = false;
+    std::wstring seen;
+    kelcli::CatalogueCount count;
+};
+
+CatalogueRead readCatalogue(const std::wstring& path)
+{
+    CatalogueRead read;
+    std::string bytes;
+    DWORD error = 0;
+    if (!readWholeFile(path, bytes, error)) {
+        read.present = !(error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND);
+        read.seen = read.present ? L"cannot be read, error " + std::to_wstring(error) : L"not present";
+        return read;
+    }
+    read.present = true;
+    read.count = kelcli::countCatalogue(bytes);
+    const HRESULT inputEnd = static_cast<HRESULT>(0xC00CEE01UL);
+    read.readCleanly = read.count.endStatus == inputEnd || read.count.endStatus == S_FALSE;
+    read.seen = catalogueContents(path);
+    return read;
+}
+
+// A file made and removed again in `folder`.
+bool folderIsWritable(const std::wstring& folder, std::wstring& seen)
+{
+    const std::wstring probe = folder + L"\\kelcli-selftest.tmp";
+    HANDLE file = CreateFileW(probe.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                              FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        seen = L"cannot create a file in it, error " + std::to_wstring(GetLastError());
+        return false;
+    }
+    DWORD written = 0;
+    const bool ok = WriteFile(file, "selftest", 8, &written, nullptr) && written == 8;
+    if (!ok)
+        seen = L"cannot write a file in it, error " + std::to_wstring(GetLastError());
+    CloseHandle(file);
+    return ok;
+}
+
+void checkDllAndProcess(SelfTest& test, const Library& lib)
+{
+    ULONGLONG start = GetTickCount64();
+    const std::wstring dll = moduleFileName(lib.module());
+    test.add(L"INFO", L"DLL file version", L"the version shipped", fileVersion(dll) + L" (" + dll + L")", since(start));
+
+    start = GetTickCount64();
+    const std::wstring architectureSeen = architecture(lib.module());
+    test.check(architectureSeen == ownArchitecture(), L"DLL architecture", ownArchitecture(), architectureSeen,
+               since(start));
+
+    start = GetTickCount64();
+    DWORD major = 0, minor = 0, build = 0;
+    const bool haveTrue = trueWindowsVersion(major, minor, build);
+    const std::wstring system = haveTrue ? std::to_wstring(major) + L"." + std::to_wstring(minor) + L"." +
+                                               std::to_wstring(build)
+                                         : L"unknown";
+    test.add(L"INFO", L"Windows version", L"6.2 (Windows 8) or 6.3 (Windows 8.1)",
+             L"system " + system + L", reported to this process " + reportedWindowsVersion(), since(start));
+
+    // On 8.1 a host without the compatibility manifest is told 6.2, and the
+    // library then keeps the Windows 8 package names, which 8.1 does not have.
+    start = GetTickCount64();
+    const bool applies = libraryVersionTestPasses();
+    const bool systemIs81 = haveTrue && major == 6 && minor == 3;
+    if (systemIs81 && !applies) {
+        test.add(L"FAIL", L"Windows 8.1 behaviour", L"applies on Windows 8.1",
+                 L"does not apply: the host's manifest must list Windows 8.1 in <compatibility> (supportedOS "
+                 L"{1f676c76-80e1-4239-95bb-83d0f6d0da78})",
+                 since(start));
     } else {
-        if (!localAppData.empty() && localAppData.back() == L'\\')
-            localAppData.pop_back();
-        size_t slash = host.rfind(L'\\');
-        std::wstring suffix = slash == std::wstring::npos ? host : host.substr(slash);
-        size_t dot = suffix.find(L'.');
-        if (dot != std::wstring::npos)
-            suffix.resize(dot);
-        folder = localAppData + L"\\Osk\\Kelbrook" + suffix;
-        if (!fitsThePathBuffer(folder)) {
-            line(L"Data folder", kTooLong);
-            folder.clear();
-        } else {
-            DWORD attributes = GetFileAttributesW(folder.c_str());
-            bool exists = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-            line(L"Data folder", folder + (exists ? L"" : L" (not created yet)"));
+        test.add(L"INFO", L"Windows 8.1 behaviour", L"applies where 6.3 is reported",
+                 applies ? L"applies" : L"does not apply", since(start));
+    }
+}
+
+// Answers the value of ManifestReaderSetting in effect.
+DWORD checkSettings(SelfTest& test, const LibraryFiles& files)
+{
+    const std::vector<SettingInEffect> settings = settingsInEffect();
+    DWORD manifestReader = 1;
+    for (size_t i = 0; i < settings.size(); ++i) {
+        const std::wstring name = std::wstring(L"setting ") + kSettings[i].name;
+        if (settings[i].storedValueIgnored)
+            test.add(L"FAIL", name, L"a REG_DWORD or no value", settings[i].text, 0);
+        else
+            test.add(L"INFO", name, L"a REG_DWORD or no value", settings[i].text, 0);
+        if (wcscmp(kSettings[i].name, L"ManifestReaderSetting") == 0)
+            manifestReader = settings[i].value;
+    }
+    const bool logOn = settings[0].value != 0;
+    test.add(L"INFO", L"log file", L"written while DebugLog is non-zero",
+             (files.log.empty() ? files.logWhyNone : files.log) + (logOn ? L" (on)" : L" (off)"), 0);
+    return manifestReader;
+}
+
+void checkFiles(SelfTest& test, const LibraryFiles& files)
+{
+    ULONGLONG start = GetTickCount64();
+    if (files.folder.empty()) {
+        test.add(L"FAIL", L"data folder", L"created and writable", files.folderWhyNone, since(start));
+    } else {
+        std::wstring seen = files.folder;
+        int created = SHCreateDirectoryExW(nullptr, files.folder.c_str(), nullptr);
+        bool ok = created == ERROR_SUCCESS || created == ERROR_ALREADY_EXISTS || created == ERROR_FILE_EXISTS;
+        if (!ok)
+            seen = files.folder + L": cannot be created, error " + std::to_wstring(created);
+        else
+            ok = folderIsWritable(files.folder, seen) && directoryExists(files.folder);
+        test.check(ok, L"data folder", L"created and writable", seen, since(start));
+    }
+
+    start = GetTickCount64();
+    if (!files.dataFile.empty()) {
+        CatalogueRead data = readCatalogue(files.dataFile);
+        if (!data.present)
+            test.add(L"INFO", L"data file", L"loads, if present", L"not present yet (the first refresh pass writes it)",
+                     since(start));
+        else
+            test.check(data.readCleanly, L"data file", L"loads, if present", data.seen, since(start));
+    }
+
+    start = GetTickCount64();
+    if (files.preset.empty()) {
+        test.add(L"INFO", L"preset file", L"loads, if present", files.presetWhyNone, since(start));
+    } else {
+        CatalogueRead preset = readCatalogue(files.preset);
+        if (!preset.present)
+            test.add(L"INFO", L"preset file", L"loads, if present", L"none (" + files.preset + L")", since(start));
+        else
+            test.check(preset.readCleanly, L"preset file", L"loads, if present", preset.seen, since(start));
+    }
+}
+
+void checkServices(SelfTest& test, DWORD manifestReader)
+{
+    struct Service {
+        const wchar_t* name;
+        const wchar_t* expected;
+        kelcli::Probe probe;
+    };
+    const Service services[] = {
+        {L"app visibility service", L"CLSID_AppVisibility created in process", kelcli::ProbeAppVisibility},
+        {L"activation manager", L"CLSID_ApplicationActivationManager created in process",
+         kelcli::ProbeActivationManager},
+        {L"deployment service", L"the current user's packages listed", kelcli::ProbeDeploymentService},
+    };
+    for (const Service& service : services) {
+        const ULONGLONG start = GetTickCount64();
+        const kelcli::ProbeResult result = kelcli::RunBounded(service.probe, kServiceTimeoutMs);
+        test.check(result.passed, service.name, service.expected, result.seen, since(start));
+    }
+
+    // The library reads manifests through the packaging API only when
+    // ManifestReaderSetting is 0; otherwise the API's absence costs nothing.
+    const ULONGLONG start = GetTickCount64();
+    const kelcli::ProbeResult result = kelcli::RunBounded(kelcli::ProbeManifestReaderFactory, kServiceTimeoutMs);
+    if (manifestReader == 0 || result.passed)
+        test.check(result.passed, L"packaging API", L"CLSID_AppxFactory created in process", result.seen, since(start));
+    else
+        test.add(L"INFO", L"packaging API", L"needed only when ManifestReaderSetting is 0",
+                 result.seen + L"; not used with ManifestReaderSetting " + std::to_wstring(manifestReader),
+                 since(start));
+}
+
+void checkExports(SelfTest& test, const Library& lib, const LibraryFiles& files)
+{
+    auto initialize = KEL(lib, KelInitialize);
+    auto finalize = KEL(lib, KelFinalize);
+    auto isInstalled = KEL(lib, KelIsInstalledW);
+    auto displayName = KEL(lib, KelGetAppDisplayNameByPFNW);
+    auto release = KEL(lib, KelReleaseStringW);
+    auto monitorMode = KEL(lib, KelGetMonitorMode);
+    if (!initialize || !finalize || !isInstalled || !displayName || !release || !monitorMode) {
+        test.add(L"FAIL", L"exports", L"every export present", L"an export is missing (see above)", 0);
+        return;
+    }
+
+    const ULONGLONG writtenBefore = files.dataFile.empty() ? 0 : lastWrite(files.dataFile);
+    ULONGLONG start = GetTickCount64();
+    HRESULT hr = initialize();
+    test.check(hr == S_OK, L"KelInitialize", L"S_OK", std::wstring(resultName(hr)) + L" " + hex(hr), since(start));
+    if (FAILED(hr))
+        return;
+
+    // The first pass replaces the data file as a whole, so a new write time
+    // means the pass has ended.
+    start = GetTickCount64();
+    kelcli::CatalogueCount found;
+    bool written = false;
+    if (!files.dataFile.empty()) {
+        while (since(start) < kFirstPassTimeoutMs) {
+            const ULONGLONG now = lastWrite(files.dataFile);
+            if (now != 0 && now != writtenBefore) {
+                written = true;
+                break;
+            }
+            Sleep(100);
         }
     }
-    if (!folder.empty()) {
-        const std::wstring dataFile = folder + L"\\AppNameList1.0.4.0.xml";
-        line(L"Data file", dataFile);
-        line(L"Data file holds", catalogueContents(dataFile));
+    const ULONGLONG passTime = since(start);
+    if (written) {
+        CatalogueRead data = readCatalogue(files.dataFile);
+        found = data.count;
+        test.check(data.readCleanly, L"first refresh pass", L"the data file written",
+                   L"written after " + std::to_wstring(passTime) + L" ms: " + data.seen, passTime);
+    } else {
+        test.add(L"FAIL", L"first refresh pass", L"the data file written",
+                 files.dataFile.empty() ? L"no data file path"
+                                        : L"not written within " + std::to_wstring(kFirstPassTimeoutMs / 1000) + L" s",
+                 passTime);
     }
 
-    // The preset file sits next to the host executable; the library reads
-    // it only while the data file does not exist.
-    size_t slash = host.rfind(L'\\');
-    if (slash == std::wstring::npos) {
-        line(L"Preset file", L"(none: the host's path has no folder)");
-        return true;
+    const std::wstring pfn(found.singleAppPackage.begin(), found.singleAppPackage.end());
+    if (pfn.empty()) {
+        test.add(L"INFO", L"KelIsInstalledW", L"a package the first pass found",
+                 L"skipped: the first pass found no package with one app", 0);
+        test.add(L"INFO", L"KelGetAppDisplayNameByPFNW", L"a package the first pass found",
+                 L"skipped: the first pass found no package with one app", 0);
+    } else {
+        start = GetTickCount64();
+        BOOL installed = FALSE;
+        hr = isInstalled(pfn.c_str(), &installed);
+        test.check(hr == S_OK && installed, L"KelIsInstalledW", L"S_OK, installed, for " + pfn,
+                   std::wstring(resultName(hr)) + L" " + hex(hr) + (installed ? L", installed" : L", not installed"),
+                   since(start));
+
+        start = GetTickCount64();
+        LPWSTR name = nullptr;
+        hr = displayName(pfn.c_str(), &name);
+        std::wstring seen = std::wstring(resultName(hr)) + L" " + hex(hr);
+        const bool named = name != nullptr && name[0] != L'\0';
+        if (name != nullptr) {
+            seen += L", \"" + std::wstring(name) + L"\"";
+            release(name);
+        }
+        test.check(hr == S_OK && named, L"KelGetAppDisplayNameByPFNW", L"S_OK and a name, for " + pfn, seen,
+                   since(start));
     }
-    const std::wstring preset = host.substr(0, slash) + L"\\PresetAppNameList.xml";
-    if (!fitsThePathBuffer(preset)) {
-        line(L"Preset file", kTooLong);
-        return true;
+
+    start = GetTickCount64();
+    UINT mode = 0;
+    hr = monitorMode(&mode);
+    test.check(hr == S_OK && mode <= 2, L"KelGetMonitorMode", L"S_OK and a mode 0, 1 or 2",
+               std::wstring(resultName(hr)) + L" " + hex(hr) + L", mode " + std::to_wstring(mode), since(start));
+
+    start = GetTickCount64();
+    finalize();
+    const ULONGLONG finalizeTime = since(start);
+    test.check(finalizeTime <= kFinalizeBoundMs, L"KelFinalize",
+               L"returns within " + std::to_wstring(kFinalizeBoundMs / 1000) + L" s",
+               L"returned after " + std::to_wstring(finalizeTime) + L" ms", finalizeTime);
+}
+
+// ---------------------------------------------------------------------------
+// selftest --report: the lines and the library's log, for a bug report
+
+std::string toUtf8(const std::wstring& text)
+{
+    if (text.empty())
+        return std::string();
+    int bytes = WideCharToMultiByte(CP_UTF8, 0, text.c_str(), static_cast<int>(text.size()), nullptr, 0, nullptr,
+                                    nullptr);
+    if (bytes <= 0)
+        return std::string();
+    std::string utf8(bytes, '\0');
+    WideCharToMultiByte(CP_UTF8, 0, text.c_str(), static_cast<int>(text.size()), &utf8[0], bytes, nullptr, nullptr);
+    return utf8;
+}
+
+// The log's bytes as text: UTF-16 with its byte order mark, else UTF-8 when
+// they are valid UTF-8, else the ANSI code page.
+std::wstring decodeLog(const std::string& bytes)
+{
+    if (bytes.size() >= 2 && static_cast<unsigned char>(bytes[0]) == 0xFF &&
+        static_cast<unsigned char>(bytes[1]) == 0xFE) {
+        std::wstring text((bytes.size() - 2) / 2, L'\0');
+        memcpy(&text[0], bytes.data() + 2, text.size() * 2);
+        return text;
     }
-    line(L"Preset file", preset);
-    line(L"Preset file holds", catalogueContents(preset));
+    for (UINT codePage : {static_cast<UINT>(CP_UTF8), static_cast<UINT>(CP_ACP)}) {
+        DWORD flags = codePage == CP_UTF8 ? MB_ERR_INVALID_CHARS : 0;
+        int length = MultiByteToWideChar(codePage, flags, bytes.data(), static_cast<int>(bytes.size()), nullptr, 0);
+        if (length <= 0)
+            continue;
+        std::wstring text(length, L'\0');
+        MultiByteToWideChar(codePage, flags, bytes.data(), static_cast<int>(bytes.size()), &text[0], length);
+        return text;
+    }
+    return std::wstring();
+}
+
+// Every occurrence of `from` (ignoring case) replaced by `to`.
+std::wstring replaceAll(const std::wstring& text, const std::wstring& from, const std::wstring& to)
+{
+    if (from.empty())
+        return text;
+    std::wstring lowerText = text;
+    std::wstring lowerFrom = from;
+    for (wchar_t& c : lowerText)
+        c = static_cast<wchar_t>(towlower(c));
+    for (wchar_t& c : lowerFrom)
+        c = static_cast<wchar_t>(towlower(c));
+    std::wstring result;
+    size_t at = 0;
+    for (size_t found; (found = lowerText.find(lowerFrom, at)) != std::wstring::npos; at = found + from.size())
+        result += text.substr(at, found - at) + to;
+    return result + text.substr(at);
+}
+
+// A report names no user: the profile folder, which carries the account
+// name, is written as %USERPROFILE%. The SID stays, as in the log itself.
+std::wstring withoutUser(const std::wstring& text)
+{
+    std::wstring profile;
+    if (!environmentVariable(L"USERPROFILE", profile) || profile.size() < 4)
+        return text;
+    return replaceAll(text, profile, L"%USERPROFILE%");
+}
+
+std::wstring jsonString(const std::wstring& text)
+{
+    std::wstring result = L"\"";
+    for (wchar_t c : text) {
+        switch (c) {
+        case L'"': result += L"\\\""; break;
+        case L'\\': result += L"\\\\"; break;
+        case L'\n': result += L"\\n"; break;
+        case L'\r': result += L"\\r"; break;
+        case L'\t': result += L"\\t"; break;
+        default:
+            if (c < 0x20) {
+                wchar_t escaped[8];
+                swprintf(escaped, 8, L"\\u%04X", static_cast<unsigned>(c));
+                result += escaped;
+            } else {
+                result += c;
+            }
+        }
+    }
+    return result + L"\"";
+}
+
+bool writeWholeFile(const std::wstring& path, const std::string& bytes, std::wstring& error)
+{
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        error = L"cannot create " + path + L" (error " + std::to_wstring(GetLastError()) + L")";
+        return false;
+    }
+    DWORD written = 0;
+    bool ok = WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) &&
+              written == bytes.size();
+    if (!ok)
+        error = L"cannot write " + path + L" (error " + std::to_wstring(GetLastError()) + L")";
+    CloseHandle(file);
+    return ok;
+}
+
+// What the report says about where and when it was made.
+struct ReportHeading {
+    std::wstring machine;
+    std::wstring time;       // 2026-11-23 14:05:09
+    std::wstring timeInName; // 20261123-140509
+};
+
+ReportHeading reportHeading()
+{
+    ReportHeading heading;
+    wchar_t name[MAX_COMPUTERNAME_LENGTH + 1];
+    DWORD size = MAX_COMPUTERNAME_LENGTH + 1;
+    heading.machine = GetComputerNameW(name, &size) ? std::wstring(name, size) : L"unknown";
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    wchar_t text[32];
+    swprintf(text, 32, L"%04u-%02u-%02u %02u:%02u:%02u", now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute,
+             now.wSecond);
+    heading.time = text;
+    swprintf(text, 32, L"%04u%02u%02u-%02u%02u%02u", now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute,
+             now.wSecond);
+    heading.timeInName = text;
+    return heading;
+}
+
+// FILE as given, or, when it names a folder, a file in it named by machine
+// and time. The JSON twin is the same path ending in .json.
+void reportPaths(const std::wstring& given, const ReportHeading& heading, std::wstring& text, std::wstring& json)
+{
+    text = given;
+    const bool folder = directoryExists(given) || (!given.empty() && (given.back() == L'\\' || given.back() == L'/'));
+    if (folder) {
+        if (text.back() != L'\\' && text.back() != L'/')
+            text += L'\\';
+        text += L"kelcli-selftest-" + heading.machine + L"-" + heading.timeInName + L".txt";
+    }
+    const size_t slash = text.find_last_of(L"\\/");
+    const size_t dot = text.rfind(L'.');
+    const bool hasExtension = dot != std::wstring::npos && (slash == std::wstring::npos || dot > slash);
+    json = (hasExtension ? text.substr(0, dot) : text) + L".json";
+}
+
+// The report and its JSON twin; false (with the error) when one cannot be
+// written.
+bool writeReport(const std::wstring& given, const SelfTest& test, const std::wstring& log, std::wstring& error)
+{
+    const ReportHeading heading = reportHeading();
+    std::wstring textPath;
+    std::wstring jsonPath;
+    reportPaths(given, heading, textPath, jsonPath);
+
+    const std::wstring summary = std::to_wstring(test.count(L"PASS")) + L" passed, " +
+                                 std::to_wstring(test.count(L"FAIL")) + L" failed, " +
+                                 std::to_wstring(test.count(L"INFO")) + L" for information";
+    std::wstring text = L"kelcli selftest report\r\nMachine: " + heading.machine + L"\r\nTime: " + heading.time +
+                        L"\r\nkelcli: " + ownArchitecture() + L"\r\n\r\n";
+    for (const CheckLine& check : test.checks())
+        text += SelfTest::format(check) + L"\r\n";
+    text += L"selftest: " + summary + L"\r\n\r\nLibrary log of the run:\r\n" + log;
+    if (!log.empty() && log.back() != L'\n')
+        text += L"\r\n";
+
+    std::wstring json = L"{\n  \"tool\": \"kelcli selftest\",\n  \"machine\": " + jsonString(heading.machine) +
+                        L",\n  \"time\": " + jsonString(heading.time) + L",\n  \"architecture\": " +
+                        jsonString(ownArchitecture()) + L",\n  \"checks\": [\n";
+    for (size_t i = 0; i < test.checks().size(); ++i) {
+        const CheckLine& check = test.checks()[i];
+        json += L"    {\"status\": " + jsonString(check.status) + L", \"name\": " + jsonString(check.name) +
+                L", \"expected\": " + jsonString(check.expected) + L", \"seen\": " + jsonString(withoutUser(check.seen)) +
+                L", \"milliseconds\": " + std::to_wstring(check.milliseconds) + L"}" +
+                (i + 1 < test.checks().size() ? L",\n" : L"\n");
+    }
+    json += L"  ],\n  \"passed\": " + std::to_wstring(test.count(L"PASS")) + L",\n  \"failed\": " +
+            std::to_wstring(test.count(L"FAIL")) + L",\n  \"information\": " + std::to_wstring(test.count(L"INFO")) +
+            L",\n  \"log\": " + jsonString(withoutUser(log)) + L"\n}\n";
+
+    if (!writeWholeFile(textPath, "\xEF\xBB\xBF" + toUtf8(withoutUser(text)), error) ||
+        !writeWholeFile(jsonPath, toUtf8(json), error))
+        return false;
+    write(L"report: " + textPath + L"\nreport (JSON): " + jsonPath + L"\n");
     return true;
+}
+
+// Turns the library's log on for the self-test's calls and puts the switch
+// back as it was; the log's new lines are the run's.
+class LogForTheRun {
+public:
+    explicit LogForTheRun(const std::wstring& logPath) : logPath_(logPath)
+    {
+        if (RegCreateKeyExW(HKEY_CURRENT_USER, kSettingsKey, 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr, &key_,
+                            nullptr) != ERROR_SUCCESS) {
+            key_ = nullptr;
+            return;
+        }
+        DWORD size = sizeof(previous_);
+        const LONG read =
+            RegQueryValueExW(key_, L"DebugLog", nullptr, &previousType_, reinterpret_cast<BYTE*>(&previous_), &size);
+        // A value that could not be kept whole is left alone, log or no log.
+        if (read != ERROR_SUCCESS && read != ERROR_FILE_NOT_FOUND)
+            return;
+        hadValue_ = read == ERROR_SUCCESS;
+        previousSize_ = size;
+        const DWORD on = 1;
+        switched_ = RegSetValueExW(key_, L"DebugLog", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&on),
+                                   sizeof(on)) == ERROR_SUCCESS;
+        std::string bytes;
+        DWORD error = 0;
+        startOffset_ = readWholeFile(logPath_, bytes, error) ? bytes.size() : 0;
+    }
+    LogForTheRun(const LogForTheRun&) = delete;
+    LogForTheRun& operator=(const LogForTheRun&) = delete;
+    ~LogForTheRun() { restore(); }
+
+    bool switched() const { return switched_; }
+
+    // The lines the library wrote since the switch was turned on.
+    std::wstring lines() const
+    {
+        std::string bytes;
+        DWORD error = 0;
+        if (!readWholeFile(logPath_, bytes, error))
+            return L"(no log was written: error " + std::to_wstring(error) + L")\r\n";
+        if (bytes.size() < startOffset_)
+            return decodeLog(bytes);
+        return decodeLog(bytes.substr(startOffset_));
+    }
+
+    void restore()
+    {
+        if (key_ == nullptr)
+            return;
+        if (switched_) {
+            if (hadValue_)
+                RegSetValueExW(key_, L"DebugLog", 0, previousType_, reinterpret_cast<const BYTE*>(&previous_),
+                               previousSize_);
+            else
+                RegDeleteValueW(key_, L"DebugLog");
+        }
+        RegCloseKey(key_);
+        key_ = nullptr;
+    }
+
+private:
+    std::wstring logPath_;
+    HKEY key_ = nullptr;
+    bool hadValue_ = false;
+    bool switched_ = false;
+    DWORD previousType_ = 0;
+    // A stored value the library ignores may be longer than a DWORD; only
+    // that much is put back.
+    unsigned char previous_[64] = {};
+    DWORD previousSize_ = 0;
+    size_t startOffset_ = 0;
+};
+
+int runSelfTest(const SelfTestOptions& options)
+{
+    SelfTest test;
+    std::wstring runLog;
+    write(L"kelcli selftest " + std::wstring(ownArchitecture()) + L"\n");
+    Library library;
+    std::wstring error;
+    ULONGLONG start = GetTickCount64();
+    if (!library.load(error)) {
+        while (!error.empty() && error.back() == L'\n')
+            error.pop_back();
+        test.add(L"FAIL", L"DLL loads", L"Kelbrook.dll loaded", error, since(start));
+    } else {
+        test.add(L"PASS", L"DLL loads", L"Kelbrook.dll loaded", moduleFileName(library.module()), since(start));
+        checkDllAndProcess(test, library);
+        const LibraryFiles files = libraryFiles();
+        const DWORD manifestReader = checkSettings(test, files);
+        checkFiles(test, files);
+        checkServices(test, manifestReader);
+        // The report carries the library's log of its calls, whatever the
+        // switch was.
+        std::unique_ptr<LogForTheRun> log;
+        if (!options.reportPath.empty() && !files.log.empty()) {
+            log = std::make_unique<LogForTheRun>(files.log);
+            test.add(log->switched() ? L"INFO" : L"FAIL", L"log for the report", L"DebugLog on for the run",
+                     log->switched() ? L"DebugLog set to 1, put back after the run" : L"DebugLog cannot be set", 0);
+        }
+        checkExports(test, library, files);
+        if (log) {
+            log->restore();
+            runLog = log->lines();
+        }
+        if (!options.intrusive)
+            test.add(L"INFO", L"launches", L"run with --intrusive", L"skipped: no launch was made", 0);
+    }
+    const unsigned failed = test.count(L"FAIL");
+    write(L"selftest: " + std::to_wstring(test.count(L"PASS")) + L" passed, " + std::to_wstring(failed) + L" failed, " +
+          std::to_wstring(test.count(L"INFO")) + L" for information\n");
+    if (!options.reportPath.empty()) {
+        std::wstring reportError;
+        if (!writeReport(options.reportPath, test, runLog, reportError)) {
+            writeError(L"kelcli: selftest: " + reportError + L"\n");
+            return 1;
+        }
+    }
+    return failed == 0 ? 0 : 1;
 }
 
 // ---------------------------------------------------------------------------
@@ -579,6 +1308,18 @@ const Command kCommands[] = {
      L"with its value or \"(default N)\", the log file, the data folder for kelcli.exe, the data file and "
      L"the preset file with how many packages and desktop apps each holds.",
      [](const wchar_t*, Arguments&) -> Call { return printInfo; }},
+    {L"selftest", L"[--report FILE]",
+     L"Checks that the library works on this machine, as a host would use it, and prints one line per "
+     L"check: PASS, FAIL or INFO, its name, what was expected, what was seen and how long it took. It checks "
+     L"the DLL and the Windows version, the settings and files info shows, that the data folder can be "
+     L"written, that the app visibility service, the application activation manager, the deployment service "
+     L"and the packaging API can be reached, then KelInitialize, the first refresh pass (waited for), "
+     L"KelIsInstalledW and KelGetAppDisplayNameByPFNW on a package the pass found, KelGetMonitorMode and "
+     L"KelFinalize. Nothing is launched. With --report, the lines and the library's log of the run are also "
+     L"written to FILE. Runs alone, not with other commands; exit code 0 when no check failed.",
+     [](const wchar_t* c, Arguments&) -> Call {
+         throw UsageError{std::wstring(c) + L" runs alone: kelcli selftest [--report FILE]"};
+     }},
     {L"initialize", L"",
      L"KelInitialize. The first call starts the package manager: it loads the data file (the preset file "
      L"while there is no data file) and starts the refresh thread, which finds the installed packages and "
@@ -982,6 +1723,21 @@ int main()
     if (first == L"-h" || first == L"--help" || first == L"/?") {
         write(help());
         return 0;
+    }
+
+    if (first == L"selftest") {
+        SelfTestOptions options;
+        for (int i = 2; i < argc; ++i) {
+            std::wstring option = argv[i];
+            if (option == L"--report" && i + 1 < argc) {
+                options.reportPath = argv[++i];
+            } else {
+                writeError(L"kelcli: selftest: unknown option \"" + option + L"\"\n\n" + usage());
+                return 2;
+            }
+        }
+        LocalFree(argv);
+        return runSelfTest(options);
     }
 
     // Every sub-command is checked before the first call is made.

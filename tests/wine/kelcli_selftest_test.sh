@@ -1,0 +1,201 @@
+#!/usr/bin/env bash
+# `kelcli selftest` against the test doubles: with every double registered
+# each check passes and the report holds the same lines and the library's
+# log of the run; with one double removed the check of that service fails by
+# name, the self-test still ends (bounded by `timeout`) with exit code 1, and
+# nothing crashes.
+#
+#   kelcli_selftest_test.sh KELCLI_EXE DEPLOYMENT_SERVICE_DLL ACTIVATION_MANAGER_DLL APP_VISIBILITY_DLL
+# Needs WINEPREFIX set up by wine_prefix.sh (with the app visibility server),
+# the doubles registered by deployment/register_doubles.sh, and KELBROOK_DLL.
+set -uo pipefail
+here=$(dirname "$0")
+. "$here/wine_reg.sh"
+
+kelcli=$1
+deployment_service=$2
+activation_manager=$3
+app_visibility=$4
+
+readonly APP_VISIBILITY_CLASS='HKLM\Software\Classes\CLSID\{7E5FE3D9-985F-4908-91F9-EE19F9FD1514}'
+readonly ACTIVATION_CLASS='HKLM\Software\Classes\CLSID\{45BA127D-10A8-46EA-8AB7-56EA9078943C}'
+readonly DEPLOYMENT_CLASS='HKLM\Software\Microsoft\WindowsRuntime\ActivatableClassId\Windows.Management.Deployment.PackageManager'
+
+# The host is a copy of kelcli under a name of its own: its data folder is
+# its own, and every run starts without a data file.
+scratch=$(mktemp -d)
+user=$(id -un)
+data_folder_unix=$WINEPREFIX/drive_c/users/$user/AppData/Local/Osk/Kelbrook/SelfTestProbe
+host=$scratch/bin/SelfTestProbe.exe
+mkdir -p "$scratch/bin" "$scratch/Packages/Notes" "$scratch/reports"
+cp "$kelcli" "$host"
+
+reregister() {
+  bash "$here/deployment/register_doubles.sh" register "$deployment_service" "$activation_manager" >/dev/null 2>&1 ||
+    echo "FAIL cannot register the deployment doubles again"
+  wine_reg add "$APP_VISIBILITY_CLASS" /ve /d 'Test desktop app visibility' /f >/dev/null 2>&1
+  wine_reg add "$APP_VISIBILITY_CLASS\\InprocServer32" /ve /d 'C:\kel\app_visibility_server.dll' /f >/dev/null 2>&1
+  wine_reg add "$APP_VISIBILITY_CLASS\\InprocServer32" /v ThreadingModel /d Both /f >/dev/null 2>&1
+  [ -f "$WINEPREFIX/drive_c/kel/app_visibility_server.dll" ] ||
+    cp "$app_visibility" "$WINEPREFIX/drive_c/kel/app_visibility_server.dll"
+}
+cleanup() {
+  reregister
+  wine_reg delete 'HKCU\Software\Osk\Kelbrook' /v DebugLog /f >/dev/null 2>&1
+  rm -rf "$scratch" "$data_folder_unix"
+}
+trap cleanup EXIT
+
+# One package of one application, its manifest on disk, served for the
+# current user by the deployment double.
+packages_windows=$(winepath -w "$scratch/Packages" 2>/dev/null)
+cat >"$scratch/Packages/Notes/AppxManifest.xml" <<'XML'
+<?xml version="1.0" encoding="utf-8"?>
+<Package xmlns="http://schemas.microsoft.com/appx/2010/manifest">
+  <Identity Name="Kel.Notes" Publisher="CN=Kelbrook Test Packages" Version="1.0.0.0" ProcessorArchitecture="x64" />
+  <Properties>
+    <DisplayName>Kel.Notes</DisplayName>
+    <PublisherDisplayName>Kelbrook Tests</PublisherDisplayName>
+    <Logo>Assets\StoreLogo.png</Logo>
+  </Properties>
+  <Applications>
+    <Application Id="App" Executable="App.exe" EntryPoint="App.App">
+      <VisualElements DisplayName="Test Notes" Logo="Assets\Logo.png" SmallLogo="Assets\SmallLogo.png"
+        Description="Test" ForegroundText="light" BackgroundColor="#464646">
+        <DefaultTile ShowName="allLogos" ShortName="Notes" />
+      </VisualElements>
+    </Application>
+  </Applications>
+</Package>
+XML
+cat >"$scratch/fixture.txt" <<EOF2
+[Package]
+FamilyName=Kel.Notes_1a2b3c4d5e6f7
+FullName=Kel.Notes_1.0.0.0_x64__1a2b3c4d5e6f7
+Name=Kel.Notes
+Version=1.0.0.0
+InstalledLocation=$packages_windows\\Notes
+EOF2
+export KEL_DEPLOYMENT_FIXTURE
+KEL_DEPLOYMENT_FIXTURE=$(winepath -w "$scratch/fixture.txt" 2>/dev/null)
+report_folder=$(winepath -w "$scratch/reports" 2>/dev/null)
+
+failures=0
+passes=0
+fail() {
+  echo "FAIL $*"
+  failures=$((failures + 1))
+}
+
+# run_selftest CASE: runs the self-test with a report into a fresh folder;
+# its output without carriage returns lands in $scratch/CASE.txt, the report
+# in $scratch/CASE.report.txt and $scratch/CASE.report.json.
+run_selftest() {
+  rm -rf "$data_folder_unix" "$scratch/reports"/*
+  timeout 300 wine "$host" selftest --report "$report_folder\\" >"$scratch/raw.txt" 2>&1
+  code=$?
+  tr -d '\r' <"$scratch/raw.txt" >"$scratch/$1.txt"
+  local report
+  report=$(ls "$scratch/reports"/kelcli-selftest-*.txt 2>/dev/null | head -1)
+  if [ -n "$report" ]; then
+    tr -d '\r' <"$report" | sed '1s/^\xef\xbb\xbf//' >"$scratch/$1.report.txt"
+    cp "${report%.txt}.json" "$scratch/$1.report.json" 2>/dev/null
+  else
+    : >"$scratch/$1.report.txt"
+    fail "$1: no report written"
+  fi
+}
+
+shown=0
+# expect CASE PATTERN: a line of the output matches the extended regular
+# expression, and the same line is in the report, where the profile folder
+# reads %USERPROFILE%.
+profile="C:\\users\\$user"
+expect() {
+  local line
+  line=$(grep -E -m1 -- "$2" "$scratch/$1.txt")
+  local report_line=${line//"$profile"/%USERPROFILE%}
+  if [ -z "$line" ]; then
+    fail "$1: no line matching '$2'"
+    shown=1
+  elif ! grep -qxF -- "$report_line" "$scratch/$1.report.txt"; then
+    fail "$1: the report lacks the line '$report_line'"
+    shown=1
+  else
+    passes=$((passes + 1))
+  fi
+}
+show_output_once() {
+  if [ "$shown" -eq 1 ]; then
+    echo "--- kelcli selftest ($1) printed:"
+    cat "$scratch/$1.txt"
+    shown=0
+  fi
+}
+expect_exit() {
+  if [ "$code" -eq "$2" ]; then passes=$((passes + 1)); else fail "$1: exit code $code, expected $2"; fi
+}
+
+ms='\([0-9]+ ms\)$'
+
+# --- Every double present.
+run_selftest all
+expect_exit all 0
+expect all "^PASS  DLL loads +expected: Kelbrook.dll loaded; seen: .*Kelbrook.dll $ms"
+expect all "^PASS  DLL architecture +expected: (x64|x86); seen: (x64|x86) $ms"
+expect all "^PASS  data folder +expected: created and writable; seen: .*\\\\Osk\\\\Kelbrook\\\\SelfTestProbe $ms"
+expect all "^INFO  data file +expected: loads, if present; seen: not present yet"
+expect all "^PASS  app visibility service +expected: CLSID_AppVisibility created in process; seen: IAppVisibility created $ms"
+expect all "^PASS  activation manager +expected: .*; seen: IApplicationActivationManager created $ms"
+expect all "^PASS  deployment service +expected: the current user's packages listed; seen: 1 package for S-1-5-[0-9-]+ $ms"
+expect all "^INFO  packaging API +expected: needed only when ManifestReaderSetting is 0; seen: .*not used with ManifestReaderSetting 1 $ms"
+expect all "^PASS  KelInitialize +expected: S_OK; seen: S_OK 0x00000000 $ms"
+expect all "^PASS  first refresh pass +expected: the data file written; seen: written after [0-9]+ ms: 1 package, [0-9]+ desktop apps? $ms"
+expect all "^PASS  KelIsInstalledW +expected: S_OK, installed, for Kel.Notes_1a2b3c4d5e6f7; seen: S_OK 0x00000000, installed $ms"
+expect all "^PASS  KelGetAppDisplayNameByPFNW +expected: S_OK and a name, for Kel.Notes_1a2b3c4d5e6f7; seen: S_OK 0x00000000, \"test notes\" $ms"
+expect all "^PASS  KelGetMonitorMode +expected: S_OK and a mode 0, 1 or 2; seen: S_OK 0x00000000, mode [012] $ms"
+expect all "^PASS  KelFinalize +expected: returns within 21 s; seen: returned after [0-9]+ ms $ms"
+expect all "^INFO  launches +expected: run with --intrusive; seen: skipped: no launch was made"
+expect all "^selftest: [0-9]+ passed, 0 failed, [0-9]+ for information$"
+grep -qF 'Library log of the run:' "$scratch/all.report.txt" && grep -q 'KelInitialize IN' "$scratch/all.report.txt" &&
+  grep -q 'KelFinalize OUT' "$scratch/all.report.txt" && passes=$((passes + 1)) ||
+  { fail "all: the report lacks the library's log of the run"; shown=1; }
+! grep -qi "users\\\\$user\\\\" "$scratch/all.report.txt" "$scratch/all.report.json" && passes=$((passes + 1)) ||
+  fail "all: the report names the user's profile folder"
+python3 -c 'import json,sys; d=json.load(open(sys.argv[1])); assert d["failed"]==0 and len(d["checks"])>=20 and "KelFinalize OUT" in d["log"]' \
+  "$scratch/all.report.json" && passes=$((passes + 1)) || fail "all: the JSON report does not parse or disagrees"
+[ -z "$(wine_reg query 'HKCU\Software\Osk\Kelbrook' /v DebugLog 2>/dev/null | grep DebugLog)" ] &&
+  passes=$((passes + 1)) || fail "all: DebugLog was not put back (removed)"
+show_output_once all
+
+# --- Each service missing in turn: a named FAIL, the run still ends.
+wine_reg delete "$APP_VISIBILITY_CLASS" /f >/dev/null 2>&1
+run_selftest no_app_visibility
+expect_exit no_app_visibility 1
+expect no_app_visibility "^FAIL  app visibility service +expected: CLSID_AppVisibility created in process; seen: CoCreateInstance failed: 0x80040154 \(class not registered\) $ms"
+expect no_app_visibility "^PASS  KelFinalize "
+show_output_once no_app_visibility
+reregister
+
+wine_reg delete "$ACTIVATION_CLASS" /f >/dev/null 2>&1
+run_selftest no_activation_manager
+expect_exit no_activation_manager 1
+expect no_activation_manager "^FAIL  activation manager +expected: .*; seen: CoCreateInstance failed: 0x80040154 \(class not registered\) $ms"
+expect no_activation_manager "^PASS  deployment service "
+expect no_activation_manager "^PASS  KelFinalize "
+show_output_once no_activation_manager
+reregister
+
+wine_reg delete "$DEPLOYMENT_CLASS" /f >/dev/null 2>&1
+run_selftest no_deployment_service
+expect_exit no_deployment_service 1
+expect no_deployment_service "^FAIL  deployment service +expected: the current user's packages listed; seen: RoActivateInstance\(Windows.Management.Deployment.PackageManager\) failed: 0x[0-9A-F]{8}.* $ms"
+expect no_deployment_service "^PASS  activation manager "
+expect no_deployment_service "^PASS  first refresh pass +expected: the data file written; seen: written after [0-9]+ ms: 0 packages"
+expect no_deployment_service "^INFO  KelIsInstalledW +expected: a package the first pass found; seen: skipped"
+expect no_deployment_service "^PASS  KelFinalize "
+show_output_once no_deployment_service
+reregister
+
+echo "kelcli selftest test: $passes checks passed, $failures failed"
+[ "$failures" -eq 0 ]
