@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "contest.h"
-#include "platform/cp932/cp932.h"
+#include "text/cp932/cp932.h"
 
 namespace kel::bench {
 namespace {

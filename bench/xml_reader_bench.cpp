@@ -18,7 +18,7 @@
 
 #include "bench_support.h"
 #include "contest.h"
-#include "platform/xml/xml_reader.h"
+#include "text/xml/xml_reader.h"
 
 namespace kel::bench {
 namespace {

@@ -13,6 +13,8 @@ file(GLOB_RECURSE KEL_UNIT_TEST_SOURCES CONFIGURE_DEPENDS
   ${PROJECT_SOURCE_DIR}/tests/package_discovery/*.cpp
   ${PROJECT_SOURCE_DIR}/tests/manifest/*.cpp
   ${PROJECT_SOURCE_DIR}/tests/platform/*.cpp
+  ${PROJECT_SOURCE_DIR}/tests/text/*.cpp
+  ${PROJECT_SOURCE_DIR}/tests/interface_id/*.cpp
   ${PROJECT_SOURCE_DIR}/tests/fault_injection/*.cpp
   ${PROJECT_SOURCE_DIR}/tests/soak/*.cpp
   ${PROJECT_SOURCE_DIR}/tests/fakes/*_test.cpp)

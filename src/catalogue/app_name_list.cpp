@@ -9,8 +9,8 @@
 #include "frame/wide.h"
 #include "manifest/manifest_reader.h"
 #include "platform/platform.h"
-#include "platform/xml/xml_reader.h"
-#include "platform/xml/xml_writer.h"
+#include "text/xml/xml_reader.h"
+#include "text/xml/xml_writer.h"
 
 namespace kel {
 namespace {

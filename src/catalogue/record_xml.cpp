@@ -9,8 +9,8 @@
 #include "frame/format.h"
 #include "frame/log.h"
 #include "frame/wide.h"
-#include "platform/xml/xml_reader.h"
-#include "platform/xml/xml_writer.h"
+#include "text/xml/xml_reader.h"
+#include "text/xml/xml_writer.h"
 
 namespace kel {
 namespace {

@@ -11,7 +11,7 @@
 #include "platform/com_ptr.h"
 #include "platform/handles.h"
 #include "platform/platform.h"
-#include "platform/xml/xml_reader.h"
+#include "text/xml/xml_reader.h"
 
 namespace kel {
 namespace {

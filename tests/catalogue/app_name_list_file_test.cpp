@@ -2,7 +2,7 @@
 
 #include "catalogue/app_name_list.h"
 #include "library_test.h"
-#include "platform/xml/xml_reader.h"
+#include "text/xml/xml_reader.h"
 
 namespace kel {
 namespace {

@@ -9,8 +9,8 @@
 #include "frame/format.h"
 #include "frame/log.h"
 #include "frame/wide.h"
-#include "platform/cp932/cp932.h"
-#include "platform/xml/xml_reader.h"
+#include "text/cp932/cp932.h"
+#include "text/xml/xml_reader.h"
 
 namespace kel::fakes {
 namespace {

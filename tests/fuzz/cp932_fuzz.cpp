@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/cp932/cp932.h"
+#include "text/cp932/cp932.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string bytes(reinterpret_cast<const char*>(data), size);

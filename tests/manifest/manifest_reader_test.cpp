@@ -10,7 +10,7 @@
 #include "fakes/fake_package.h"
 #include "library_test.h"
 #include "package_discovery/package_manager.h"
-#include "platform/xml/xml_reader.h"
+#include "text/xml/xml_reader.h"
 
 namespace kel {
 namespace {

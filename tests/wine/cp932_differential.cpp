@@ -3,7 +3,7 @@
 // it under Wine or on Windows:
 //
 //   x86_64-w64-mingw32-g++-posix -std=c++20 -static -I src
-//       tests/wine/cp932_differential.cpp src/platform/cp932/cp932.cpp
+//       tests/wine/cp932_differential.cpp src/text/cp932/cp932.cpp
 //       -o cp932diff.exe        (one command line)
 //   wine cp932diff.exe
 //
@@ -21,7 +21,7 @@
 #include <cstdio>
 #include <string>
 
-#include "platform/cp932/cp932.h"
+#include "text/cp932/cp932.h"
 
 namespace {
 

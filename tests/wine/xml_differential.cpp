@@ -2,8 +2,8 @@
 // (xmllite.dll). Build it for Windows and run it under Wine or on Windows:
 //
 //   x86_64-w64-mingw32-g++-posix -std=c++20 -static -I src
-//       tests/wine/xml_differential.cpp src/platform/xml/xml_reader.cpp
-//       src/platform/cp932/cp932.cpp
+//       tests/wine/xml_differential.cpp src/text/xml/xml_reader.cpp
+//       src/text/cp932/cp932.cpp
 //       -lole32 -lshlwapi -luuid -o xmldiff.exe        (one command line)
 //   wine xmldiff.exe Z:\path\to\tests\wine\xml_corpus
 //
@@ -28,7 +28,7 @@
 
 // Our reader first: its result constants share names with the Windows
 // macros, which must not be defined while it is read.
-#include "platform/xml/xml_reader.h"
+#include "text/xml/xml_reader.h"
 
 #include <windows.h>
 #include <objbase.h>

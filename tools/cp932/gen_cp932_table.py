@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Generate src/platform/cp932/cp932_table.inc, the decoding tables of the
+"""Generate src/text/cp932/cp932_table.inc, the decoding tables of the
 code page 932 (Windows Shift JIS) to UTF-16 converter.
 
 Input is the glibc charmap WINDOWS-31J (Debian ships it as

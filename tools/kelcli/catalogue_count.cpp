@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "platform/xml/xml_reader.h"
+#include "text/xml/xml_reader.h"
 
 namespace kelcli {
 namespace {

@@ -3,7 +3,7 @@
 #include "platform/win32/win32_platform.h"
 #include "platform/temporary_path.h"
 #include "platform/win32/com_support.h"
-#include "platform/xml/xml_reader.h"
+#include "text/xml/xml_reader.h"
 #include "platform/win32/windows_headers.h"
 #include "platform/win32/appx_interfaces.h"
 #include "platform/win32/abi_layout.h"

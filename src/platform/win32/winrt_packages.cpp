@@ -9,7 +9,7 @@
 
 #include "platform/win32/windows_headers.h"
 #include "platform/win32/winrt_interfaces.h"
-#include "platform/winrt_iid.h"
+#include "interface_id/winrt_iid.h"
 
 namespace kel::platform::win32 {
 namespace {
@@ -170,7 +170,7 @@ class RuntimePackageManager final : public ComWrapper<DeploymentPackageManager, 
     hr = RequireObject(hr, found);
     if (FAILED(hr)) return hr;
     ComPtr<IPackageIterableAbi> iterable;
-    const GUID iid = ToGuid(ParameterizedInterfaceId(kIterableOfPackageSignature));
+    const GUID iid = ToGuid(interface_id::ParameterizedInterfaceId(interface_id::kIterableOfPackageSignature));
     hr = found->QueryInterface(iid, reinterpret_cast<void**>(iterable.put()));
     return HandOut<RuntimePackageCollection>(hr, std::move(iterable), packages);
   }

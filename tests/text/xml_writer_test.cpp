@@ -1,7 +1,7 @@
 // Tests of the XML writer: the shape of what it writes (that of the system's
 // writer with indentation on), its escaping, its refusals, and that whatever
 // it writes reads back unchanged through the reader.
-#include "platform/xml/xml_writer.h"
+#include "text/xml/xml_writer.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/xml/xml_reader.h"
+#include "text/xml/xml_reader.h"
 
 namespace {
 

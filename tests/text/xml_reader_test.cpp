@@ -1,6 +1,6 @@
 // Tests of the forward-only XML reader. Expected node sequences, depths and
 // result codes are those of the system's IXmlReader.
-#include "platform/xml/xml_reader.h"
+#include "text/xml/xml_reader.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/cp932/cp932.h"
+#include "text/cp932/cp932.h"
 
 namespace {
 

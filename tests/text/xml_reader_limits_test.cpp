@@ -12,7 +12,7 @@
 #include "library_test.h"
 #include "manifest/manifest_reader.h"
 #include "platform/platform.h"
-#include "platform/xml/xml_reader.h"
+#include "text/xml/xml_reader.h"
 
 namespace kel {
 namespace {

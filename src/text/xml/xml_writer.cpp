@@ -1,4 +1,4 @@
-#include "platform/xml/xml_writer.h"
+#include "text/xml/xml_writer.h"
 
 #include <algorithm>
 #if defined(__SSE2__)
@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/xml/xml_reader.h"
+#include "text/xml/xml_reader.h"
 
 namespace kel::xml {
 namespace {

@@ -1,14 +1,14 @@
 // Table-driven code page 932 decoder. The tables come from
 // tools/cp932/gen_cp932_table.py; this file holds only the rules for walking
 // the bytes, which follow what MultiByteToWideChar does with code page 932.
-#include "platform/cp932/cp932.h"
+#include "text/cp932/cp932.h"
 
 #include <cstddef>
 
 namespace kel::cp932 {
 namespace {
 
-#include "platform/cp932/cp932_table.inc"
+#include "text/cp932/cp932_table.inc"
 
 // The code page's default character, given for every sequence that does
 // not decode to a character.

@@ -7,7 +7,9 @@
 
 #include "platform/platform.h"
 
-namespace kel::platform {
+namespace kel::interface_id {
+
+using platform::Guid;
 
 Guid ParameterizedInterfaceId(std::string_view signature);
 
@@ -19,4 +21,4 @@ inline constexpr std::string_view kIteratorOfPackageSignature =
     "pinterface({6a79e863-4300-459a-9966-cbb660963ee1};rc(Windows.ApplicationModel.Package;"
     "{163c792f-bd75-413c-bf23-b1fe7b95d825}))";
 
-}  // namespace kel::platform
+}  // namespace kel::interface_id

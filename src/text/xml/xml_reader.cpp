@@ -1,4 +1,4 @@
-#include "platform/xml/xml_reader.h"
+#include "text/xml/xml_reader.h"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "platform/cp932/cp932.h"
+#include "text/cp932/cp932.h"
 
 // The scanner's small helpers run for every character; they are forced
 // inline so that unoptimised (debug) builds read large documents at a

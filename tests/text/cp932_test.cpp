@@ -1,6 +1,6 @@
 // Tests of the code page 932 decoder. Expected values are what
 // MultiByteToWideChar(932, MB_PRECOMPOSED, ...) returns on Windows and Wine.
-#include "platform/cp932/cp932.h"
+#include "text/cp932/cp932.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
-#include "platform/winrt_iid.h"
+#include "interface_id/winrt_iid.h"
 
 #include <gtest/gtest.h>
 
 #include "frame/format.h"
 
-namespace kel::platform {
+namespace kel::interface_id {
 namespace {
 
 std::string Text(const Guid& g) {
@@ -22,4 +22,4 @@ TEST(WinRtInterfaceIds, IteratorOfPackageIsDerivedFromItsSignature) {
 }
 
 }  // namespace
-}  // namespace kel::platform
+}  // namespace kel::interface_id

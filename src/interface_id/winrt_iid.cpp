@@ -1,10 +1,10 @@
-#include "platform/winrt_iid.h"
+#include "interface_id/winrt_iid.h"
 
 #include <array>
 #include <cstdint>
 #include <vector>
 
-namespace kel::platform {
+namespace kel::interface_id {
 namespace {
 
 std::uint32_t RotateLeft(std::uint32_t value, int bits) { return (value << bits) | (value >> (32 - bits)); }
@@ -79,4 +79,4 @@ Guid ParameterizedInterfaceId(std::string_view signature) {
   return id;
 }
 
-}  // namespace kel::platform
+}  // namespace kel::interface_id
