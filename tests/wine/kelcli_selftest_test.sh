@@ -3,9 +3,11 @@
 # each check passes and the report holds the same lines and the library's
 # log of the run; with one double removed the check of that service fails by
 # name, the self-test still ends (bounded by `timeout`) with exit code 1, and
-# nothing crashes.
+# nothing crashes. With --intrusive, the three launches reach the test
+# desktop and the recorder, and each line says what the operator should have
+# seen.
 #
-#   kelcli_selftest_test.sh KELCLI_EXE DEPLOYMENT_SERVICE_DLL ACTIVATION_MANAGER_DLL APP_VISIBILITY_DLL
+#   kelcli_selftest_test.sh KELCLI_EXE DEPLOYMENT_SERVICE_DLL ACTIVATION_MANAGER_DLL APP_VISIBILITY_DLL TEST_DESKTOP_EXE
 # Needs WINEPREFIX set up by wine_prefix.sh (with the app visibility server),
 # the doubles registered by deployment/register_doubles.sh, and KELBROOK_DLL.
 set -uo pipefail
@@ -16,6 +18,7 @@ kelcli=$1
 deployment_service=$2
 activation_manager=$3
 app_visibility=$4
+test_desktop=$5
 
 readonly APP_VISIBILITY_CLASS='HKLM\Software\Classes\CLSID\{7E5FE3D9-985F-4908-91F9-EE19F9FD1514}'
 readonly ACTIVATION_CLASS='HKLM\Software\Classes\CLSID\{45BA127D-10A8-46EA-8AB7-56EA9078943C}'
@@ -87,22 +90,25 @@ fail() {
   failures=$((failures + 1))
 }
 
-# run_selftest CASE: runs the self-test with a report into a fresh folder;
-# its output without carriage returns lands in $scratch/CASE.txt, the report
-# in $scratch/CASE.report.txt and $scratch/CASE.report.json.
+# run_selftest CASE [OPTION...]: runs the self-test with a report into a
+# fresh folder; its output without carriage returns lands in
+# $scratch/CASE.txt, the report in $scratch/CASE.report.txt and
+# $scratch/CASE.report.json.
 run_selftest() {
+  local name=$1
+  shift
   rm -rf "$data_folder_unix" "$scratch/reports"/*
-  timeout 300 wine "$host" selftest --report "$report_folder\\" >"$scratch/raw.txt" 2>&1
+  timeout 300 wine "$host" selftest --report "$report_folder\\" "$@" >"$scratch/raw.txt" 2>&1
   code=$?
-  tr -d '\r' <"$scratch/raw.txt" >"$scratch/$1.txt"
+  tr -d '\r' <"$scratch/raw.txt" >"$scratch/$name.txt"
   local report
   report=$(ls "$scratch/reports"/kelcli-selftest-*.txt 2>/dev/null | head -1)
   if [ -n "$report" ]; then
-    tr -d '\r' <"$report" | sed '1s/^\xef\xbb\xbf//' >"$scratch/$1.report.txt"
-    cp "${report%.txt}.json" "$scratch/$1.report.json" 2>/dev/null
+    tr -d '\r' <"$report" | sed '1s/^\xef\xbb\xbf//' >"$scratch/$name.report.txt"
+    cp "${report%.txt}.json" "$scratch/$name.report.json" 2>/dev/null
   else
-    : >"$scratch/$1.report.txt"
-    fail "$1: no report written"
+    : >"$scratch/$name.report.txt"
+    fail "$name: no report written"
   fi
 }
 
@@ -196,6 +202,55 @@ expect no_deployment_service "^INFO  KelIsInstalledW +expected: a package the fi
 expect no_deployment_service "^PASS  KelFinalize "
 show_output_once no_deployment_service
 reregister
+
+# --- With --intrusive: the launches, against the test desktop and the
+# recorder registered for "kelrec" and "ms-windows-store".
+recorder_log=$scratch/recorder.txt
+KEL_RECORDER_LOG=$(winepath -w "$recorder_log" 2>/dev/null)
+export KEL_RECORDER_LOG
+events=$scratch/desktop-events.txt
+wine_reg delete 'HKCU\Software\KelbrookTestDesktop' /f >/dev/null 2>&1
+wine "$test_desktop" --events "$(winepath -w "$events" 2>/dev/null)" >/dev/null 2>&1 &
+desktop_pid=$!
+for _ in $(seq 1 300); do
+  grep -qx 'ready' <(tr -d '\r' <"$events" 2>/dev/null) && break
+  sleep 0.1
+done
+if grep -qx 'ready' <(tr -d '\r' <"$events" 2>/dev/null); then
+  run_selftest intrusive --intrusive --url kelrec:kelbrook-selftest
+  expect_exit intrusive 0
+  expect intrusive "^PASS  protocol launch +expected: S_OK; you should have seen kelrec:kelbrook-selftest open in its default program; seen: S_OK 0x00000000 $ms"
+  expect intrusive "^PASS  search launch +expected: S_OK; you should have seen the Start screen, then the search pane with \"Kelbrook selftest\" typed in and not searched for; seen: S_OK 0x00000000 $ms"
+  expect intrusive "^PASS  Store page +expected: S_OK; you should have seen the Store page of Kel.Notes_1a2b3c4d5e6f7; seen: S_OK 0x00000000 $ms"
+  expect intrusive "^PASS  KelFinalize "
+  ! grep -q "^INFO  launches" "$scratch/intrusive.txt" && passes=$((passes + 1)) ||
+    fail "intrusive: the launches are reported as skipped"
+  for _ in $(seq 1 100); do
+    [ "$(grep -c . "$recorder_log" 2>/dev/null)" -ge 2 ] && break
+    sleep 0.1
+  done
+  grep -qxF 'kelrec:kelbrook-selftest' "$recorder_log" 2>/dev/null && passes=$((passes + 1)) ||
+    fail "intrusive: the protocol handler did not receive kelrec:kelbrook-selftest"
+  grep -qxF 'ms-windows-store:PDP?PFN=Kel.Notes_1a2b3c4d5e6f7' "$recorder_log" 2>/dev/null &&
+    passes=$((passes + 1)) || fail "intrusive: the Store handler did not receive the package's page"
+  desktop_events=$(tr -d '\r' <"$events")
+  grep -qxF 'paste Kelbrook selftest' <<<"$desktop_events" && ! grep -q '^submit' <<<"$desktop_events" &&
+    passes=$((passes + 1)) ||
+    { fail "intrusive: the search pane did not get the keyword pasted and unsubmitted"; echo "$desktop_events"; }
+  show_output_once intrusive
+else
+  fail "intrusive: the test desktop did not come up"
+  cat "$events" 2>/dev/null
+fi
+wine "$test_desktop" --stop >/dev/null 2>&1
+wait "$desktop_pid" 2>/dev/null
+wine_reg delete 'HKCU\Software\KelbrookTestDesktop' /f >/dev/null 2>&1
+
+# --url without --intrusive is refused before anything runs.
+timeout 60 wine "$host" selftest --url kelrec:x >"$scratch/raw.txt" 2>&1
+code=$?
+[ "$code" -eq 2 ] && grep -q -- "--url is for the protocol launch" "$scratch/raw.txt" && passes=$((passes + 1)) ||
+  fail "--url without --intrusive: exit code $code, expected 2 with the reason"
 
 echo "kelcli selftest test: $passes checks passed, $failures failed"
 [ "$failures" -eq 0 ]

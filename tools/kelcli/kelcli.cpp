@@ -636,8 +636,13 @@ constexpr DWORD kFinalizeBoundMs = 21000;
 
 struct SelfTestOptions {
     bool intrusive = false;
+    std::wstring url;  // for the protocol launch, with --intrusive
     std::wstring reportPath;
 };
+
+// Typed into the search pane by the intrusive search launch: it names
+// nothing, and mode 1 does not submit it.
+constexpr wchar_t kHarmlessKeyword[] = L"Kelbrook selftest";
 
 struct CheckLine {
     const wchar_t* status;  // PASS, FAIL or INFO
@@ -891,7 +896,11 @@ void checkServices(SelfTest& test, DWORD manifestReader)
                  since(start));
 }
 
-void checkExports(SelfTest& test, const Library& lib, const LibraryFiles& files)
+// Calls the exports a host calls first, from KelInitialize through the first
+// refresh pass to KelGetMonitorMode, and answers whether the library is
+// initialised (KelFinalize is then still owed). `found` is a package of one
+// application the first pass catalogued, or empty.
+bool checkExports(SelfTest& test, const Library& lib, const LibraryFiles& files, std::wstring& found)
 {
     auto initialize = KEL(lib, KelInitialize);
     auto finalize = KEL(lib, KelFinalize);
@@ -901,7 +910,7 @@ void checkExports(SelfTest& test, const Library& lib, const LibraryFiles& files)
     auto monitorMode = KEL(lib, KelGetMonitorMode);
     if (!initialize || !finalize || !isInstalled || !displayName || !release || !monitorMode) {
         test.add(L"FAIL", L"exports", L"every export present", L"an export is missing (see above)", 0);
-        return;
+        return false;
     }
 
     const ULONGLONG writtenBefore = files.dataFile.empty() ? 0 : lastWrite(files.dataFile);
@@ -909,12 +918,12 @@ void checkExports(SelfTest& test, const Library& lib, const LibraryFiles& files)
     HRESULT hr = initialize();
     test.check(hr == S_OK, L"KelInitialize", L"S_OK", std::wstring(resultName(hr)) + L" " + hex(hr), since(start));
     if (FAILED(hr))
-        return;
+        return false;
 
     // The first pass replaces the data file as a whole, so a new write time
     // means the pass has ended.
     start = GetTickCount64();
-    kelcli::CatalogueCount found;
+    kelcli::CatalogueCount catalogued;
     bool written = false;
     if (!files.dataFile.empty()) {
         while (since(start) < kFirstPassTimeoutMs) {
@@ -929,7 +938,7 @@ void checkExports(SelfTest& test, const Library& lib, const LibraryFiles& files)
     const ULONGLONG passTime = since(start);
     if (written) {
         CatalogueRead data = readCatalogue(files.dataFile);
-        found = data.count;
+        catalogued = data.count;
         test.check(data.readCleanly, L"first refresh pass", L"the data file written",
                    L"written after " + std::to_wstring(passTime) + L" ms: " + data.seen, passTime);
     } else {
@@ -939,7 +948,8 @@ void checkExports(SelfTest& test, const Library& lib, const LibraryFiles& files)
                  passTime);
     }
 
-    const std::wstring pfn(found.singleAppPackage.begin(), found.singleAppPackage.end());
+    const std::wstring pfn(catalogued.singleAppPackage.begin(), catalogued.singleAppPackage.end());
+    found = pfn;
     if (pfn.empty()) {
         test.add(L"INFO", L"KelIsInstalledW", L"a package the first pass found",
                  L"skipped: the first pass found no package with one app", 0);
@@ -972,7 +982,59 @@ void checkExports(SelfTest& test, const Library& lib, const LibraryFiles& files)
     test.check(hr == S_OK && mode <= 2, L"KelGetMonitorMode", L"S_OK and a mode 0, 1 or 2",
                std::wstring(resultName(hr)) + L" " + hex(hr) + L", mode " + std::to_wstring(mode), since(start));
 
+    return true;
+}
+
+// The launches a user would see, each with what the operator should have
+// seen: made only when asked for, since they take over the screen, the
+// keyboard and the clipboard.
+void checkLaunches(SelfTest& test, const Library& lib, const SelfTestOptions& options, const std::wstring& pfn)
+{
+    auto protocol = KEL(lib, KelLaunchByProtocolW);
+    auto search = KEL(lib, KelLaunchBySearchW);
+    auto store = KEL(lib, KelLaunchStoreW);
+    if (!protocol || !search || !store) {
+        test.add(L"FAIL", L"launch exports", L"every export present", L"an export is missing (see above)", 0);
+        return;
+    }
+    auto seenResult = [](HRESULT hr) { return std::wstring(resultName(hr)) + L" " + hex(hr); };
+
+    if (options.url.empty()) {
+        test.add(L"INFO", L"protocol launch", L"a URL given with --url", L"skipped: no --url was given", 0);
+    } else {
+        const ULONGLONG start = GetTickCount64();
+        const HRESULT hr = protocol(options.url.c_str());
+        test.check(hr == S_OK, L"protocol launch",
+                   L"S_OK; you should have seen " + options.url + L" open in its default program", seenResult(hr),
+                   since(start));
+    }
+
+    // Mode 1 pastes the keyword without submitting it, so the search pane
+    // shows it and nothing is searched for or started.
+    ULONGLONG start = GetTickCount64();
+    HRESULT hr = search(kHarmlessKeyword, 1, 1);
+    test.check(hr == S_OK, L"search launch",
+               std::wstring(L"S_OK; you should have seen the Start screen, then the search pane with \"") +
+                   kHarmlessKeyword + L"\" typed in and not searched for",
+               seenResult(hr), since(start));
+
+    if (pfn.empty()) {
+        test.add(L"INFO", L"Store page", L"a package the first pass found",
+                 L"skipped: the first pass found no package with one app", 0);
+        return;
+    }
     start = GetTickCount64();
+    hr = store(pfn.c_str());
+    test.check(hr == S_OK, L"Store page", L"S_OK; you should have seen the Store page of " + pfn, seenResult(hr),
+               since(start));
+}
+
+void checkFinalize(SelfTest& test, const Library& lib)
+{
+    auto finalize = KEL(lib, KelFinalize);
+    if (!finalize)
+        return;
+    const ULONGLONG start = GetTickCount64();
     finalize();
     const ULONGLONG finalizeTime = since(start);
     test.check(finalizeTime <= kFinalizeBoundMs, L"KelFinalize",
@@ -1267,13 +1329,21 @@ int runSelfTest(const SelfTestOptions& options)
             test.add(log->switched() ? L"INFO" : L"FAIL", L"log for the report", L"DebugLog on for the run",
                      log->switched() ? L"DebugLog set to 1, put back after the run" : L"DebugLog cannot be set", 0);
         }
-        checkExports(test, library, files);
+        std::wstring found;
+        const bool initialized = checkExports(test, library, files, found);
+        if (initialized && options.intrusive)
+            checkLaunches(test, library, options, found);
+        if (initialized)
+            checkFinalize(test, library);
         if (log) {
             log->restore();
             runLog = log->lines();
         }
         if (!options.intrusive)
             test.add(L"INFO", L"launches", L"run with --intrusive", L"skipped: no launch was made", 0);
+        else if (!initialized)
+            test.add(L"INFO", L"launches", L"made after KelInitialize", L"skipped: the library is not initialised",
+                     0);
     }
     const unsigned failed = test.count(L"FAIL");
     write(L"selftest: " + std::to_wstring(test.count(L"PASS")) + L" passed, " + std::to_wstring(failed) + L" failed, " +
@@ -1308,17 +1378,21 @@ const Command kCommands[] = {
      L"with its value or \"(default N)\", the log file, the data folder for kelcli.exe, the data file and "
      L"the preset file with how many packages and desktop apps each holds.",
      [](const wchar_t*, Arguments&) -> Call { return printInfo; }},
-    {L"selftest", L"[--report FILE]",
+    {L"selftest", L"[--report FILE|FOLDER] [--intrusive [--url URL]]",
      L"Checks that the library works on this machine, as a host would use it, and prints one line per "
      L"check: PASS, FAIL or INFO, its name, what was expected, what was seen and how long it took. It checks "
      L"the DLL and the Windows version, the settings and files info shows, that the data folder can be "
      L"written, that the app visibility service, the application activation manager, the deployment service "
      L"and the packaging API can be reached, then KelInitialize, the first refresh pass (waited for), "
      L"KelIsInstalledW and KelGetAppDisplayNameByPFNW on a package the pass found, KelGetMonitorMode and "
-     L"KelFinalize. Nothing is launched. With --report, the lines and the library's log of the run are also "
-     L"written to FILE. Runs alone, not with other commands; exit code 0 when no check failed.",
+     L"KelFinalize. Nothing is launched unless --intrusive is given: then, before KelFinalize, "
+     L"KelLaunchByProtocolW opens the URL given with --url, KelLaunchBySearchW types \"Kelbrook selftest\" "
+     L"into the search pane in mode 1 (pasted, not searched for) and KelLaunchStoreW opens the Store page "
+     L"of the package the pass found; each line says what you should have seen. With --report, the lines "
+     L"and the library's log of the run are also written to FILE (or to a file named by computer and time "
+     L"in FOLDER), with a JSON twin. Runs alone, not with other commands; exit code 0 when no check failed.",
      [](const wchar_t* c, Arguments&) -> Call {
-         throw UsageError{std::wstring(c) + L" runs alone: kelcli selftest [--report FILE]"};
+         throw UsageError{std::wstring(c) + L" runs alone: kelcli selftest [--report FILE|FOLDER] [--intrusive [--url URL]]"};
      }},
     {L"initialize", L"",
      L"KelInitialize. The first call starts the package manager: it loads the data file (the preset file "
@@ -1731,12 +1805,21 @@ int main()
             std::wstring option = argv[i];
             if (option == L"--report" && i + 1 < argc) {
                 options.reportPath = argv[++i];
+            } else if (option == L"--intrusive") {
+                options.intrusive = true;
+            } else if (option == L"--url" && i + 1 < argc) {
+                options.url = argv[++i];
             } else {
                 writeError(L"kelcli: selftest: unknown option \"" + option + L"\"\n\n" + usage());
                 return 2;
             }
         }
         LocalFree(argv);
+        if (!options.url.empty() && !options.intrusive) {
+            writeError(L"kelcli: selftest: --url is for the protocol launch, which only --intrusive makes\n\n" +
+                       usage());
+            return 2;
+        }
         return runSelfTest(options);
     }
 
