@@ -7,7 +7,9 @@
 # desktop and the recorder, and each line says what the operator should have
 # seen.
 #
-#   kelcli_selftest_test.sh KELCLI_EXE DEPLOYMENT_SERVICE_DLL ACTIVATION_MANAGER_DLL APP_VISIBILITY_DLL TEST_DESKTOP_EXE
+#   kelcli_selftest_test.sh KELCLI_EXE DEPLOYMENT_SERVICE_DLL ACTIVATION_MANAGER_DLL APP_VISIBILITY_DLL
+#                           TEST_DESKTOP_EXE ACTIVATION_LOCAL_SERVER_EXE
+# The activation manager's local server is registered for this test only.
 # Needs WINEPREFIX set up by wine_prefix.sh (with the app visibility server),
 # the doubles registered by deployment/register_doubles.sh, and KELBROOK_DLL.
 set -uo pipefail
@@ -19,6 +21,7 @@ deployment_service=$2
 activation_manager=$3
 app_visibility=$4
 test_desktop=$5
+local_server=$6
 
 readonly APP_VISIBILITY_CLASS='HKLM\Software\Classes\CLSID\{7E5FE3D9-985F-4908-91F9-EE19F9FD1514}'
 readonly ACTIVATION_CLASS='HKLM\Software\Classes\CLSID\{45BA127D-10A8-46EA-8AB7-56EA9078943C}'
@@ -41,13 +44,20 @@ reregister() {
   wine_reg add "$APP_VISIBILITY_CLASS\\InprocServer32" /v ThreadingModel /d Both /f >/dev/null 2>&1
   [ -f "$WINEPREFIX/drive_c/kel/app_visibility_server.dll" ] ||
     cp "$app_visibility" "$WINEPREFIX/drive_c/kel/app_visibility_server.dll"
+  cp "$local_server" "$WINEPREFIX/drive_c/kel/activation_local_server.exe"
+  wine_reg add "$ACTIVATION_CLASS\\LocalServer32" /ve /d 'C:\kel\activation_local_server.exe' /f >/dev/null 2>&1
 }
 cleanup() {
   reregister
+  wine_reg delete "$ACTIVATION_CLASS\\LocalServer32" /f >/dev/null 2>&1
+  rm -f "$WINEPREFIX/drive_c/kel/activation_local_server.exe"
   wine_reg delete 'HKCU\Software\Osk\Kelbrook' /v DebugLog /f >/dev/null 2>&1
+  wine_reg delete 'HKCU\Software\Osk\Kelbrook' /v ManifestReaderSetting /f >/dev/null 2>&1
   rm -rf "$scratch" "$data_folder_unix"
 }
 trap cleanup EXIT
+
+reregister
 
 # One package of one application, its manifest on disk, served for the
 # current user by the deployment double.
@@ -153,6 +163,7 @@ expect all "^PASS  data folder +expected: created and writable; seen: .*\\\\Osk\
 expect all "^INFO  data file +expected: loads, if present; seen: not present yet"
 expect all "^PASS  app visibility service +expected: CLSID_AppVisibility created in process; seen: IAppVisibility created $ms"
 expect all "^PASS  activation manager +expected: .*; seen: IApplicationActivationManager created $ms"
+expect all "^PASS  activation manager \(local server\) +expected: CLSID_ApplicationActivationManager created by its own process; seen: IApplicationActivationManager created $ms"
 expect all "^PASS  deployment service +expected: the current user's packages listed; seen: 1 package for S-1-5-[0-9-]+ $ms"
 expect all "^INFO  packaging API +expected: needed only when ManifestReaderSetting is 0; seen: .*not used with ManifestReaderSetting 1 $ms"
 expect all "^PASS  KelInitialize +expected: S_OK; seen: S_OK 0x00000000 $ms"
@@ -183,10 +194,19 @@ expect no_app_visibility "^PASS  KelFinalize "
 show_output_once no_app_visibility
 reregister
 
+# A running local server answers from its registered class object whatever
+# the registry says, so the one an earlier run started must have ended (it
+# ends 10 s after its last object).
+for _ in $(seq 1 300); do
+  pgrep -f 'kel.activation_local_server[.]exe -Embedding' >/dev/null || break
+  sleep 0.1
+done
+pgrep -f 'kel.activation_local_server[.]exe -Embedding' >/dev/null && fail "the activation manager's local server did not end"
 wine_reg delete "$ACTIVATION_CLASS" /f >/dev/null 2>&1
 run_selftest no_activation_manager
 expect_exit no_activation_manager 1
 expect no_activation_manager "^FAIL  activation manager +expected: .*; seen: CoCreateInstance failed: 0x80040154 \(class not registered\) $ms"
+expect no_activation_manager "^FAIL  activation manager \(local server\) +expected: .*; seen: CoCreateInstance failed: 0x80040154 \(class not registered\) $ms"
 expect no_activation_manager "^PASS  deployment service "
 expect no_activation_manager "^PASS  KelFinalize "
 show_output_once no_activation_manager
@@ -202,6 +222,17 @@ expect no_deployment_service "^INFO  KelIsInstalledW +expected: a package the fi
 expect no_deployment_service "^PASS  KelFinalize "
 show_output_once no_deployment_service
 reregister
+
+# --- Manifests read through the packaging API, which Wine lacks: then its
+# absence is a failure, not information.
+wine_reg add 'HKCU\Software\Osk\Kelbrook' /v ManifestReaderSetting /t REG_DWORD /d 0 /f >/dev/null 2>&1
+run_selftest no_packaging_api
+wine_reg delete 'HKCU\Software\Osk\Kelbrook' /v ManifestReaderSetting /f >/dev/null 2>&1
+expect_exit no_packaging_api 1
+expect no_packaging_api "^INFO  setting ManifestReaderSetting +expected: a REG_DWORD or no value; seen: 0 $ms"
+expect no_packaging_api "^FAIL  packaging API +expected: CLSID_AppxFactory created in process; seen: CoCreateInstance failed: 0x80040154 \(class not registered\) $ms"
+expect no_packaging_api "^PASS  KelFinalize "
+show_output_once no_packaging_api
 
 # --- With --intrusive: the launches, against the test desktop and the
 # recorder registered for "kelrec" and "ms-windows-store".

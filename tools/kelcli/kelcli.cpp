@@ -876,6 +876,8 @@ void checkServices(SelfTest& test, DWORD manifestReader)
         {L"app visibility service", L"CLSID_AppVisibility created in process", kelcli::ProbeAppVisibility},
         {L"activation manager", L"CLSID_ApplicationActivationManager created in process",
          kelcli::ProbeActivationManager},
+        {L"activation manager (local server)", L"CLSID_ApplicationActivationManager created by its own process",
+         kelcli::ProbeActivationManagerLocalServer},
         {L"deployment service", L"the current user's packages listed", kelcli::ProbeDeploymentService},
     };
     for (const Service& service : services) {

@@ -105,12 +105,12 @@ private:
     HSTRING value_ = nullptr;
 };
 
-// Creates an in-process COM object and lets it go again.
-ProbeResult CreateInProcess(const GUID& clsid, const GUID& iid, const wchar_t* what) {
+// Creates a COM object in the given server context and lets it go again.
+ProbeResult Create(const GUID& clsid, const GUID& iid, DWORD context, const wchar_t* what) {
     ComApartment apartment;
     if (FAILED(apartment.result())) return {false, Failed(L"CoInitializeEx", apartment.result())};
     Held<IUnknown> object;
-    const HRESULT hr = CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, iid, object.putVoid());
+    const HRESULT hr = CoCreateInstance(clsid, nullptr, context, iid, object.putVoid());
     if (FAILED(hr)) return {false, Failed(L"CoCreateInstance", hr)};
     if (object.get() == nullptr) return {false, L"CoCreateInstance succeeded without an object"};
     return {true, std::wstring(what) + L" created"};
@@ -167,16 +167,22 @@ DWORD WINAPI RunProbe(void* parameter) {
 }  // namespace
 
 ProbeResult ProbeAppVisibility() {
-    return CreateInProcess(kClsidAppVisibility, kIidAppVisibility, L"IAppVisibility");
+    return Create(kClsidAppVisibility, kIidAppVisibility, CLSCTX_INPROC_SERVER, L"IAppVisibility");
 }
 
 ProbeResult ProbeActivationManager() {
-    return CreateInProcess(kClsidActivationManager, kIidActivationManager, L"IApplicationActivationManager");
+    return Create(kClsidActivationManager, kIidActivationManager, CLSCTX_INPROC_SERVER,
+                  L"IApplicationActivationManager");
+}
+
+ProbeResult ProbeActivationManagerLocalServer() {
+    return Create(kClsidActivationManager, kIidActivationManager, CLSCTX_LOCAL_SERVER,
+                  L"IApplicationActivationManager");
 }
 
 ProbeResult ProbeManifestReaderFactory() {
-    return CreateInProcess(kel::platform::win32::kClsidAppxFactory, kel::platform::win32::kIidAppxFactory,
-                           L"IAppxFactory");
+    return Create(kel::platform::win32::kClsidAppxFactory, kel::platform::win32::kIidAppxFactory,
+                  CLSCTX_INPROC_SERVER, L"IAppxFactory");
 }
 
 ProbeResult ProbeDeploymentService() {

@@ -24,6 +24,9 @@ ProbeResult ProbeAppVisibility();
 // CoCreateInstance(CLSID_ApplicationActivationManager, CLSCTX_INPROC_SERVER)
 // in a single-threaded apartment, as for a launch with arguments.
 ProbeResult ProbeActivationManager();
+// The same with CLSCTX_LOCAL_SERVER, as for a launch without arguments: the
+// activation manager's own process answers.
+ProbeResult ProbeActivationManagerLocalServer();
 // The current user's SID from the account name, then
 // RoActivateInstance(Windows.Management.Deployment.PackageManager) in a
 // single-threaded runtime apartment and the user's packages counted.
