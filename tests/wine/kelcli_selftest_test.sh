@@ -234,6 +234,19 @@ expect no_packaging_api "^FAIL  packaging API +expected: CLSID_AppxFactory creat
 expect no_packaging_api "^PASS  KelFinalize "
 show_output_once no_packaging_api
 
+# --- A service that does not answer: the self-test gives up on it after 30 s
+# and goes on. Only the first request in the process is held up, so the
+# library's own request later is answered.
+wine_reg add 'HKCU\Software\KelbrookTestDesktop' /v FirstCreationDelayMs /t REG_DWORD /d 45000 /f >/dev/null 2>&1
+run_selftest app_visibility_hangs
+wine_reg delete 'HKCU\Software\KelbrookTestDesktop' /v FirstCreationDelayMs /f >/dev/null 2>&1
+expect_exit app_visibility_hangs 1
+expect app_visibility_hangs "^FAIL  app visibility service +expected: CLSID_AppVisibility created in process; seen: no answer within 30 s \(the call still runs\) \((3[0-9]{4}) ms\)$"
+expect app_visibility_hangs "^PASS  activation manager "
+expect app_visibility_hangs "^PASS  KelGetMonitorMode "
+expect app_visibility_hangs "^PASS  KelFinalize "
+show_output_once app_visibility_hangs
+
 # --- With --intrusive: the launches, against the test desktop and the
 # recorder registered for "kelrec" and "ms-windows-store".
 recorder_log=$scratch/recorder.txt

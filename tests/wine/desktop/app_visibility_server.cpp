@@ -12,6 +12,9 @@
 //   AppVisibilityResult  DWORD, an HRESULT that GetAppVisibilityOnMonitor
 //                        returns instead of answering (default 0, answer)
 //   LauncherResult       DWORD, the same for IsLauncherVisible
+//   FirstCreationDelayMs DWORD, how long the first request for the class
+//                        object in a process takes (default 0): a service
+//                        that does not answer, once
 //
 // GetAppVisibilityOnMonitor rejects a handle that is not a monitor with
 // E_INVALIDARG, and either call rejects a null output with E_POINTER. Advise
@@ -155,6 +158,9 @@ extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** o
     *object = nullptr;
     if (!IsEqualCLSID(clsid, kClsidAppVisibility))
         return CLASS_E_CLASSNOTAVAILABLE;
+    static std::atomic<bool> s_asked{false};
+    if (!s_asked.exchange(true))
+        Sleep(readControl(L"FirstCreationDelayMs", 0));
     return g_factory.QueryInterface(iid, object);
 }
 
