@@ -1,0 +1,462 @@
+#include "commands.h"
+
+#include <cstdlib>
+#include <cwchar>
+#include <vector>
+
+#include "Kelbrook.h"
+#include "console.h"
+#include "info.h"
+
+namespace kelcli {
+namespace {
+
+// Prints the result line and answers whether the result is a success.
+bool report(const char* exportName, HRESULT result)
+{
+    write(widen(exportName) + L" -> " + resultName(result) + L" (" + hex(result) + L")\n");
+    return SUCCEEDED(result);
+}
+
+// Whether the word starts the next command (the table is further down).
+bool isCommandName(const std::wstring& word);
+
+// Wide text as Shift JIS, the narrow encoding of the library's A exports.
+std::string toShiftJis(const wchar_t* command, const std::wstring& text)
+{
+    if (text.empty())
+        return std::string();
+    int bytes = WideCharToMultiByte(932, 0, text.c_str(), static_cast<int>(text.size()), nullptr, 0, nullptr, nullptr);
+    if (bytes <= 0)
+        throw UsageError{std::wstring(command) + L": cannot convert \"" + text + L"\" to Shift JIS (error " +
+                         std::to_wstring(GetLastError()) + L")"};
+    std::string result(bytes, '\0');
+    WideCharToMultiByte(932, 0, text.c_str(), static_cast<int>(text.size()), &result[0], bytes, nullptr, nullptr);
+    return result;
+}
+
+using Parser = Call (*)(const wchar_t* command, Arguments& args);
+
+struct Command {
+    const wchar_t* name;
+    const wchar_t* arguments;  // as the usage line shows them
+    const wchar_t* help;       // the export it calls and what that does
+    Parser parse;
+};
+
+const Command kCommands[] = {
+    {L"info", L"",
+     L"Prints what the library finds in this process, without calling any export and without changing "
+     L"anything: the DLL loaded (full path, file version, x86 or x64), the Windows version this process is "
+     L"told and whether the Windows 8.1 behaviour applies, each setting under HKCU\\Software\\Osk\\Kelbrook "
+     L"with its value or \"(default N)\", the log file, the data folder for kelcli.exe, the data file and "
+     L"the preset file with how many packages and desktop apps each holds.",
+     [](const wchar_t*, Arguments&) -> Call { return printInfo; }},
+    {L"selftest", L"[--report FILE|FOLDER] [--intrusive [--url URL]]",
+     L"Checks that the library works on this machine, as a host would use it, and prints one line per "
+     L"check: PASS, FAIL or INFO, its name, what was expected, what was seen and how long it took. It checks "
+     L"the DLL and the Windows version, the settings and files info shows, that the data folder can be "
+     L"written, that the app visibility service, the application activation manager, the deployment service "
+     L"and the packaging API can be reached, then KelInitialize, the first refresh pass (waited for), "
+     L"KelIsInstalledW and KelGetAppDisplayNameByPFNW on a package the pass found, KelGetMonitorMode and "
+     L"KelFinalize. Nothing is launched unless --intrusive is given: then, before KelFinalize, "
+     L"KelLaunchByProtocolW opens the URL given with --url, KelLaunchBySearchW types \"Kelbrook selftest\" "
+     L"into the search pane in mode 1 (pasted, not searched for) and KelLaunchStoreW opens the Store page "
+     L"of the package the pass found; each line says what you should have seen. With --report, the lines "
+     L"and the library's log of the run are also written to FILE (or to a file named by computer and time "
+     L"in FOLDER), with a JSON twin. Runs alone, not with other commands; exit code 0 when no check failed.",
+     [](const wchar_t* c, Arguments&) -> Call {
+         throw UsageError{std::wstring(c) + L" runs alone: kelcli selftest [--report FILE|FOLDER] [--intrusive [--url URL]]"};
+     }},
+    {L"initialize", L"",
+     L"KelInitialize. The first call starts the package manager: it loads the data file (the preset file "
+     L"while there is no data file) and starts the refresh thread, which finds the installed packages and "
+     L"Start menu shortcuts and writes the data file. Later calls only count up.",
+     [](const wchar_t*, Arguments&) -> Call {
+         return [](const Library& lib) {
+             auto f = KEL(lib, KelInitialize);
+             return f && report("KelInitialize", f());
+         };
+     }},
+    {L"finalize", L"",
+     L"KelFinalize. Counts one initialize down; at zero it stops the refresh thread.",
+     [](const wchar_t*, Arguments&) -> Call {
+         return [](const Library& lib) {
+             auto f = KEL(lib, KelFinalize);
+             if (f) {
+                 f();
+                 write(L"KelFinalize -> done\n");
+             }
+             return f != nullptr;
+         };
+     }},
+    {L"launch-protocol", L"URL",
+     L"KelLaunchByProtocolW. Opens URL (any protocol, e.g. http:, mailto:, an app's own) with the handler "
+     L"Windows has registered for it.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::wstring url = args.take(c, L"URL");
+         return [url](const Library& lib) {
+             auto f = KEL(lib, KelLaunchByProtocolW);
+             return f && report("KelLaunchByProtocolW", f(url.c_str()));
+         };
+     }},
+    {L"launch-protocol-a", L"URL", L"KelLaunchByProtocolA: launch-protocol with the URL in Shift JIS.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::string url = toShiftJis(c, args.take(c, L"URL"));
+         return [url](const Library& lib) {
+             auto f = KEL(lib, KelLaunchByProtocolA);
+             return f && report("KelLaunchByProtocolA", f(url.c_str()));
+         };
+     }},
+    {L"launch-store", L"PFN",
+     L"KelLaunchStoreW. Opens the Store page of the package family PFN (ms-windows-store:PDP?PFN=...).",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::wstring pfn = args.take(c, L"PFN");
+         return [pfn](const Library& lib) {
+             auto f = KEL(lib, KelLaunchStoreW);
+             return f && report("KelLaunchStoreW", f(pfn.c_str()));
+         };
+     }},
+    {L"launch-store-a", L"PFN", L"KelLaunchStoreA: launch-store with the PFN in Shift JIS.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::string pfn = toShiftJis(c, args.take(c, L"PFN"));
+         return [pfn](const Library& lib) {
+             auto f = KEL(lib, KelLaunchStoreA);
+             return f && report("KelLaunchStoreA", f(pfn.c_str()));
+         };
+     }},
+    {L"is-installed", L"PFN",
+     L"KelIsInstalledW. Prints \"installed = 1\" when a package of the family PFN is installed for the "
+     L"current user, \"installed = 0\" otherwise.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::wstring pfn = args.take(c, L"PFN");
+         return [pfn](const Library& lib) {
+             auto f = KEL(lib, KelIsInstalledW);
+             if (!f)
+                 return false;
+             BOOL installed = FALSE;
+             bool ok = report("KelIsInstalledW", f(pfn.c_str(), &installed));
+             if (ok)
+                 write(L"installed = " + std::to_wstring(installed) + L"\n");
+             return ok;
+         };
+     }},
+    {L"is-installed-a", L"PFN", L"KelIsInstalledA: is-installed with the PFN in Shift JIS.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::string pfn = toShiftJis(c, args.take(c, L"PFN"));
+         return [pfn](const Library& lib) {
+             auto f = KEL(lib, KelIsInstalledA);
+             if (!f)
+                 return false;
+             BOOL installed = FALSE;
+             bool ok = report("KelIsInstalledA", f(pfn.c_str(), &installed));
+             if (ok)
+                 write(L"installed = " + std::to_wstring(installed) + L"\n");
+             return ok;
+         };
+     }},
+    {L"launch-search", L"KEYWORD MODE OPTION",
+     L"KelLaunchBySearchW. Opens the Start screen's search pane and types KEYWORD into it through the "
+     L"clipboard and the keyboard, as MODE and OPTION say (below). Blocks for several seconds.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::wstring text = args.take(c, L"KEYWORD");
+         DWORD mode = args.takeNumber(c, L"MODE");
+         INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
+         return [=](const Library& lib) {
+             auto f = KEL(lib, KelLaunchBySearchW);
+             return f && report("KelLaunchBySearchW", f(text.c_str(), mode, option));
+         };
+     }},
+    {L"launch-search-a", L"KEYWORD MODE OPTION", L"KelLaunchBySearchA: launch-search with the KEYWORD in Shift JIS.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::string text = toShiftJis(c, args.take(c, L"KEYWORD"));
+         DWORD mode = args.takeNumber(c, L"MODE");
+         INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
+         return [=](const Library& lib) {
+             auto f = KEL(lib, KelLaunchBySearchA);
+             return f && report("KelLaunchBySearchA", f(text.c_str(), mode, option));
+         };
+     }},
+    {L"launch-pfn", L"PFN MODE OPTION",
+     L"KelLaunchByPFNW. Looks up the display name of the package family PFN and searches for it as "
+     L"launch-search does.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::wstring text = args.take(c, L"PFN");
+         DWORD mode = args.takeNumber(c, L"MODE");
+         INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
+         return [=](const Library& lib) {
+             auto f = KEL(lib, KelLaunchByPFNW);
+             return f && report("KelLaunchByPFNW", f(text.c_str(), mode, option));
+         };
+     }},
+    {L"launch-pfn-a", L"PFN MODE OPTION", L"KelLaunchByPFNA: launch-pfn with the PFN in Shift JIS.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::string text = toShiftJis(c, args.take(c, L"PFN"));
+         DWORD mode = args.takeNumber(c, L"MODE");
+         INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
+         return [=](const Library& lib) {
+             auto f = KEL(lib, KelLaunchByPFNA);
+             return f && report("KelLaunchByPFNA", f(text.c_str(), mode, option));
+         };
+     }},
+    {L"launch-browser", L"URL MODE",
+     L"KelLaunchBrowserByProtocolW. Opens an http: or https: URL in Internet Explorer with the association "
+     L"mode MODE (below) set for the launch.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::wstring url = args.take(c, L"URL");
+         DWORD mode = args.takeNumber(c, L"MODE");
+         return [=](const Library& lib) {
+             auto f = KEL(lib, KelLaunchBrowserByProtocolW);
+             return f && report("KelLaunchBrowserByProtocolW", f(url.c_str(), mode));
+         };
+     }},
+    {L"launch-browser-a", L"URL MODE", L"KelLaunchBrowserByProtocolA: launch-browser with the URL in Shift JIS.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::string url = toShiftJis(c, args.take(c, L"URL"));
+         DWORD mode = args.takeNumber(c, L"MODE");
+         return [=](const Library& lib) {
+             auto f = KEL(lib, KelLaunchBrowserByProtocolA);
+             return f && report("KelLaunchBrowserByProtocolA", f(url.c_str(), mode));
+         };
+     }},
+    {L"launch-ie", L"TILEMODE SEARCHMODE OPTION",
+     L"KelLaunchIEBySearch. Starts Internet Explorer by searching for it as launch-search does (with the "
+     L"search mode SEARCHMODE and OPTION), with the tile mode TILEMODE (below) set for the launch.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         DWORD tileMode = args.takeNumber(c, L"TILEMODE");
+         DWORD searchMode = args.takeNumber(c, L"SEARCHMODE");
+         INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
+         return [=](const Library& lib) {
+             auto f = KEL(lib, KelLaunchIEBySearch);
+             return f && report("KelLaunchIEBySearch", f(tileMode, searchMode, option));
+         };
+     }},
+    {L"launch-app", L"AUMID [ARGS]",
+     L"KelLaunchByAppUserModelIdW. Starts the Store app AUMID (PackageFamilyName!AppId) and hands it ARGS; "
+     L"without ARGS the arguments are NULL. The word after AUMID is taken as ARGS unless it is a command.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::wstring id = args.take(c, L"AUMID");
+         bool hasArguments = !args.done() && !isCommandName(args.peek());
+         std::wstring arguments = hasArguments ? args.take(c, L"ARGS") : std::wstring();
+         return [=](const Library& lib) {
+             auto f = KEL(lib, KelLaunchByAppUserModelIdW);
+             return f &&
+                    report("KelLaunchByAppUserModelIdW", f(id.c_str(), hasArguments ? arguments.c_str() : nullptr));
+         };
+     }},
+    {L"launch-app-a", L"AUMID", L"KelLaunchByAppUserModelIdA: launch-app with the AUMID in Shift JIS and no ARGS.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::string id = toShiftJis(c, args.take(c, L"AUMID"));
+         return [id](const Library& lib) {
+             auto f = KEL(lib, KelLaunchByAppUserModelIdA);
+             return f && report("KelLaunchByAppUserModelIdA", f(id.c_str()));
+         };
+     }},
+    {L"display-name", L"PFN",
+     L"KelGetAppDisplayNameByPFNW, then KelReleaseStringW. Prints the display name of the application of "
+     L"the package family PFN, read from the package's manifest.",
+     [](const wchar_t* c, Arguments& args) -> Call {
+         std::wstring pfn = args.take(c, L"PFN");
+         return [pfn](const Library& lib) {
+             auto f = KEL(lib, KelGetAppDisplayNameByPFNW);
+             auto release = KEL(lib, KelReleaseStringW);
+             if (!f || !release)
+                 return false;
+             LPWSTR name = nullptr;
+             bool ok = report("KelGetAppDisplayNameByPFNW", f(pfn.c_str(), &name));
+             if (name != nullptr) {
+                 write(L"display name = " + std::wstring(name) + L"\n");
+                 release(name);
+             }
+             return ok;
+         };
+     }},
+    {L"monitor-mode", L"",
+     L"KelGetMonitorMode. Prints what the user has in front: mode = 0 the desktop, 1 a Store app, "
+     L"2 the Start screen.",
+     [](const wchar_t*, Arguments&) -> Call {
+         return [](const Library& lib) {
+             auto f = KEL(lib, KelGetMonitorMode);
+             if (!f)
+                 return false;
+             UINT mode = 0;
+             bool ok = report("KelGetMonitorMode", f(&mode));
+             if (ok)
+                 write(L"mode = " + std::to_wstring(mode) + L"\n");
+             return ok;
+         };
+     }},
+    {L"release-string-a", L"", L"KelReleaseStringA(NULL): frees nothing; shows that the export is there.",
+     [](const wchar_t*, Arguments&) -> Call {
+         return [](const Library& lib) {
+             auto f = KEL(lib, KelReleaseStringA);
+             if (f) {
+                 f(nullptr);
+                 write(L"KelReleaseStringA -> done\n");
+             }
+             return f != nullptr;
+         };
+     }},
+    {L"release-string-w", L"", L"KelReleaseStringW(NULL): frees nothing; shows that the export is there.",
+     [](const wchar_t*, Arguments&) -> Call {
+         return [](const Library& lib) {
+             auto f = KEL(lib, KelReleaseStringW);
+             if (f) {
+                 f(nullptr);
+                 write(L"KelReleaseStringW -> done\n");
+             }
+             return f != nullptr;
+         };
+     }},
+};
+
+bool isCommandName(const std::wstring& word)
+{
+    for (const Command& command : kCommands)
+        if (word == command.name)
+            return true;
+    return false;
+}
+
+std::wstring synopsis(const Command& command)
+{
+    std::wstring text = command.name;
+    if (*command.arguments != L'\0')
+        text += std::wstring(L" ") + command.arguments;
+    return text;
+}
+
+// Breaks `text` into lines of at most `width` characters, each indented.
+std::wstring wrap(const std::wstring& text, size_t indent, size_t width)
+{
+    std::wstring result;
+    std::wstring current;
+    size_t at = 0;
+    while (at < text.size()) {
+        size_t end = text.find(L' ', at);
+        if (end == std::wstring::npos)
+            end = text.size();
+        std::wstring word = text.substr(at, end - at);
+        if (!current.empty() && indent + current.size() + 1 + word.size() > width) {
+            result += std::wstring(indent, L' ') + current + L"\n";
+            current.clear();
+        }
+        current += (current.empty() ? L"" : L" ") + word;
+        at = end + 1;
+    }
+    if (!current.empty())
+        result += std::wstring(indent, L' ') + current + L"\n";
+    return result;
+}
+
+const wchar_t kHelpIntroduction[] =
+    L"usage: kelcli COMMAND [ARGS...] [COMMAND [ARGS...]]...\n"
+    L"       kelcli --help\n"
+    L"\n"
+    L"Loads Kelbrook.dll (the path in the environment variable KELBROOK_DLL, else the one in kelcli's own "
+    L"folder) and runs the commands in the order given, one export call each; every command and argument is "
+    L"checked before the first call. Each call prints \"<Export> -> <RESULT> (0x%08X)\" and what the export "
+    L"handed back. The -a commands convert their text to Shift JIS (code page 932) and call the A export.\n";
+
+const wchar_t kHelpModes[] =
+    L"Search modes (MODE of launch-search and launch-pfn, SEARCHMODE of launch-ie):\n"
+    L"  0  Submit a query: the keyword in double quotes (with OPTION non-zero, followed by NOT(\"name\" OR "
+    L"...) to leave out the catalogued apps the keyword matches) is pasted into the search pane and Enter is "
+    L"pressed, again and again while the pane stays in front.\n"
+    L"  1  Paste the bare keyword: after 2 seconds the keyword is pasted, then the library waits "
+    L"ClearClipboardWaitTime milliseconds; no Enter, the user picks from the results.\n"
+    L"  2  Automatic: as mode 1 when OPTION is non-zero and the keyword names a catalogued app itself, "
+    L"otherwise as mode 0.\n"
+    L"  Any other mode gives E_INVALIDARG (0x80070057).\n"
+    L"Options (OPTION of launch-search, launch-pfn and launch-ie):\n"
+    L"  0         The keyword alone: the catalogue is not asked.\n"
+    L"  non-zero  The catalogue (loaded by initialize) gives the names of apps the keyword matches: mode 0 "
+    L"excludes them from the query, mode 2 chooses by them.\n"
+    L"Association modes (MODE of launch-browser): the value AssociationActivationMode under "
+    L"HKCU\\Software\\Microsoft\\Internet Explorer\\Main, by which Internet Explorer chooses its desktop or its "
+    L"immersive form for links, is set for the launch and put back RestoreRegistryWaitTime milliseconds "
+    L"after it (deleted again when it was absent):\n"
+    L"  0  sets the value to 2.\n"
+    L"  1  sets the value to 1.\n"
+    L"  2  leaves the value as the user set it.\n"
+    L"Tile modes (TILEMODE of launch-ie): the value ApplicationTileImmersiveActivation under the same key, "
+    L"by which the Internet Explorer tile starts its desktop or its immersive form, is set for the launch "
+    L"and put back right after it:\n"
+    L"  0  sets the value to 0.\n"
+    L"  1  sets the value to 1.\n"
+    L"  2  leaves the value as the user set it.\n"
+    L"The library's own results: 0xA0000001 E_KEL_PACKAGE_NOT_FOUND (no package of the family is installed "
+    L"for the current user), 0xA0000002 E_KEL_MULTIPLE_APPLICATIONS (the package has more than one "
+    L"application), 0xA0000003 E_KEL_DISPLAY_NAME_FAILED (launch-pfn could not get the display name).\n"
+    L"Settings (REG_DWORD values under HKCU\\Software\\Osk\\Kelbrook, all optional; info shows them):\n"
+    L"  DebugLog                 non-zero writes the log file (default 0, off).\n"
+    L"  ManifestReaderSetting    how the names of a Store package's apps are read: 0 through the packaging "
+    L"API, 1 from its AppxManifest.xml with the library's XML reader (default 1; 2 and above read as 1).\n"
+    L"  RefreshInterval          minutes between the refresh thread's passes (default 720).\n"
+    L"  ClearClipboardWaitTime   milliseconds a mode 1 search waits after pasting (default 1000).\n"
+    L"  RestoreRegistryWaitTime  milliseconds launch-browser waits before it puts the association mode "
+    L"back (default 1000).\n"
+    L"Windows 8.1 behaviour: where Windows reports version 6.3 to the process (8.1, and later systems to a "
+    L"program whose manifest declares 8.1 and nothing newer), three Windows 8 package family names are "
+    L"replaced by their 8.1 successors and a search for the Messaging app shows a notice instead.\n"
+    L"Numbers are decimal or 0x hexadecimal, 32 bits, negative allowed.\n"
+    L"Exit code: 0 all calls succeeded, 1 a call failed or an export is missing, 2 bad usage.\n";
+
+}  // namespace
+
+// Reads one sub-command with its arguments and returns the call it stands for.
+Call parseCommand(Arguments& args)
+{
+    const std::wstring word = args.take(L"kelcli", L"sub-command");
+    for (const Command& command : kCommands)
+        if (word == command.name)
+            return command.parse(command.name, args);
+    throw UsageError{L"unknown sub-command \"" + word + L"\""};
+}
+
+// The short form, shown on bad usage.
+std::wstring usage()
+{
+    std::wstring text = L"usage: kelcli COMMAND [ARGS...] [COMMAND [ARGS...]]...\n"
+                        L"Commands:\n";
+    for (const Command& command : kCommands)
+        text += L"  " + synopsis(command) + L"\n";
+    return text + L"kelcli --help explains every command, mode and option.\n";
+}
+
+// The long form, for --help.
+std::wstring help()
+{
+    constexpr size_t kWidth = 100;
+    std::wstring text;
+    std::wstring introduction = kHelpIntroduction;
+    // The two usage lines stand as they are; the paragraph after them wraps.
+    size_t paragraph = introduction.find(L"\n\n") + 2;
+    text += introduction.substr(0, paragraph) + wrap(introduction.substr(paragraph, introduction.size() - paragraph - 1), 0, kWidth);
+    text += L"\nCommands:\n";
+    for (const Command& command : kCommands)
+        text += L"  " + synopsis(command) + L"\n" + wrap(command.help, 6, kWidth);
+    text += L"\n";
+    // Each line of the modes wraps on its own, continued under its text.
+    std::wstring modes = kHelpModes;
+    size_t at = 0;
+    while (at < modes.size()) {
+        size_t end = modes.find(L'\n', at);
+        std::wstring one = modes.substr(at, end - at);
+        size_t indent = one.find_first_not_of(L' ');
+        if (indent > 0) {
+            // "  0  text" and "  DebugLog   text": continuation under the text.
+            size_t gap = one.find(L"  ", indent);
+            size_t textAt = gap == std::wstring::npos ? indent : one.find_first_not_of(L' ', gap);
+            std::wstring head = one.substr(0, textAt);
+            std::wstring body = wrap(one.substr(textAt), textAt, kWidth);
+            text += head + body.substr(textAt);
+        } else {
+            text += wrap(one, 0, kWidth);
+        }
+        at = end + 1;
+    }
+    return text;
+}
+
+}  // namespace kelcli

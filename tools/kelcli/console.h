@@ -1,0 +1,21 @@
+// kelcli's output: UTF-8 (wide text on a console), and the words it uses
+// for results.
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+namespace kelcli {
+
+void write(const std::wstring& text);
+void writeError(const std::wstring& text);
+std::wstring widen(const char* text);
+// "0x%08X".
+std::wstring hex(HRESULT value);
+// The name of a result the library returns, or "HRESULT".
+const wchar_t* resultName(HRESULT value);
+// A label and its value, the values lined up in one column.
+void line(const std::wstring& label, const std::wstring& value);
+
+}  // namespace kelcli
