@@ -1,6 +1,6 @@
 // How many packages and desktop apps a catalogue file holds, counted the way
 // the library's loader takes them, with the library's own XML reader. Kept
-// apart from kelcli.cpp: the reader's result constants share their names
+// apart from the Windows-header files: the reader's result constants share their names
 // with the Windows macros, so this side never sees <windows.h>.
 #pragma once
 
