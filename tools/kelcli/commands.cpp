@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cwchar>
+#include <type_traits>
 #include <vector>
 
 #include "Kelbrook.h"
@@ -36,6 +37,92 @@ std::string toShiftJis(const wchar_t* command, const std::wstring& text)
 }
 
 using Parser = Call (*)(const wchar_t* command, Arguments& args);
+
+// An export by its type and name, for the calls the table builds.
+template <typename Function>
+struct Export {
+    const char* name;
+};
+#define KEL_EXPORT(name) Export<decltype(name)>{#name}
+
+// The text argument of a W export as given, of an A export in Shift JIS.
+std::wstring takeWide(const wchar_t* command, Arguments& args, const wchar_t* what)
+{
+    return args.take(command, what);
+}
+std::string takeNarrow(const wchar_t* command, Arguments& args, const wchar_t* what)
+{
+    return toShiftJis(command, args.take(command, what));
+}
+
+// What an export is handed for a value kept in a call: strings as their text.
+template <typename Value>
+auto passed(const Value& value)
+{
+    if constexpr (std::is_same_v<Value, std::wstring> || std::is_same_v<Value, std::string>)
+        return value.c_str();
+    else
+        return value;
+}
+
+// A call of the export with the values, reporting its result.
+template <typename Function, typename... Values>
+Call reporting(Export<Function> e, Values... values)
+{
+    return [=](const Library& lib) {
+        auto f = lib.get<Function*>(e.name);
+        return f && report(e.name, f(passed(values)...));
+    };
+}
+
+// A call of an export that returns nothing, saying it was made.
+template <typename Function, typename... Values>
+Call done(Export<Function> e, Values... values)
+{
+    return [=](const Library& lib) {
+        auto f = lib.get<Function*>(e.name);
+        if (f) {
+            f(passed(values)...);
+            write(widen(e.name) + L" -> done\n");
+        }
+        return f != nullptr;
+    };
+}
+
+// TEXT MODE OPTION, the arguments of the search-style exports, in order.
+template <typename Function, typename Take>
+Call textModeOption(Export<Function> e, const wchar_t* c, Arguments& args, const wchar_t* what, Take take)
+{
+    auto text = take(c, args, what);
+    DWORD mode = args.takeNumber(c, L"MODE");
+    INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
+    return reporting(e, text, mode, option);
+}
+
+// URL MODE, the arguments of the browser launch, in order.
+template <typename Function, typename Take>
+Call urlMode(Export<Function> e, const wchar_t* c, Arguments& args, Take take)
+{
+    auto url = take(c, args, L"URL");
+    DWORD mode = args.takeNumber(c, L"MODE");
+    return reporting(e, url, mode);
+}
+
+// The installed check, printing the answer when the call succeeded.
+template <typename Function, typename Text>
+Call installed(Export<Function> e, Text pfn)
+{
+    return [=](const Library& lib) {
+        auto f = lib.get<Function*>(e.name);
+        if (!f)
+            return false;
+        BOOL installed = FALSE;
+        bool ok = report(e.name, f(pfn.c_str(), &installed));
+        if (ok)
+            write(L"installed = " + std::to_wstring(installed) + L"\n");
+        return ok;
+    };
+}
 
 struct Command {
     const wchar_t* name;
@@ -72,153 +159,53 @@ const Command kCommands[] = {
      L"KelInitialize. The first call starts the package manager: it loads the data file (the preset file "
      L"while there is no data file) and starts the refresh thread, which finds the installed packages and "
      L"Start menu shortcuts and writes the data file. Later calls only count up.",
-     [](const wchar_t*, Arguments&) -> Call {
-         return [](const Library& lib) {
-             auto f = KEL(lib, KelInitialize);
-             return f && report("KelInitialize", f());
-         };
-     }},
+     [](const wchar_t*, Arguments&) { return reporting(KEL_EXPORT(KelInitialize)); }},
     {L"finalize", L"",
      L"KelFinalize. Counts one initialize down; at zero it stops the refresh thread.",
-     [](const wchar_t*, Arguments&) -> Call {
-         return [](const Library& lib) {
-             auto f = KEL(lib, KelFinalize);
-             if (f) {
-                 f();
-                 write(L"KelFinalize -> done\n");
-             }
-             return f != nullptr;
-         };
-     }},
+     [](const wchar_t*, Arguments&) { return done(KEL_EXPORT(KelFinalize)); }},
     {L"launch-protocol", L"URL",
      L"KelLaunchByProtocolW. Opens URL (any protocol, e.g. http:, mailto:, an app's own) with the handler "
      L"Windows has registered for it.",
-     [](const wchar_t* c, Arguments& args) -> Call {
-         std::wstring url = args.take(c, L"URL");
-         return [url](const Library& lib) {
-             auto f = KEL(lib, KelLaunchByProtocolW);
-             return f && report("KelLaunchByProtocolW", f(url.c_str()));
-         };
-     }},
+     [](const wchar_t* c, Arguments& args) { return reporting(KEL_EXPORT(KelLaunchByProtocolW), takeWide(c, args, L"URL")); }},
     {L"launch-protocol-a", L"URL", L"KelLaunchByProtocolA: launch-protocol with the URL in Shift JIS.",
-     [](const wchar_t* c, Arguments& args) -> Call {
-         std::string url = toShiftJis(c, args.take(c, L"URL"));
-         return [url](const Library& lib) {
-             auto f = KEL(lib, KelLaunchByProtocolA);
-             return f && report("KelLaunchByProtocolA", f(url.c_str()));
-         };
-     }},
+     [](const wchar_t* c, Arguments& args) { return reporting(KEL_EXPORT(KelLaunchByProtocolA), takeNarrow(c, args, L"URL")); }},
     {L"launch-store", L"PFN",
      L"KelLaunchStoreW. Opens the Store page of the package family PFN (ms-windows-store:PDP?PFN=...).",
-     [](const wchar_t* c, Arguments& args) -> Call {
-         std::wstring pfn = args.take(c, L"PFN");
-         return [pfn](const Library& lib) {
-             auto f = KEL(lib, KelLaunchStoreW);
-             return f && report("KelLaunchStoreW", f(pfn.c_str()));
-         };
-     }},
+     [](const wchar_t* c, Arguments& args) { return reporting(KEL_EXPORT(KelLaunchStoreW), takeWide(c, args, L"PFN")); }},
     {L"launch-store-a", L"PFN", L"KelLaunchStoreA: launch-store with the PFN in Shift JIS.",
-     [](const wchar_t* c, Arguments& args) -> Call {
-         std::string pfn = toShiftJis(c, args.take(c, L"PFN"));
-         return [pfn](const Library& lib) {
-             auto f = KEL(lib, KelLaunchStoreA);
-             return f && report("KelLaunchStoreA", f(pfn.c_str()));
-         };
-     }},
+     [](const wchar_t* c, Arguments& args) { return reporting(KEL_EXPORT(KelLaunchStoreA), takeNarrow(c, args, L"PFN")); }},
     {L"is-installed", L"PFN",
      L"KelIsInstalledW. Prints \"installed = 1\" when a package of the family PFN is installed for the "
      L"current user, \"installed = 0\" otherwise.",
-     [](const wchar_t* c, Arguments& args) -> Call {
-         std::wstring pfn = args.take(c, L"PFN");
-         return [pfn](const Library& lib) {
-             auto f = KEL(lib, KelIsInstalledW);
-             if (!f)
-                 return false;
-             BOOL installed = FALSE;
-             bool ok = report("KelIsInstalledW", f(pfn.c_str(), &installed));
-             if (ok)
-                 write(L"installed = " + std::to_wstring(installed) + L"\n");
-             return ok;
-         };
-     }},
+     [](const wchar_t* c, Arguments& args) { return installed(KEL_EXPORT(KelIsInstalledW), takeWide(c, args, L"PFN")); }},
     {L"is-installed-a", L"PFN", L"KelIsInstalledA: is-installed with the PFN in Shift JIS.",
-     [](const wchar_t* c, Arguments& args) -> Call {
-         std::string pfn = toShiftJis(c, args.take(c, L"PFN"));
-         return [pfn](const Library& lib) {
-             auto f = KEL(lib, KelIsInstalledA);
-             if (!f)
-                 return false;
-             BOOL installed = FALSE;
-             bool ok = report("KelIsInstalledA", f(pfn.c_str(), &installed));
-             if (ok)
-                 write(L"installed = " + std::to_wstring(installed) + L"\n");
-             return ok;
-         };
-     }},
+     [](const wchar_t* c, Arguments& args) { return installed(KEL_EXPORT(KelIsInstalledA), takeNarrow(c, args, L"PFN")); }},
     {L"launch-search", L"KEYWORD MODE OPTION",
      L"KelLaunchBySearchW. Opens the Start screen's search pane and types KEYWORD into it through the "
      L"clipboard and the keyboard, as MODE and OPTION say (below). Blocks for several seconds.",
-     [](const wchar_t* c, Arguments& args) -> Call {
-         std::wstring text = args.take(c, L"KEYWORD");
-         DWORD mode = args.takeNumber(c, L"MODE");
-         INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
-         return [=](const Library& lib) {
-             auto f = KEL(lib, KelLaunchBySearchW);
-             return f && report("KelLaunchBySearchW", f(text.c_str(), mode, option));
-         };
+     [](const wchar_t* c, Arguments& args) {
+         return textModeOption(KEL_EXPORT(KelLaunchBySearchW), c, args, L"KEYWORD", takeWide);
      }},
     {L"launch-search-a", L"KEYWORD MODE OPTION", L"KelLaunchBySearchA: launch-search with the KEYWORD in Shift JIS.",
-     [](const wchar_t* c, Arguments& args) -> Call {
-         std::string text = toShiftJis(c, args.take(c, L"KEYWORD"));
-         DWORD mode = args.takeNumber(c, L"MODE");
-         INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
-         return [=](const Library& lib) {
-             auto f = KEL(lib, KelLaunchBySearchA);
-             return f && report("KelLaunchBySearchA", f(text.c_str(), mode, option));
-         };
+     [](const wchar_t* c, Arguments& args) {
+         return textModeOption(KEL_EXPORT(KelLaunchBySearchA), c, args, L"KEYWORD", takeNarrow);
      }},
     {L"launch-pfn", L"PFN MODE OPTION",
      L"KelLaunchByPFNW. Looks up the display name of the package family PFN and searches for it as "
      L"launch-search does.",
-     [](const wchar_t* c, Arguments& args) -> Call {
-         std::wstring text = args.take(c, L"PFN");
-         DWORD mode = args.takeNumber(c, L"MODE");
-         INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
-         return [=](const Library& lib) {
-             auto f = KEL(lib, KelLaunchByPFNW);
-             return f && report("KelLaunchByPFNW", f(text.c_str(), mode, option));
-         };
+     [](const wchar_t* c, Arguments& args) {
+         return textModeOption(KEL_EXPORT(KelLaunchByPFNW), c, args, L"PFN", takeWide);
      }},
     {L"launch-pfn-a", L"PFN MODE OPTION", L"KelLaunchByPFNA: launch-pfn with the PFN in Shift JIS.",
-     [](const wchar_t* c, Arguments& args) -> Call {
-         std::string text = toShiftJis(c, args.take(c, L"PFN"));
-         DWORD mode = args.takeNumber(c, L"MODE");
-         INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
-         return [=](const Library& lib) {
-             auto f = KEL(lib, KelLaunchByPFNA);
-             return f && report("KelLaunchByPFNA", f(text.c_str(), mode, option));
-         };
+     [](const wchar_t* c, Arguments& args) {
+         return textModeOption(KEL_EXPORT(KelLaunchByPFNA), c, args, L"PFN", takeNarrow);
      }},
     {L"launch-browser", L"URL MODE",
      L"KelLaunchBrowserByProtocolW. Opens an http: or https: URL in Internet Explorer with the association "
      L"mode MODE (below) set for the launch.",
-     [](const wchar_t* c, Arguments& args) -> Call {
-         std::wstring url = args.take(c, L"URL");
-         DWORD mode = args.takeNumber(c, L"MODE");
-         return [=](const Library& lib) {
-             auto f = KEL(lib, KelLaunchBrowserByProtocolW);
-             return f && report("KelLaunchBrowserByProtocolW", f(url.c_str(), mode));
-         };
-     }},
+     [](const wchar_t* c, Arguments& args) { return urlMode(KEL_EXPORT(KelLaunchBrowserByProtocolW), c, args, takeWide); }},
     {L"launch-browser-a", L"URL MODE", L"KelLaunchBrowserByProtocolA: launch-browser with the URL in Shift JIS.",
-     [](const wchar_t* c, Arguments& args) -> Call {
-         std::string url = toShiftJis(c, args.take(c, L"URL"));
-         DWORD mode = args.takeNumber(c, L"MODE");
-         return [=](const Library& lib) {
-             auto f = KEL(lib, KelLaunchBrowserByProtocolA);
-             return f && report("KelLaunchBrowserByProtocolA", f(url.c_str(), mode));
-         };
-     }},
+     [](const wchar_t* c, Arguments& args) { return urlMode(KEL_EXPORT(KelLaunchBrowserByProtocolA), c, args, takeNarrow); }},
     {L"launch-ie", L"TILEMODE SEARCHMODE OPTION",
      L"KelLaunchIEBySearch. Starts Internet Explorer by searching for it as launch-search does (with the "
      L"search mode SEARCHMODE and OPTION), with the tile mode TILEMODE (below) set for the launch.",
@@ -245,13 +232,7 @@ const Command kCommands[] = {
          };
      }},
     {L"launch-app-a", L"AUMID", L"KelLaunchByAppUserModelIdA: launch-app with the AUMID in Shift JIS and no ARGS.",
-     [](const wchar_t* c, Arguments& args) -> Call {
-         std::string id = toShiftJis(c, args.take(c, L"AUMID"));
-         return [id](const Library& lib) {
-             auto f = KEL(lib, KelLaunchByAppUserModelIdA);
-             return f && report("KelLaunchByAppUserModelIdA", f(id.c_str()));
-         };
-     }},
+     [](const wchar_t* c, Arguments& args) { return reporting(KEL_EXPORT(KelLaunchByAppUserModelIdA), takeNarrow(c, args, L"AUMID")); }},
     {L"display-name", L"PFN",
      L"KelGetAppDisplayNameByPFNW, then KelReleaseStringW. Prints the display name of the application of "
      L"the package family PFN, read from the package's manifest.",
@@ -287,27 +268,9 @@ const Command kCommands[] = {
          };
      }},
     {L"release-string-a", L"", L"KelReleaseStringA(NULL): frees nothing; shows that the export is there.",
-     [](const wchar_t*, Arguments&) -> Call {
-         return [](const Library& lib) {
-             auto f = KEL(lib, KelReleaseStringA);
-             if (f) {
-                 f(nullptr);
-                 write(L"KelReleaseStringA -> done\n");
-             }
-             return f != nullptr;
-         };
-     }},
+     [](const wchar_t*, Arguments&) { return done(KEL_EXPORT(KelReleaseStringA), nullptr); }},
     {L"release-string-w", L"", L"KelReleaseStringW(NULL): frees nothing; shows that the export is there.",
-     [](const wchar_t*, Arguments&) -> Call {
-         return [](const Library& lib) {
-             auto f = KEL(lib, KelReleaseStringW);
-             if (f) {
-                 f(nullptr);
-                 write(L"KelReleaseStringW -> done\n");
-             }
-             return f != nullptr;
-         };
-     }},
+     [](const wchar_t*, Arguments&) { return done(KEL_EXPORT(KelReleaseStringW), nullptr); }},
 };
 
 bool isCommandName(const std::wstring& word)

@@ -5,9 +5,12 @@
 
 namespace kelcli {
 
-void write(const std::wstring& text)
+namespace {
+
+// Wide text on a console, UTF-8 anywhere else (a pipe, a file).
+void writeTo(DWORD which, const std::wstring& text)
 {
-    HANDLE out = GetStdHandle(STD_OUTPUT_HANDLE);
+    HANDLE out = GetStdHandle(which);
     if (out == nullptr || out == INVALID_HANDLE_VALUE)
         return;
     DWORD mode = 0;
@@ -25,22 +28,16 @@ void write(const std::wstring& text)
     WriteFile(out, utf8.data(), static_cast<DWORD>(utf8.size()), &written, nullptr);
 }
 
+}  // namespace
+
+void write(const std::wstring& text)
+{
+    writeTo(STD_OUTPUT_HANDLE, text);
+}
+
 void writeError(const std::wstring& text)
 {
-    HANDLE err = GetStdHandle(STD_ERROR_HANDLE);
-    DWORD mode = 0;
-    DWORD written = 0;
-    if (err != nullptr && err != INVALID_HANDLE_VALUE && GetConsoleMode(err, &mode)) {
-        WriteConsoleW(err, text.c_str(), static_cast<DWORD>(text.size()), &written, nullptr);
-        return;
-    }
-    int bytes = WideCharToMultiByte(CP_UTF8, 0, text.c_str(), static_cast<int>(text.size()), nullptr, 0, nullptr,
-                                    nullptr);
-    if (bytes <= 0)
-        return;
-    std::string utf8(bytes, '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.c_str(), static_cast<int>(text.size()), &utf8[0], bytes, nullptr, nullptr);
-    WriteFile(err, utf8.data(), static_cast<DWORD>(utf8.size()), &written, nullptr);
+    writeTo(STD_ERROR_HANDLE, text);
 }
 
 std::wstring widen(const char* text)
