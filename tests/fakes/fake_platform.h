@@ -319,6 +319,8 @@ class FakePlatform : public platform::Platform {
     std::size_t next = 0;
   };
 
+  template <class Interface>
+  class ComObject;
   class AppVisibilityObject;
   class AppxApplicationObject;
   class AppxApplicationsObject;
