@@ -110,22 +110,13 @@ Handle FakePlatform::CreateEvent(bool manualReset, bool initialState, const WCHA
   return h;
 }
 
-BOOL FakePlatform::SetEvent(Handle event) {
-  Record("SetEvent", "");
-  if (Inject()) { return 0; }
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  auto it = events_.find(event);
-  if (it == events_.end()) {
-    ++staleHandleUses_;
-    return 0;
-  }
-  it->second.signalled = true;
-  eventChanged_.notify_all();
-  return 1;
-}
+BOOL FakePlatform::SetEvent(Handle event) { return ChangeEvent("SetEvent", event, true); }
 
-BOOL FakePlatform::ResetEvent(Handle event) {
-  Record("ResetEvent", "");
+BOOL FakePlatform::ResetEvent(Handle event) { return ChangeEvent("ResetEvent", event, false); }
+
+// A set wakes the waits; a reset has nobody to wake.
+BOOL FakePlatform::ChangeEvent(const char* call, Handle event, bool signalled) {
+  Record(call, "");
   if (Inject()) { return 0; }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = events_.find(event);
@@ -133,7 +124,8 @@ BOOL FakePlatform::ResetEvent(Handle event) {
     ++staleHandleUses_;
     return 0;
   }
-  it->second.signalled = false;
+  it->second.signalled = signalled;
+  if (signalled) eventChanged_.notify_all();
   return 1;
 }
 
