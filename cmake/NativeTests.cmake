@@ -2,7 +2,15 @@
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
-add_library(kel_fakes STATIC tests/fakes/fake_platform.cpp)
+add_library(kel_fakes STATIC
+  tests/fakes/fake_platform.cpp
+  tests/fakes/fake_deployment.cpp
+  tests/fakes/fake_desktop.cpp
+  tests/fakes/fake_files.cpp
+  tests/fakes/fake_registry.cpp
+  tests/fakes/fake_shell_objects.cpp
+  tests/fakes/fake_system.cpp
+  tests/fakes/fake_threads.cpp)
 target_include_directories(kel_fakes PUBLIC ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/tests/support ${PROJECT_SOURCE_DIR}/src)
 target_link_libraries(kel_fakes PUBLIC kelbrook_core)
 

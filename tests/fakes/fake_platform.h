@@ -303,6 +303,7 @@ class FakePlatform : public platform::Platform {
     bool closed = false;
   };
   void StartThreadLocked(ThreadState& state);
+  BOOL ChangeEvent(const char* call, Handle event, bool signalled);
   std::map<Handle, std::unique_ptr<ThreadState>> threads_;
   int grantedTimeouts_ = 0;
   int grantedThreadWaitTimeouts_ = 0;
@@ -319,6 +320,8 @@ class FakePlatform : public platform::Platform {
     std::size_t next = 0;
   };
 
+  template <class Interface>
+  class ComObject;
   class AppVisibilityObject;
   class AppxApplicationObject;
   class AppxApplicationsObject;

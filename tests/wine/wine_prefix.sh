@@ -21,14 +21,20 @@
 #       it), then the Xvfb server that setup started for it, if any.
 #
 # Everything runs with WINEDEBUG=-all. Exits non-zero with a message on failure.
+#
+# Sourced by another script of the prefix (deployment/register_doubles.sh),
+# it only defines its helpers (die, run_wine, expect_registered, wine_reg),
+# and their messages name the script that was run.
 
 set -euo pipefail
-. "$(dirname "$0")/wine_reg.sh"
+. "$(dirname "${BASH_SOURCE[0]}")/wine_reg.sh"
 
 export WINEDEBUG=-all
 
+SCRIPT_NAME=$(basename "$0")
+
 die() {
-    echo "wine_prefix.sh: $*" >&2
+    echo "$SCRIPT_NAME: $*" >&2
     exit 1
 }
 
@@ -46,7 +52,7 @@ need() {
 # Output goes to a file, never to a pipe: wine leaves service processes
 # running that inherit the output handles, and a pipe would stay open (and a
 # command substitution wait) for as long as they live.
-WINE_OUTPUT=$(mktemp "${TMPDIR:-/tmp}/wine_prefix.XXXXXX")
+WINE_OUTPUT=$(mktemp "${TMPDIR:-/tmp}/${SCRIPT_NAME%.sh}.XXXXXX")
 trap 'rm -f "$WINE_OUTPUT"' EXIT
 run_wine() {
     local what="$1"
@@ -55,6 +61,20 @@ run_wine() {
         cat "$WINE_OUTPUT" >&2
         die "$what failed"
     fi
+}
+
+# Fails unless `wine_reg query KEY [ARGS]` shows every one of the texts: a
+# registration counts only once it reads back.
+expect_registered() {
+    local key="$1" args="$2"
+    shift 2
+    # shellcheck disable=SC2086
+    run_wine "reading back $key" wine_reg query "$key" $args
+    local text
+    for text in "$@"; do
+        grep -qF -- "$text" "$WINE_OUTPUT" ||
+            die "$key reads back without '$text': $(tr -d '\r' <"$WINE_OUTPUT")"
+    done
 }
 
 set_prefix() {
@@ -229,10 +249,8 @@ setup() {
             /v 'URL Protocol' /d '' /f
         run_wine "registering $protocol" wine_reg add "HKLM\\Software\\Classes\\$protocol\\shell\\open\\command" \
             /ve /d '"C:\kel\recorder.exe" "%1"' /f
-        run_wine "reading back the $protocol registration" wine_reg query \
-            "HKLM\\Software\\Classes\\$protocol\\shell\\open\\command" /ve
-        grep -qF '"C:\kel\recorder.exe" "%1"' "$WINE_OUTPUT" ||
-            die "$protocol registration reads back as: $(tr -d '\r' <"$WINE_OUTPUT")"
+        expect_registered "HKLM\\Software\\Classes\\$protocol\\shell\\open\\command" /ve \
+            '"C:\kel\recorder.exe" "%1"'
     done
 
     # Wine reads COM classes from HKLM\Software\Classes only, too.
@@ -246,9 +264,7 @@ setup() {
             /ve /d 'C:\kel\app_visibility_server.dll' /f
         run_wine "registering the app visibility server" wine_reg add "$class\\InprocServer32" \
             /v ThreadingModel /d Both /f
-        run_wine "reading back the app visibility server registration" wine_reg query "$class\\InprocServer32"
-        grep -qF 'C:\kel\app_visibility_server.dll' "$WINE_OUTPUT" && grep -qF 'Both' "$WINE_OUTPUT" ||
-            die "the app visibility server registration reads back as: $(tr -d '\r' <"$WINE_OUTPUT")"
+        expect_registered "$class\\InprocServer32" "" 'C:\kel\app_visibility_server.dll' Both
     fi
     echo "wine_prefix.sh: prefix $WINEPREFIX ready${DISPLAY:+ (DISPLAY=$DISPLAY)}"
 }
@@ -265,6 +281,10 @@ teardown() {
     echo "wine_prefix.sh: wineserver of $WINEPREFIX stopped"
     stop_xvfb
 }
+
+if [ "${BASH_SOURCE[0]}" != "$0" ]; then
+    return 0
+fi
 
 case "${1:-}" in
     setup) shift; setup "$@" ;;

@@ -48,18 +48,6 @@ const PrivateHost kPrivateHost = {L"keldisc", L"Kel.Launcher.exe", L"KEL_DISCOVE
 // ---------------------------------------------------------------------------
 // The world a test runs in: folders, packages, shortcuts and the fixture
 
-// The installed test packages: family name, full name, identity name,
-// version, installed folder name and the manifest's applications
-// (display name, short name).
-struct FixturePackage {
-  const wchar_t* familyName;
-  const wchar_t* fullName;
-  const wchar_t* name;
-  const wchar_t* version;
-  const wchar_t* folder;
-  std::vector<std::pair<const wchar_t*, const wchar_t*>> applications;
-};
-
 const wchar_t kReader[] = L"Kel.Reader_1a2b3c4d5e6f7";
 const wchar_t kTwins[] = L"Kel.Twins_8h9j0k1m2n3p4";
 const wchar_t kResource[] = L"Kel.Resource_5q6r7s8t9v0w1";
@@ -70,103 +58,38 @@ const wchar_t kTwinsLeftApp[] = L"Kel.Twins_8h9j0k1m2n3p4!Left";
 const wchar_t kUnknownApp[] = L"Kel.Unknown_0a0a0a0a0a0a0!App";
 const HRESULT kUnknownAppResult = static_cast<HRESULT>(0x80270254L);  // the fixture's choice
 
-const std::vector<FixturePackage>& fixturePackages() {
-  static const std::vector<FixturePackage> packages = {
+// The installed test packages, in the order the deployment service lists
+// them.
+const std::vector<TestPackage>& fixturePackages() {
+  static const std::vector<TestPackage> packages = {
       {kReader, L"Kel.Reader_1.2.3.4_x64__1a2b3c4d5e6f7", L"Kel.Reader", L"1.2.3.4", L"Reader",
-       {{L"Kel Reader", L"Reader"}}},
+       {{L"App1", L"Kel Reader", L"Reader"}}},
       {kTwins, L"Kel.Twins_2.0.0.5_x64__8h9j0k1m2n3p4", L"Kel.Twins", L"2.0.0.5", L"Twins",
-       {{L"Twin Left", L"Left"}, {L"Twin Right", L"Right"}}},
+       {{L"App1", L"Twin Left", L"Left"}, {L"App2", L"Twin Right", L"Right"}}},
       {kResource, L"Kel.Resource_3.1.0.0_neutral__5q6r7s8t9v0w1", L"Kel.Resource", L"3.1.0.0", L"Resource",
-       {{L"ms-resource:AppName", L"ms-resource:ShortName"}}},
+       {{L"App1", L"ms-resource:AppName", L"ms-resource:ShortName"}}},
       {kPinned, L"Kel.Pinned_2.0.0.0_x64__3x4y5z6a7b8c9", L"Kel.Pinned", L"2.0.0.0", L"Pinned",
-       {{L"Pinned New", L"New"}}},
+       {{L"App1", L"Pinned New", L"New"}}},
   };
   return packages;
 }
 
-std::wstring manifestFor(const FixturePackage& package) {
-  std::wstring text =
-      L"<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n"
-      L"<Package xmlns=\"http://schemas.microsoft.com/appx/2010/manifest\">\r\n"
-      L"  <Identity Name=\"" + std::wstring(package.name) + L"\" Publisher=\"CN=Kelbrook Test Packages\" Version=\"" +
-      package.version + L"\" ProcessorArchitecture=\"x64\" />\r\n"
-      L"  <Properties>\r\n"
-      L"    <DisplayName>" + std::wstring(package.name) + L"</DisplayName>\r\n"
-      L"    <PublisherDisplayName>Kelbrook Tests</PublisherDisplayName>\r\n"
-      L"    <Logo>Assets\\StoreLogo.png</Logo>\r\n"
-      L"  </Properties>\r\n"
-      L"  <Prerequisites>\r\n"
-      L"    <OSMinVersion>6.2.1</OSMinVersion>\r\n"
-      L"    <OSMaxVersionTested>6.2.1</OSMaxVersionTested>\r\n"
-      L"  </Prerequisites>\r\n"
-      L"  <Resources>\r\n"
-      L"    <Resource Language=\"en-us\" />\r\n"
-      L"  </Resources>\r\n"
-      L"  <Applications>\r\n";
-  int index = 0;
-  for (const auto& application : package.applications) {
-    text += L"    <Application Id=\"App" + std::to_wstring(++index) + L"\" Executable=\"App.exe\" EntryPoint=\"App.App\">\r\n"
-            L"      <VisualElements DisplayName=\"" + std::wstring(application.first) +
-            L"\" Logo=\"Assets\\Logo.png\" SmallLogo=\"Assets\\SmallLogo.png\" Description=\"Test\""
-            L" ForegroundText=\"light\" BackgroundColor=\"#464646\">\r\n"
-            L"        <DefaultTile ShowName=\"allLogos\" ShortName=\"" + std::wstring(application.second) + L"\" />\r\n"
-            L"        <SplashScreen Image=\"Assets\\SplashScreen.png\" />\r\n"
-            L"      </VisualElements>\r\n"
-            L"    </Application>\r\n";
-  }
-  text += L"  </Applications>\r\n</Package>\r\n";
-  return text;
-}
-
-const wchar_t kStartMenuPrograms[] = L"\\Microsoft\\Windows\\Start Menu\\Programs";
-
-class World {
+class World : public HostWorld {
  public:
-  World() {
-    root_ = environmentValue(kPrivateHost.rootVariable);
-    if (root_.empty()) fail("KEL_DISCOVERY_ROOT is not set (run through discovery_tests.exe DLLPATH TESTNAME)");
-    hostFolder_ = programFolder();
-
-    useLocalAppData(L"LocalAppData");
-    allUsersProfile_ = root_ + L"\\ProgramData";
-    appData_ = root_ + L"\\Roaming";
-    makeFolders(allUsersProfile_ + kStartMenuPrograms);
-    makeFolders(appData_ + kStartMenuPrograms);
-    setEnvironment(L"ALLUSERSPROFILE", allUsersProfile_);
-    setEnvironment(L"APPDATA", appData_);
-
-    recorderLog_ = root_ + L"\\recorder.txt";
-    setEnvironment(L"KEL_RECORDER_LOG", recorderLog_);
-
-    for (const FixturePackage& package : fixturePackages()) {
-      const std::wstring folder = packageFolder(package);
-      makeFolders(folder);
-      writeText(folder + L"\\AppxManifest.xml", manifestFor(package));
-    }
+  World() : HostWorld(kPrivateHost, "discovery_tests.exe DLLPATH TESTNAME") {
+    for (const TestPackage& package : fixturePackages()) installPackage(package);
     useJournal(L"journal.txt");
-    setEnvironment(deployment_double::kFixtureVariable, fixturePath());
 
     currentUserSid_ = deployment_double::CurrentUserSid();
     if (currentUserSid_.empty()) fail("cannot find the current user's SID (GetUserNameW/LookupAccountNameW)");
   }
 
-  // Points LOCALAPPDATA at a new folder under the root, with the folder the
-  // log goes to.
-  void useLocalAppData(const std::wstring& name) {
-    localAppData_ = root_ + L"\\" + name;
-    makeFolders(localAppData_ + L"\\Osk\\Kelbrook");
-    setEnvironment(L"LOCALAPPDATA", localAppData_);
-  }
-
   // Writes the fixture file with a journal of this name under the root.
   void useJournal(const std::wstring& name) {
-    journal_ = root_ + L"\\" + name;
-    std::wstring text = L"; The deployment service and the activation manager of the test.\r\n"
-                        L"[Doubles]\r\nJournal=" + journal_ + L"\r\n\r\n";
-    for (const FixturePackage& package : fixturePackages()) {
-      text += L"[Package]\r\nFamilyName=" + std::wstring(package.familyName) + L"\r\nFullName=" + package.fullName +
-              L"\r\nName=" + package.name + L"\r\nVersion=" + package.version + L"\r\nInstalledLocation=" +
-              packageFolder(package) + L"\r\n\r\n";
+    journal_ = root() + L"\\" + name;
+    std::wstring text = fixtureHeader(L"The deployment service and the activation manager of the test.", journal_);
+    for (const TestPackage& package : fixturePackages()) {
+      text += fixturePackageSection(package, packageFolder(package));
     }
     text += L"[Application]\r\nAppUserModelId=" + std::wstring(kReaderApp) + L"\r\nResult=0\r\nProcessId=4242\r\n\r\n";
     text += L"[Application]\r\nAppUserModelId=" + std::wstring(kTwinsLeftApp) + L"\r\nResult=0\r\nProcessId=4343\r\n\r\n";
@@ -175,20 +98,20 @@ class World {
       const std::string code = hex(serviceFailure_);
       text += L"\r\n[Service]\r\nFindResult=" + std::wstring(code.begin(), code.end()) + L"\r\n";
     }
-    writeText(fixturePath(), text);
+    writeFixture(text);
   }
 
   // From now on every query of the deployment service fails with `failure`.
   void failServiceWith(HRESULT failure) {
     serviceFailure_ = failure;
-    useJournal(journal_.substr(root_.size() + 1));
+    useJournal(journal_.substr(root().size() + 1));
   }
 
   // The Start menu shortcuts: empty files are enough, the library reads
   // only their names.
-  void createShortcuts() {
-    const std::wstring common = allUsersProfile_ + kStartMenuPrograms;
-    const std::wstring user = appData_ + kStartMenuPrograms;
+  void createShortcuts() const {
+    const std::wstring common = commonPrograms();
+    const std::wstring user = userPrograms();
     makeFolders(common + L"\\Accessories");
     for (const std::wstring& path :
          {common + L"\\A Tool.lnk", common + L"\\Web Link.url", common + L"\\Name.lnk2", common + L"\\Readme.txt",
@@ -197,17 +120,6 @@ class World {
     }
   }
 
-  std::wstring packageFolder(const FixturePackage& package) const {
-    return root_ + L"\\Packages\\" + package.folder;
-  }
-  std::wstring fixturePath() const { return root_ + L"\\deployment.ini"; }
-  std::wstring presetPath() const { return hostFolder_ + L"\\PresetAppNameList.xml"; }
-  std::wstring dataFolder() const { return localAppData_ + L"\\Osk\\Kelbrook\\Kel"; }
-  std::wstring dataFile() const { return dataFolder() + L"\\AppNameList1.0.4.0.xml"; }
-  std::wstring logFile() const { return localAppData_ + L"\\Osk\\Kelbrook\\KelbrookLogFS.txt"; }
-  const std::wstring& allUsersProfile() const { return allUsersProfile_; }
-  const std::wstring& appData() const { return appData_; }
-  const std::wstring& recorderLog() const { return recorderLog_; }
   const std::wstring& journal() const { return journal_; }
   const std::wstring& currentUserSid() const { return currentUserSid_; }
 
@@ -216,16 +128,10 @@ class World {
   // The log and the journal, for a failure report.
   std::string detail() const {
     return indented("journal of the doubles (" + narrow(journal_) + ")", journalLines()) +
-           indented("library log, last lines (" + narrow(logFile()) + ")", completeLines(readFile(logFile())), 60);
+           indented("library log, last lines (" + narrow(logFile()) + ")", logLines(), 60);
   }
 
  private:
-  std::wstring root_;
-  std::wstring hostFolder_;
-  std::wstring localAppData_;
-  std::wstring allUsersProfile_;
-  std::wstring appData_;
-  std::wstring recorderLog_;
   std::wstring journal_;
   std::wstring currentUserSid_;
   HRESULT serviceFailure_ = S_OK;
@@ -882,7 +788,7 @@ void DeploymentDoubleAnswersTheCurrentUserOnly(const std::wstring&) {
   if (FAILED(hr)) fail("the package manager does not answer IPackageManager: " + hex(hr));
 
   std::vector<std::wstring> expected;
-  for (const FixturePackage& package : fixturePackages()) {
+  for (const TestPackage& package : fixturePackages()) {
     expected.push_back(std::wstring(package.familyName) + L" " + world.packageFolder(package));
   }
 

@@ -23,14 +23,8 @@
 # WINEDEBUG=-all. Exits non-zero with a message on failure.
 
 set -euo pipefail
-. "$(dirname "$0")/../wine_reg.sh"
-
-export WINEDEBUG=-all
-
-die() {
-    echo "register_doubles.sh: $*" >&2
-    exit 1
-}
+# The prefix script's helpers: die, run_wine, expect_registered, wine_reg.
+. "$(dirname "$0")/../wine_prefix.sh"
 
 usage() {
     echo "usage: register_doubles.sh register DEPLOYMENT_SERVICE_DLL ACTIVATION_MANAGER_DLL" >&2
@@ -41,32 +35,6 @@ usage() {
 readonly RUNTIME_CLASS='HKLM\Software\Microsoft\WindowsRuntime\ActivatableClassId\Windows.Management.Deployment.PackageManager'
 readonly COM_CLASS='HKLM\Software\Classes\CLSID\{45BA127D-10A8-46EA-8AB7-56EA9078943C}'
 readonly WINDOWS_FOLDER='C:\kel\deployment'
-
-# Output of wine goes to a file, never to a pipe: services that wine starts
-# inherit the handles and would keep a pipe open.
-WINE_OUTPUT=$(mktemp "${TMPDIR:-/tmp}/register_doubles.XXXXXX")
-trap 'rm -f "$WINE_OUTPUT"' EXIT
-run_wine() {
-    local what="$1"
-    shift
-    if ! "$@" >"$WINE_OUTPUT" 2>&1 </dev/null; then
-        cat "$WINE_OUTPUT" >&2
-        die "$what failed"
-    fi
-}
-
-# Fails unless `wine_reg query KEY [ARGS]` shows every one of the texts.
-expect_registered() {
-    local key="$1" args="$2"
-    shift 2
-    # shellcheck disable=SC2086
-    run_wine "reading back $key" wine_reg query "$key" $args
-    local text
-    for text in "$@"; do
-        grep -qF -- "$text" "$WINE_OUTPUT" ||
-            die "$key reads back without '$text': $(tr -d '\r' <"$WINE_OUTPUT")"
-    done
-}
 
 prefix_folder() {
     [ -n "${WINEPREFIX:-}" ] || die "WINEPREFIX is not set"

@@ -150,94 +150,30 @@ bool clipboardHasText() {
 // ---------------------------------------------------------------------------
 // The world a test runs in
 
-const wchar_t kStartMenuPrograms[] = L"\\Microsoft\\Windows\\Start Menu\\Programs";
-
 // Every test runs in a private copy of this program, KelSearchHost.exe.
 const PrivateHost kPrivateHost = {L"kelsearch", L"KelSearchHost.exe", L"KEL_SEARCH_ROOT", L"KEL_SEARCH_REPORT",
                                   L"KEL_SEARCH_KEEP", 150000};
 
-// The installed test packages of the deployment double: family name, full
-// name, identity name, version, folder, and the manifest's one application
-// (display name, short name).
-struct FixturePackage {
-  const wchar_t* familyName;
-  const wchar_t* fullName;
-  const wchar_t* name;
-  const wchar_t* version;
-  const wchar_t* folder;
-  const wchar_t* displayName;
-  const wchar_t* shortName;
-};
-
 const wchar_t kReader[] = L"Kel.Reader_1a2b3c4d5e6f7";
 const wchar_t kUnknown[] = L"Kel.Unknown_0a0a0a0a0a0a0";
 
-const FixturePackage kFixturePackages[] = {
-    {kReader, L"Kel.Reader_1.2.3.4_x64__1a2b3c4d5e6f7", L"Kel.Reader", L"1.2.3.4", L"Reader", L"Kel Reader",
-     L"Reader"},
+// The installed test packages of the deployment double, one application
+// each.
+const TestPackage kFixturePackages[] = {
+    {kReader, L"Kel.Reader_1.2.3.4_x64__1a2b3c4d5e6f7", L"Kel.Reader", L"1.2.3.4", L"Reader",
+     {{L"App", L"Kel Reader", L"Reader"}}},
     {L"Kel.ReaderNotes_9z8y7x6w5v4u3", L"Kel.ReaderNotes_1.0.0.0_x64__9z8y7x6w5v4u3", L"Kel.ReaderNotes",
-     L"1.0.0.0", L"ReaderNotes", L"Kel Reader Notes", L"Notes"},
+     L"1.0.0.0", L"ReaderNotes", {{L"App", L"Kel Reader Notes", L"Notes"}}},
     {L"Kel.Album_4u5v6w7x8y9z0", L"Kel.Album_3.0.0.0_x64__4u5v6w7x8y9z0", L"Kel.Album", L"3.0.0.0", L"Album",
-     L"Kel Album", L"Album"},
+     {{L"App", L"Kel Album", L"Album"}}},
 };
 
-std::wstring manifestFor(const FixturePackage& package) {
-  return L"<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n"
-         L"<Package xmlns=\"http://schemas.microsoft.com/appx/2010/manifest\">\r\n"
-         L"  <Identity Name=\"" + std::wstring(package.name) + L"\" Publisher=\"CN=Kelbrook Test Packages\" Version=\"" +
-         package.version + L"\" ProcessorArchitecture=\"x64\" />\r\n"
-         L"  <Properties>\r\n"
-         L"    <DisplayName>" + std::wstring(package.name) + L"</DisplayName>\r\n"
-         L"    <PublisherDisplayName>Kelbrook Tests</PublisherDisplayName>\r\n"
-         L"    <Logo>Assets\\StoreLogo.png</Logo>\r\n"
-         L"  </Properties>\r\n"
-         L"  <Prerequisites>\r\n"
-         L"    <OSMinVersion>6.2.1</OSMinVersion>\r\n"
-         L"    <OSMaxVersionTested>6.2.1</OSMaxVersionTested>\r\n"
-         L"  </Prerequisites>\r\n"
-         L"  <Resources>\r\n"
-         L"    <Resource Language=\"en-us\" />\r\n"
-         L"  </Resources>\r\n"
-         L"  <Applications>\r\n"
-         L"    <Application Id=\"App\" Executable=\"App.exe\" EntryPoint=\"App.App\">\r\n"
-         L"      <VisualElements DisplayName=\"" + std::wstring(package.displayName) +
-         L"\" Logo=\"Assets\\Logo.png\" SmallLogo=\"Assets\\SmallLogo.png\" Description=\"Test\""
-         L" ForegroundText=\"light\" BackgroundColor=\"#464646\">\r\n"
-         L"        <DefaultTile ShowName=\"allLogos\" ShortName=\"" + std::wstring(package.shortName) + L"\" />\r\n"
-         L"        <SplashScreen Image=\"Assets\\SplashScreen.png\" />\r\n"
-         L"      </VisualElements>\r\n"
-         L"    </Application>\r\n"
-         L"  </Applications>\r\n"
-         L"</Package>\r\n";
-}
-
-class World {
+class World : public HostWorld {
  public:
-  World() {
-    root_ = environmentValue(kPrivateHost.rootVariable);
-    if (root_.empty()) fail("KEL_SEARCH_ROOT is not set (run through search_tests.exe DLLPATH DESKTOPEXE TESTNAME)");
-    hostFolder_ = programFolder();
+  World() : HostWorld(kPrivateHost, "search_tests.exe DLLPATH DESKTOPEXE TESTNAME") {}
 
-    localAppData_ = root_ + L"\\LocalAppData";
-    allUsersProfile_ = root_ + L"\\ProgramData";
-    appData_ = root_ + L"\\Roaming";
-    makeFolders(localAppData_ + L"\\Osk\\Kelbrook");
-    makeFolders(commonPrograms());
-    makeFolders(userPrograms());
-    setEnvironment(L"LOCALAPPDATA", localAppData_);
-    setEnvironment(L"ALLUSERSPROFILE", allUsersProfile_);
-    setEnvironment(L"APPDATA", appData_);
-    setEnvironment(L"KEL_RECORDER_LOG", recorderLog());
-  }
-
-  std::wstring commonPrograms() const { return allUsersProfile_ + kStartMenuPrograms; }
-  std::wstring userPrograms() const { return appData_ + kStartMenuPrograms; }
-  std::wstring presetPath() const { return hostFolder_ + L"\\PresetAppNameList.xml"; }
-  std::wstring dataFile() const { return localAppData_ + L"\\Osk\\Kelbrook\\KelSearchHost\\AppNameList1.0.4.0.xml"; }
-  std::wstring logFile() const { return localAppData_ + L"\\Osk\\Kelbrook\\KelbrookLogFS.txt"; }
-  std::wstring eventsFile() const { return root_ + L"\\events.txt"; }
-  std::wstring recorderLog() const { return root_ + L"\\recorder.txt"; }
-  std::wstring journal() const { return root_ + L"\\journal.txt"; }
+  std::wstring eventsFile() const { return root() + L"\\events.txt"; }
+  std::wstring journal() const { return root() + L"\\journal.txt"; }
 
   // A Start menu shortcut: an empty file is enough, the library reads only
   // the names.
@@ -250,22 +186,13 @@ class World {
   // The packages' installed folders with their manifests, and the fixture
   // that makes the deployment double serve them.
   void installPackages() const {
-    std::wstring fixture = L"; The deployment service of the search tests.\r\n[Doubles]\r\nJournal=" + journal() +
-                           L"\r\n\r\n";
-    for (const FixturePackage& package : kFixturePackages) {
-      const std::wstring folder = root_ + L"\\Packages\\" + package.folder;
-      makeFolders(folder);
-      writeText(folder + L"\\AppxManifest.xml", manifestFor(package));
-      fixture += L"[Package]\r\nFamilyName=" + std::wstring(package.familyName) + L"\r\nFullName=" + package.fullName +
-                 L"\r\nName=" + package.name + L"\r\nVersion=" + package.version + L"\r\nInstalledLocation=" + folder +
-                 L"\r\n\r\n";
+    std::wstring fixture = fixtureHeader(L"The deployment service of the search tests.", journal());
+    for (const TestPackage& package : kFixturePackages) {
+      installPackage(package);
+      fixture += fixturePackageSection(package, packageFolder(package));
     }
-    const std::wstring fixturePath = root_ + L"\\deployment.ini";
-    writeText(fixturePath, fixture);
-    setEnvironment(L"KEL_DEPLOYMENT_FIXTURE", fixturePath);
+    writeFixture(fixture);
   }
-
-  std::vector<std::string> logLines() const { return completeLines(readFile(logFile())); }
 
   // The end of the log, the catalogue file and the doubles' journal, for a
   // failure report.
@@ -275,13 +202,6 @@ class World {
     if (fileExists(journal())) text += indented("journal of the deployment double", completeLines(readFile(journal())));
     return text;
   }
-
- private:
-  std::wstring root_;
-  std::wstring hostFolder_;
-  std::wstring localAppData_;
-  std::wstring allUsersProfile_;
-  std::wstring appData_;
 };
 
 // The catalogue of the exclusion tests. The preset beside the host names

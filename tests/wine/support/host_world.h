@@ -1,0 +1,161 @@
+// The world a test runs in inside a private host (runner.h, PrivateHost):
+// the private folder the parent made, with LOCALAPPDATA, ALLUSERSPROFILE and
+// APPDATA pointed into it and both Start menu folders present; the preset
+// list beside the host and the library's files; the installed test packages
+// with their manifests; and the fixture file that tells the doubles of the
+// deployment service and the activation manager what to answer
+// (docs/wine-doubles.md).
+#pragma once
+
+#include "support/windows_headers.h"
+
+#include <string>
+#include <vector>
+
+#include "deployment/double_fixture.h"
+#include "support/failure.h"
+#include "support/files.h"
+#include "support/runner.h"
+#include "support/text.h"
+
+namespace wine_test {
+
+inline constexpr wchar_t kStartMenuPrograms[] = L"\\Microsoft\\Windows\\Start Menu\\Programs";
+
+// One application of a package's manifest: its Id and the names the
+// library reads.
+struct ManifestApplication {
+  const wchar_t* id;
+  const wchar_t* displayName;
+  const wchar_t* shortName;
+};
+
+// An installed test package: family name, full name, identity name,
+// version, installed folder name and the manifest's applications.
+struct TestPackage {
+  const wchar_t* familyName;
+  const wchar_t* fullName;
+  const wchar_t* name;
+  const wchar_t* version;
+  const wchar_t* folder;
+  std::vector<ManifestApplication> applications;
+};
+
+// The package's AppxManifest.xml, shaped as the packaging tools write it.
+inline std::wstring manifestFor(const TestPackage& package) {
+  std::wstring text =
+      L"<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n"
+      L"<Package xmlns=\"http://schemas.microsoft.com/appx/2010/manifest\">\r\n"
+      L"  <Identity Name=\"" + std::wstring(package.name) + L"\" Publisher=\"CN=Kelbrook Test Packages\" Version=\"" +
+      package.version + L"\" ProcessorArchitecture=\"x64\" />\r\n"
+      L"  <Properties>\r\n"
+      L"    <DisplayName>" + std::wstring(package.name) + L"</DisplayName>\r\n"
+      L"    <PublisherDisplayName>Kelbrook Tests</PublisherDisplayName>\r\n"
+      L"    <Logo>Assets\\StoreLogo.png</Logo>\r\n"
+      L"  </Properties>\r\n"
+      L"  <Prerequisites>\r\n"
+      L"    <OSMinVersion>6.2.1</OSMinVersion>\r\n"
+      L"    <OSMaxVersionTested>6.2.1</OSMaxVersionTested>\r\n"
+      L"  </Prerequisites>\r\n"
+      L"  <Resources>\r\n"
+      L"    <Resource Language=\"en-us\" />\r\n"
+      L"  </Resources>\r\n"
+      L"  <Applications>\r\n";
+  for (const ManifestApplication& application : package.applications) {
+    text += L"    <Application Id=\"" + std::wstring(application.id) +
+            L"\" Executable=\"App.exe\" EntryPoint=\"App.App\">\r\n"
+            L"      <VisualElements DisplayName=\"" + std::wstring(application.displayName) +
+            L"\" Logo=\"Assets\\Logo.png\" SmallLogo=\"Assets\\SmallLogo.png\" Description=\"Test\""
+            L" ForegroundText=\"light\" BackgroundColor=\"#464646\">\r\n"
+            L"        <DefaultTile ShowName=\"allLogos\" ShortName=\"" + std::wstring(application.shortName) +
+            L"\" />\r\n"
+            L"        <SplashScreen Image=\"Assets\\SplashScreen.png\" />\r\n"
+            L"      </VisualElements>\r\n"
+            L"    </Application>\r\n";
+  }
+  text += L"  </Applications>\r\n</Package>\r\n";
+  return text;
+}
+
+// The start of a fixture file: a comment line and the journal the doubles
+// record every call in.
+inline std::wstring fixtureHeader(const std::wstring& comment, const std::wstring& journal) {
+  return L"; " + comment + L"\r\n[Doubles]\r\nJournal=" + journal + L"\r\n\r\n";
+}
+
+// The fixture's section that makes the deployment service list the package
+// as installed in `location`.
+inline std::wstring fixturePackageSection(const TestPackage& package, const std::wstring& location) {
+  return L"[Package]\r\nFamilyName=" + std::wstring(package.familyName) + L"\r\nFullName=" + package.fullName +
+         L"\r\nName=" + package.name + L"\r\nVersion=" + package.version + L"\r\nInstalledLocation=" + location +
+         L"\r\n\r\n";
+}
+
+class HostWorld {
+ public:
+  // `usage` is how the program is run, for the failure when the private
+  // folder is not given.
+  HostWorld(const PrivateHost& host, const char* usage) {
+    root_ = environmentValue(host.rootVariable);
+    if (root_.empty()) fail(narrow(host.rootVariable) + " is not set (run through " + usage + ")");
+    hostFolder_ = programFolder();
+    // The library names its data folder after the host: the name cut at its
+    // first dot.
+    const std::wstring exeName = host.exeName;
+    dataFolderName_ = exeName.substr(0, exeName.find(L'.'));
+
+    useLocalAppData(L"LocalAppData");
+    allUsersProfile_ = root_ + L"\\ProgramData";
+    appData_ = root_ + L"\\Roaming";
+    makeFolders(commonPrograms());
+    makeFolders(userPrograms());
+    setEnvironment(L"ALLUSERSPROFILE", allUsersProfile_);
+    setEnvironment(L"APPDATA", appData_);
+    setEnvironment(L"KEL_RECORDER_LOG", recorderLog());
+  }
+
+  // Points LOCALAPPDATA at a new folder under the root, with the folder the
+  // log goes to.
+  void useLocalAppData(const std::wstring& name) {
+    localAppData_ = root_ + L"\\" + name;
+    makeFolders(localAppData_ + L"\\Osk\\Kelbrook");
+    setEnvironment(L"LOCALAPPDATA", localAppData_);
+  }
+
+  // The package's installed folder with its manifest.
+  void installPackage(const TestPackage& package) const {
+    const std::wstring folder = packageFolder(package);
+    makeFolders(folder);
+    writeText(folder + L"\\AppxManifest.xml", manifestFor(package));
+  }
+
+  // Writes the fixture file and names it to the doubles loaded from now on.
+  void writeFixture(const std::wstring& text) const {
+    writeText(fixturePath(), text);
+    setEnvironment(deployment_double::kFixtureVariable, fixturePath());
+  }
+
+  const std::wstring& root() const { return root_; }
+  const std::wstring& allUsersProfile() const { return allUsersProfile_; }
+  const std::wstring& appData() const { return appData_; }
+  std::wstring commonPrograms() const { return allUsersProfile_ + kStartMenuPrograms; }
+  std::wstring userPrograms() const { return appData_ + kStartMenuPrograms; }
+  std::wstring packageFolder(const TestPackage& package) const { return root_ + L"\\Packages\\" + package.folder; }
+  std::wstring fixturePath() const { return root_ + L"\\deployment.ini"; }
+  std::wstring recorderLog() const { return root_ + L"\\recorder.txt"; }
+  std::wstring presetPath() const { return hostFolder_ + L"\\PresetAppNameList.xml"; }
+  std::wstring dataFolder() const { return localAppData_ + L"\\Osk\\Kelbrook\\" + dataFolderName_; }
+  std::wstring dataFile() const { return dataFolder() + L"\\AppNameList1.0.4.0.xml"; }
+  std::wstring logFile() const { return localAppData_ + L"\\Osk\\Kelbrook\\KelbrookLogFS.txt"; }
+  std::vector<std::string> logLines() const { return completeLines(readFile(logFile())); }
+
+ private:
+  std::wstring root_;
+  std::wstring hostFolder_;
+  std::wstring dataFolderName_;
+  std::wstring localAppData_;
+  std::wstring allUsersProfile_;
+  std::wstring appData_;
+};
+
+}  // namespace wine_test

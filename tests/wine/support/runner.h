@@ -1,0 +1,243 @@
+// Running one named test of a program's table: in this process, or in a
+// private copy of the program (PrivateHost) with a folder of its own.
+#pragma once
+
+#include "support/windows_headers.h"
+
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <functional>
+#include <string>
+
+#include "support/failure.h"
+#include "support/files.h"
+#include "support/text.h"
+
+namespace wine_test {
+
+// ---------------------------------------------------------------------------
+// Running one named test
+
+inline const char* g_currentTest = "";  // for reports made outside the test's own flow
+
+// Where reports go: a file the parent of a private host prints, or, when
+// empty, the output.
+inline std::wstring& reportPath() {
+  static std::wstring path;
+  return path;
+}
+
+inline void report(const std::string& text) {
+  if (reportPath().empty()) {
+    printf("%s", text.c_str());
+    fflush(stdout);
+    return;
+  }
+  HANDLE file = CreateFileW(reportPath().c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                            OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file != INVALID_HANDLE_VALUE) {
+    DWORD written = 0;
+    WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+    CloseHandle(file);
+  }
+}
+
+// A crash in the library still gives a FAIL line before the process ends.
+inline LONG WINAPI reportCrash(EXCEPTION_POINTERS* info) {
+  report(format("FAIL %s: crashed with exception 0x%08lX\n", g_currentTest,
+                static_cast<unsigned long>(info->ExceptionRecord->ExceptionCode)));
+  return EXCEPTION_EXECUTE_HANDLER;
+}
+
+// Runs the test and reports "PASS name", or "FAIL name: reason" with the
+// detail under it. Exit code 0 on PASS, 1 on FAIL.
+inline int runTest(const char* name, const std::function<void()>& test) {
+  g_currentTest = name;
+  SetUnhandledExceptionFilter(reportCrash);
+  try {
+    test();
+  } catch (const TestFailure& failure) {
+    report("FAIL " + std::string(name) + ": " + failure.reason + "\n" + failure.detail);
+    return 1;
+  } catch (const std::exception& exception) {
+    report("FAIL " + std::string(name) + ": exception " + exception.what() + "\n");
+    return 1;
+  }
+  report("PASS " + std::string(name) + "\n");
+  return 0;
+}
+
+// The test of this name in a program's table; an unknown name is reported
+// and gives null.
+template <typename Test, std::size_t N>
+const Test* findTest(const Test (&tests)[N], const std::string& name) {
+  for (const Test& test : tests) {
+    if (name == test.name) return &test;
+  }
+  printf("unknown test %s\n", name.c_str());
+  return nullptr;
+}
+
+// Exit code 2, for bad usage.
+template <typename Test, std::size_t N>
+int usage(const char* synopsis, const Test (&tests)[N]) {
+  printf("usage: %s\ntests:\n", synopsis);
+  for (const Test& test : tests) printf("  %s\n", test.name);
+  return 2;
+}
+
+// Wine maps the Unix root to drive Z:, so a Unix path from the build system
+// is reachable as Z:<path>.
+inline std::wstring usablePath(const std::wstring& path) {
+  if (!path.empty() && path[0] == L'/' && !fileExists(path) && fileExists(L"Z:" + path)) return L"Z:" + path;
+  return path;
+}
+
+// The whole main of a program whose tests take the DLL's path:
+// `PROGRAM DLLPATH TESTNAME`. Runs the named test of `tests` (each with a
+// `name` and a `run(const std::wstring& dllPath)`), or reports bad usage.
+template <typename Test, std::size_t N>
+int runDllTestNamedOnCommandLine(const char* synopsis, const Test (&tests)[N]) {
+  int argc = 0;
+  LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
+  if (argv == nullptr || argc != 3) return usage(synopsis, tests);
+  const std::wstring dllPath = usablePath(argv[1]);
+  const std::string name = narrow(argv[2]);
+  LocalFree(argv);
+  const Test* test = findTest(tests, name);
+  if (test == nullptr) return usage(synopsis, tests);
+  return runTest(test->name, [&] { test->run(dllPath); });
+}
+
+// The path of this program's executable.
+inline std::wstring programPath() {
+  wchar_t path[MAX_PATH + 1] = {};
+  GetModuleFileNameW(nullptr, path, MAX_PATH);
+  return path;
+}
+
+// The folder the executable is in, where a host keeps its preset files.
+inline std::wstring programFolder() {
+  const std::wstring path = programPath();
+  return path.substr(0, path.find_last_of(L'\\'));
+}
+
+// For a test that runs in another folder.
+inline std::wstring absolutePath(const std::wstring& path) {
+  wchar_t full[MAX_PATH + 1];
+  const DWORD length = GetFullPathNameW(path.c_str(), MAX_PATH + 1, full, nullptr);
+  return length > 0 && length <= MAX_PATH ? std::wstring(full) : path;
+}
+
+// ---------------------------------------------------------------------------
+// Tests in a private host
+
+// A program whose every test runs in a host of its own: the parent creates a
+// private folder under %TEMP%, copies the program there as host\<exeName> and
+// runs that copy in its folder; the copy runs the one named test and writes
+// its report to a file that the parent then prints. The private folder and
+// the report file reach the copy through environment variables. So each test
+// has its own host folder, host name and freshly loaded library, and the
+// folder goes away afterwards.
+struct PrivateHost {
+  const wchar_t* folderPrefix;    // of the private folder's name
+  const wchar_t* exeName;         // the copy's file name
+  const wchar_t* rootVariable;    // names the private folder to the copy
+  const wchar_t* reportVariable;  // names the report file to the copy
+  const wchar_t* keepVariable;    // 1 keeps the folder for a look at what the test left
+  DWORD limitMs;                  // the copy is stopped after this long
+};
+
+// In the copy: the test itself, reported to the parent's file.
+inline int runInHost(const PrivateHost& host, const char* name, const std::function<void()>& test) {
+  reportPath() = environmentValue(host.reportVariable);
+  return runTest(name, test);
+}
+
+// Starts the copy in its folder and waits for it (bounded); gives whether it
+// ended in time, and then its exit code.
+inline bool runCopy(const std::wstring& exe, std::wstring commandLine, const std::wstring& folder, DWORD limitMs,
+                    DWORD& code) {
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION process = {};
+  if (!CreateProcessW(exe.c_str(), &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr, folder.c_str(), &startup,
+                      &process)) {
+    fail(format("cannot start %s (error %lu)", narrow(exe).c_str(), GetLastError()));
+  }
+  CloseHandle(process.hThread);
+  const bool ended = WaitForSingleObject(process.hProcess, limitMs) == WAIT_OBJECT_0;
+  code = 1;
+  if (ended) {
+    GetExitCodeProcess(process.hProcess, &code);
+  } else {
+    TerminateProcess(process.hProcess, 1);
+    WaitForSingleObject(process.hProcess, 10000);
+  }
+  CloseHandle(process.hProcess);
+  return ended;
+}
+
+inline void removePrivateFolder(const PrivateHost& host, const std::wstring& root) {
+  if (environmentValue(host.keepVariable) == L"1") {
+    printf("kept %s\n", narrow(root).c_str());
+    fflush(stdout);
+    return;
+  }
+  // A handler started by the shell may still be closing its file: a few tries.
+  if (!waitUntil([&] { return removeTree(root); }, 5000)) printf("note: could not remove %s\n", narrow(root).c_str());
+  fflush(stdout);
+}
+
+// In the parent: creates the private folder, runs the test in a copy of this
+// program there with `arguments` and the test's name, prints its report and
+// removes the folder. `beforeStart` runs once the folder is ready; when the
+// copy has passed, `afterExit` looks at the private folder and gives what is
+// wrong, or nothing.
+inline int runInPrivateHost(const PrivateHost& host, const char* name, const std::wstring& arguments,
+                            const std::function<void()>& beforeStart = nullptr,
+                            const std::function<std::string(const std::wstring& root)>& afterExit = nullptr) {
+  std::wstring root;
+  try {
+    root = createTempFolder(host.folderPrefix);
+  } catch (const TestFailure& failure) {
+    printf("FAIL %s: %s\n", name, failure.reason.c_str());
+    return 1;
+  }
+  int exitCode = 1;
+  try {
+    const std::wstring hostFolder = root + L"\\host";
+    makeFolders(hostFolder);
+    const std::wstring exe = hostFolder + L"\\" + host.exeName;
+    if (!CopyFileW(programPath().c_str(), exe.c_str(), FALSE)) fail(format("cannot copy the test program (error %lu)", GetLastError()));
+    const std::wstring reportFile = root + L"\\report.txt";
+    setEnvironment(host.rootVariable, root);
+    setEnvironment(host.reportVariable, reportFile);
+    if (beforeStart) beforeStart();
+
+    DWORD code = 1;
+    const std::wstring commandLine = L"\"" + exe + L"\" " + arguments + L" " + std::wstring(name, name + strlen(name));
+    const bool ended = runCopy(exe, commandLine, hostFolder, host.limitMs, code);
+    const std::string text = readFile(reportFile);
+    const std::string problem = ended && code == 0 && !text.empty() && afterExit ? afterExit(root) : std::string();
+    if (!ended) {
+      printf("%sFAIL %s: the test did not end within %lu s and was stopped\n", text.c_str(), name,
+             static_cast<unsigned long>(host.limitMs / 1000));
+    } else if (text.empty()) {
+      printf("FAIL %s: the test ended with exit code %lu and wrote no report\n", name, code);
+    } else if (!problem.empty()) {
+      printf("FAIL %s: after the host ended: %s", name, problem.c_str());
+    } else {
+      printf("%s", text.c_str());
+      exitCode = static_cast<int>(code);
+    }
+  } catch (const TestFailure& failure) {
+    printf("FAIL %s: %s\n%s", name, failure.reason.c_str(), failure.detail.c_str());
+    exitCode = 1;
+  }
+  removePrivateFolder(host, root);
+  return exitCode;
+}
+
+}  // namespace wine_test
