@@ -173,7 +173,7 @@ const std::vector<WString>& SearchedNames() {
 
 std::size_t StoredStringBytes(const CKELAppNameList& list) {
   std::size_t total = 0;
-  auto add = [&](const WString& text) {
+  auto add = [&](std::u16string_view text) {
     if (!text.empty()) total += (text.size() + 1) * sizeof(char16_t);
   };
   for (const auto& package : list.Packages()) {
@@ -181,17 +181,17 @@ std::size_t StoredStringBytes(const CKELAppNameList& list) {
     add(package->FullName);
     add(package->Name);
     for (const auto& app : package->Applications()) {
-      add(app->DisplayName);
-      add(app->RubyDisplayName);
-      add(app->ShortName);
-      add(app->RubyShortName);
+      add(app->DisplayName());
+      add(app->RubyDisplayName());
+      add(app->ShortName());
+      add(app->RubyShortName());
     }
   }
   for (const auto& app : list.DesktopApps()) {
-    add(app->DisplayName);
-    add(app->RubyDisplayName);
-    add(app->LocalizeName);
-    add(app->LnkFileName);
+    add(app->DisplayName());
+    add(app->RubyDisplayName());
+    add(app->LocalizeName());
+    add(app->LnkFileName());
   }
   return total;
 }

@@ -63,7 +63,7 @@ TEST_F(CatalogueRefreshUnderLoad, SearchesSeeWholeApplicationsWhileAPackageIsRef
   EXPECT_EQ(failures.load(), 0);
   ASSERT_EQ(list.Packages().size(), 1u);
   ASSERT_EQ(list.Packages().front()->Applications().size(), 1u);
-  EXPECT_EQ(list.Packages().front()->Applications().front()->DisplayName, u"mail box");
+  EXPECT_EQ(list.Packages().front()->Applications().front()->DisplayName(), u"mail box");
 }
 
 TEST_F(CatalogueRefreshUnderLoad, RefreshBoundToEmptiedRecordsIsRefusedAndTouchesNothing) {
