@@ -61,7 +61,7 @@ std::size_t CKELApp::TrailingBytes(const std::u16string_view (&texts)[kStrings])
 }
 
 CKELApp::CKELApp(char16_t* strings, const std::u16string_view (&texts)[kStrings], unsigned lowered) noexcept
-    : strings_(strings) {
+    : stringsAt_(static_cast<std::uint32_t>(reinterpret_cast<char*>(strings) - reinterpret_cast<char*>(this))) {
   std::uint32_t at = 0;
   for (int i = 0; i < kStrings; ++i) {
     const std::u16string_view text = texts[i];

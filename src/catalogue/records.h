@@ -113,15 +113,18 @@ class CKELApp {
 
   RecordText Text(int index) const noexcept {
     const std::uint32_t begin = index == 0 ? 0 : ends_[index - 1] + 1;
-    return RecordText(strings_ + begin, ends_[index] - begin);
+    const auto* strings = reinterpret_cast<const char16_t*>(reinterpret_cast<const char*>(this) + stringsAt_);
+    return RecordText(strings + begin, ends_[index] - begin);
   }
 
  private:
   mutable std::atomic<std::uint32_t> references_{1};
-  // Where each string ends (at its NUL), in units from strings_; each
+  // Where the strings begin, in bytes from this object: an offset rather
+  // than a pointer keeps the record's own part to half a cache line.
+  std::uint32_t stringsAt_;
+  // Where each string ends (at its NUL), in units from the first; each
   // begins after the NUL of the one before.
   std::uint32_t ends_[kStrings];
-  const char16_t* strings_;
 };
 
 class CKELMetroApp final : public CKELApp {
