@@ -427,8 +427,12 @@ HRESULT CKELAppNameList::GetExcludeAppNameList(const char16_t* searchWord, Exclu
   CatalogueLock lock(m_Lock);
   // Positions are indexes: the lists may grow (and move) while a record has
   // let go of the lock. Each record's own result is only traced.
+  // Records leave only when the catalogue is emptied: a walk that meets
+  // that leaves the package it was at untouched and ends.
+  const WalkGeneration walk{&m_Generation, m_Generation};
   for (std::size_t i = 0; i < m_Packages.size(); ++i) {
-    (void)m_Packages[i]->AddAppNameToExcludeList(searchWord, word, excludeList, &flag);
+    const HRESULT hr = m_Packages[i]->AddAppNameToExcludeList(searchWord, word, excludeList, &flag, &walk);
+    if (hr == E_ABORT) break;
     if (flag) *pFound = 1;
   }
   for (std::size_t i = 0; i < m_DesktopApps.size(); ++i) {

@@ -343,16 +343,29 @@ HRESULT CKELPackage::AddAppNameToExcludeList(const char16_t* searchWord, Exclude
 }
 
 HRESULT CKELPackage::AddAppNameToExcludeList(const char16_t* searchWord, const WString* lowered,
-                                             ExcludeAppNameList* excludeList, BOOL* pFound) {
+                                             ExcludeAppNameList* excludeList, BOOL* pFound,
+                                             const WalkGeneration* walk) {
   constexpr char16_t kName[] = u"CKELPackage::AddAppNameToExcludeList";
   WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
   if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return TraceExit(kName, E_POINTER);
   if (searchWord[0] == 0) return TraceExit(kName, E_INVALIDARG);
   BOOL installed = 1;
   {
+    // The name is asked about from a copy: the record may be gone by the
+    // time the answer comes (the copy fits on the stack for every real name).
+    char16_t shortCopy[kMaxPath];
+    WString longCopy;
+    const char16_t* familyName = shortCopy;
+    if (PackageFamilyName.size() < kMaxPath) {
+      std::memcpy(shortCopy, PackageFamilyName.c_str(), (PackageFamilyName.size() + 1) * sizeof(char16_t));
+    } else {
+      longCopy = PackageFamilyName;
+      familyName = longCopy.c_str();
+    }
     CatalogueUnlocked unlocked;  // the deployment service may take its time
-    if (Failed(KelIsInstalledW(PackageFamilyName.c_str(), &installed))) installed = 1;
+    if (Failed(KelIsInstalledW(familyName, &installed))) installed = 1;
   }
+  if (walk != nullptr && *walk->current != walk->expected) return E_ABORT;  // the record is gone
   IsInstalled = installed;
   if (!IsInstalled) return S_FALSE;  // an uninstalled package contributes nothing
 

@@ -202,6 +202,14 @@ class CKELDesktopApp final : public CKELApp {
 
 using PackageVersion = platform::PackageVersion;
 
+// The emptyings of the catalogue a walk over it began after: once the count
+// moves on while the walk has let go of the lock, the record it was at is
+// gone and must not be touched.
+struct WalkGeneration {
+  const std::uint64_t* current;
+  std::uint64_t expected;
+};
+
 class CKELPackage {
  public:
   // From the platform's package; a failing query throws PlatformError.
@@ -221,8 +229,11 @@ class CKELPackage {
                                                 BOOL* pFound);
   // The same with the word already lower-cased by the caller (`lowered`
   // null: each application lower-cases it).
+  // `walk`, when given, is checked after the installed check: E_ABORT,
+  // without touching the record, when the catalogue was emptied meanwhile.
   [[nodiscard]] HRESULT AddAppNameToExcludeList(const char16_t* searchWord, const WString* lowered,
-                                                ExcludeAppNameList* excludeList, BOOL* pFound);
+                                                ExcludeAppNameList* excludeList, BOOL* pFound,
+                                                const WalkGeneration* walk = nullptr);
   [[nodiscard]] HRESULT ToXmlNode(xml::XmlWriter* writer) const;
   [[nodiscard]] static HRESULT FromXmlNode(xml::XmlReader* reader, CKELPackage** ppPackage);
 
