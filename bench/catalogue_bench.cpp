@@ -16,7 +16,9 @@
 #include <cstdio>
 #include <pugixml.hpp>
 
-#include "bench_support.h"
+#include "catalogue_data.h"
+#include "quick_platform.h"
+#include "scoped_platform.h"
 #include "contest.h"
 #include "frame/format.h"
 
@@ -207,7 +209,7 @@ void BM_Save(benchmark::State& state) {
   fakes::ScopedFakePlatform fake;
   fake->AddFile(kFile, bytes);
   CKELAppNameList list;
-  list.Load(kFile.c_str());
+  (void)list.Load(kFile.c_str());  // ends at the open root; the records are checked by size
   const Utf8Records& records = PeerRecords();
   std::size_t ours = 0, theirs = 0;
   Contest(state, 1,

@@ -11,7 +11,9 @@
 // system.
 #include <benchmark/benchmark.h>
 
-#include "bench_support.h"
+#include "catalogue_data.h"
+#include "quick_platform.h"
+#include "scoped_platform.h"
 #include "contest.h"
 #include "frame/exports.h"
 
@@ -44,7 +46,7 @@ void ExcludeContest(benchmark::State& state, fakes::FakePlatform& platform) {
   ScopedPlatform installed(platform);
   platform.AddFile(kFile, bytes);
   CKELAppNameList list;
-  list.Load(kFile.c_str());
+  (void)list.Load(kFile.c_str());  // ends at the open root; the records are checked by size
   const std::vector<WString>& names = SearchedNames();
   std::size_t excluded = 0, hits = 0;
   Contest(state, 1,

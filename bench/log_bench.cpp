@@ -9,7 +9,8 @@
 
 #include <cstdio>
 
-#include "bench_support.h"
+#include "posix_file_platform.h"
+#include "scoped_platform.h"
 #include "contest.h"
 #include "empty_trace.h"
 #include "frame/log.h"

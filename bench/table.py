@@ -18,19 +18,21 @@ import sys
 #   info:    no goal, the cost is shown for what it is
 TIMED_ROWS = [
     ("1. Catalogue load, recording fake vs libxml2 xmlTextReader walk",
-     "BM_Load_RecordingFake", "kelbrook", "libxml2", "faster", 1.5),
+     "BM_Load_RecordingFake", "kelbrook", "libxml2", "faster", 2.0),
     ("1. Catalogue load, recording fake vs pugixml parse",
-     "BM_Load_RecordingFake", "kelbrook", "pugixml", "within", 3.0),
+     "BM_Load_RecordingFake", "kelbrook", "pugixml", "within", 2.0),
     ("1. Catalogue load, quick platform vs libxml2 xmlTextReader walk",
-     "BM_Load_QuickPlatform", "kelbrook", "libxml2", "faster", 1.5),
+     "BM_Load_QuickPlatform", "kelbrook", "libxml2", "faster", 2.0),
     ("1. Catalogue load, quick platform vs pugixml parse",
-     "BM_Load_QuickPlatform", "kelbrook", "pugixml", "within", 3.0),
+     "BM_Load_QuickPlatform", "kelbrook", "pugixml", "within", 2.0),
     ("2. Catalogue save vs libxml2 xmlTextWriter",
      "BM_Save", "kelbrook", "libxml2", "faster", 1.5),
     ("3. Exclusion list \"app 1\", quick platform vs plain search loop",
-     "BM_Exclude_QuickPlatform", "kelbrook", "plain", "within", 3.0),
+     "BM_Exclude_QuickPlatform", "kelbrook", "plain", "within", 4.0),
+    # The recording fake's deployment service walks every package per lookup:
+    # its cost is the fake's, shown for what it is.
     ("3. Exclusion list \"app 1\", recording fake vs plain search loop",
-     "BM_Exclude_RecordingFake", "kelbrook", "plain", "within", 3.0),
+     "BM_Exclude_RecordingFake", "kelbrook", "plain", "info", None),
     ("3. One installed check (KelIsInstalledW), quick platform",
      "BM_IsInstalled", "quick", None, "info", None),
     ("3. One installed check (KelIsInstalledW), recording fake",
@@ -112,6 +114,9 @@ def main():
         peer_text = show_time(median[peer + "_ns"]) + show_cv(found, peer + "_ns")
         ours_over_peer = median["ratio_" + peer]  # median of the per-repetition ratios
         spread = show_cv(found, "ratio_" + peer)
+        if kind == "info":
+            rows.append((label, ours_text, peer_text, f"ours/peer = {ours_over_peer:.2f}{spread}", "", "info"))
+            continue
         if kind == "faster":
             value = 1.0 / ours_over_peer
             ratio = f"peer/ours = {value:.2f}{spread}"
@@ -130,8 +135,14 @@ def main():
             value = heap / strings
             rows.append(("6. Catalogue heap after load vs UTF-16 bytes of its strings",
                          f"{heap / 1e6:.2f} MB in {entry['heap_blocks']:.0f} blocks",
-                         f"{strings / 1e6:.2f} MB", f"ours/peer = {value:.2f}", "<= 2.50",
-                         verdict("within", value, 2.5)))
+                         f"{strings / 1e6:.2f} MB", f"ours/peer = {value:.2f}", "<= 1.50",
+                         verdict("within", value, 1.5)))
+            blocks = entry["heap_blocks"]
+            apps = entry["app_records"]
+            per_record = blocks / apps
+            rows.append(("6. Catalogue heap blocks per application record",
+                         f"{blocks:.0f} blocks", f"{apps:.0f} records", f"blocks/record = {per_record:.2f}",
+                         "<= 1.50", verdict("within", per_record, 1.5)))
 
     model = ""
     try:

@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "bench_support.h"
+#include "catalogue_data.h"
 #include "contest.h"
 #include "text/xml/xml_reader.h"
 

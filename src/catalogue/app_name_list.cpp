@@ -100,14 +100,14 @@ HRESULT CKELAppNameList::ScanDocument(xml::XmlReader& reader) {
       if (NameIs(name, length, u"Package")) {
         CKELPackage* package = nullptr;
         if (Succeeded(CKELPackage::FromXmlNode(&reader, &package)) && package != nullptr) {
-          AppendPackageHeld(package);
+          (void)AppendPackageHeld(package);  // a record that cannot be listed is only traced
         } else {
           delete package;
         }
         continue;  // the package's parse has moved the reader on
       }
       if (NameIs(name, length, u"DesktopApps")) {
-        ReadDesktopAppsHeld(&reader);
+        (void)ReadDesktopAppsHeld(&reader);  // the scan goes on where the list's ended
         continue;
       }
     }
@@ -141,14 +141,12 @@ HRESULT CKELAppNameList::ReadDesktopAppsHeld(xml::XmlReader* reader) {
       if (Succeeded(reader->GetLocalName(&name, &length)) && NameIs(name, length, u"DesktopApp")) {
         CKELDesktopApp* app = nullptr;
         if (Succeeded(CKELDesktopApp::FromXmlNode(reader, &app)) && app != nullptr) {
+          RecordRef<CKELDesktopApp> owned = RecordRef<CKELDesktopApp>::Adopt(app);
           try {
-            m_DesktopApps.emplace_back(app);
+            m_DesktopApps.push_back(std::move(owned));
           } catch (...) {
-            delete app;
             WriteDebugLog("%S Error (0x%08X)\r\n", kName, E_OUTOFMEMORY);
           }
-        } else {
-          delete app;
         }
       }
     } else if (type == xml::XmlNodeType_EndElement && depth - 1 <= listDepth) {
@@ -175,12 +173,14 @@ HRESULT CKELAppNameList::Save(const char16_t* path) {
       // long-standing form, which every reader of it accepts.
       if (Succeeded(writer.WriteStartElement(nullptr, u"Applications", nullptr))) {
         if (Succeeded(writer.WriteStartElement(nullptr, u"MetroApps", nullptr))) {
-          for (const auto& package : m_Packages) package->ToXmlNode(&writer);
-          writer.WriteEndElement();
+          // A record that cannot be written is left out; the writer's own
+          // failure shows in Flush.
+          for (const auto& package : m_Packages) (void)package->ToXmlNode(&writer);
+          (void)writer.WriteEndElement();
         }
         if (Succeeded(writer.WriteStartElement(nullptr, u"DesktopApps", nullptr))) {
-          for (const auto& app : m_DesktopApps) app->ToXmlNode(&writer);
-          writer.WriteEndElement();
+          for (const auto& app : m_DesktopApps) (void)app->ToXmlNode(&writer);
+          (void)writer.WriteEndElement();
         }
       }
     }  // the file is written without holding the catalogue
@@ -197,15 +197,21 @@ void CKELAppNameList::Clear() {
   WriteDebugLog("%S IN\r\n", kName);
   CatalogueLock lock(m_Lock);
   ++m_Generation;
-  while (!m_Packages.empty()) m_Packages.pop_front();
-  while (!m_DesktopApps.empty()) m_DesktopApps.pop_front();
+  ReleaseRecordsHeld();
   WriteDebugLog("%S OUT\r\n", kName);
 }
 
 void CKELAppNameList::Reset() {
   CatalogueLock lock(m_Lock);
   ++m_Generation;
+  ReleaseRecordsHeld();
+}
+
+void CKELAppNameList::ReleaseRecordsHeld() noexcept {
+  // Front to back, as they were listed (a package's deletion is traced).
+  for (auto& package : m_Packages) package.reset();
   m_Packages.clear();
+  for (auto& app : m_DesktopApps) app.reset();
   m_DesktopApps.clear();
 }
 
@@ -292,7 +298,7 @@ HRESULT CKELAppNameList::AddNewMetroPackage(platform::Package& package) {
   created->SetCatalogued(false);
   WString manifestPath;
   if (ManifestPathOf(package, manifestPath)) {
-    CKELManifestReader::AddAppsToPackage(manifestPath.c_str(), created.get());  // only traced
+    (void)CKELManifestReader::AddAppsToPackage(manifestPath.c_str(), created.get());  // only traced
   } else {
     TraceOverlongManifestPath(kName);
   }
@@ -351,7 +357,7 @@ HRESULT CKELAppNameList::RefreshMetroPackage(platform::Package& package, CKELPac
     TraceOverlongManifestPath(kName);
     return changeResult;
   }
-  CKELManifestReader::AddAppsToPackage(manifestPath.c_str(), &carrier);  // only traced
+  (void)CKELManifestReader::AddAppsToPackage(manifestPath.c_str(), &carrier);  // only traced
   CatalogueLock lock(m_Lock);
   if (IsStaleForThisThreadHeld()) return E_ABORT;
   record->TakeApplicationsFrom(carrier);
@@ -367,7 +373,7 @@ HRESULT CKELAppNameList::AddDesktopApp(const char16_t* displayName, const char16
   if (IsStaleForThisThreadHeld()) return TraceExit(kName, E_ABORT);
   if (IsInDesktopAppListHeld(shortcutPath)) return S_FALSE;  // the catalogued record stays as it is
   try {
-    m_DesktopApps.push_back(std::make_unique<CKELDesktopApp>(displayName, shortcutPath, nullptr, nullptr, 0, 1, 0));
+    m_DesktopApps.push_back(CKELDesktopApp::Create(displayName, shortcutPath, nullptr, nullptr, 0, 1, 0));
   } catch (...) {
     return TraceExit(kName, E_OUTOFMEMORY);
   }
@@ -405,13 +411,34 @@ HRESULT CKELAppNameList::GetExcludeAppNameList(const char16_t* searchWord, Exclu
   BOOL flag = 0;
   // The records let go of the lock for their installed checks; the lists
   // only ever grow while it is released, so the walk stays valid.
+  // The word is lower-cased once for the whole walk; without the memory for
+  // that, each record tries on its own as it always has.
+  WString lowered;
+  const bool haveLowered = [&]() noexcept {
+    try {
+      lowered = searchWord;
+    } catch (...) {
+      return false;
+    }
+    LowerInPlace(lowered);
+    return true;
+  }();
+  const WString* word = haveLowered ? &lowered : nullptr;
   CatalogueLock lock(m_Lock);
-  for (const auto& package : m_Packages) {
-    package->AddAppNameToExcludeList(searchWord, excludeList, &flag);
+  // Positions are indexes: the lists may grow (and move) while a record has
+  // let go of the lock. Each record's own result is only traced.
+  // Records leave only when the catalogue is emptied: a walk that meets
+  // that leaves the package it was at untouched and ends.
+  const WalkGeneration walk{&m_Generation, m_Generation};
+  for (std::size_t i = 0; i < m_Packages.size(); ++i) {
+    const HRESULT hr = m_Packages[i]->AddAppNameToExcludeList(searchWord, word, excludeList, &flag, &walk);
+    if (hr == E_ABORT) break;
     if (flag) *pFound = 1;
   }
-  for (const auto& app : m_DesktopApps) {
-    app->AddToExcludeAppNameList(searchWord, excludeList, &flag);
+  for (std::size_t i = 0; i < m_DesktopApps.size(); ++i) {
+    // The walk's own reference keeps the record while it lets go of the lock.
+    const RecordRef<CKELDesktopApp> app = RecordRef<CKELDesktopApp>::Share(m_DesktopApps[i].get());
+    (void)app->AddToExcludeAppNameList(searchWord, word, excludeList, &flag);
     if (flag) *pFound = 1;
   }
   WriteDebugLog("%S OUT\r\n", kName);
@@ -425,25 +452,26 @@ void CKELAppNameList::RefreshInstalledFlags() {
   CatalogueLock lock(m_Lock);
   if (IsStaleForThisThreadHeld()) return;
   const std::uint64_t generation = m_Generation;
-  for (auto package = m_Packages.begin(); package != m_Packages.end(); ++package) {
-    const WString familyName = (*package)->PackageFamilyName;
+  for (std::size_t i = 0; i < m_Packages.size(); ++i) {
+    const WString familyName = m_Packages[i]->PackageFamilyName;
     BOOL installed = 1;
     {
       CatalogueUnlocked unlocked;
       if (Failed(KelIsInstalledW(familyName.c_str(), &installed))) installed = 1;
     }
     if (m_Generation != generation) return;
-    (*package)->IsInstalled = installed;
+    m_Packages[i]->IsInstalled = installed;
   }
-  for (auto app = m_DesktopApps.begin(); app != m_DesktopApps.end(); ++app) {
-    const WString shortcut = (*app)->LnkFileName;
+  for (std::size_t i = 0; i < m_DesktopApps.size(); ++i) {
+    // The record's path is read unlocked; this reference keeps it.
+    const RecordRef<CKELDesktopApp> app = RecordRef<CKELDesktopApp>::Share(m_DesktopApps[i].get());
     BOOL exists = 0;
     {
       CatalogueUnlocked unlocked;
-      exists = Sys().PathFileExists(shortcut.c_str()) != 0 ? 1 : 0;
+      exists = Sys().PathFileExists(app->LnkFileName().c_str()) != 0 ? 1 : 0;
     }
     if (m_Generation != generation) return;
-    (*app)->IsInstalled = exists;
+    app->IsInstalled = exists;
   }
 }
 

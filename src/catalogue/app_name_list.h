@@ -3,7 +3,7 @@
 #pragma once
 
 #include <cstdint>
-#include <list>
+#include <vector>
 #include <memory>
 #include <mutex>
 
@@ -22,18 +22,18 @@ class CKELAppNameList {
   CKELAppNameList& operator=(const CKELAppNameList&) = delete;
   virtual ~CKELAppNameList();
 
-  HRESULT Load(const char16_t* path);
-  HRESULT Save(const char16_t* path);
+  [[nodiscard]] HRESULT Load(const char16_t* path);
+  [[nodiscard]] HRESULT Save(const char16_t* path);
   void Clear();
   // Clear without trace lines, for a fresh start of the package manager.
   void Reset();
   CKELPackage* GetPackage(const char16_t* packageFamilyName);
-  HRESULT AddMetroPackage(platform::Package* package);
-  HRESULT AddMetroPackage(CKELPackage* package);
-  HRESULT AddDesktopApp(const char16_t* displayName, const char16_t* shortcutPath);
-  BOOL IsInDesktopAppList(const char16_t* shortcutPath);
-  HRESULT GetExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList, BOOL* pFound);
-  HRESULT ReadDesktopApps(xml::XmlReader* reader);
+  [[nodiscard]] HRESULT AddMetroPackage(platform::Package* package);
+  [[nodiscard]] HRESULT AddMetroPackage(CKELPackage* package);
+  [[nodiscard]] HRESULT AddDesktopApp(const char16_t* displayName, const char16_t* shortcutPath);
+  [[nodiscard]] BOOL IsInDesktopAppList(const char16_t* shortcutPath);
+  [[nodiscard]] HRESULT GetExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList, BOOL* pFound);
+  [[nodiscard]] HRESULT ReadDesktopApps(xml::XmlReader* reader);
   void RefreshInstalledFlags();
 
   // Binds the calling thread to the records as they are now: once Reset or
@@ -54,22 +54,25 @@ class CKELAppNameList {
   };
   [[nodiscard]] ThreadBinding BindThisThread();
 
-  const std::list<std::unique_ptr<CKELPackage>>& Packages() const { return m_Packages; }
-  const std::list<std::unique_ptr<CKELDesktopApp>>& DesktopApps() const { return m_DesktopApps; }
+  // Records are reached through pointers that stay where they are while the
+  // lists grow; a walk that lets go of the lock keeps its place by index.
+  const std::vector<std::unique_ptr<CKELPackage>>& Packages() const { return m_Packages; }
+  const std::vector<RecordRef<CKELDesktopApp>>& DesktopApps() const { return m_DesktopApps; }
 
  private:
   // The operations' bodies, for callers that already hold the lock.
-  HRESULT ScanDocument(xml::XmlReader& reader);
-  HRESULT ReadDesktopAppsHeld(xml::XmlReader* reader);
-  HRESULT AppendPackageHeld(CKELPackage* package);
+  [[nodiscard]] HRESULT ScanDocument(xml::XmlReader& reader);
+  [[nodiscard]] HRESULT ReadDesktopAppsHeld(xml::XmlReader* reader);
+  [[nodiscard]] HRESULT AppendPackageHeld(CKELPackage* package);
   // The two courses of AddMetroPackage with a platform package: one not yet
   // catalogued, and one the catalogue holds (`record`, found under the lock
   // and only touched under it again). Called without the lock; a failed
   // platform query throws PlatformError.
-  HRESULT AddNewMetroPackage(platform::Package& package);
-  HRESULT RefreshMetroPackage(platform::Package& package, CKELPackage* record, const WString& familyName);
+  [[nodiscard]] HRESULT AddNewMetroPackage(platform::Package& package);
+  [[nodiscard]] HRESULT RefreshMetroPackage(platform::Package& package, CKELPackage* record, const WString& familyName);
   CKELPackage* FindPackageHeld(const char16_t* packageFamilyName);
-  BOOL IsInDesktopAppListHeld(const char16_t* shortcutPath);
+  [[nodiscard]] BOOL IsInDesktopAppListHeld(const char16_t* shortcutPath);
+  void ReleaseRecordsHeld() noexcept;
   // Whether the calling thread is bound to records that are gone.
   bool IsStaleForThisThreadHeld() const;
 
@@ -80,8 +83,8 @@ class CKELAppNameList {
   // that are gone never lands over a newer one. Never held with m_Lock
   // across file I/O the other way round: it is taken first.
   std::mutex m_SaveLock;
-  std::list<std::unique_ptr<CKELPackage>> m_Packages;
-  std::list<std::unique_ptr<CKELDesktopApp>> m_DesktopApps;
+  std::vector<std::unique_ptr<CKELPackage>> m_Packages;
+  std::vector<RecordRef<CKELDesktopApp>> m_DesktopApps;
 };
 
 }  // namespace kel

@@ -64,7 +64,7 @@ PackageVersion ScanVersion(std::u16string_view text) {
 // so does a value that cannot be copied (E_OUTOFMEMORY, the reader back on
 // the element).
 template <typename TakeAttribute>
-HRESULT WalkAttributes(XmlReader& reader, TakeAttribute take) {
+[[nodiscard]] HRESULT WalkAttributes(XmlReader& reader, TakeAttribute take) {
   for (HRESULT move = reader.MoveToFirstAttribute(); move == S_OK; move = reader.MoveToNextAttribute()) {
     const char16_t* value = nullptr;
     UINT valueLength = 0;
@@ -101,8 +101,8 @@ Position Current(XmlReader& reader) {
   return position;
 }
 
-HRESULT WriteAttribute(XmlWriter& writer, const char16_t* name, const WString& value) {
-  return writer.WriteAttributeString(nullptr, name, nullptr, std::u16string_view(value));
+[[nodiscard]] HRESULT WriteAttribute(XmlWriter& writer, const char16_t* name, std::u16string_view value) {
+  return writer.WriteAttributeString(nullptr, name, nullptr, value);
 }
 
 }  // namespace
@@ -113,10 +113,11 @@ HRESULT CKELMetroApp::ToXmlNode(XmlWriter* writer) const {
   if (writer == nullptr) return E_POINTER;
   const HRESULT hr = writer->WriteStartElement(nullptr, u"MetroApp", nullptr);
   if (Failed(hr)) return hr;
-  if (!DisplayName.empty()) WriteAttribute(*writer, u"DisplayName", DisplayName);
-  if (!ShortName.empty()) WriteAttribute(*writer, u"ShortName", ShortName);
-  if (!RubyDisplayName.empty()) WriteAttribute(*writer, u"RubyDisplayName", RubyDisplayName);
-  if (!RubyShortName.empty()) WriteAttribute(*writer, u"RubyShortName", RubyShortName);
+  // A failed attribute shows in the element's end, which the caller checks.
+  if (!DisplayName().empty()) (void)WriteAttribute(*writer, u"DisplayName", DisplayName());
+  if (!ShortName().empty()) (void)WriteAttribute(*writer, u"ShortName", ShortName());
+  if (!RubyDisplayName().empty()) (void)WriteAttribute(*writer, u"RubyDisplayName", RubyDisplayName());
+  if (!RubyShortName().empty()) (void)WriteAttribute(*writer, u"RubyShortName", RubyShortName());
   return writer->WriteEndElement();
 }
 
@@ -125,13 +126,14 @@ HRESULT CKELDesktopApp::ToXmlNode(XmlWriter* writer) const {
   if (!NeedReserve && !IsInstalled) return S_FALSE;  // a vanished, unreserved shortcut is dropped
   const HRESULT hr = writer->WriteStartElement(nullptr, u"DesktopApp", nullptr);
   if (Failed(hr)) return hr;
-  if (!DisplayName.empty()) WriteAttribute(*writer, u"DisplayName", DisplayName);
-  if (!LnkFileName.empty()) WriteAttribute(*writer, u"LnkFileName", LnkFileName);
-  if (!LocalizeName.empty()) WriteAttribute(*writer, u"LocalizeName", LocalizeName);
-  if (!RubyDisplayName.empty()) WriteAttribute(*writer, u"RubyDisplayName", RubyDisplayName);
-  if (NeedReserve) WriteAttribute(*writer, u"NeedReserve", u"1");
-  if (!IsInstalled) WriteAttribute(*writer, u"IsInstalled", u"0");
-  if (IsDualMode) WriteAttribute(*writer, u"IsDualMode", u"1");
+  // A failed attribute shows in the element's end, which the caller checks.
+  if (!DisplayName().empty()) (void)WriteAttribute(*writer, u"DisplayName", DisplayName());
+  if (!LnkFileName().empty()) (void)WriteAttribute(*writer, u"LnkFileName", LnkFileName());
+  if (!LocalizeName().empty()) (void)WriteAttribute(*writer, u"LocalizeName", LocalizeName());
+  if (!RubyDisplayName().empty()) (void)WriteAttribute(*writer, u"RubyDisplayName", RubyDisplayName());
+  if (NeedReserve) (void)WriteAttribute(*writer, u"NeedReserve", u"1");
+  if (!IsInstalled) (void)WriteAttribute(*writer, u"IsInstalled", u"0");
+  if (IsDualMode) (void)WriteAttribute(*writer, u"IsDualMode", u"1");
   return writer->WriteEndElement();
 }
 
@@ -151,7 +153,7 @@ HRESULT CKELPackage::ToXmlNode(XmlWriter* writer) const {
   }
   if (!IsInstalled) hr = WriteAttribute(*writer, u"IsInstalled", u"0");
   if (Succeeded(hr)) {
-    for (const auto& app : m_Applications) {
+    for (const CKELMetroApp* app = firstApp_; app != nullptr; app = app->next_) {
       if (Failed(app->ToXmlNode(writer))) break;
     }
   }
@@ -164,24 +166,26 @@ HRESULT CKELMetroApp::FromXmlNode(XmlReader* reader, CKELMetroApp** ppApp) {
   constexpr char16_t kName[] = u"CKELMetroApp::FromXmlNode";
   WriteDebugLog("%S IN\r\n", kName);
   if (reader == nullptr || ppApp == nullptr) return TraceExit(kName, E_POINTER);
-  // The record's strings are filled where they stay.
-  std::unique_ptr<CKELMetroApp> app(new (std::nothrow) CKELMetroApp(nullptr, nullptr, nullptr, nullptr));
-  if (app == nullptr) return TraceExit(kName, E_OUTOFMEMORY);
+  // The values stay where the reader holds them until the record, which
+  // needs their lengths first, copies them into its one block.
+  std::u16string_view displayName, shortName, rubyDisplayName, rubyShortName;
   const HRESULT hr = WalkAttributes(*reader, [&](std::u16string_view name, std::u16string_view value) {
     if (NameIs(name, u"DisplayName")) {
-      app->DisplayName = value;
+      displayName = value;
     } else if (NameIs(name, u"ShortName")) {
-      app->ShortName = value;
+      shortName = value;
     } else if (NameIs(name, u"RubyDisplayName")) {
-      app->RubyDisplayName = value;
+      rubyDisplayName = value;
     } else if (NameIs(name, u"RubyShortName")) {
-      app->RubyShortName = value;
+      rubyShortName = value;
     }
   });
   if (Failed(hr)) return TraceExit(kName, hr);
-  LowerInPlace(app->DisplayName);
-  LowerInPlace(app->ShortName);
-  *ppApp = app.release();
+  try {
+    *ppApp = Create(displayName, shortName, rubyDisplayName, rubyShortName).release();
+  } catch (const std::bad_alloc&) {
+    return TraceExit(kName, E_OUTOFMEMORY);
+  }
   return TraceExit(kName, hr);
 }
 
@@ -190,38 +194,34 @@ HRESULT CKELDesktopApp::FromXmlNode(XmlReader* reader, CKELDesktopApp** ppApp) {
   WriteDebugLog("%S IN\r\n", kName);
   if (reader == nullptr || ppApp == nullptr) return TraceExit(kName, E_POINTER);
   int needReserve = 0, isInstalled = 1, isDualMode = 0;
-  // The record's strings are filled where they stay.
-  std::unique_ptr<CKELDesktopApp> app(new (std::nothrow) CKELDesktopApp(nullptr, nullptr, nullptr, nullptr, 0, 1, 0));
-  if (app == nullptr) return TraceExit(kName, E_OUTOFMEMORY);
+  // The values stay where the reader holds them (an expanded path in this
+  // frame) until the record, which needs their lengths first, copies them
+  // into its one block.
+  std::u16string_view displayName, lnkFileName, localizeName, rubyDisplayName;
+  char16_t expanded[kMaxPath];
   const HRESULT hr = WalkAttributes(*reader, [&](std::u16string_view name, std::u16string_view value) {
     if (NameIs(name, u"DisplayName")) {
-      app->DisplayName = value;
+      displayName = value;
     } else if (NameIs(name, u"LocalizeName")) {
-      app->LocalizeName = value;
+      localizeName = value;
     } else if (NameIs(name, u"NeedReserve")) {
       needReserve = ScanInt(value, 1);
     } else if (NameIs(name, u"LnkFileName")) {
       // Environment references are expanded; a value whose expansion does
       // not fit the 260-character buffer is kept as it stands. The reader's
       // values end in a NUL, so the value is handed over where it stands.
-      if (!HasUnit(value, u'%')) {
-        app->LnkFileName = value;  // nothing to expand
-        return;
-      }
-      char16_t expanded[kMaxPath];
+      lnkFileName = value;
+      if (!HasUnit(value, u'%')) return;  // nothing to expand
       const DWORD needed =
           platform::Current().ExpandEnvironmentStrings(value.data(), expanded, static_cast<DWORD>(kMaxPath));
       if (needed != 0 && needed <= kMaxPath) {
-        app->LnkFileName = expanded;
-      } else {
-        if (needed > kMaxPath) {
-          WriteDebugLog("%S LnkFileName longer than %d characters once expanded, kept as stored\r\n", kName,
-                        static_cast<int>(kMaxPath - 1));
-        }
-        app->LnkFileName = value;
+        lnkFileName = std::u16string_view(expanded, WideLength(expanded));
+      } else if (needed > kMaxPath) {
+        WriteDebugLog("%S LnkFileName longer than %d characters once expanded, kept as stored\r\n", kName,
+                      static_cast<int>(kMaxPath - 1));
       }
     } else if (NameIs(name, u"RubyDisplayName")) {
-      app->RubyDisplayName = value;
+      rubyDisplayName = value;
     } else if (NameIs(name, u"IsInstalled")) {
       isInstalled = ScanInt(value, 1);
     } else if (NameIs(name, u"IsDualMode")) {
@@ -229,11 +229,13 @@ HRESULT CKELDesktopApp::FromXmlNode(XmlReader* reader, CKELDesktopApp** ppApp) {
     }
   });
   if (Failed(hr)) return TraceExit(kName, hr);
-  LowerInPlace(app->DisplayName);
-  app->NeedReserve = needReserve != 0;
-  app->IsInstalled = isInstalled != 0;
-  app->IsDualMode = isDualMode != 0;
-  *ppApp = app.release();
+  try {
+    *ppApp = Create(displayName, lnkFileName, localizeName, rubyDisplayName, needReserve != 0, isInstalled != 0,
+                    isDualMode != 0)
+                 .release();
+  } catch (const std::bad_alloc&) {
+    return TraceExit(kName, E_OUTOFMEMORY);
+  }
   return TraceExit(kName, hr);
 }
 
@@ -281,9 +283,7 @@ HRESULT CKELPackage::FromXmlNode(XmlReader* reader, CKELPackage** ppPackage) {
       if (package != nullptr && NameIs(at.name, u"MetroApp")) {
         CKELMetroApp* app = nullptr;
         if (Succeeded(CKELMetroApp::FromXmlNode(reader, &app)) && app != nullptr) {
-          package->AddApplication(app);  // deletes an app it cannot list
-        } else {
-          delete app;
+          (void)package->AddApplication(app);  // listing through the app itself cannot fail
         }
       }
     } else if (type == xml::XmlNodeType_EndElement && at.depth - 1 <= packageDepth) {

@@ -1,5 +1,6 @@
 #include "catalogue/records.h"
 
+#include <cstring>
 #include <new>
 
 #include "catalogue/catalogue_lock.h"
@@ -10,13 +11,9 @@
 namespace kel {
 namespace {
 
-WString Lowered(const char16_t* text) {
-  WString value = text == nullptr ? WString() : WString(text);
-  LowerInPlace(value);
-  return value;
+std::u16string_view ViewOf(const char16_t* text) {
+  return text == nullptr ? std::u16string_view() : std::u16string_view(text, WideLength(text));
 }
-
-WString Copied(const char16_t* text) { return text == nullptr ? WString() : WString(text); }
 
 // The search word's lower-cased copy for the exclusion walk; false when the
 // copy cannot be had, which the walk answers with E_OUTOFMEMORY.
@@ -30,8 +27,15 @@ WString Copied(const char16_t* text) { return text == nullptr ? WString() : WStr
   return true;
 }
 
-bool Contains(const WString& part, const WString& whole) {
-  return CKELApp::IsSubStrNoOrder(part.c_str(), whole.c_str()) != 0;
+// The word as the walk compares it: the caller's lower-cased copy when it
+// made one, else one of this call's own (`own`); null when none can be had.
+const WString* WordToCompare(const char16_t* searchWord, const WString* lowered, WString& own) noexcept {
+  if (lowered != nullptr) return lowered;
+  return LoweredWord(searchWord, own) ? &own : nullptr;
+}
+
+bool Contains(std::u16string_view part, std::u16string_view whole) {
+  return CKELApp::IsSubStrNoOrder(part.data(), whole.data()) != 0;
 }
 
 // A failed query of the platform's package, raised as the platform raises
@@ -44,70 +48,149 @@ void ThrowIfFailed(HRESULT hr) {
 
 // --- applications ------------------------------------------------------------
 
-CKELApp::CKELApp(const char16_t* displayName, const char16_t* rubyDisplayName)
-    : DisplayName(Lowered(displayName)), RubyDisplayName(Copied(rubyDisplayName)) {}
+void* CKELApp::operator new(std::size_t size, Trailing trailing) { return ::operator new(size + trailing.bytes); }
 
-CKELMetroApp::CKELMetroApp(const char16_t* displayName, const char16_t* shortName, const char16_t* rubyDisplayName,
-                           const char16_t* rubyShortName)
-    : CKELApp(displayName, rubyDisplayName), ShortName(Lowered(shortName)), RubyShortName(Copied(rubyShortName)) {}
+void CKELApp::operator delete(void* block, Trailing) noexcept { ::operator delete(block); }
+
+void CKELApp::operator delete(void* block) noexcept { ::operator delete(block); }
+
+std::size_t CKELApp::TrailingBytes(const std::u16string_view (&texts)[kStrings]) noexcept {
+  std::size_t units = 0;
+  for (const std::u16string_view& text : texts) units += text.size() + 1;
+  return units * sizeof(char16_t);
+}
+
+CKELApp::CKELApp(char16_t* strings, const std::u16string_view (&texts)[kStrings], unsigned lowered) noexcept
+    : stringsAt_(static_cast<std::uint32_t>(reinterpret_cast<char*>(strings) - reinterpret_cast<char*>(this))) {
+  std::uint32_t at = 0;
+  for (int i = 0; i < kStrings; ++i) {
+    const std::u16string_view text = texts[i];
+    char16_t* out = strings + at;
+    if ((lowered >> i) & 1u) {
+      for (std::size_t k = 0; k < text.size(); ++k) out[k] = AsciiLower(text[k]);
+    } else if (!text.empty()) {
+      std::memcpy(out, text.data(), text.size() * sizeof(char16_t));
+    }
+    out[text.size()] = 0;
+    ends_[i] = at + static_cast<std::uint32_t>(text.size());
+    at = ends_[i] + 1;
+  }
+}
+
+CKELMetroApp::CKELMetroApp(const std::u16string_view (&texts)[kStrings]) noexcept
+    : CKELApp(reinterpret_cast<char16_t*>(reinterpret_cast<char*>(this) + sizeof(CKELMetroApp)), texts,
+              (1u << kDisplayName) | (1u << kShortName)) {}
+
+RecordRef<CKELMetroApp> CKELMetroApp::Create(std::u16string_view displayName, std::u16string_view shortName,
+                                             std::u16string_view rubyDisplayName,
+                                             std::u16string_view rubyShortName) {
+  std::u16string_view texts[kStrings];
+  texts[kDisplayName] = displayName;
+  texts[kRubyDisplayName] = rubyDisplayName;
+  texts[kShortName] = shortName;
+  texts[kRubyShortName] = rubyShortName;
+  return RecordRef<CKELMetroApp>::Adopt(new (Trailing{TrailingBytes(texts)}) CKELMetroApp(texts));
+}
+
+RecordRef<CKELMetroApp> CKELMetroApp::Create(const char16_t* displayName, const char16_t* shortName,
+                                             const char16_t* rubyDisplayName, const char16_t* rubyShortName) {
+  return Create(ViewOf(displayName), ViewOf(shortName), ViewOf(rubyDisplayName), ViewOf(rubyShortName));
+}
 
 HRESULT CKELMetroApp::AddToExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
                                               BOOL* pFound) {
+  return AddToExcludeAppNameList(searchWord, nullptr, excludeList, pFound);
+}
+
+HRESULT CKELMetroApp::AddToExcludeAppNameList(const char16_t* searchWord, const WString* lowered,
+                                              ExcludeAppNameList* excludeList, BOOL* pFound) {
   constexpr char16_t kName[] = u"CKELMetroApp::AddToExcludeAppNameList";
   WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
   if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return TraceExit(kName, E_POINTER);
   if (searchWord[0] == 0) return TraceExit(kName, E_INVALIDARG);
   *pFound = 0;
-  WString word;
-  if (!LoweredWord(searchWord, word)) return TraceExit(kName, E_OUTOFMEMORY);
+  WString own;
+  const WString* compared = WordToCompare(searchWord, lowered, own);
+  if (compared == nullptr) return TraceExit(kName, E_OUTOFMEMORY);
+  const std::u16string_view word(*compared);
+  const RecordText displayName = DisplayName();
+  const RecordText shortName = ShortName();
   HRESULT result = S_OK;
   // An app whose display name is the word itself adds nothing and is not
   // counted as found: its short name is not looked at either.
-  if (DisplayName.empty() || EqualsIgnoreCase(DisplayName.c_str(), word.c_str())) return TraceExit(kName, result);
+  if (displayName.empty() || EqualsIgnoreCase(displayName.c_str(), compared->c_str())) {
+    return TraceExit(kName, result);
+  }
 
-  if (Contains(word, DisplayName)) {
-    if (Contains(DisplayName, word)) {
+  if (Contains(word, displayName)) {
+    if (Contains(displayName, word)) {
       *pFound = 1;
     } else {
-      result = AddUniqueName(*excludeList, DisplayName);
+      result = excludeList->AddUnique(*this, displayName);
       if (Failed(result)) return TraceExit(kName, result);
     }
   }
-  if (!RubyDisplayName.empty() && Contains(word, RubyDisplayName)) result = AddUniqueName(*excludeList, DisplayName);
-  if (Succeeded(result) && !ShortName.empty()) {
-    if (Contains(word, ShortName)) {
-      if (Contains(ShortName, word)) {
+  const RecordText rubyDisplayName = RubyDisplayName();
+  if (!rubyDisplayName.empty() && Contains(word, rubyDisplayName)) result = excludeList->AddUnique(*this, displayName);
+  if (Succeeded(result) && !shortName.empty()) {
+    if (Contains(word, shortName)) {
+      if (Contains(shortName, word)) {
         *pFound = 1;
       } else {
-        result = AddUniqueName(*excludeList, ShortName);
+        result = excludeList->AddUnique(*this, shortName);
       }
     }
-    if (Succeeded(result) && !RubyShortName.empty() && Contains(word, RubyShortName)) {
-      result = AddUniqueName(*excludeList, ShortName);
+    const RecordText rubyShortName = RubyShortName();
+    if (Succeeded(result) && !rubyShortName.empty() && Contains(word, rubyShortName)) {
+      result = excludeList->AddUnique(*this, shortName);
     }
   }
   return TraceExit(kName, result);
 }
 
-CKELDesktopApp::CKELDesktopApp(const char16_t* displayName, const char16_t* lnkFileName, const char16_t* localizeName,
-                               const char16_t* rubyDisplayName, BOOL needReserve, BOOL isInstalled, BOOL isDualMode)
-    : CKELApp(displayName, rubyDisplayName),
+CKELDesktopApp::CKELDesktopApp(const std::u16string_view (&texts)[kStrings], BOOL needReserve, BOOL isInstalled,
+                               BOOL isDualMode) noexcept
+    : CKELApp(reinterpret_cast<char16_t*>(reinterpret_cast<char*>(this) + sizeof(CKELDesktopApp)), texts,
+              1u << kDisplayName),
       NeedReserve(needReserve),
-      LocalizeName(Copied(localizeName)),
-      LnkFileName(Copied(lnkFileName)),
       IsInstalled(isInstalled),
       IsDualMode(isDualMode) {}
+
+RecordRef<CKELDesktopApp> CKELDesktopApp::Create(std::u16string_view displayName, std::u16string_view lnkFileName,
+                                                 std::u16string_view localizeName,
+                                                 std::u16string_view rubyDisplayName, BOOL needReserve,
+                                                 BOOL isInstalled, BOOL isDualMode) {
+  std::u16string_view texts[kStrings];
+  texts[kDisplayName] = displayName;
+  texts[kRubyDisplayName] = rubyDisplayName;
+  texts[kLocalizeName] = localizeName;
+  texts[kLnkFileName] = lnkFileName;
+  return RecordRef<CKELDesktopApp>::Adopt(new (Trailing{TrailingBytes(texts)})
+                                              CKELDesktopApp(texts, needReserve, isInstalled, isDualMode));
+}
+
+RecordRef<CKELDesktopApp> CKELDesktopApp::Create(const char16_t* displayName, const char16_t* lnkFileName,
+                                                 const char16_t* localizeName, const char16_t* rubyDisplayName,
+                                                 BOOL needReserve, BOOL isInstalled, BOOL isDualMode) {
+  return Create(ViewOf(displayName), ViewOf(lnkFileName), ViewOf(localizeName), ViewOf(rubyDisplayName),
+                needReserve, isInstalled, isDualMode);
+}
 
 BOOL CKELDesktopApp::IsSameShortcut(const char16_t* path) const {
   constexpr char16_t kName[] = u"CKELDesktopApp::IsSameShortcut";
   WriteDebugLog("%S IN(%S)\r\n", kName, path);
-  const BOOL same = (path != nullptr && path[0] != 0 && EqualsIgnoreCase(path, LnkFileName.c_str())) ? 1 : 0;
+  const BOOL same = (path != nullptr && path[0] != 0 && EqualsIgnoreCase(path, LnkFileName().c_str())) ? 1 : 0;
   WriteDebugLog("%S OUT(%d)\r\n", kName, same);
   return same;
 }
 
 HRESULT CKELDesktopApp::AddToExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
                                                 BOOL* pFound) {
+  return AddToExcludeAppNameList(searchWord, nullptr, excludeList, pFound);
+}
+
+HRESULT CKELDesktopApp::AddToExcludeAppNameList(const char16_t* searchWord, const WString* lowered,
+                                                ExcludeAppNameList* excludeList, BOOL* pFound) {
   constexpr char16_t kName[] = u"CKELDesktopApp::AddToExcludeAppNameList";
   WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
   if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return TraceExit(kName, E_POINTER);
@@ -115,23 +198,25 @@ HRESULT CKELDesktopApp::AddToExcludeAppNameList(const char16_t* searchWord, Excl
   BOOL exists = 0;
   {
     // A file system query may be slow. The path is read without the lock:
-    // it never changes once the record exists, and records leave only with
-    // the whole catalogue.
+    // it never changes once the record exists, and the caller's reference
+    // keeps the record.
     CatalogueUnlocked unlocked;
-    exists = platform::Current().PathFileExists(LnkFileName.c_str()) != 0 ? 1 : 0;
+    exists = platform::Current().PathFileExists(LnkFileName().c_str()) != 0 ? 1 : 0;
   }
   IsInstalled = exists;
   if (!IsInstalled) return S_FALSE;  // a missing shortcut contributes nothing
 
   *pFound = 0;
-  WString word;
-  if (!LoweredWord(searchWord, word)) return TraceExit(kName, E_OUTOFMEMORY);
+  WString own;
+  const WString* compared = WordToCompare(searchWord, lowered, own);
+  if (compared == nullptr) return TraceExit(kName, E_OUTOFMEMORY);
+  const std::u16string_view word(*compared);
   HRESULT result = S_OK;
-  const WString& name = LocalizeName.empty() ? DisplayName : LocalizeName;
+  const RecordText name = LocalizeName().empty() ? DisplayName() : LocalizeName();
   if (name.empty()) return TraceExit(kName, result);
   // Unlike a Store app, a desktop app named exactly by the word counts as
   // found, unless it is marked dual-mode.
-  if (EqualsIgnoreCase(name.c_str(), word.c_str())) {
+  if (EqualsIgnoreCase(name.c_str(), compared->c_str())) {
     if (!IsDualMode) *pFound = 1;
     return TraceExit(kName, result);
   }
@@ -139,11 +224,12 @@ HRESULT CKELDesktopApp::AddToExcludeAppNameList(const char16_t* searchWord, Excl
     if (Contains(name, word)) {
       *pFound = 1;
     } else {
-      result = AddUniqueName(*excludeList, name);
+      result = excludeList->AddUnique(*this, name);
       if (Failed(result)) return TraceExit(kName, result);
     }
   }
-  if (!RubyDisplayName.empty() && Contains(word, RubyDisplayName)) result = AddUniqueName(*excludeList, name);
+  const RecordText rubyDisplayName = RubyDisplayName();
+  if (!rubyDisplayName.empty() && Contains(word, rubyDisplayName)) result = excludeList->AddUnique(*this, name);
   return TraceExit(kName, result);
 }
 
@@ -160,11 +246,15 @@ CKELPackage::CKELPackage(platform::Package& package) {
 
 CKELPackage::CKELPackage(const char16_t* packageFamilyName, PackageVersion version, BOOL needReserve,
                          BOOL isInstalled)
-    : PackageFamilyName(Copied(packageFamilyName)), Version(version), NeedReserve(needReserve),
+    : PackageFamilyName(packageFamilyName == nullptr ? WString() : WString(packageFamilyName)), Version(version), NeedReserve(needReserve),
       IsInstalled(isInstalled) {}
 
 CKELPackage::~CKELPackage() {
-  if (m_Catalogued) DeleteAllApp();
+  if (m_Catalogued) {
+    DeleteAllApp();
+  } else {
+    ReleaseApplications();
+  }
 }
 
 BOOL CKELPackage::IsThisPackage(const char16_t* packageFamilyName) const {
@@ -181,53 +271,111 @@ HRESULT CKELPackage::AddApplication(CKELMetroApp* app) {
   constexpr char16_t kName[] = u"CKELPackage::AddApplication";
   WriteDebugLog("%S IN\r\n", kName);
   if (app == nullptr) return TraceExit(kName, E_POINTER);
-  // The package owns the app from here on, also when it cannot be listed:
-  // then it is deleted at once.
-  std::unique_ptr<CKELMetroApp> owned(app);
-  try {
-    m_Applications.push_back(std::move(owned));
-  } catch (...) {
-    return TraceExit(kName, E_OUTOFMEMORY);
+  // Linked through the application itself: listing it cannot fail.
+  app->next_ = nullptr;
+  if (lastApp_ == nullptr) {
+    firstApp_ = app;
+  } else {
+    lastApp_->next_ = app;
   }
+  lastApp_ = app;
+  ++appCount_;
   return TraceExit(kName, S_OK);
 }
 
 HRESULT CKELPackage::AddApplication(const char16_t* displayName, const char16_t* shortName) {
   constexpr char16_t kName[] = u"CKELPackage::AddApplication";
   WriteDebugLog("%S(%S, %S) IN\r\n", kName, displayName, shortName);
+  RecordRef<CKELMetroApp> app;
   try {
-    m_Applications.push_back(std::make_unique<CKELMetroApp>(displayName, shortName, nullptr, nullptr));
+    app = CKELMetroApp::Create(displayName, shortName, nullptr, nullptr);
   } catch (...) {
     return TraceExit(kName, E_OUTOFMEMORY);
   }
+  CKELMetroApp* listed = app.release();
+  listed->next_ = nullptr;
+  if (lastApp_ == nullptr) {
+    firstApp_ = listed;
+  } else {
+    lastApp_->next_ = listed;
+  }
+  lastApp_ = listed;
+  ++appCount_;
   return TraceExit(kName, S_OK);
+}
+
+void CKELPackage::ReleaseApplications() noexcept {
+  // Front to back, as they were listed.
+  while (firstApp_ != nullptr) {
+    CKELMetroApp* app = firstApp_;
+    firstApp_ = app->next_;
+    app->next_ = nullptr;
+    app->Release();
+  }
+  lastApp_ = nullptr;
+  appCount_ = 0;
 }
 
 void CKELPackage::DeleteAllApp() {
   constexpr char16_t kName[] = u"CKELPackage::DeleteAllApp";
   WriteDebugLog("%S IN\r\n", kName);
-  while (!m_Applications.empty()) m_Applications.pop_front();
+  ReleaseApplications();
   WriteDebugLog("%S OUT\r\n", kName);
+}
+
+void CKELPackage::TakeApplicationsFrom(CKELPackage& other) noexcept {
+  if (other.firstApp_ == nullptr) return;
+  if (lastApp_ == nullptr) {
+    firstApp_ = other.firstApp_;
+  } else {
+    lastApp_->next_ = other.firstApp_;
+  }
+  lastApp_ = other.lastApp_;
+  appCount_ += other.appCount_;
+  other.firstApp_ = nullptr;
+  other.lastApp_ = nullptr;
+  other.appCount_ = 0;
 }
 
 HRESULT CKELPackage::AddAppNameToExcludeList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
                                              BOOL* pFound) {
+  return AddAppNameToExcludeList(searchWord, nullptr, excludeList, pFound);
+}
+
+HRESULT CKELPackage::AddAppNameToExcludeList(const char16_t* searchWord, const WString* lowered,
+                                             ExcludeAppNameList* excludeList, BOOL* pFound,
+                                             const WalkGeneration* walk) {
   constexpr char16_t kName[] = u"CKELPackage::AddAppNameToExcludeList";
   WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
   if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return TraceExit(kName, E_POINTER);
   if (searchWord[0] == 0) return TraceExit(kName, E_INVALIDARG);
   BOOL installed = 1;
   {
+    // The name is asked about from a copy: the record may be gone by the
+    // time the answer comes (the copy fits on the stack for every real name).
+    char16_t shortCopy[kMaxPath];
+    WString longCopy;
+    const char16_t* familyName = shortCopy;
+    if (PackageFamilyName.size() < kMaxPath) {
+      std::memcpy(shortCopy, PackageFamilyName.c_str(), (PackageFamilyName.size() + 1) * sizeof(char16_t));
+    } else {
+      longCopy = PackageFamilyName;
+      familyName = longCopy.c_str();
+    }
     CatalogueUnlocked unlocked;  // the deployment service may take its time
-    if (Failed(KelIsInstalledW(PackageFamilyName.c_str(), &installed))) installed = 1;
+    if (Failed(KelIsInstalledW(familyName, &installed))) installed = 1;
   }
+  if (walk != nullptr && *walk->current != walk->expected) return E_ABORT;  // the record is gone
   IsInstalled = installed;
   if (!IsInstalled) return S_FALSE;  // an uninstalled package contributes nothing
 
   *pFound = 0;
   BOOL found = 0;  // not reset between applications
-  for (const auto& app : m_Applications) {
-    app->AddToExcludeAppNameList(searchWord, excludeList, &found);
+  // The applications as they are now, after the lock was taken back: a
+  // refresh may have replaced them meanwhile.
+  for (CKELMetroApp* app = firstApp_; app != nullptr; app = app->next_) {
+    // Each application's own result is only traced.
+    (void)app->AddToExcludeAppNameList(searchWord, lowered, excludeList, &found);
     if (found) *pFound = 1;
   }
   WriteDebugLog("%S OUT\r\n", kName);

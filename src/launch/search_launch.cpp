@@ -32,8 +32,8 @@ constexpr int kResubmitBound = 20;
 WString BuildQuery(const char16_t* keyword, const ExcludeAppNameList& names) {
   WString query = FormatWide(u"\"%s\"", {keyword});
   WString excluded;
-  for (const WString& name : names) {
-    excluded += FormatWide(excluded.empty() ? u"\"%s\"" : u" OR \"%s\"", {name});
+  for (const RecordText name : names) {
+    excluded += FormatWide(excluded.empty() ? u"\"%s\"" : u" OR \"%s\"", {name.c_str()});
   }
   if (!excluded.empty()) query += FormatWide(u" NOT(%s)", {excluded});
   return query;

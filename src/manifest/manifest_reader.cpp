@@ -107,7 +107,7 @@ HRESULT AddApplicationsThroughApi(const char16_t* manifestPath, CKELPackage& pac
       HRESULT named = application->GetStringValue(u"DisplayName", &rawName);
       platform::UniqueCoTaskMem displayName(rawName);
       named = platform::RequireObject(named, rawName);
-      if (Succeeded(named)) package.AddApplication(rawName, nullptr);
+      if (Succeeded(named)) (void)package.AddApplication(rawName, nullptr);  // traced by the package
     }
     application.reset();
     hr = applications->MoveNext(&hasCurrent);
@@ -192,7 +192,7 @@ HRESULT CKELManifestReader::GetAppNameUsingXmlParser(const char16_t* manifestPat
     bool unresolved = false;
     hr = ReadApplication(reader, *package, UnresolvedName::kKeep, displayName, shortName, unresolved);
     if (Failed(hr)) break;
-    package->AddApplication(displayName.c_str(), shortName.c_str());
+    (void)package->AddApplication(displayName.c_str(), shortName.c_str());  // traced by the package
   }
   return TraceExit(kName, hr);
 }

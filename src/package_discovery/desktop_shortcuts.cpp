@@ -85,7 +85,8 @@ void CKELPackageManager::AddLinkFileToList(const char16_t* folder, const char16_
       WriteDebugLog("%S shortcut path longer than %d characters, skipped\r\n", kName, static_cast<int>(kMaxPath - 1));
       continue;
     }
-    m_AppNameList.AddDesktopApp(ShortcutName(found.cFileName).c_str(), fullPath.c_str());
+    // A shortcut already listed (S_FALSE) or one that cannot be is traced there.
+    (void)m_AppNameList.AddDesktopApp(ShortcutName(found.cFileName).c_str(), fullPath.c_str());
   } while (sys.FindNextFile(search.get(), found));
   search.reset();
   WriteDebugLog("%S OUT\r\n", kName);

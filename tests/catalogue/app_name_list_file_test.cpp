@@ -43,7 +43,7 @@ constexpr char kExample[] =
 
 TEST_F(AppNameListFile, SavedFileHasTheDocumentedForm) {
   auto* package = new CKELPackage(u"Example.Reader_1a2b3c4d5e6f7", {6, 2, 9200, 16384}, 0, 1);
-  package->AddApplication(new CKELMetroApp(u"Reader", u"Reader", u"riida", nullptr));
+  ASSERT_EQ(package->AddApplication(CKELMetroApp::Create(u"Reader", u"Reader", u"riida", nullptr).release()), S_OK);
   list.AddMetroPackage(package);
   list.AddDesktopApp(u"Sample Tool", u"C:\\ProgramData\\Microsoft\\Windows\\Start Menu\\Programs\\Sample Tool.lnk");
   list.AddDesktopApp(u"Notepad",
@@ -84,9 +84,12 @@ TEST_F(AppNameListFile, SavedFileLoadsBackWithItsInstalledAndReservedRecords) {
   package->AddApplication(u"One", u"1");
   package->AddApplication(u"Two", nullptr);
   list.AddMetroPackage(package);
-  list.AddDesktopApp(u"Tool & \"Co\" <x>", u"C:\\t.lnk");
-  list.DesktopApps().front()->IsDualMode = 1;
-  list.DesktopApps().front()->LocalizeName = u"Werkzeug";
+  // A localised name comes only from a file.
+  fake->AddFile(kFile,
+                "<Applications><DesktopApps><DesktopApp DisplayName=\"Tool &amp; &quot;Co&quot; &lt;x&gt;\" "
+                "LnkFileName=\"C:\\t.lnk\" LocalizeName=\"Werkzeug\" IsDualMode=\"1\"/></DesktopApps></Applications>");
+  ASSERT_EQ(list.Load(kFile.c_str()), S_FALSE);
+  ASSERT_EQ(list.DesktopApps().size(), 1u);
   ASSERT_EQ(list.Save(kFile.c_str()), S_OK);
 
   CKELAppNameList loaded;
@@ -98,12 +101,12 @@ TEST_F(AppNameListFile, SavedFileLoadsBackWithItsInstalledAndReservedRecords) {
   EXPECT_EQ(back.Version, (PackageVersion{1, 2, 3, 4}));
   EXPECT_TRUE(back.FullName.empty());
   ASSERT_EQ(back.Applications().size(), 2u);
-  EXPECT_EQ(back.Applications().front()->ShortName, u"1");
-  EXPECT_EQ(back.Applications().back()->DisplayName, u"two");
+  EXPECT_EQ(back.Applications().front()->ShortName(), u"1");
+  EXPECT_EQ(back.Applications().back()->DisplayName(), u"two");
   ASSERT_EQ(loaded.DesktopApps().size(), 1u);
   const CKELDesktopApp& tool = *loaded.DesktopApps().front();
-  EXPECT_EQ(tool.DisplayName, u"tool & \"co\" <x>");
-  EXPECT_EQ(tool.LocalizeName, u"Werkzeug");
+  EXPECT_EQ(tool.DisplayName(), u"tool & \"co\" <x>");
+  EXPECT_EQ(tool.LocalizeName(), u"Werkzeug");
   EXPECT_EQ(tool.IsDualMode, 1);
   EXPECT_EQ(tool.IsInstalled, 1);
 }
@@ -111,7 +114,7 @@ TEST_F(AppNameListFile, SavedFileLoadsBackWithItsInstalledAndReservedRecords) {
 TEST_F(AppNameListFile, ExampleFileLoads) {
   EXPECT_EQ(LoadText(kExample), xml::MX_E_INPUTEND);
   ASSERT_EQ(list.Packages().size(), 1u);
-  EXPECT_EQ(list.Packages().front()->Applications().front()->RubyDisplayName, u"riida");
+  EXPECT_EQ(list.Packages().front()->Applications().front()->RubyDisplayName(), u"riida");
   ASSERT_EQ(list.DesktopApps().size(), 2u);
   EXPECT_EQ(list.DesktopApps().front()->NeedReserve, 1);
   EXPECT_EQ(list.DesktopApps().front()->IsInstalled, 0);
@@ -129,9 +132,9 @@ TEST_F(AppNameListFile, NamesInOtherCaseAreAccepted) {
            "</package><desktopapps><desktopapp displayname=\"Y\" lnkfilename=\"C:\\y.lnk\" /></desktopapps>"
            "</applications>");
   ASSERT_EQ(list.Packages().size(), 1u);
-  EXPECT_EQ(list.Packages().front()->Applications().front()->DisplayName, u"x");
+  EXPECT_EQ(list.Packages().front()->Applications().front()->DisplayName(), u"x");
   ASSERT_EQ(list.DesktopApps().size(), 1u);
-  EXPECT_EQ(list.DesktopApps().front()->LnkFileName, u"C:\\y.lnk");
+  EXPECT_EQ(list.DesktopApps().front()->LnkFileName(), u"C:\\y.lnk");
 }
 
 TEST_F(AppNameListFile, ClosedDocumentEndsTheScanAtItsEnd) {
@@ -177,7 +180,7 @@ TEST_F(AppNameListFile, EnvironmentReferencesInShortcutPathsAreExpanded) {
   fake->SetEnv(u"ProgramData", u"C:\\ProgramData");
   LoadText("<a><DesktopApps><DesktopApp DisplayName=\"x\" LnkFileName=\"%ProgramData%\\x.lnk\" /></DesktopApps></a>");
   ASSERT_EQ(list.DesktopApps().size(), 1u);
-  EXPECT_EQ(list.DesktopApps().front()->LnkFileName, u"C:\\ProgramData\\x.lnk");
+  EXPECT_EQ(list.DesktopApps().front()->LnkFileName(), u"C:\\ProgramData\\x.lnk");
   list.Save(kFile.c_str());
   EXPECT_NE(fake->FileContent(kFile).find("LnkFileName=\"C:\\ProgramData\\x.lnk\""), std::string::npos);
 }
@@ -186,7 +189,7 @@ TEST_F(AppNameListFile, ShortcutPathTooLongOnceExpandedIsKeptAsStored) {
   fake->SetEnv(u"Long", WString(300, u'x'));
   LoadText("<a><DesktopApps><DesktopApp DisplayName=\"x\" LnkFileName=\"%Long%\\x.lnk\" /></DesktopApps></a>");
   ASSERT_EQ(list.DesktopApps().size(), 1u);
-  EXPECT_EQ(list.DesktopApps().front()->LnkFileName, u"%Long%\\x.lnk");
+  EXPECT_EQ(list.DesktopApps().front()->LnkFileName(), u"%Long%\\x.lnk");
 }
 
 TEST_F(AppNameListFile, MalformedInputKeepsWhatWasReadBeforeIt) {
@@ -248,8 +251,8 @@ TEST_F(AppNameListFile, LargeCatalogueSurvivesARoundTrip) {
   ASSERT_EQ(loaded.Packages().size(), 2000u);
   ASSERT_EQ(loaded.DesktopApps().size(), 10000u);
   EXPECT_EQ(loaded.Packages().back()->PackageFamilyName, u"Pkg1999_abc");
-  EXPECT_EQ(loaded.Packages().back()->Applications().back()->DisplayName, u"tool 1999");
-  EXPECT_EQ(loaded.DesktopApps().back()->LnkFileName, u"C:\\Start\\d9999.lnk");
+  EXPECT_EQ(loaded.Packages().back()->Applications().back()->DisplayName(), u"tool 1999");
+  EXPECT_EQ(loaded.DesktopApps().back()->LnkFileName(), u"C:\\Start\\d9999.lnk");
 }
 
 }  // namespace

@@ -34,7 +34,7 @@ TEST_F(AppNameList, NewPlatformPackageIsReadFromItsManifestAndAppended) {
   EXPECT_EQ(record.Name, u"Example.Mail");
   EXPECT_EQ(record.Version, (PackageVersion{2, 0, 0, 0}));
   ASSERT_EQ(record.Applications().size(), 1u);
-  EXPECT_EQ(record.Applications().front()->DisplayName, u"mail box");
+  EXPECT_EQ(record.Applications().front()->DisplayName(), u"mail box");
 }
 
 TEST_F(AppNameList, NewPackageIsAppendedEvenWithoutApplications) {
@@ -67,7 +67,7 @@ TEST_F(AppNameList, NewerVersionReplacesTheApplications) {
   const CKELPackage& record = *list.Packages().front();
   EXPECT_EQ(record.Version, (PackageVersion{2, 0, 0, 0}));
   ASSERT_EQ(record.Applications().size(), 1u);
-  EXPECT_EQ(record.Applications().front()->DisplayName, u"mail box");
+  EXPECT_EQ(record.Applications().front()->DisplayName(), u"mail box");
   EXPECT_EQ(list.Packages().size(), 1u);
 }
 
@@ -81,7 +81,7 @@ TEST_F(AppNameList, NewerVersionWithUnreadableNamesKeepsTheOldRecord) {
   list.AddMetroPackage(&mail);
   const CKELPackage& record = *list.Packages().front();
   EXPECT_EQ(record.Version, (PackageVersion{1, 0, 0, 0}));
-  EXPECT_EQ(record.Applications().front()->DisplayName, u"old name");
+  EXPECT_EQ(record.Applications().front()->DisplayName(), u"old name");
 }
 
 TEST_F(AppNameList, PlatformFailureBecomesFailAndIsTraced) {
@@ -109,7 +109,7 @@ TEST_F(AppNameList, ShortcutDifferingOnlyInCaseIsNotAddedAgain) {
   EXPECT_EQ(list.AddDesktopApp(u"Paint", u"C:\\Start\\Paint.lnk"), S_OK);
   EXPECT_EQ(list.AddDesktopApp(u"Other", u"c:\\start\\PAINT.LNK"), S_FALSE);
   ASSERT_EQ(list.DesktopApps().size(), 1u);
-  EXPECT_EQ(list.DesktopApps().front()->DisplayName, u"paint");
+  EXPECT_EQ(list.DesktopApps().front()->DisplayName(), u"paint");
   EXPECT_EQ(list.AddDesktopApp(nullptr, u"x"), E_POINTER);
   EXPECT_EQ(list.AddDesktopApp(u"x", u""), E_INVALIDARG);
   EXPECT_FALSE(list.IsInDesktopAppList(u""));

@@ -93,3 +93,27 @@ TEST(ExcludeList, CopyAndMovedListKeepTellingRepeats) {
 
 }  // namespace
 }  // namespace kel
+
+#include "catalogue/records.h"
+
+namespace kel {
+namespace {
+
+TEST(ExcludeList, ARecordsNameIsListedWhereTheRecordKeepsItAndOutlivesTheCatalogueReference) {
+  RecordRef<CKELMetroApp> app = CKELMetroApp::Create(u"Mail Box", u"Mail", nullptr, nullptr);
+  ExcludeAppNameList list;
+  ASSERT_EQ(list.AddUnique(*app, app->DisplayName()), S_OK);
+  EXPECT_EQ(list.AddUnique(u"MAIL BOX"), S_FALSE);
+  EXPECT_EQ(list.AddUnique(*app, app->DisplayName()), S_FALSE);
+  EXPECT_EQ((*list.begin()).data(), app->DisplayName().data());  // no copy
+  const char16_t* where = app->DisplayName().data();
+  app.reset();  // the list's reference keeps the record
+  ExcludeAppNameList copy(list);
+  list = ExcludeAppNameList{};
+  ASSERT_EQ(copy.size(), 1u);
+  EXPECT_EQ((*copy.begin()).data(), where);
+  EXPECT_EQ(*copy.begin(), u"mail box");
+}
+
+}  // namespace
+}  // namespace kel

@@ -63,7 +63,49 @@ TEST_F(CatalogueRefreshUnderLoad, SearchesSeeWholeApplicationsWhileAPackageIsRef
   EXPECT_EQ(failures.load(), 0);
   ASSERT_EQ(list.Packages().size(), 1u);
   ASSERT_EQ(list.Packages().front()->Applications().size(), 1u);
-  EXPECT_EQ(list.Packages().front()->Applications().front()->DisplayName, u"mail box");
+  EXPECT_EQ(list.Packages().front()->Applications().front()->DisplayName(), u"mail box");
+}
+
+TEST_F(CatalogueRefreshUnderLoad, NamesHandedToASearchStayReadableWhileRefreshesReplaceTheirRecords) {
+  ASSERT_EQ(list.AddMetroPackage(&mail), S_OK);
+  ExcludeAppNameList held;
+  BOOL found = 0;
+  ASSERT_EQ(list.GetExcludeAppNameList(u"mail", &held, &found), S_OK);
+  ASSERT_EQ(held, (ExcludeAppNameList{u"mail box"}));
+  std::atomic<bool> refreshing{true};
+  std::atomic<int> failures{0};
+  // The refresher replaces the applications the held names came from, again
+  // and again, and at the end empties the catalogue altogether.
+  std::thread refresher([&] {
+    for (int round = 0; round < 100; ++round) {
+      NextVersion(round);
+      if (list.AddMetroPackage(&mail) != S_FALSE) ++failures;
+    }
+    list.Reset();
+    refreshing = false;
+  });
+  // Meanwhile searchers read the held names, as a search launch builds its
+  // query from them, and take fresh lists that they read after the lock.
+  auto reader = [&] {
+    for (int i = 0; i < 20 || refreshing; ++i) {
+      for (const RecordText name : held) {
+        if (WString(name) != u"mail box" || name.c_str()[name.size()] != 0) ++failures;
+      }
+      ExcludeAppNameList fresh;
+      BOOL hit = 0;
+      if (list.GetExcludeAppNameList(u"mail", &fresh, &hit) != S_OK) ++failures;
+      for (const RecordText name : fresh) {
+        if (WString(name) != u"mail box") ++failures;
+      }
+    }
+  };
+  std::vector<std::thread> readers;
+  for (int i = 0; i < 2; ++i) readers.emplace_back(reader);
+  refresher.join();
+  for (auto& t : readers) t.join();
+  EXPECT_EQ(failures.load(), 0);
+  EXPECT_TRUE(list.Packages().empty());
+  EXPECT_EQ(held, (ExcludeAppNameList{u"mail box"}));
 }
 
 TEST_F(CatalogueRefreshUnderLoad, RefreshBoundToEmptiedRecordsIsRefusedAndTouchesNothing) {

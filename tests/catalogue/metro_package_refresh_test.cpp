@@ -131,8 +131,8 @@ TEST_F(MetroPackageRefresh, ChangedVersionDeletesTheOldApplicationsBetweenTheTwo
   EXPECT_EQ(record.FullName, u"Example.Mail_2.0.0.0_x86__abc");
   EXPECT_EQ(record.Name, u"Example.Mail");
   ASSERT_EQ(record.Applications().size(), 1u);
-  EXPECT_EQ(record.Applications().front()->DisplayName, u"mail box");
-  EXPECT_EQ(record.Applications().front()->ShortName, u"mail");
+  EXPECT_EQ(record.Applications().front()->DisplayName(), u"mail box");
+  EXPECT_EQ(record.Applications().front()->ShortName(), u"mail");
 }
 
 TEST_F(MetroPackageRefresh, ChangedVersionWithUnreadableNamesEndsAtItsExitLineAndKeepsTheRecord) {
@@ -153,7 +153,7 @@ TEST_F(MetroPackageRefresh, ChangedVersionWithUnreadableNamesEndsAtItsExitLineAn
   const CKELPackage& record = *list.Packages().front();
   EXPECT_EQ(record.Version, (PackageVersion{1, 0, 0, 0}));
   ASSERT_EQ(record.Applications().size(), 1u);
-  EXPECT_EQ(record.Applications().front()->DisplayName, u"old name");
+  EXPECT_EQ(record.Applications().front()->DisplayName(), u"old name");
 }
 
 struct LocationCase {

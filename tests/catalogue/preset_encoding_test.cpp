@@ -76,13 +76,13 @@ std::u16string Describe(const CKELAppNameList& list) {
             number(v.Major) + u"." + number(v.Minor) + u"." + number(v.Build) + u"." + number(v.Revision) + u"|" +
             number(package->NeedReserve) + u"|" + number(package->IsInstalled) + u"\n";
     for (const auto& app : package->Applications()) {
-      text += u"  app " + app->DisplayName + u"|" + app->ShortName + u"|" + app->RubyDisplayName + u"|" +
-              app->RubyShortName + u"\n";
+      text += u"  app " + WString(app->DisplayName()) + u"|" + WString(app->ShortName()) + u"|" + WString(app->RubyDisplayName()) + u"|" +
+              WString(app->RubyShortName()) + u"\n";
     }
   }
   for (const auto& app : list.DesktopApps()) {
-    text += u"desktop " + app->DisplayName + u"|" + app->LnkFileName + u"|" + app->LocalizeName + u"|" +
-            app->RubyDisplayName + u"|" + number(app->NeedReserve) + u"|" + number(app->IsInstalled) + u"|" +
+    text += u"desktop " + WString(app->DisplayName()) + u"|" + WString(app->LnkFileName()) + u"|" + WString(app->LocalizeName()) + u"|" +
+            WString(app->RubyDisplayName()) + u"|" + number(app->NeedReserve) + u"|" + number(app->IsInstalled) + u"|" +
             number(app->IsDualMode) + u"\n";
   }
   return text;
@@ -108,10 +108,10 @@ TEST_F(PresetEncoding, ShiftJisPresetListLoadsTheRecordsOfItsUtf8Twin) {
   ASSERT_EQ(fromShiftJis.Packages().size(), 1u);
   const auto& apps = fromShiftJis.Packages().front()->Applications();
   ASSERT_EQ(apps.size(), 2u);
-  EXPECT_EQ(apps.front()->DisplayName, u"\u30E1\u30E2\u5E33\u30D7\u30E9\u30B9");
-  EXPECT_EQ(apps.back()->DisplayName, u"\u30BD\u30D5\u30C8\u8868\u793A");
+  EXPECT_EQ(apps.front()->DisplayName(), u"\u30E1\u30E2\u5E33\u30D7\u30E9\u30B9");
+  EXPECT_EQ(apps.back()->DisplayName(), u"\u30BD\u30D5\u30C8\u8868\u793A");
   ASSERT_EQ(fromShiftJis.DesktopApps().size(), 2u);
-  EXPECT_EQ(fromShiftJis.DesktopApps().front()->LnkFileName,
+  EXPECT_EQ(fromShiftJis.DesktopApps().front()->LnkFileName(),
             u"C:\\Programs\\\u30BD\u30D5\u30C8\\\u8868\u793A\u8A2D\u5B9A.lnk");
   EXPECT_EQ(fromShiftJis.DesktopApps().front()->IsDualMode, 1);
 }

@@ -11,32 +11,32 @@ const WString kShortcut = u"C:\\ProgramData\\Microsoft\\Windows\\Start Menu\\Pro
 
 class Records : public testing::LibraryTest {
  protected:
-  CKELDesktopApp Desktop(const char16_t* name, BOOL dualMode = 0, const char16_t* localize = nullptr,
-                         const char16_t* ruby = nullptr) {
+  RecordRef<CKELDesktopApp> Desktop(const char16_t* name, BOOL dualMode = 0, const char16_t* localize = nullptr,
+                                    const char16_t* ruby = nullptr) {
     fake->AddFile(kShortcut, "shortcut");
-    return CKELDesktopApp(name, kShortcut.c_str(), localize, ruby, 0, 1, dualMode);
+    return CKELDesktopApp::Create(name, kShortcut.c_str(), localize, ruby, 0, 1, dualMode);
   }
   ExcludeAppNameList list;
   BOOL found = 7;
 };
 
 TEST_F(Records, ConstructorsLowerCaseDisplayAndShortNamesOnly) {
-  CKELMetroApp metro(u"My App", u"MyApp", u"RubyDisplay", u"RubyShort");
-  EXPECT_EQ(metro.DisplayName, u"my app");
-  EXPECT_EQ(metro.ShortName, u"myapp");
-  EXPECT_EQ(metro.RubyDisplayName, u"RubyDisplay");
-  EXPECT_EQ(metro.RubyShortName, u"RubyShort");
-  CKELDesktopApp desktop(u"Paint", u"C:\\Paint.LNK", u"Localized", u"Ruby", 1, 0, 1);
-  EXPECT_EQ(desktop.DisplayName, u"paint");
-  EXPECT_EQ(desktop.LnkFileName, u"C:\\Paint.LNK");
-  EXPECT_EQ(desktop.LocalizeName, u"Localized");
-  EXPECT_EQ(desktop.RubyDisplayName, u"Ruby");
+  const auto metro = CKELMetroApp::Create(u"My App", u"MyApp", u"RubyDisplay", u"RubyShort");
+  EXPECT_EQ(metro->DisplayName(), u"my app");
+  EXPECT_EQ(metro->ShortName(), u"myapp");
+  EXPECT_EQ(metro->RubyDisplayName(), u"RubyDisplay");
+  EXPECT_EQ(metro->RubyShortName(), u"RubyShort");
+  const auto desktop = CKELDesktopApp::Create(u"Paint", u"C:\\Paint.LNK", u"Localized", u"Ruby", 1, 0, 1);
+  EXPECT_EQ(desktop->DisplayName(), u"paint");
+  EXPECT_EQ(desktop->LnkFileName(), u"C:\\Paint.LNK");
+  EXPECT_EQ(desktop->LocalizeName(), u"Localized");
+  EXPECT_EQ(desktop->RubyDisplayName(), u"Ruby");
 }
 
 TEST_F(Records, NullNamesBecomeEmpty) {
-  CKELMetroApp metro(nullptr, nullptr, nullptr, nullptr);
-  EXPECT_TRUE(metro.DisplayName.empty());
-  EXPECT_TRUE(metro.ShortName.empty());
+  const auto metro = CKELMetroApp::Create(nullptr, nullptr, nullptr, nullptr);
+  EXPECT_TRUE(metro->DisplayName().empty());
+  EXPECT_TRUE(metro->ShortName().empty());
 }
 
 TEST_F(Records, UniqueNamesIgnoreCase) {
@@ -47,99 +47,99 @@ TEST_F(Records, UniqueNamesIgnoreCase) {
 }
 
 TEST_F(Records, MetroAppNamedByTheWordAddsNothingAndIsNotFound) {
-  CKELMetroApp app(u"Mail", u"Mail box", nullptr, nullptr);
-  EXPECT_EQ(app.AddToExcludeAppNameList(u"MAIL", &list, &found), S_OK);
+  const auto app = CKELMetroApp::Create(u"Mail", u"Mail box", nullptr, nullptr);
+  EXPECT_EQ(app->AddToExcludeAppNameList(u"MAIL", &list, &found), S_OK);
   EXPECT_TRUE(list.empty());
   EXPECT_EQ(found, 0);
 }
 
 TEST_F(Records, MetroAppContainingTheWordIsExcluded) {
-  CKELMetroApp app(u"Mail Box", nullptr, nullptr, nullptr);
-  EXPECT_EQ(app.AddToExcludeAppNameList(u"mail", &list, &found), S_OK);
+  const auto app = CKELMetroApp::Create(u"Mail Box", nullptr, nullptr, nullptr);
+  EXPECT_EQ(app->AddToExcludeAppNameList(u"mail", &list, &found), S_OK);
   EXPECT_EQ(list, (ExcludeAppNameList{u"mail box"}));
   EXPECT_EQ(found, 0);
 }
 
 TEST_F(Records, WordMatchingInBothDirectionsIsFoundAndAddsNothing) {
-  CKELMetroApp app(u"box mail", nullptr, nullptr, nullptr);
-  EXPECT_EQ(app.AddToExcludeAppNameList(u"mail box", &list, &found), S_OK);
+  const auto app = CKELMetroApp::Create(u"box mail", nullptr, nullptr, nullptr);
+  EXPECT_EQ(app->AddToExcludeAppNameList(u"mail box", &list, &found), S_OK);
   EXPECT_TRUE(list.empty());
   EXPECT_EQ(found, 1);
 }
 
 TEST_F(Records, RubyTextAddsTheNameNotTheRuby) {
-  CKELMetroApp app(u"\u5929\u6c17", u"\u5929", u"\u3066\u3093\u304d", u"\u3066\u3093");
-  EXPECT_EQ(app.AddToExcludeAppNameList(u"\u3066\u3093", &list, &found), S_OK);
+  const auto app = CKELMetroApp::Create(u"\u5929\u6c17", u"\u5929", u"\u3066\u3093\u304d", u"\u3066\u3093");
+  EXPECT_EQ(app->AddToExcludeAppNameList(u"\u3066\u3093", &list, &found), S_OK);
   EXPECT_EQ(list, (ExcludeAppNameList{u"\u5929\u6c17", u"\u5929"}));
 }
 
 TEST_F(Records, ShortNameIsMatchedToo) {
-  CKELMetroApp app(u"Weather Forecast", u"Forecast", nullptr, nullptr);
-  EXPECT_EQ(app.AddToExcludeAppNameList(u"forecast", &list, &found), S_OK);
+  const auto app = CKELMetroApp::Create(u"Weather Forecast", u"Forecast", nullptr, nullptr);
+  EXPECT_EQ(app->AddToExcludeAppNameList(u"forecast", &list, &found), S_OK);
   EXPECT_EQ(list, (ExcludeAppNameList{u"weather forecast"}));
   EXPECT_EQ(found, 1);  // the short name matches both ways
 }
 
 TEST_F(Records, SecondAppWithTheSameNameInOtherCaseGivesSFalse) {
-  CKELMetroApp first(u"Mail Box", nullptr, nullptr, nullptr);
-  CKELMetroApp second(u"MAIL BOX", nullptr, nullptr, nullptr);
-  first.AddToExcludeAppNameList(u"mail", &list, &found);
-  EXPECT_EQ(second.AddToExcludeAppNameList(u"mail", &list, &found), S_FALSE);
+  const auto first = CKELMetroApp::Create(u"Mail Box", nullptr, nullptr, nullptr);
+  const auto second = CKELMetroApp::Create(u"MAIL BOX", nullptr, nullptr, nullptr);
+  first->AddToExcludeAppNameList(u"mail", &list, &found);
+  EXPECT_EQ(second->AddToExcludeAppNameList(u"mail", &list, &found), S_FALSE);
   EXPECT_EQ(list.size(), 1u);
 }
 
 TEST_F(Records, MetroArgumentsAreChecked) {
-  CKELMetroApp app(u"Mail", nullptr, nullptr, nullptr);
-  EXPECT_EQ(app.AddToExcludeAppNameList(nullptr, &list, &found), E_POINTER);
-  EXPECT_EQ(app.AddToExcludeAppNameList(u"x", nullptr, &found), E_POINTER);
-  EXPECT_EQ(app.AddToExcludeAppNameList(u"x", &list, nullptr), E_POINTER);
-  EXPECT_EQ(app.AddToExcludeAppNameList(u"", &list, &found), E_INVALIDARG);
+  const auto app = CKELMetroApp::Create(u"Mail", nullptr, nullptr, nullptr);
+  EXPECT_EQ(app->AddToExcludeAppNameList(nullptr, &list, &found), E_POINTER);
+  EXPECT_EQ(app->AddToExcludeAppNameList(u"x", nullptr, &found), E_POINTER);
+  EXPECT_EQ(app->AddToExcludeAppNameList(u"x", &list, nullptr), E_POINTER);
+  EXPECT_EQ(app->AddToExcludeAppNameList(u"", &list, &found), E_INVALIDARG);
 }
 
 TEST_F(Records, DesktopAppNamedByTheWordIsFoundUnlessDualMode) {
-  CKELDesktopApp app = Desktop(u"Paint");
-  EXPECT_EQ(app.AddToExcludeAppNameList(u"PAINT", &list, &found), S_OK);
+  const auto app = Desktop(u"Paint");
+  EXPECT_EQ(app->AddToExcludeAppNameList(u"PAINT", &list, &found), S_OK);
   EXPECT_EQ(found, 1);
-  CKELDesktopApp dual = Desktop(u"Paint", 1);
+  const auto dual = Desktop(u"Paint", 1);
   found = 7;
-  EXPECT_EQ(dual.AddToExcludeAppNameList(u"paint", &list, &found), S_OK);
+  EXPECT_EQ(dual->AddToExcludeAppNameList(u"paint", &list, &found), S_OK);
   EXPECT_EQ(found, 0);
   EXPECT_TRUE(list.empty());
 }
 
 TEST_F(Records, DesktopAppUsesItsLocalizedNameWhenSet) {
-  CKELDesktopApp app = Desktop(u"Paint", 0, u"pinsel programm");
-  app.AddToExcludeAppNameList(u"pinsel", &list, &found);
+  const auto app = Desktop(u"Paint", 0, u"pinsel programm");
+  app->AddToExcludeAppNameList(u"pinsel", &list, &found);
   EXPECT_EQ(list, (ExcludeAppNameList{u"pinsel programm"}));
 }
 
 TEST_F(Records, DesktopAppWithoutItsShortcutGivesSFalseAndIsMarkedUninstalled) {
-  CKELDesktopApp app(u"Paint", u"C:\\gone.lnk", nullptr, nullptr, 0, 1, 0);
-  EXPECT_EQ(app.AddToExcludeAppNameList(u"pai", &list, &found), S_FALSE);
-  EXPECT_EQ(app.IsInstalled, 0);
+  const auto app = CKELDesktopApp::Create(u"Paint", u"C:\\gone.lnk", nullptr, nullptr, 0, 1, 0);
+  EXPECT_EQ(app->AddToExcludeAppNameList(u"pai", &list, &found), S_FALSE);
+  EXPECT_EQ(app->IsInstalled, 0);
   EXPECT_EQ(found, 7);
   EXPECT_TRUE(list.empty());
 }
 
 TEST_F(Records, LocalizedNameKeepsItsCaseSoAnUpperCaseOneIsNotMatched) {
-  CKELDesktopApp app = Desktop(u"Paint", 0, u"Pinsel Programm");
-  EXPECT_EQ(app.AddToExcludeAppNameList(u"pinsel", &list, &found), S_OK);
+  const auto app = Desktop(u"Paint", 0, u"Pinsel Programm");
+  EXPECT_EQ(app->AddToExcludeAppNameList(u"pinsel", &list, &found), S_OK);
   EXPECT_TRUE(list.empty());
 }
 
 TEST_F(Records, DesktopRubyAddsTheName) {
-  CKELDesktopApp app = Desktop(u"\u96fb\u5353", 0, nullptr, u"\u3067\u3093\u305f\u304f");
-  EXPECT_EQ(app.AddToExcludeAppNameList(u"\u3067\u3093", &list, &found), S_OK);
+  const auto app = Desktop(u"\u96fb\u5353", 0, nullptr, u"\u3067\u3093\u305f\u304f");
+  EXPECT_EQ(app->AddToExcludeAppNameList(u"\u3067\u3093", &list, &found), S_OK);
   EXPECT_EQ(list, (ExcludeAppNameList{u"\u96fb\u5353"}));
 }
 
 TEST_F(Records, ShortcutComparisonIgnoresCaseButNotEmptiness) {
-  CKELDesktopApp app(u"Paint", u"C:\\Paint.lnk", nullptr, nullptr, 0, 1, 0);
-  EXPECT_TRUE(app.IsSameShortcut(u"c:\\PAINT.LNK"));
-  EXPECT_FALSE(app.IsSameShortcut(u""));
-  EXPECT_FALSE(app.IsSameShortcut(nullptr));
-  CKELDesktopApp noPath(u"Paint", u"", nullptr, nullptr, 0, 1, 0);
-  EXPECT_FALSE(noPath.IsSameShortcut(u""));
+  const auto app = CKELDesktopApp::Create(u"Paint", u"C:\\Paint.lnk", nullptr, nullptr, 0, 1, 0);
+  EXPECT_TRUE(app->IsSameShortcut(u"c:\\PAINT.LNK"));
+  EXPECT_FALSE(app->IsSameShortcut(u""));
+  EXPECT_FALSE(app->IsSameShortcut(nullptr));
+  const auto noPath = CKELDesktopApp::Create(u"Paint", u"", nullptr, nullptr, 0, 1, 0);
+  EXPECT_FALSE(noPath->IsSameShortcut(u""));
 }
 
 TEST_F(Records, PackageIdentityIsCaseSensitive) {
@@ -162,11 +162,11 @@ TEST_F(Records, PackageFromStoredValuesHasNoNamesOrApps) {
 TEST_F(Records, AddApplicationTakesOwnershipInOrder) {
   CKELPackage package(u"A_b", {}, 0, 1);
   EXPECT_EQ(package.AddApplication(nullptr), E_POINTER);
-  EXPECT_EQ(package.AddApplication(new CKELMetroApp(u"One", nullptr, nullptr, nullptr)), S_OK);
+  EXPECT_EQ(package.AddApplication(CKELMetroApp::Create(u"One", nullptr, nullptr, nullptr).release()), S_OK);
   EXPECT_EQ(package.AddApplication(u"Two", u"2"), S_OK);
   ASSERT_EQ(package.Applications().size(), 2u);
-  EXPECT_EQ(package.Applications().front()->DisplayName, u"one");
-  EXPECT_EQ(package.Applications().back()->ShortName, u"2");
+  EXPECT_EQ(package.Applications().front()->DisplayName(), u"one");
+  EXPECT_EQ(package.Applications().back()->ShortName(), u"2");
   package.DeleteAllApp();
   EXPECT_TRUE(package.Applications().empty());
 }

@@ -267,14 +267,14 @@ std::vector<std::string> Describe(const CKELAppNameList& list) {
                     std::to_string(v.Minor) + "." + std::to_string(v.Build) + "." + std::to_string(v.Revision) +
                     " " + std::to_string(package->NeedReserve) + std::to_string(package->IsInstalled));
     for (const auto& app : package->Applications()) {
-      lines.push_back("  app " + fakes::Narrow(package->PackageFamilyName) + ": " + fakes::Narrow(app->DisplayName) +
-                      "|" + fakes::Narrow(app->ShortName) + "|" + fakes::Narrow(app->RubyDisplayName) + "|" +
-                      fakes::Narrow(app->RubyShortName));
+      lines.push_back("  app " + fakes::Narrow(package->PackageFamilyName) + ": " + fakes::Narrow(WString(app->DisplayName())) +
+                      "|" + fakes::Narrow(WString(app->ShortName())) + "|" + fakes::Narrow(WString(app->RubyDisplayName())) + "|" +
+                      fakes::Narrow(WString(app->RubyShortName())));
     }
   }
   for (const auto& app : list.DesktopApps()) {
-    lines.push_back("desktop " + fakes::Narrow(app->DisplayName) + "|" + fakes::Narrow(app->LnkFileName) + "|" +
-                    fakes::Narrow(app->LocalizeName) + "|" + fakes::Narrow(app->RubyDisplayName) + "|" +
+    lines.push_back("desktop " + fakes::Narrow(WString(app->DisplayName())) + "|" + fakes::Narrow(WString(app->LnkFileName())) + "|" +
+                    fakes::Narrow(WString(app->LocalizeName())) + "|" + fakes::Narrow(WString(app->RubyDisplayName())) + "|" +
                     std::to_string(app->NeedReserve) + std::to_string(app->IsInstalled) +
                     std::to_string(app->IsDualMode));
   }

@@ -35,7 +35,7 @@ class ManifestReader : public testing::LibraryTest {
 
   std::vector<std::pair<WString, WString>> Names() const {
     std::vector<std::pair<WString, WString>> names;
-    for (const auto& app : package.Applications()) names.emplace_back(app->DisplayName, app->ShortName);
+    for (const auto& app : package.Applications()) names.emplace_back(app->DisplayName(), app->ShortName());
     return names;
   }
 
@@ -422,7 +422,7 @@ TEST_F(ManifestReader, PackagingApiSkipsAnApplicationItCannotGet) {
     // The walk's result is that of the enumerator's last step.
     EXPECT_EQ(CKELManifestReader::GetAppNameUsingAPI(kManifest.c_str(), &fresh), S_OK);
     std::vector<std::pair<WString, WString>> names;
-    for (const auto& app : fresh.Applications()) names.emplace_back(app->DisplayName, app->ShortName);
+    for (const auto& app : fresh.Applications()) names.emplace_back(app->DisplayName(), app->ShortName());
     EXPECT_EQ(names, c.names);
     EXPECT_EQ(fake->CallsNamed({"GetCurrent"}).size(), 3u);
     EXPECT_EQ(fake->CallsNamed({"MoveNext"}).size(), 3u);

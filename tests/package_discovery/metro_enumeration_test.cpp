@@ -58,7 +58,7 @@ TEST_F(MetroEnumeration, EveryPackageIsHandedToTheCatalogueInServiceOrder) {
   EXPECT_EQ(manager.RefreshMetroApps(), S_OK);
   ASSERT_EQ(manager.m_AppNameList.Packages().size(), 2u);
   EXPECT_EQ(manager.m_AppNameList.Packages().front()->PackageFamilyName, u"Example.News_abc");
-  EXPECT_EQ(manager.m_AppNameList.Packages().back()->Applications().front()->DisplayName, u"mail");
+  EXPECT_EQ(manager.m_AppNameList.Packages().back()->Applications().front()->DisplayName(), u"mail");
   EXPECT_EQ(fake->CallsNamed({"FindPackagesByUserSecurityId"}).at(0).args, "S-1-5-21-1-2-3-1001");
   EXPECT_EQ(fake->deploymentObjectsAlive, 0);
   EXPECT_EQ(mail.references, 1);

@@ -133,7 +133,7 @@ TEST_F(RefreshThread, PresetListIsLoadedWhenThereIsNoDataFile) {
                              "LnkFileName=\"C:\\p.lnk\" NeedReserve=\"1\" /></DesktopApps>");
   ASSERT_EQ(KelInitialize(), S_OK);
   ASSERT_EQ(ThePackageManager().m_AppNameList.DesktopApps().size(), 1u);
-  EXPECT_EQ(ThePackageManager().m_AppNameList.DesktopApps().front()->DisplayName, u"preset");
+  EXPECT_EQ(ThePackageManager().m_AppNameList.DesktopApps().front()->DisplayName(), u"preset");
 }
 
 TEST_F(RefreshThread, DataFileIsPreferredToThePresetList) {
@@ -143,7 +143,7 @@ TEST_F(RefreshThread, DataFileIsPreferredToThePresetList) {
                            "LnkFileName=\"C:\\s.lnk\" /></DesktopApps>");
   ASSERT_EQ(KelInitialize(), S_OK);
   ASSERT_EQ(ThePackageManager().m_AppNameList.DesktopApps().size(), 1u);
-  EXPECT_EQ(ThePackageManager().m_AppNameList.DesktopApps().front()->DisplayName, u"saved");
+  EXPECT_EQ(ThePackageManager().m_AppNameList.DesktopApps().front()->DisplayName(), u"saved");
 }
 
 TEST_F(RefreshThread, RestartAfterStopDoesNotDoubleTheCatalogue) {

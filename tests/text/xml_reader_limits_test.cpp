@@ -305,7 +305,7 @@ TEST_F(ReadLimit, TheCatalogueRefusesAnOversizedFileAndKeepsWhatItHeld) {
   fake->SetReportedFileSize(kFile, xml::kMaxInputBytes + 1);
   EXPECT_EQ(list.Load(kFile.c_str()), xml::kInputTooLarge);
   ASSERT_EQ(list.DesktopApps().size(), 1u);
-  EXPECT_EQ(list.DesktopApps().front()->DisplayName, u"calc");
+  EXPECT_EQ(list.DesktopApps().front()->DisplayName(), u"calc");
   EXPECT_EQ(LogLines(), (std::vector<std::string>{
                             "CKELAppNameList::Load(" + ToUtf8(kFile.c_str()) + ") IN\r\n",
                             "CKELAppNameList::Load OUT(0x8007000E)\r\n",
