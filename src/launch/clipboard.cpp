@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "frame/log.h"
+#include "frame/trace_exit.h"
 #include "frame/wide.h"
 #include "platform/platform.h"
 
@@ -72,18 +73,13 @@ HRESULT HandOver(platform::Platform& sys, const char16_t* name, const char16_t* 
 HRESULT CKELClipboard::SetClipboardData(const char16_t* text) {
   constexpr char16_t kName[] = u"CKELClipboard::SetClipboardData";
   WriteDebugLog("%S(%S) IN\r\n", kName, text);
-  HRESULT result = S_OK;
-  if (text == nullptr) {
-    result = E_POINTER;
-  } else if (text[0] == 0) {
-    result = E_INVALIDARG;
-  } else {
+  HRESULT result = CheckStringArgument(text);
+  if (result == S_OK) {
     auto& sys = platform::Current();
     const OpenedClipboard clipboard(sys);
     result = clipboard.IsOpen() ? HandOver(sys, kName, text) : E_FAIL;
   }
-  WriteDebugLog("%S OUT(0x%08X)\r\n", kName, result);
-  return result;
+  return TraceExit(kName, result);
 }
 
 }  // namespace kel

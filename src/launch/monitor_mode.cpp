@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "frame/log.h"
+#include "frame/trace_exit.h"
 #include "launch/key_emulate.h"
 #include "platform/apartment.h"
 #include "platform/com_ptr.h"
@@ -112,7 +113,7 @@ HRESULT CKELMonitorMode::SwitchToStartScreen() {
   WriteDebugLog("%S IN\r\n", kName);
   AppVisibilityScope visibilityObject;
   const HRESULT created = visibilityObject.Create();
-  if (Failed(created)) return TraceExit(kName, created);
+  KEL_RETURN_IF_FAILED_TRACED(kName, created);
 
   BOOL visible = 0;
   const HRESULT result = visibilityObject->IsLauncherVisible(&visible);
@@ -146,7 +147,7 @@ HRESULT CKELMonitorMode::OpenAppSearchUI() {
   }
   Sys().Sleep(200);
   // The exit line always shows 0, whatever the outcome.
-  WriteDebugLog("%S OUT(0x%08X)\r\n", kName, S_OK);
+  WriteExitLine(kName, S_OK);
   return seen ? S_OK : E_FAIL;
 }
 

@@ -7,6 +7,7 @@
 #include "frame/exports.h"
 #include "frame/format.h"
 #include "frame/log.h"
+#include "frame/trace_exit.h"
 #include "frame/reg.h"
 #include "frame/version_test.h"
 #include "launch/clipboard.h"
@@ -104,14 +105,8 @@ extern "C" HRESULT KELAPI KelLaunchBySearchW(const char16_t* pszKeyword, DWORD d
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchBySearchW";
     WriteDebugLog("%S(%S, %d, %d) IN\r\n", kName, pszKeyword, dwMode, nOption);
-    if (pszKeyword == nullptr) {
-      WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_POINTER);
-      return E_POINTER;
-    }
-    if (pszKeyword[0] == 0 || dwMode > 2) {
-      WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_INVALIDARG);
-      return E_INVALIDARG;
-    }
+    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszKeyword));
+    if (dwMode > 2) return TraceExit(kName, E_INVALIDARG);
     if (IsMessagingUnavailable(pszKeyword)) {
       Sys().MessageBox(nullptr, kMessagingUnavailableText, u"", platform::MB_ICONINFORMATION | platform::MB_TOPMOST);
       return S_OK;  // the notice is the whole answer: no exit line
@@ -120,11 +115,7 @@ extern "C" HRESULT KELAPI KelLaunchBySearchW(const char16_t* pszKeyword, DWORD d
     BOOL hit = 0;
     ExcludeAppNameList names;
     if (nOption != 0) {
-      const HRESULT hr = ThePackageManager().GetExcludeAppNameList(pszKeyword, &names, &hit);
-      if (Failed(hr)) {
-        WriteDebugLog("%S OUT(0x%08X)\r\n", kName, hr);
-        return hr;
-      }
+      KEL_RETURN_IF_FAILED_TRACED(kName, ThePackageManager().GetExcludeAppNameList(pszKeyword, &names, &hit));
     }
     const WString query = BuildQuery(pszKeyword, names);
     WriteDebugLog("%S szKeyword = %S \r\n", kName, query);
@@ -144,7 +135,6 @@ extern "C" HRESULT KELAPI KelLaunchBySearchW(const char16_t* pszKeyword, DWORD d
         PasteWithoutSubmitting();
       }
     }
-    WriteDebugLog("%S OUT(0x%08X)\r\n", kName, S_OK);
-    return S_OK;
+    return TraceExit(kName, S_OK);
   });
 }

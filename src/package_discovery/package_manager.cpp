@@ -148,10 +148,7 @@ HRESULT CKELPackageManager::Initialize() {
   const WString dataFile = DataFilePath();
   WString listFile = dataFile;
   if (Sys().GetFileAttributes(dataFile.c_str()) == platform::INVALID_FILE_ATTRIBUTES) {
-    if (!GetPresetAppNameFullPath(listFile)) {
-      WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_FAIL);
-      return E_FAIL;
-    }
+    if (!GetPresetAppNameFullPath(listFile)) return TraceExit(kName, E_FAIL);
   }
   // A second start after a stop begins from the file again rather than
   // doubling what the first one held. A thread given up on by that stop is
@@ -167,8 +164,7 @@ HRESULT CKELPackageManager::Initialize() {
   platform::UniqueHandle event(Sys().CreateEvent(true, false, eventName.c_str()));
   if (!event) {
     WriteDebugLog("CreateEventW() failed. ErrCode = %d \r\n", Sys().GetLastError());
-    WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_FAIL);
-    return E_FAIL;
+    return TraceExit(kName, E_FAIL);
   }
   // The event's name is the process's: while a thread given up on by an
   // earlier stop still holds that event, CreateEvent opens the same object,
@@ -192,8 +188,7 @@ HRESULT CKELPackageManager::Initialize() {
   } else {
     start.release();  // the thread owns it now
   }
-  WriteDebugLog("%S OUT(0x%08X)\r\n", kName, result);
-  return result;
+  return TraceExit(kName, result);
 }
 
 DWORD CKELPackageManager::RefreshThread(void* parameter) noexcept {
@@ -201,7 +196,7 @@ DWORD CKELPackageManager::RefreshThread(void* parameter) noexcept {
   std::unique_ptr<RefreshStart> start(static_cast<RefreshStart*>(parameter));
   WriteDebugLog("%S IN\r\n", kName);
   if (start == nullptr || start->manager == nullptr || start->run == nullptr) {
-    WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_POINTER);
+    WriteExitLine(kName, E_POINTER);
     return static_cast<DWORD>(E_POINTER);
   }
   const HRESULT result = CaughtResult([&] { return static_cast<HRESULT>(start->manager->RunRefreshThread(*start->run)); });
@@ -223,7 +218,7 @@ DWORD CKELPackageManager::RunRefreshThread(RefreshRun& run) {
     if (!StartMenuFolder(kAppDataVariable, userFolder)) return E_FAIL;
     return S_OK;
   });
-  if (paths == E_OUTOFMEMORY) WriteDebugLog("%S OUT(0x%08X)\r\n", kName, paths);
+  if (paths == E_OUTOFMEMORY) WriteExitLine(kName, paths);
   if (Failed(paths)) return static_cast<DWORD>(paths);
   // Minutes to milliseconds in unsigned 32-bit arithmetic: large values wrap.
   const DWORD interval = CKELReg::GetRefreshInterval() * kMillisecondsPerMinute;
