@@ -57,7 +57,7 @@ namespace {
 
 // The one pattern of the narrow exports after their own checks.
 template <typename CallWide>
-HRESULT ConvertAndCall(const char* source, CallWide callWide) {
+[[nodiscard]] HRESULT ConvertAndCall(const char* source, CallWide callWide) {
   MallocWide wide = ToWide(source);
   if (!wide) return E_FAIL;
   return callWide(static_cast<const char16_t*>(wide.get()));
@@ -146,7 +146,8 @@ extern "C" void KELAPI KelReleaseStringW(char16_t* pszString) {
   GuardVoidExport([&] {
     constexpr char16_t kName[] = u"KelReleaseStringW";
     WriteDebugLog("%S IN\r\n", kName);
-    if (pszString != nullptr) platform::Current().LocalFree(pszString);
+    // The host's string is gone either way; a failed free has no one to tell.
+    if (pszString != nullptr) (void)platform::Current().LocalFree(pszString);
     WriteDebugLog("%S OUT\r\n", kName);
   });
 }
@@ -155,7 +156,8 @@ extern "C" void KELAPI KelReleaseStringA(char* pszString) {
   GuardVoidExport([&] {
     constexpr char16_t kName[] = u"KelReleaseStringA";
     WriteDebugLog("%S IN\r\n", kName);
-    if (pszString != nullptr) platform::Current().LocalFree(pszString);
+    // The host's string is gone either way; a failed free has no one to tell.
+    if (pszString != nullptr) (void)platform::Current().LocalFree(pszString);
     WriteDebugLog("%S OUT\r\n", kName);
   });
 }

@@ -127,7 +127,7 @@ HRESULT CKELMonitorMode::SwitchToStartScreen() {
   CKELKeyEmulate::Sendinput_Win();
   for (int pass = 0; pass < kStartScreenPolls && !visible; ++pass) {
     Sys().Sleep(kPollInterval);
-    visibilityObject->IsLauncherVisible(&visible);  // a failed poll just polls again
+    (void)visibilityObject->IsLauncherVisible(&visible);  // a failed poll just polls again
     WriteDebugLog("launcherVisibility = %d\r\n", visible);
   }
   visibilityObject.Release();
@@ -138,7 +138,8 @@ HRESULT CKELMonitorMode::OpenAppSearchUI() {
   constexpr char16_t kName[] = u"CKELMonitorMode::OpenAppSearchUI";
   WriteDebugLog("%S IN\r\n", kName);
   UINT mode = kDesktop;
-  if (Succeeded(GetMonitorMode(&mode)) && mode != kStartScreen) SwitchToStartScreen();
+  // A switch that failed is traced by itself; the search keys follow anyway.
+  if (Succeeded(GetMonitorMode(&mode)) && mode != kStartScreen) (void)SwitchToStartScreen();
   CKELKeyEmulate::SendInput_Win_Q();
   bool seen = false;
   for (int pass = 0; pass < kSearchPanePolls && !seen; ++pass) {

@@ -71,8 +71,9 @@ void PasteAndSubmit() {
 void ClearClipboard() {
   auto& sys = Sys();
   if (sys.OpenClipboard(nullptr)) {
-    sys.EmptyClipboard();
-    sys.CloseClipboard();
+    // Clearing is best effort: the query left behind is the only harm.
+    (void)sys.EmptyClipboard();
+    (void)sys.CloseClipboard();
   }
 }
 
@@ -108,7 +109,9 @@ extern "C" HRESULT KELAPI KelLaunchBySearchW(const char16_t* pszKeyword, DWORD d
     KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszKeyword));
     if (dwMode > 2) return TraceExit(kName, E_INVALIDARG);
     if (IsMessagingUnavailable(pszKeyword)) {
-      Sys().MessageBox(nullptr, kMessagingUnavailableText, u"", platform::MB_ICONINFORMATION | platform::MB_TOPMOST);
+      // Only a notice: which button closed it does not matter.
+      (void)Sys().MessageBox(nullptr, kMessagingUnavailableText, u"",
+                             platform::MB_ICONINFORMATION | platform::MB_TOPMOST);
       return S_OK;  // the notice is the whole answer: no exit line
     }
 
@@ -128,7 +131,8 @@ extern "C" HRESULT KELAPI KelLaunchBySearchW(const char16_t* pszKeyword, DWORD d
     const bool submitQuery = dwMode == 0 || (dwMode == 2 && !hit);
     {
       const ClipboardClearedAtEnd clearing;
-      CKELClipboard::SetClipboardData(submitQuery ? query.c_str() : pszKeyword);
+      // A hand-over that failed is traced; the keys are sent all the same.
+      (void)CKELClipboard::SetClipboardData(submitQuery ? query.c_str() : pszKeyword);
       if (submitQuery) {
         PasteAndSubmit();
       } else {

@@ -90,7 +90,7 @@ HRESULT ReadApplication(xml::XmlReader& reader, const CKELPackage& package, Unre
 
 // The packaging API's reading of the manifest, in an apartment of its own.
 // The objects are released, and the apartment left, before this returns.
-HRESULT AddApplicationsThroughApi(const char16_t* manifestPath, CKELPackage& package) {
+[[nodiscard]] HRESULT AddApplicationsThroughApi(const char16_t* manifestPath, CKELPackage& package) {
   platform::ScopedComApartment apartment(platform::COINIT_APARTMENTTHREADED);
   if (!apartment) return apartment.result();
   platform::ComPtr<platform::AppxManifestReader> manifest;
@@ -167,7 +167,7 @@ HRESULT CKELManifestReader::GetAttributeValueByName(xml::XmlReader* reader, cons
     KEL_RETURN_IF_FAILED_TRACED(kName, reader->GetLocalName(&localName, &nameLength));
     if (SameNameIgnoringCase(localName, nameLength, name)) {
       value.assign(attributeValue, valueLength);
-      reader->MoveToElement();
+      (void)reader->MoveToElement();  // S_FALSE when already on the element
       return TraceExit(kName, S_OK);
     }
   }

@@ -46,7 +46,7 @@ HRESULT CKELPackageManager::RefreshDesktopApps(const char16_t* folder) {
     if ((found.dwFileAttributes & platform::FILE_ATTRIBUTE_DIRECTORY) != 0 && !IsDotEntry(found.cFileName)) {
       WString subfolder;
       if (FormatWideInto(subfolder, kMaxPath, u"%s\\%s", {folder, found.cFileName})) {
-        RefreshDesktopApps(subfolder.c_str());  // a nested failure is only logged
+        (void)RefreshDesktopApps(subfolder.c_str());  // a nested failure is only logged
       } else {
         WriteDebugLog("%S folder path longer than %d characters, skipped\r\n", kName,
                       static_cast<int>(kMaxPath - 1));

@@ -35,7 +35,7 @@ HRESULT CKELPackageManager::GetCurrentUserSid(char16_t** sid) {
     DWORD sidSize = 0;
     DWORD domainSize = 0;
     // Asks for the sizes: failing is what this call is expected to do.
-    sys.LookupAccountName(nullptr, userName, nullptr, &sidSize, nullptr, &domainSize);
+    (void)sys.LookupAccountName(nullptr, userName, nullptr, &sidSize, nullptr, &domainSize);
     platform::UniqueLocal sidBuffer(sys.LocalAlloc(platform::LPTR, sidSize));
     if (sidBuffer) {
       // The domain buffer is as large as the first call asked for.

@@ -56,7 +56,9 @@ WString HostExecutablePath() {
 // The data file path: the data folder with the file name appended.
 WString DataFilePath() {
   WString folder;
-  CKELPackageManager::CreateAppNameListFolder(folder);
+  // A folder that could not be made still names the path; the file's own
+  // open or write then fails and says so.
+  (void)CKELPackageManager::CreateAppNameListFolder(folder);
   return FormatWide(u"%s\\%s", {folder, kAppNameListFileName});
 }
 
@@ -170,7 +172,9 @@ HRESULT CKELPackageManager::Initialize() {
   // earlier stop still holds that event, CreateEvent opens the same object,
   // still set by that stop. Clear it, or the new thread would stop at once;
   // the old thread stops on its start's abandoned mark instead.
-  if (!m_LastRun.expired()) Sys().ResetEvent(event.get());
+  // A reset that failed leaves the new thread to stop at once, which its
+  // trace shows; the start itself has succeeded.
+  if (!m_LastRun.expired()) (void)Sys().ResetEvent(event.get());
   const Handle eventHandle = event.get();
   auto run = std::make_shared<RefreshRun>(std::move(event));
   auto start = std::make_unique<RefreshStart>(RefreshStart{this, run});
@@ -234,7 +238,7 @@ DWORD CKELPackageManager::RunRefreshThread(RefreshRun& run) {
     if (run.abandoned.load()) return static_cast<DWORD>(S_OK);
     if (sys.WaitForSingleObject(exitEvent, interval) != platform::WAIT_TIMEOUT) break;
   }
-  sys.ResetEvent(exitEvent);
+  (void)sys.ResetEvent(exitEvent);  // the thread ends either way
   WriteDebugLog("%S OUT\r\n", kName);
   return static_cast<DWORD>(S_OK);
 }
@@ -282,7 +286,7 @@ void CKELPackageManager::Finalize() {
   WriteDebugLog("%S IN\r\n", kName);
   auto& sys = Sys();
   if (std::shared_ptr<RefreshRun> run = std::move(m_Run)) {
-    sys.SetEvent(run->exitEvent.get());
+    (void)sys.SetEvent(run->exitEvent.get());  // the wait that follows tells whether the thread ended
     if (Handle thread = m_hRefreshThread.exchange(nullptr)) {
       // A thread that does not end in time is given up on: it stops at its
       // next check, keeps the event open until then, and whatever it still
