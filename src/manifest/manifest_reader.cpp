@@ -42,7 +42,7 @@ void ResolveName(WString& name, const CKELPackage& package) {
 }
 
 // Opens the manifest with the library's XML reader.
-HRESULT OpenManifest(const char16_t* name, const char16_t* path, xml::XmlReader& reader) {
+[[nodiscard]] HRESULT OpenManifest(const char16_t* name, const char16_t* path, xml::XmlReader& reader) {
   std::string bytes;
   HRESULT hr = Sys().ReadFileBytes(path, bytes);
   if (Failed(hr)) {
@@ -52,6 +52,14 @@ HRESULT OpenManifest(const char16_t* name, const char16_t* path, xml::XmlReader&
   hr = reader.SetInput(bytes);
   if (Failed(hr)) WriteDebugLog("%S SetInput failed. ErrCode = 0x%08X\r\n", name, hr);
   return hr;
+}
+
+// Opens the manifest and moves to its Applications element, where every
+// reading of the applications starts.
+[[nodiscard]] HRESULT OpenApplications(const char16_t* name, const char16_t* path, xml::XmlReader& reader) {
+  const HRESULT hr = OpenManifest(name, path, reader);
+  if (Failed(hr)) return hr;
+  return CKELManifestReader::MoveToElementByName(&reader, u"Applications");
 }
 
 // Whether a walk goes on past a name that is still a resource reference
@@ -179,8 +187,7 @@ HRESULT CKELManifestReader::GetAppNameUsingXmlParser(const char16_t* manifestPat
   WriteDebugLog("%S IN\r\n", kName);
   if (manifestPath == nullptr || package == nullptr) return TraceExit(kName, E_POINTER);
   xml::XmlReader reader;
-  KEL_RETURN_IF_FAILED_TRACED(kName, OpenManifest(kName, manifestPath, reader));
-  KEL_RETURN_IF_FAILED_TRACED(kName, MoveToElementByName(&reader, u"Applications"));
+  KEL_RETURN_IF_FAILED_TRACED(kName, OpenApplications(kName, manifestPath, reader));
   HRESULT hr = S_OK;
   for (;;) {
     hr = MoveToElementByName(&reader, u"Application");
@@ -201,8 +208,7 @@ HRESULT CKELManifestReader::IsCanGetAppNameFromManifest(const char16_t* manifest
   if (manifestPath == nullptr || package == nullptr || canGet == nullptr) return TraceExit(kName, E_POINTER);
   *canGet = 0;
   xml::XmlReader reader;
-  KEL_RETURN_IF_FAILED_TRACED(kName, OpenManifest(kName, manifestPath, reader));
-  KEL_RETURN_IF_FAILED_TRACED(kName, MoveToElementByName(&reader, u"Applications"));
+  KEL_RETURN_IF_FAILED_TRACED(kName, OpenApplications(kName, manifestPath, reader));
   HRESULT hr = S_OK;
   for (;;) {
     hr = MoveToElementByName(&reader, u"Application");
@@ -236,8 +242,7 @@ HRESULT CKELManifestReader::GetAppDisplayName(platform::Package* package, char16
   if (Failed(hr)) throw platform::PlatformError{hr, Sys().DescribeError(hr)};
   const WString path = folder + u"\\" + u"AppxManifest.xml";
   xml::XmlReader reader;
-  KEL_RETURN_IF_FAILED_TRACED(kName, OpenManifest(kName, path.c_str(), reader));
-  KEL_RETURN_IF_FAILED_TRACED(kName, MoveToElementByName(&reader, u"Applications"));
+  KEL_RETURN_IF_FAILED_TRACED(kName, OpenApplications(kName, path.c_str(), reader));
   hr = MoveToElementByName(&reader, u"Application");
   if (hr != S_OK) return TraceExit(kName, hr);
   hr = MoveToElementByName(&reader, u"VisualElements");
