@@ -128,12 +128,12 @@ HRESULT CKELAppNameList::ReadDesktopAppsHeld(xml::XmlReader* reader) {
   WriteDebugLog("%S IN\r\n", kName);
   if (reader == nullptr) return TraceExit(kName, E_POINTER);
   UINT listDepth = 0;
-  reader->GetDepth(&listDepth);
+  (void)reader->GetDepth(&listDepth);  // a reader with a node always has its depth
   HRESULT hr;
   xml::XmlNodeType type = xml::XmlNodeType_None;
   while ((hr = reader->Read(&type)) == S_OK) {
     UINT depth = 0;
-    reader->GetDepth(&depth);
+    (void)reader->GetDepth(&depth);  // a reader with a node always has its depth
     if (type == xml::XmlNodeType_Element) {
       if (depth <= listDepth) break;  // belongs to the outer scan
       const char16_t* name = nullptr;
@@ -176,11 +176,11 @@ HRESULT CKELAppNameList::Save(const char16_t* path) {
           // A record that cannot be written is left out; the writer's own
           // failure shows in Flush.
           for (const auto& package : m_Packages) (void)package->ToXmlNode(&writer);
-          (void)writer.WriteEndElement();
+          (void)writer.WriteEndElement();  // a failure stays in the writer for the save to see
         }
         if (Succeeded(writer.WriteStartElement(nullptr, u"DesktopApps", nullptr))) {
           for (const auto& app : m_DesktopApps) (void)app->ToXmlNode(&writer);
-          (void)writer.WriteEndElement();
+          (void)writer.WriteEndElement();  // a failure stays in the writer for the save to see
         }
       }
     }  // the file is written without holding the catalogue

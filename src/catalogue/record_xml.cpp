@@ -78,7 +78,7 @@ template <typename TakeAttribute>
     try {
       take(std::u16string_view(name, nameLength), valueView);
     } catch (const std::bad_alloc&) {
-      reader.MoveToElement();
+      (void)reader.MoveToElement();  // S_FALSE when already on the element
       return E_OUTOFMEMORY;
     }
   }
@@ -93,8 +93,8 @@ struct Position {
 
 Position Current(XmlReader& reader) {
   Position position;
-  reader.GetNodeType(&position.type);
-  reader.GetDepth(&position.depth);
+  (void)reader.GetNodeType(&position.type);  // never fails with a place to put it
+  (void)reader.GetDepth(&position.depth);  // never fails with a place to put it
   const char16_t* name = nullptr;
   UINT length = 0;
   if (Succeeded(reader.GetLocalName(&name, &length)) && name != nullptr) position.name = {name, length};
@@ -244,7 +244,7 @@ HRESULT CKELPackage::FromXmlNode(XmlReader* reader, CKELPackage** ppPackage) {
   WriteDebugLog("%S IN\r\n", kName);
   if (reader == nullptr || ppPackage == nullptr) return TraceExit(kName, E_POINTER);
   UINT packageDepth = 0;
-  reader->GetDepth(&packageDepth);
+  (void)reader->GetDepth(&packageDepth);  // a reader with a node always has its depth
   WString familyName;
   PackageVersion version;
   int needReserve = 0, isInstalled = 1;
@@ -262,7 +262,7 @@ HRESULT CKELPackage::FromXmlNode(XmlReader* reader, CKELPackage** ppPackage) {
   // A package that cannot be built for want of memory is skipped, but read
   // past all the same, so the scan goes on after it.
   if (Failed(hr) && hr != E_OUTOFMEMORY) return TraceExit(kName, hr);
-  reader->MoveToElement();
+  (void)reader->MoveToElement();  // S_FALSE when already on the element
   HRESULT built = hr;
   std::unique_ptr<CKELPackage> package;
   if (Succeeded(built)) {

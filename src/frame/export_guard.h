@@ -12,7 +12,7 @@ namespace kel {
 // The result of `body`, or E_OUTOFMEMORY / E_FAIL for whatever it throws.
 // Also for the steps of a background pass, which must not end their thread.
 template <typename Body>
-HRESULT CaughtResult(Body&& body) noexcept {
+[[nodiscard]] HRESULT CaughtResult(Body&& body) noexcept {
   try {
     return body();
   } catch (const std::bad_alloc&) {
@@ -23,7 +23,7 @@ HRESULT CaughtResult(Body&& body) noexcept {
 }
 
 template <typename Body>
-HRESULT GuardExport(Body&& body) noexcept {
+[[nodiscard]] HRESULT GuardExport(Body&& body) noexcept {
   return CaughtResult(std::forward<Body>(body));
 }
 

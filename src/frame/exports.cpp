@@ -5,6 +5,7 @@
 #include "frame/export_guard.h"
 #include "frame/lifecycle.h"
 #include "frame/log.h"
+#include "frame/trace_exit.h"
 #include "frame/pfn_substitution.h"
 #include "frame/reg.h"
 #include "launch/monitor_mode.h"
@@ -32,7 +33,7 @@ extern "C" HRESULT KELAPI KelInitialize() {
     HRESULT result = S_OK;
     if (g_nInitCount.load() == 0) {
       result = ThePackageManager().Initialize();
-      if (Failed(result)) return TraceExit(kName, result);
+      KEL_RETURN_IF_FAILED_TRACED(kName, result);
     }
     g_nInitCount.fetch_add(1);
     return TraceExit(kName, result);
@@ -58,8 +59,7 @@ extern "C" HRESULT KELAPI KelLaunchStoreW(const char16_t* pszPackageFamilyName) 
     constexpr char16_t kName[] = u"KelLaunchStoreW";
     RereadLogSwitch();
     WriteDebugLog("%S(%S) IN\r\n", kName, pszPackageFamilyName);
-    if (pszPackageFamilyName == nullptr) return TraceExit(kName, E_POINTER);
-    if (pszPackageFamilyName[0] == 0) return TraceExit(kName, E_INVALIDARG);
+    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszPackageFamilyName));
     const char16_t* name = EffectivePFN(pszPackageFamilyName);
     return TraceExit(kName, ThePackageManager().LaunchStore(name));
   });
@@ -70,8 +70,7 @@ extern "C" HRESULT KELAPI KelIsInstalledW(const char16_t* pszPackageFamilyName, 
     constexpr char16_t kName[] = u"KelIsInstalledW";
     RereadLogSwitch();
     WriteDebugLog("%S(%S) IN\r\n", kName, pszPackageFamilyName);
-    if (pszPackageFamilyName == nullptr || pIsInstalled == nullptr) return TraceExit(kName, E_POINTER);
-    if (pszPackageFamilyName[0] == 0) return TraceExit(kName, E_INVALIDARG);
+    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszPackageFamilyName, pIsInstalled));
     const char16_t* name = EffectivePFN(pszPackageFamilyName);
     return TraceExit(kName, ThePackageManager().IsInstalled(name, pIsInstalled));
   });
@@ -83,8 +82,7 @@ extern "C" HRESULT KELAPI KelGetAppDisplayNameByPFNW(const char16_t* pszPackageF
     constexpr char16_t kName[] = u"KelGetAppDisplayNameByPFNW";
     WriteDebugLog("%S(%S, 0x%08X) IN\r\n", kName, pszPackageFamilyName,
                   static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(ppszDisplayName)));
-    if (pszPackageFamilyName == nullptr || ppszDisplayName == nullptr) return TraceExit(kName, E_POINTER);
-    if (pszPackageFamilyName[0] == 0) return TraceExit(kName, E_INVALIDARG);
+    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszPackageFamilyName, ppszDisplayName));
     const char16_t* name = EffectivePFN(pszPackageFamilyName);
     const HRESULT result = ThePackageManager().GetAppDisplayNameByPFN(name, ppszDisplayName);
     WriteDebugLog("%S OUT(0x%08X) DisplayName = %s\r\n", kName, result,
@@ -97,8 +95,8 @@ extern "C" HRESULT KELAPI KelLaunchByPFNW(const char16_t* pszPackageFamilyName, 
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchByPFNW";
     WriteDebugLog("%S(%S, %d, %d) IN\r\n", kName, pszPackageFamilyName, dwMode, nOption);
-    if (pszPackageFamilyName == nullptr) return TraceExit(kName, E_POINTER);
-    if (pszPackageFamilyName[0] == 0 || dwMode > 2) return TraceExit(kName, E_INVALIDARG);
+    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszPackageFamilyName));
+    if (dwMode > 2) return TraceExit(kName, E_INVALIDARG);
     const char16_t* name = EffectivePFN(pszPackageFamilyName);
     char16_t* displayName = nullptr;
     const HRESULT lookup = ThePackageManager().GetAppDisplayNameByPFN(name, &displayName);

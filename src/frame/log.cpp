@@ -57,9 +57,11 @@ BOOL AppendLine(const char* stamp, std::size_t stampLength, const char* message,
     if (!file) return 0;
     BOOL ok = 0;
     try {
-      sys.SetFilePointer(file.get(), 0, platform::FILE_END);
+      // A pointer that did not move, or a stamp not written, only spoils
+      // this line: the message's own write gives the result.
+      (void)sys.SetFilePointer(file.get(), 0, platform::FILE_END);
       DWORD written = 0;
-      sys.WriteFile(file.get(), stamp, static_cast<DWORD>(stampLength), &written);
+      (void)sys.WriteFile(file.get(), stamp, static_cast<DWORD>(stampLength), &written);
       written = 0;
       ok = sys.WriteFile(file.get(), message, static_cast<DWORD>(messageLength), &written);
     } catch (...) {
@@ -68,7 +70,7 @@ BOOL AppendLine(const char* stamp, std::size_t stampLength, const char* message,
     try {
       file.reset();
     } catch (...) {
-      file.release();  // a close that threw is not tried a second time
+      (void)file.release();  // a close that threw is not tried a second time
       return 0;
     }
     return ok;
@@ -122,7 +124,7 @@ bool MakeLogFilePath() noexcept {
   try {
     auto& sys = platform::Current();
     WString folder;
-    sys.GetEnvironmentVariable(kLocalAppDataVariable, folder);  // unset: empty folder part
+    (void)sys.GetEnvironmentVariable(kLocalAppDataVariable, folder);  // unset: empty folder part
     if (folder.size() + 1 > kMaxPath) return false;
     WString path;
     if (!FormatWideInto(path, kMaxPath, u"%s\\Osk\\Kelbrook\\%s", {folder, kLogFileName})) {

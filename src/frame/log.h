@@ -48,10 +48,16 @@ inline int WriteDebugLog(const char* format, const Args&... args) noexcept {
   return WriteDebugLogArgs(format, list, sizeof...(Args));
 }
 
-// The exit trace of an operation that returns an HRESULT: logs the name and
-// the code, and hands the code back.
-inline HRESULT TraceExit(const char16_t* name, HRESULT result) noexcept {
+// The exit line of an operation: its name and the code it ends with. For an
+// operation that gives back something other than that code.
+inline void WriteExitLine(const char16_t* name, HRESULT result) noexcept {
   WriteDebugLog("%S OUT(0x%08X)\r\n", name, result);
+}
+
+// The exit trace of an operation that returns an HRESULT: logs the exit line
+// and hands the code back, to be returned.
+[[nodiscard]] inline HRESULT TraceExit(const char16_t* name, HRESULT result) noexcept {
+  WriteExitLine(name, result);
   return result;
 }
 

@@ -7,6 +7,7 @@
 #include "frame/export_guard.h"
 #include "frame/exports.h"
 #include "frame/log.h"
+#include "frame/trace_exit.h"
 #include "platform/platform.h"
 
 namespace kel {
@@ -30,8 +31,7 @@ MallocWide ToWide(const char* source) {
 HRESULT ShiftJisToWideChar(const char* source, char16_t** ppWideChar) {
   constexpr char16_t kName[] = u"ShiftJisToWideChar";
   WriteDebugLog("%S(%s) IN\r\n", kName, source);
-  if (source == nullptr || ppWideChar == nullptr) return TraceExit(kName, E_POINTER);
-  if (source[0] == 0) return TraceExit(kName, E_INVALIDARG);
+  KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(source, ppWideChar));
   auto& sys = platform::Current();
   const int length = sys.MultiByteToWideChar(platform::CP_SHIFT_JIS, platform::MB_PRECOMPOSED, source, -1, nullptr, 0);
   if (length <= 0) return TraceExit(kName, E_FAIL);
@@ -57,7 +57,7 @@ namespace {
 
 // The one pattern of the narrow exports after their own checks.
 template <typename CallWide>
-HRESULT ConvertAndCall(const char* source, CallWide callWide) {
+[[nodiscard]] HRESULT ConvertAndCall(const char* source, CallWide callWide) {
   MallocWide wide = ToWide(source);
   if (!wide) return E_FAIL;
   return callWide(static_cast<const char16_t*>(wide.get()));
@@ -71,8 +71,7 @@ extern "C" HRESULT KELAPI KelLaunchByProtocolA(const char* pszProtocol) {
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchByProtocolA";
     WriteDebugLog("%S(%s) IN\r\n", kName, pszProtocol);
-    if (pszProtocol == nullptr) return TraceExit(kName, E_POINTER);
-    if (IsEmpty(pszProtocol)) return TraceExit(kName, E_INVALIDARG);
+    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszProtocol));
     return TraceExit(kName, ConvertAndCall(pszProtocol, [](const char16_t* w) { return KelLaunchByProtocolW(w); }));
   });
 }
@@ -81,8 +80,7 @@ extern "C" HRESULT KELAPI KelLaunchStoreA(const char* pszPackageFamilyName) {
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchStoreA";
     WriteDebugLog("%S(%s) IN\r\n", kName, pszPackageFamilyName);
-    if (pszPackageFamilyName == nullptr) return TraceExit(kName, E_POINTER);
-    if (IsEmpty(pszPackageFamilyName)) return TraceExit(kName, E_INVALIDARG);
+    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszPackageFamilyName));
     return TraceExit(kName, ConvertAndCall(pszPackageFamilyName, [](const char16_t* w) { return KelLaunchStoreW(w); }));
   });
 }
@@ -91,8 +89,7 @@ extern "C" HRESULT KELAPI KelIsInstalledA(const char* pszPackageFamilyName, BOOL
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelIsInstalledA";
     WriteDebugLog("%S(%s) IN\r\n", kName, pszPackageFamilyName);
-    if (pszPackageFamilyName == nullptr || pIsInstalled == nullptr) return TraceExit(kName, E_POINTER);
-    if (IsEmpty(pszPackageFamilyName)) return TraceExit(kName, E_INVALIDARG);
+    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszPackageFamilyName, pIsInstalled));
     return TraceExit(kName, ConvertAndCall(pszPackageFamilyName,
                                       [&](const char16_t* w) { return KelIsInstalledW(w, pIsInstalled); }));
   });
@@ -102,8 +99,8 @@ extern "C" HRESULT KELAPI KelLaunchBySearchA(const char* pszKeyword, DWORD dwMod
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchBySearchA";
     WriteDebugLog("%S(%s, %d, %d) IN\r\n", kName, pszKeyword, dwMode, nOption);
-    if (pszKeyword == nullptr) return TraceExit(kName, E_POINTER);
-    if (IsEmpty(pszKeyword) || dwMode > 2) return TraceExit(kName, E_INVALIDARG);
+    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszKeyword));
+    if (dwMode > 2) return TraceExit(kName, E_INVALIDARG);
     return TraceExit(kName, ConvertAndCall(pszKeyword,
                                       [&](const char16_t* w) { return KelLaunchBySearchW(w, dwMode, nOption); }));
   });
@@ -113,8 +110,8 @@ extern "C" HRESULT KELAPI KelLaunchByPFNA(const char* pszPackageFamilyName, DWOR
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchByPFNA";
     WriteDebugLog("%S(%s, %d, %d) IN\r\n", kName, pszPackageFamilyName, dwMode, nOption);
-    if (pszPackageFamilyName == nullptr) return TraceExit(kName, E_POINTER);
-    if (IsEmpty(pszPackageFamilyName) || dwMode > 2) return TraceExit(kName, E_INVALIDARG);
+    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszPackageFamilyName));
+    if (dwMode > 2) return TraceExit(kName, E_INVALIDARG);
     return TraceExit(kName, ConvertAndCall(pszPackageFamilyName,
                                       [&](const char16_t* w) { return KelLaunchByPFNW(w, dwMode, nOption); }));
   });
@@ -149,7 +146,8 @@ extern "C" void KELAPI KelReleaseStringW(char16_t* pszString) {
   GuardVoidExport([&] {
     constexpr char16_t kName[] = u"KelReleaseStringW";
     WriteDebugLog("%S IN\r\n", kName);
-    if (pszString != nullptr) platform::Current().LocalFree(pszString);
+    // The host's string is gone either way; a failed free has no one to tell.
+    if (pszString != nullptr) (void)platform::Current().LocalFree(pszString);
     WriteDebugLog("%S OUT\r\n", kName);
   });
 }
@@ -158,7 +156,8 @@ extern "C" void KELAPI KelReleaseStringA(char* pszString) {
   GuardVoidExport([&] {
     constexpr char16_t kName[] = u"KelReleaseStringA";
     WriteDebugLog("%S IN\r\n", kName);
-    if (pszString != nullptr) platform::Current().LocalFree(pszString);
+    // The host's string is gone either way; a failed free has no one to tell.
+    if (pszString != nullptr) (void)platform::Current().LocalFree(pszString);
     WriteDebugLog("%S OUT\r\n", kName);
   });
 }

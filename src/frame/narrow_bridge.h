@@ -9,6 +9,6 @@ namespace kel {
 
 // On success *ppWideChar receives a malloc'ed, zero-terminated wide copy of
 // `source` that the caller frees with free().
-HRESULT ShiftJisToWideChar(const char* source, char16_t** ppWideChar);
+[[nodiscard]] HRESULT ShiftJisToWideChar(const char* source, char16_t** ppWideChar);
 
 }  // namespace kel

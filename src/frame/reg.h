@@ -24,8 +24,8 @@ class CKELReg {
   static DWORD GetRestoreRegistryWaitTime();
 
   // The browser's values; the getters return a Win32 error code.
-  static LONG GetCurrentAssociationMode(DWORD* pdwAssociationMode);
-  static LONG GetCurrentTileImmersiveActivation(DWORD* pdwTileImmersiveActivation);
+  [[nodiscard]] static LONG GetCurrentAssociationMode(DWORD* pdwAssociationMode);
+  [[nodiscard]] static LONG GetCurrentTileImmersiveActivation(DWORD* pdwTileImmersiveActivation);
   static bool SetCurrentAssociationMode(DWORD value);
   static bool SetCurrentTileImmersiveActivation(DWORD value);
   static bool DeleteAssociationMode();

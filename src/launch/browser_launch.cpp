@@ -4,6 +4,7 @@
 #include "frame/export_guard.h"
 #include "frame/exports.h"
 #include "frame/log.h"
+#include "frame/trace_exit.h"
 #include "frame/reg.h"
 #include "frame/wide.h"
 #include "platform/platform.h"
@@ -59,8 +60,8 @@ extern "C" HRESULT KELAPI KelLaunchBrowserByProtocolW(const char16_t* pszUrl, DW
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchBrowserByProtocolW";
     WriteDebugLog("%S(%S, %d) IN\r\n", kName, pszUrl, dwAssociationMode);
-    if (pszUrl == nullptr) return TraceExit(kName, E_POINTER);
-    if (pszUrl[0] == 0 || dwAssociationMode > 2) return TraceExit(kName, E_INVALIDARG);
+    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszUrl));
+    if (dwAssociationMode > 2) return TraceExit(kName, E_INVALIDARG);
     if (!HasWebScheme(pszUrl)) return TraceExit(kName, E_INVALIDARG);
 
     DWORD current = 0;  // an absent value reads as 0

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "frame/log.h"
+#include "frame/trace_exit.h"
 #include "frame/wide.h"
 #include "platform/platform.h"
 
@@ -15,7 +16,7 @@ class OpenedClipboard {
  public:
   explicit OpenedClipboard(platform::Platform& sys) : sys_(sys), open_(sys.OpenClipboard(nullptr) != 0) {}
   ~OpenedClipboard() {
-    if (open_) sys_.CloseClipboard();
+    if (open_) (void)sys_.CloseClipboard();  // a destructor has no one to tell
   }
   OpenedClipboard(const OpenedClipboard&) = delete;
   OpenedClipboard& operator=(const OpenedClipboard&) = delete;
@@ -33,7 +34,7 @@ class GlobalBlock {
  public:
   GlobalBlock(platform::Platform& sys, Handle block) : sys_(sys), block_(block) {}
   ~GlobalBlock() {
-    if (block_ != nullptr) sys_.GlobalFree(block_);
+    if (block_ != nullptr) (void)sys_.GlobalFree(block_);  // a destructor has no one to tell
   }
   GlobalBlock(const GlobalBlock&) = delete;
   GlobalBlock& operator=(const GlobalBlock&) = delete;
@@ -58,8 +59,10 @@ HRESULT HandOver(platform::Platform& sys, const char16_t* name, const char16_t* 
     return E_FAIL;
   }
   std::memcpy(locked, text, (length + 1) * sizeof(char16_t));
-  sys.GlobalUnlock(block.Get());
-  sys.EmptyClipboard();
+  // Unlocking answers 0 once the last lock is gone, its normal result; an
+  // emptying that failed shows in SetClipboardData's own answer below.
+  (void)sys.GlobalUnlock(block.Get());
+  (void)sys.EmptyClipboard();
   if (sys.SetClipboardData(platform::CF_UNICODETEXT, block.Get()) == nullptr) {
     WriteDebugLog("%S ERROR SetClipboardData(CF_UNICODETEXT, hg) Failed. ErrCode = %d\r\n", name,
                   sys.GetLastError());
@@ -72,18 +75,13 @@ HRESULT HandOver(platform::Platform& sys, const char16_t* name, const char16_t* 
 HRESULT CKELClipboard::SetClipboardData(const char16_t* text) {
   constexpr char16_t kName[] = u"CKELClipboard::SetClipboardData";
   WriteDebugLog("%S(%S) IN\r\n", kName, text);
-  HRESULT result = S_OK;
-  if (text == nullptr) {
-    result = E_POINTER;
-  } else if (text[0] == 0) {
-    result = E_INVALIDARG;
-  } else {
+  HRESULT result = CheckStringArgument(text);
+  if (result == S_OK) {
     auto& sys = platform::Current();
     const OpenedClipboard clipboard(sys);
     result = clipboard.IsOpen() ? HandOver(sys, kName, text) : E_FAIL;
   }
-  WriteDebugLog("%S OUT(0x%08X)\r\n", kName, result);
-  return result;
+  return TraceExit(kName, result);
 }
 
 }  // namespace kel

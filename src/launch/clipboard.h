@@ -7,7 +7,7 @@ namespace kel {
 
 class CKELClipboard {
  public:
-  static HRESULT SetClipboardData(const char16_t* text);
+  [[nodiscard]] static HRESULT SetClipboardData(const char16_t* text);
 };
 
 }  // namespace kel

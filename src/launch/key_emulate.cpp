@@ -17,7 +17,7 @@ void Send(WORD virtualKey, WORD scanCode, DWORD flags) {
   input.wVk = virtualKey;
   input.wScan = scanCode;
   input.dwFlags = flags;
-  Sys().SendInput(input);  // a lost key is not reported
+  (void)Sys().SendInput(input);  // a lost key is not reported
 }
 
 // Runs one named sequence between its entry and exit lines.

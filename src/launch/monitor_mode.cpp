@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "frame/log.h"
+#include "frame/trace_exit.h"
 #include "launch/key_emulate.h"
 #include "platform/apartment.h"
 #include "platform/com_ptr.h"
@@ -112,7 +113,7 @@ HRESULT CKELMonitorMode::SwitchToStartScreen() {
   WriteDebugLog("%S IN\r\n", kName);
   AppVisibilityScope visibilityObject;
   const HRESULT created = visibilityObject.Create();
-  if (Failed(created)) return TraceExit(kName, created);
+  KEL_RETURN_IF_FAILED_TRACED(kName, created);
 
   BOOL visible = 0;
   const HRESULT result = visibilityObject->IsLauncherVisible(&visible);
@@ -126,7 +127,7 @@ HRESULT CKELMonitorMode::SwitchToStartScreen() {
   CKELKeyEmulate::Sendinput_Win();
   for (int pass = 0; pass < kStartScreenPolls && !visible; ++pass) {
     Sys().Sleep(kPollInterval);
-    visibilityObject->IsLauncherVisible(&visible);  // a failed poll just polls again
+    (void)visibilityObject->IsLauncherVisible(&visible);  // a failed poll just polls again
     WriteDebugLog("launcherVisibility = %d\r\n", visible);
   }
   visibilityObject.Release();
@@ -137,7 +138,8 @@ HRESULT CKELMonitorMode::OpenAppSearchUI() {
   constexpr char16_t kName[] = u"CKELMonitorMode::OpenAppSearchUI";
   WriteDebugLog("%S IN\r\n", kName);
   UINT mode = kDesktop;
-  if (Succeeded(GetMonitorMode(&mode)) && mode != kStartScreen) SwitchToStartScreen();
+  // A switch that failed is traced by itself; the search keys follow anyway.
+  if (Succeeded(GetMonitorMode(&mode)) && mode != kStartScreen) (void)SwitchToStartScreen();
   CKELKeyEmulate::SendInput_Win_Q();
   bool seen = false;
   for (int pass = 0; pass < kSearchPanePolls && !seen; ++pass) {
@@ -146,7 +148,7 @@ HRESULT CKELMonitorMode::OpenAppSearchUI() {
   }
   Sys().Sleep(200);
   // The exit line always shows 0, whatever the outcome.
-  WriteDebugLog("%S OUT(0x%08X)\r\n", kName, S_OK);
+  WriteExitLine(kName, S_OK);
   return seen ? S_OK : E_FAIL;
 }
 

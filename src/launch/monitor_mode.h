@@ -16,12 +16,12 @@ class CKELMonitorMode {
   // Initialises COM on this thread as a single-threaded apartment and creates
   // the shell's app visibility object. *needUninitialize tells the caller to
   // undo the initialisation when it releases the object.
-  static HRESULT GetIMetroMode(platform::AppVisibility** object, BOOL* needUninitialize);
+  [[nodiscard]] static HRESULT GetIMetroMode(platform::AppVisibility** object, BOOL* needUninitialize);
   static void ReleaseIMetroMode(platform::AppVisibility* object, BOOL needUninitialize);
 
-  static HRESULT GetMonitorMode(UINT* mode);
-  static HRESULT SwitchToStartScreen();
-  static HRESULT OpenAppSearchUI();
+  [[nodiscard]] static HRESULT GetMonitorMode(UINT* mode);
+  [[nodiscard]] static HRESULT SwitchToStartScreen();
+  [[nodiscard]] static HRESULT OpenAppSearchUI();
   static BOOL IsSearchPaneForeground();
 };
 

@@ -6,6 +6,7 @@
 #include "frame/export_guard.h"
 #include "frame/exports.h"
 #include "frame/log.h"
+#include "frame/trace_exit.h"
 #include "platform/platform.h"
 
 using namespace kel;
@@ -14,19 +15,14 @@ extern "C" HRESULT KELAPI KelLaunchByProtocolW(const char16_t* pszProtocol) {
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchByProtocolW";
     WriteDebugLog("%S(%S) IN\r\n", kName, pszProtocol);
-    HRESULT result;
-    if (pszProtocol == nullptr) {
-      result = E_POINTER;
-    } else if (pszProtocol[0] == 0) {
-      result = E_INVALIDARG;
-    } else {
+    HRESULT result = CheckStringArgument(pszProtocol);
+    if (result == S_OK) {
       // The shell answers with a pseudo-handle: above 32 is success, 32 or
       // less one of its error codes, all reported alike.
       const std::intptr_t code =
           platform::Current().ShellExecute(nullptr, kOpenVerb, pszProtocol, nullptr, nullptr, platform::SW_SHOW);
       result = static_cast<std::int32_t>(code) > 32 ? S_OK : E_FAIL;
     }
-    WriteDebugLog("%S OUT(0x%08X)\r\n", kName, result);
-    return result;
+    return TraceExit(kName, result);
   });
 }

@@ -7,6 +7,7 @@
 #include "frame/exports.h"
 #include "frame/format.h"
 #include "frame/log.h"
+#include "frame/trace_exit.h"
 #include "frame/reg.h"
 #include "frame/version_test.h"
 #include "launch/clipboard.h"
@@ -70,8 +71,9 @@ void PasteAndSubmit() {
 void ClearClipboard() {
   auto& sys = Sys();
   if (sys.OpenClipboard(nullptr)) {
-    sys.EmptyClipboard();
-    sys.CloseClipboard();
+    // Clearing is best effort: the query left behind is the only harm.
+    (void)sys.EmptyClipboard();
+    (void)sys.CloseClipboard();
   }
 }
 
@@ -104,27 +106,19 @@ extern "C" HRESULT KELAPI KelLaunchBySearchW(const char16_t* pszKeyword, DWORD d
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchBySearchW";
     WriteDebugLog("%S(%S, %d, %d) IN\r\n", kName, pszKeyword, dwMode, nOption);
-    if (pszKeyword == nullptr) {
-      WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_POINTER);
-      return E_POINTER;
-    }
-    if (pszKeyword[0] == 0 || dwMode > 2) {
-      WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_INVALIDARG);
-      return E_INVALIDARG;
-    }
+    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszKeyword));
+    if (dwMode > 2) return TraceExit(kName, E_INVALIDARG);
     if (IsMessagingUnavailable(pszKeyword)) {
-      Sys().MessageBox(nullptr, kMessagingUnavailableText, u"", platform::MB_ICONINFORMATION | platform::MB_TOPMOST);
+      // Only a notice: which button closed it does not matter.
+      (void)Sys().MessageBox(nullptr, kMessagingUnavailableText, u"",
+                             platform::MB_ICONINFORMATION | platform::MB_TOPMOST);
       return S_OK;  // the notice is the whole answer: no exit line
     }
 
     BOOL hit = 0;
     ExcludeAppNameList names;
     if (nOption != 0) {
-      const HRESULT hr = ThePackageManager().GetExcludeAppNameList(pszKeyword, &names, &hit);
-      if (Failed(hr)) {
-        WriteDebugLog("%S OUT(0x%08X)\r\n", kName, hr);
-        return hr;
-      }
+      KEL_RETURN_IF_FAILED_TRACED(kName, ThePackageManager().GetExcludeAppNameList(pszKeyword, &names, &hit));
     }
     const WString query = BuildQuery(pszKeyword, names);
     WriteDebugLog("%S szKeyword = %S \r\n", kName, query);
@@ -137,14 +131,14 @@ extern "C" HRESULT KELAPI KelLaunchBySearchW(const char16_t* pszKeyword, DWORD d
     const bool submitQuery = dwMode == 0 || (dwMode == 2 && !hit);
     {
       const ClipboardClearedAtEnd clearing;
-      CKELClipboard::SetClipboardData(submitQuery ? query.c_str() : pszKeyword);
+      // A hand-over that failed is traced; the keys are sent all the same.
+      (void)CKELClipboard::SetClipboardData(submitQuery ? query.c_str() : pszKeyword);
       if (submitQuery) {
         PasteAndSubmit();
       } else {
         PasteWithoutSubmitting();
       }
     }
-    WriteDebugLog("%S OUT(0x%08X)\r\n", kName, S_OK);
-    return S_OK;
+    return TraceExit(kName, S_OK);
   });
 }

@@ -5,6 +5,7 @@
 
 #include "frame/format.h"
 #include "frame/log.h"
+#include "frame/trace_exit.h"
 #include "frame/reg.h"
 #include "frame/wide.h"
 #include "platform/apartment.h"
@@ -41,7 +42,7 @@ void ResolveName(WString& name, const CKELPackage& package) {
 }
 
 // Opens the manifest with the library's XML reader.
-HRESULT OpenManifest(const char16_t* name, const char16_t* path, xml::XmlReader& reader) {
+[[nodiscard]] HRESULT OpenManifest(const char16_t* name, const char16_t* path, xml::XmlReader& reader) {
   std::string bytes;
   HRESULT hr = Sys().ReadFileBytes(path, bytes);
   if (Failed(hr)) {
@@ -51,6 +52,14 @@ HRESULT OpenManifest(const char16_t* name, const char16_t* path, xml::XmlReader&
   hr = reader.SetInput(bytes);
   if (Failed(hr)) WriteDebugLog("%S SetInput failed. ErrCode = 0x%08X\r\n", name, hr);
   return hr;
+}
+
+// Opens the manifest and moves to its Applications element, where every
+// reading of the applications starts.
+[[nodiscard]] HRESULT OpenApplications(const char16_t* name, const char16_t* path, xml::XmlReader& reader) {
+  const HRESULT hr = OpenManifest(name, path, reader);
+  if (Failed(hr)) return hr;
+  return CKELManifestReader::MoveToElementByName(&reader, u"Applications");
 }
 
 // Whether a walk goes on past a name that is still a resource reference
@@ -89,7 +98,7 @@ HRESULT ReadApplication(xml::XmlReader& reader, const CKELPackage& package, Unre
 
 // The packaging API's reading of the manifest, in an apartment of its own.
 // The objects are released, and the apartment left, before this returns.
-HRESULT AddApplicationsThroughApi(const char16_t* manifestPath, CKELPackage& package) {
+[[nodiscard]] HRESULT AddApplicationsThroughApi(const char16_t* manifestPath, CKELPackage& package) {
   platform::ScopedComApartment apartment(platform::COINIT_APARTMENTTHREADED);
   if (!apartment) return apartment.result();
   platform::ComPtr<platform::AppxManifestReader> manifest;
@@ -156,20 +165,17 @@ HRESULT CKELManifestReader::MoveToElementByName(xml::XmlReader* reader, const ch
 HRESULT CKELManifestReader::GetAttributeValueByName(xml::XmlReader* reader, const char16_t* name, WString& value) {
   constexpr char16_t kName[] = u"CKELManifestReader::GetAttributeValueByName";
   WriteDebugLog("%S(%S) IN\r\n", kName, name);
-  if (reader == nullptr || name == nullptr) return TraceExit(kName, E_POINTER);
-  if (name[0] == 0) return TraceExit(kName, E_INVALIDARG);
+  KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(name, reader));
   for (HRESULT move = reader->MoveToFirstAttribute(); move == S_OK; move = reader->MoveToNextAttribute()) {
     const char16_t* attributeValue = nullptr;
     UINT valueLength = 0;
-    HRESULT hr = reader->GetValue(&attributeValue, &valueLength);
-    if (Failed(hr)) return TraceExit(kName, hr);
+    KEL_RETURN_IF_FAILED_TRACED(kName, reader->GetValue(&attributeValue, &valueLength));
     const char16_t* localName = nullptr;
     UINT nameLength = 0;
-    hr = reader->GetLocalName(&localName, &nameLength);
-    if (Failed(hr)) return TraceExit(kName, hr);
+    KEL_RETURN_IF_FAILED_TRACED(kName, reader->GetLocalName(&localName, &nameLength));
     if (SameNameIgnoringCase(localName, nameLength, name)) {
       value.assign(attributeValue, valueLength);
-      reader->MoveToElement();
+      (void)reader->MoveToElement();  // S_FALSE when already on the element
       return TraceExit(kName, S_OK);
     }
   }
@@ -181,10 +187,8 @@ HRESULT CKELManifestReader::GetAppNameUsingXmlParser(const char16_t* manifestPat
   WriteDebugLog("%S IN\r\n", kName);
   if (manifestPath == nullptr || package == nullptr) return TraceExit(kName, E_POINTER);
   xml::XmlReader reader;
-  HRESULT hr = OpenManifest(kName, manifestPath, reader);
-  if (Failed(hr)) return TraceExit(kName, hr);
-  hr = MoveToElementByName(&reader, u"Applications");
-  if (Failed(hr)) return TraceExit(kName, hr);
+  KEL_RETURN_IF_FAILED_TRACED(kName, OpenApplications(kName, manifestPath, reader));
+  HRESULT hr = S_OK;
   for (;;) {
     hr = MoveToElementByName(&reader, u"Application");
     if (hr != S_OK) break;
@@ -204,10 +208,8 @@ HRESULT CKELManifestReader::IsCanGetAppNameFromManifest(const char16_t* manifest
   if (manifestPath == nullptr || package == nullptr || canGet == nullptr) return TraceExit(kName, E_POINTER);
   *canGet = 0;
   xml::XmlReader reader;
-  HRESULT hr = OpenManifest(kName, manifestPath, reader);
-  if (Failed(hr)) return TraceExit(kName, hr);
-  hr = MoveToElementByName(&reader, u"Applications");
-  if (Failed(hr)) return TraceExit(kName, hr);
+  KEL_RETURN_IF_FAILED_TRACED(kName, OpenApplications(kName, manifestPath, reader));
+  HRESULT hr = S_OK;
   for (;;) {
     hr = MoveToElementByName(&reader, u"Application");
     if (hr == S_FALSE) {
@@ -227,8 +229,7 @@ HRESULT CKELManifestReader::IsCanGetAppNameFromManifest(const char16_t* manifest
 HRESULT CKELManifestReader::GetAppNameUsingAPI(const char16_t* manifestPath, CKELPackage* package) {
   constexpr char16_t kName[] = u"CKELManifestReader::GetAppNameUsingAPI";
   WriteDebugLog("%S IN\r\n", kName);
-  if (manifestPath == nullptr || package == nullptr) return TraceExit(kName, E_POINTER);
-  if (manifestPath[0] == 0) return TraceExit(kName, E_INVALIDARG);
+  KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(manifestPath, package));
   return TraceExit(kName, AddApplicationsThroughApi(manifestPath, *package));
 }
 
@@ -241,17 +242,13 @@ HRESULT CKELManifestReader::GetAppDisplayName(platform::Package* package, char16
   if (Failed(hr)) throw platform::PlatformError{hr, Sys().DescribeError(hr)};
   const WString path = folder + u"\\" + u"AppxManifest.xml";
   xml::XmlReader reader;
-  hr = OpenManifest(kName, path.c_str(), reader);
-  if (Failed(hr)) return TraceExit(kName, hr);
-  hr = MoveToElementByName(&reader, u"Applications");
-  if (Failed(hr)) return TraceExit(kName, hr);
+  KEL_RETURN_IF_FAILED_TRACED(kName, OpenApplications(kName, path.c_str(), reader));
   hr = MoveToElementByName(&reader, u"Application");
   if (hr != S_OK) return TraceExit(kName, hr);
   hr = MoveToElementByName(&reader, u"VisualElements");
   if (hr != S_OK) return TraceExit(kName, hr);
   WString name;
-  hr = GetAttributeValueByName(&reader, u"DisplayName", name);
-  if (Failed(hr)) return TraceExit(kName, hr);
+  KEL_RETURN_IF_FAILED_TRACED(kName, GetAttributeValueByName(&reader, u"DisplayName", name));
   if (MoveToElementByName(&reader, u"Application") == S_OK) return TraceExit(kName, E_KEL_MULTIPLE_APPLICATIONS);
 
   auto* buffer = static_cast<char16_t*>(Sys().LocalAlloc(platform::LMEM_ZEROINIT, kNameBufferCharacters * 2));

@@ -19,20 +19,20 @@ class CKELManifestReader {
   static constexpr UINT kNameBufferCharacters = 256;
 
   static DWORD LoadSetting();
-  static HRESULT AddAppsToPackage(const char16_t* manifestPath, CKELPackage* package);
+  [[nodiscard]] static HRESULT AddAppsToPackage(const char16_t* manifestPath, CKELPackage* package);
 
-  static HRESULT MoveToElementByName(xml::XmlReader* reader, const char16_t* name);
-  static HRESULT GetAttributeValueByName(xml::XmlReader* reader, const char16_t* name, WString& value);
+  [[nodiscard]] static HRESULT MoveToElementByName(xml::XmlReader* reader, const char16_t* name);
+  [[nodiscard]] static HRESULT GetAttributeValueByName(xml::XmlReader* reader, const char16_t* name, WString& value);
 
-  static HRESULT GetAppNameUsingXmlParser(const char16_t* manifestPath, CKELPackage* package);
-  static HRESULT IsCanGetAppNameFromManifest(const char16_t* manifestPath, CKELPackage* package, BOOL* canGet);
-  static HRESULT GetAppNameUsingAPI(const char16_t* manifestPath, CKELPackage* package);
+  [[nodiscard]] static HRESULT GetAppNameUsingXmlParser(const char16_t* manifestPath, CKELPackage* package);
+  [[nodiscard]] static HRESULT IsCanGetAppNameFromManifest(const char16_t* manifestPath, CKELPackage* package, BOOL* canGet);
+  [[nodiscard]] static HRESULT GetAppNameUsingAPI(const char16_t* manifestPath, CKELPackage* package);
 
   // The display name of a package with exactly one application, in a
   // LocalAlloc'ed buffer of 256 characters that the caller frees. A query of
   // the package that fails throws platform::PlatformError with the
   // platform's code and its text for it.
-  static HRESULT GetAppDisplayName(platform::Package* package, char16_t** displayName);
+  [[nodiscard]] static HRESULT GetAppDisplayName(platform::Package* package, char16_t** displayName);
 
   // Resolves an "ms-resource:" reference through the shell's indirect
   // strings into `buffer` (256 characters).

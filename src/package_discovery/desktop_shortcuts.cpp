@@ -2,6 +2,7 @@
 // Start menu, found folder by folder, depth first.
 #include "frame/format.h"
 #include "frame/log.h"
+#include "frame/trace_exit.h"
 #include "frame/wide.h"
 #include "package_discovery/package_manager.h"
 #include "platform/handles.h"
@@ -25,14 +26,7 @@ bool IsDotEntry(const WString& name) {
 HRESULT CKELPackageManager::RefreshDesktopApps(const char16_t* folder) {
   constexpr char16_t kName[] = u"CKELPackageManager::RefreshDesktopApps";
   WriteDebugLog("%S(%S) IN\r\n", kName, folder);
-  if (folder == nullptr) {
-    WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_POINTER);
-    return E_POINTER;
-  }
-  if (folder[0] == 0) {
-    WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_INVALIDARG);
-    return E_INVALIDARG;
-  }
+  KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(folder));
   AddLinkFileToList(folder, u"\\*.lnk");
   AddLinkFileToList(folder, u"\\*.url");
 
@@ -52,7 +46,7 @@ HRESULT CKELPackageManager::RefreshDesktopApps(const char16_t* folder) {
     if ((found.dwFileAttributes & platform::FILE_ATTRIBUTE_DIRECTORY) != 0 && !IsDotEntry(found.cFileName)) {
       WString subfolder;
       if (FormatWideInto(subfolder, kMaxPath, u"%s\\%s", {folder, found.cFileName})) {
-        RefreshDesktopApps(subfolder.c_str());  // a nested failure is only logged
+        (void)RefreshDesktopApps(subfolder.c_str());  // a nested failure is only logged
       } else {
         WriteDebugLog("%S folder path longer than %d characters, skipped\r\n", kName,
                       static_cast<int>(kMaxPath - 1));
@@ -60,8 +54,7 @@ HRESULT CKELPackageManager::RefreshDesktopApps(const char16_t* folder) {
     }
   } while (sys.FindNextFile(search.get(), found));
   search.reset();
-  WriteDebugLog("%S OUT(0x%08X)\r\n", kName, S_OK);
-  return S_OK;
+  return TraceExit(kName, S_OK);
 }
 
 void CKELPackageManager::AddLinkFileToList(const char16_t* folder, const char16_t* pattern) {

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "frame/log.h"
+#include "frame/trace_exit.h"
 #include "package_discovery/package_manager.h"
 #include "platform/apartment.h"
 #include "platform/com_ptr.h"
@@ -34,7 +35,7 @@ HRESULT CKELPackageManager::GetCurrentUserSid(char16_t** sid) {
     DWORD sidSize = 0;
     DWORD domainSize = 0;
     // Asks for the sizes: failing is what this call is expected to do.
-    sys.LookupAccountName(nullptr, userName, nullptr, &sidSize, nullptr, &domainSize);
+    (void)sys.LookupAccountName(nullptr, userName, nullptr, &sidSize, nullptr, &domainSize);
     platform::UniqueLocal sidBuffer(sys.LocalAlloc(platform::LPTR, sidSize));
     if (sidBuffer) {
       // The domain buffer is as large as the first call asked for.
@@ -58,13 +59,13 @@ platform::ComPtr<platform::DeploymentPackageManager> CKELPackageManager::GetPack
   constexpr char16_t kName[] = u"CKELPackageManager::GetPackageManager";
   WriteDebugLog("%S IN\r\n", kName);
   if (needRoUninitialize == nullptr) {
-    WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_POINTER);
+    WriteExitLine(kName, E_POINTER);
     return nullptr;
   }
   auto& sys = Sys();
   platform::ScopedRuntimeApartment runtime(platform::RO_INIT_SINGLETHREADED);
   if (!runtime) {
-    WriteDebugLog("%S OUT(0x%08X)\r\n", kName, runtime.result());
+    WriteExitLine(kName, runtime.result());
     return nullptr;
   }
   *needRoUninitialize = runtime.owned() ? 1 : 0;
@@ -80,7 +81,7 @@ platform::ComPtr<platform::DeploymentPackageManager> CKELPackageManager::GetPack
   // The caller leaves the runtime once it has released the manager, told by
   // the flag.
   static_cast<void>(runtime.Detach());
-  WriteDebugLog("%S OUT(0x%08X)\r\n", kName, S_OK);
+  WriteExitLine(kName, S_OK);
   return manager;
 }
 
@@ -90,7 +91,7 @@ HRESULT CKELPackageManager::RefreshMetroApps() {
   auto& sys = Sys();
   char16_t* rawSid = nullptr;
   const HRESULT sidResult = GetCurrentUserSid(&rawSid);
-  if (Failed(sidResult)) return TraceExit(kName, sidResult);
+  KEL_RETURN_IF_FAILED_TRACED(kName, sidResult);
   platform::UniqueLocal sid(rawSid);
   BOOL needRoUninitialize = 0;
   platform::ComPtr<platform::DeploymentPackageManager> created = GetPackageManager(&needRoUninitialize);
@@ -132,12 +133,8 @@ HRESULT CKELPackageManager::RefreshMetroApps() {
 platform::ComPtr<platform::Package> CKELPackageManager::FindPackageByName(const char16_t* packageFamilyName) {
   constexpr char16_t kName[] = u"CKELPackageManager::FindPackageByName";
   WriteDebugLog("%S(%S) IN\r\n", kName, packageFamilyName);
-  if (packageFamilyName == nullptr) {
-    WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_POINTER);
-    return nullptr;
-  }
-  if (packageFamilyName[0] == 0) {
-    WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_INVALIDARG);
+  if (const HRESULT refused = CheckStringArgument(packageFamilyName); refused != S_OK) {
+    WriteExitLine(kName, refused);
     return nullptr;
   }
   auto& sys = Sys();
@@ -176,7 +173,7 @@ platform::ComPtr<platform::Package> CKELPackageManager::FindPackageByName(const 
   held.manager.reset();
   sid.reset();
   held.runtime.Leave();
-  WriteDebugLog("%S OUT(0x%08X)\r\n", kName, sidResult);
+  WriteExitLine(kName, sidResult);
   return found;
 }
 

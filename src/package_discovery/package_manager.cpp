@@ -56,7 +56,9 @@ WString HostExecutablePath() {
 // The data file path: the data folder with the file name appended.
 WString DataFilePath() {
   WString folder;
-  CKELPackageManager::CreateAppNameListFolder(folder);
+  // A folder that could not be made still names the path; the file's own
+  // open or write then fails and says so.
+  (void)CKELPackageManager::CreateAppNameListFolder(folder);
   return FormatWide(u"%s\\%s", {folder, kAppNameListFileName});
 }
 
@@ -148,10 +150,7 @@ HRESULT CKELPackageManager::Initialize() {
   const WString dataFile = DataFilePath();
   WString listFile = dataFile;
   if (Sys().GetFileAttributes(dataFile.c_str()) == platform::INVALID_FILE_ATTRIBUTES) {
-    if (!GetPresetAppNameFullPath(listFile)) {
-      WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_FAIL);
-      return E_FAIL;
-    }
+    if (!GetPresetAppNameFullPath(listFile)) return TraceExit(kName, E_FAIL);
   }
   // A second start after a stop begins from the file again rather than
   // doubling what the first one held. A thread given up on by that stop is
@@ -167,14 +166,15 @@ HRESULT CKELPackageManager::Initialize() {
   platform::UniqueHandle event(Sys().CreateEvent(true, false, eventName.c_str()));
   if (!event) {
     WriteDebugLog("CreateEventW() failed. ErrCode = %d \r\n", Sys().GetLastError());
-    WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_FAIL);
-    return E_FAIL;
+    return TraceExit(kName, E_FAIL);
   }
   // The event's name is the process's: while a thread given up on by an
   // earlier stop still holds that event, CreateEvent opens the same object,
   // still set by that stop. Clear it, or the new thread would stop at once;
   // the old thread stops on its start's abandoned mark instead.
-  if (!m_LastRun.expired()) Sys().ResetEvent(event.get());
+  // A reset that failed leaves the new thread to stop at once, which its
+  // trace shows; the start itself has succeeded.
+  if (!m_LastRun.expired()) (void)Sys().ResetEvent(event.get());
   const Handle eventHandle = event.get();
   auto run = std::make_shared<RefreshRun>(std::move(event));
   auto start = std::make_unique<RefreshStart>(RefreshStart{this, run});
@@ -192,8 +192,7 @@ HRESULT CKELPackageManager::Initialize() {
   } else {
     start.release();  // the thread owns it now
   }
-  WriteDebugLog("%S OUT(0x%08X)\r\n", kName, result);
-  return result;
+  return TraceExit(kName, result);
 }
 
 DWORD CKELPackageManager::RefreshThread(void* parameter) noexcept {
@@ -201,7 +200,7 @@ DWORD CKELPackageManager::RefreshThread(void* parameter) noexcept {
   std::unique_ptr<RefreshStart> start(static_cast<RefreshStart*>(parameter));
   WriteDebugLog("%S IN\r\n", kName);
   if (start == nullptr || start->manager == nullptr || start->run == nullptr) {
-    WriteDebugLog("%S OUT(0x%08X)\r\n", kName, E_POINTER);
+    WriteExitLine(kName, E_POINTER);
     return static_cast<DWORD>(E_POINTER);
   }
   const HRESULT result = CaughtResult([&] { return static_cast<HRESULT>(start->manager->RunRefreshThread(*start->run)); });
@@ -223,7 +222,7 @@ DWORD CKELPackageManager::RunRefreshThread(RefreshRun& run) {
     if (!StartMenuFolder(kAppDataVariable, userFolder)) return E_FAIL;
     return S_OK;
   });
-  if (paths == E_OUTOFMEMORY) WriteDebugLog("%S OUT(0x%08X)\r\n", kName, paths);
+  if (paths == E_OUTOFMEMORY) WriteExitLine(kName, paths);
   if (Failed(paths)) return static_cast<DWORD>(paths);
   // Minutes to milliseconds in unsigned 32-bit arithmetic: large values wrap.
   const DWORD interval = CKELReg::GetRefreshInterval() * kMillisecondsPerMinute;
@@ -239,7 +238,7 @@ DWORD CKELPackageManager::RunRefreshThread(RefreshRun& run) {
     if (run.abandoned.load()) return static_cast<DWORD>(S_OK);
     if (sys.WaitForSingleObject(exitEvent, interval) != platform::WAIT_TIMEOUT) break;
   }
-  sys.ResetEvent(exitEvent);
+  (void)sys.ResetEvent(exitEvent);  // the thread ends either way
   WriteDebugLog("%S OUT\r\n", kName);
   return static_cast<DWORD>(S_OK);
 }
@@ -287,7 +286,7 @@ void CKELPackageManager::Finalize() {
   WriteDebugLog("%S IN\r\n", kName);
   auto& sys = Sys();
   if (std::shared_ptr<RefreshRun> run = std::move(m_Run)) {
-    sys.SetEvent(run->exitEvent.get());
+    (void)sys.SetEvent(run->exitEvent.get());  // the wait that follows tells whether the thread ended
     if (Handle thread = m_hRefreshThread.exchange(nullptr)) {
       // A thread that does not end in time is given up on: it stops at its
       // next check, keeps the event open until then, and whatever it still

@@ -33,7 +33,7 @@ class CKELPackageManager {
   virtual ~CKELPackageManager();
 
   // Lifecycle, driven by KelInitialize and KelFinalize.
-  HRESULT Initialize();
+  [[nodiscard]] HRESULT Initialize();
   void Finalize();
   // The thread's entry point. Its parameter is the start block Initialize
   // hands it; nothing escapes it, whatever fails inside.
@@ -41,27 +41,27 @@ class CKELPackageManager {
 
   // The data folder: LOCALAPPDATA\Osk\Kelbrook\<host file name up to its
   // first dot>, created with its parents.
-  static HRESULT CreateAppNameListFolder(WString& path);
+  [[nodiscard]] static HRESULT CreateAppNameListFolder(WString& path);
   // PresetAppNameList.xml beside the host executable.
   static bool GetPresetAppNameFullPath(WString& path);
 
   // Store packages of the current user.
-  static HRESULT GetCurrentUserSid(char16_t** sid);
+  [[nodiscard]] static HRESULT GetCurrentUserSid(char16_t** sid);
   static platform::ComPtr<platform::DeploymentPackageManager> GetPackageManager(BOOL* needRoUninitialize);
-  HRESULT RefreshMetroApps();
+  [[nodiscard]] HRESULT RefreshMetroApps();
   static platform::ComPtr<platform::Package> FindPackageByName(const char16_t* packageFamilyName);
 
   // Start menu shortcuts.
-  HRESULT RefreshDesktopApps(const char16_t* folder);
+  [[nodiscard]] HRESULT RefreshDesktopApps(const char16_t* folder);
   void AddLinkFileToList(const char16_t* folder, const char16_t* pattern);
 
   // Per-call operations behind the exports.
-  HRESULT LaunchStore(const char16_t* packageFamilyName);
-  HRESULT LaunchStoreApp(const char16_t* appUserModelId);
-  HRESULT LaunchStoreApp(const char16_t* appUserModelId, const char16_t* arguments);
-  HRESULT IsInstalled(const char16_t* packageFamilyName, BOOL* pIsInstalled);
-  HRESULT GetAppDisplayNameByPFN(const char16_t* packageFamilyName, char16_t** ppDisplayName);
-  HRESULT GetExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList, BOOL* pFound);
+  [[nodiscard]] HRESULT LaunchStore(const char16_t* packageFamilyName);
+  [[nodiscard]] HRESULT LaunchStoreApp(const char16_t* appUserModelId);
+  [[nodiscard]] HRESULT LaunchStoreApp(const char16_t* appUserModelId, const char16_t* arguments);
+  [[nodiscard]] HRESULT IsInstalled(const char16_t* packageFamilyName, BOOL* pIsInstalled);
+  [[nodiscard]] HRESULT GetAppDisplayNameByPFN(const char16_t* packageFamilyName, char16_t** ppDisplayName);
+  [[nodiscard]] HRESULT GetExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList, BOOL* pFound);
 
   // A stop check between the steps of a refresh pass: WAIT_OBJECT_0 once the
   // calling thread's start was given up on (without asking the platform),

@@ -3,6 +3,7 @@
 #include "frame/constants.h"
 #include "frame/format.h"
 #include "frame/log.h"
+#include "frame/trace_exit.h"
 #include "frame/reg.h"
 #include "frame/lifecycle.h"
 #include "manifest/manifest_reader.h"
@@ -14,8 +15,7 @@ namespace kel {
 HRESULT CKELPackageManager::LaunchStore(const char16_t* packageFamilyName) {
   constexpr char16_t kName[] = u"CKELPackageManager::LaunchStore";
   WriteDebugLog("%S(%S) IN\r\n", kName, packageFamilyName);
-  if (packageFamilyName == nullptr) return TraceExit(kName, E_POINTER);
-  if (packageFamilyName[0] == 0) return TraceExit(kName, E_INVALIDARG);
+  KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(packageFamilyName));
   const WString address = FormatWide(u"%s%s", {kStorePageAddressPrefix, packageFamilyName});
   const std::intptr_t code =
       Sys().ShellExecute(nullptr, kOpenVerb, address.c_str(), nullptr, nullptr, platform::SW_SHOW);
@@ -66,8 +66,7 @@ HRESULT CKELPackageManager::LaunchStoreApp(const char16_t* appUserModelId, const
 HRESULT CKELPackageManager::IsInstalled(const char16_t* packageFamilyName, BOOL* pIsInstalled) {
   constexpr char16_t kName[] = u"CKELPackageManager::IsInstalled";
   WriteDebugLog("%S(%S) IN\r\n", kName, packageFamilyName);
-  if (packageFamilyName == nullptr || pIsInstalled == nullptr) return TraceExit(kName, E_POINTER);
-  if (packageFamilyName[0] == 0) return TraceExit(kName, E_INVALIDARG);
+  KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(packageFamilyName, pIsInstalled));
   // The package's reference is given back at once.
   *pIsInstalled = FindPackageByName(packageFamilyName) ? 1 : 0;
   WriteDebugLog("%S OUT(*pIsInstalled = %d)\r\n", kName, *pIsInstalled);
@@ -78,8 +77,7 @@ HRESULT CKELPackageManager::GetAppDisplayNameByPFN(const char16_t* packageFamily
   constexpr char16_t kName[] = u"CKELPackageManager::GetAppDisplayNameByPFN";
   WriteDebugLog("%S(%S, 0x%08X) IN\r\n", kName, packageFamilyName,
                 static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(ppDisplayName)));
-  if (packageFamilyName == nullptr || ppDisplayName == nullptr) return TraceExit(kName, E_POINTER);
-  if (packageFamilyName[0] == 0) return TraceExit(kName, E_INVALIDARG);
+  KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(packageFamilyName, ppDisplayName));
   HRESULT result = E_KEL_PACKAGE_NOT_FOUND;
   const platform::ComPtr<platform::Package> found = FindPackageByName(packageFamilyName);
   if (found) {
@@ -98,8 +96,7 @@ HRESULT CKELPackageManager::GetExcludeAppNameList(const char16_t* searchWord, Ex
                                                   BOOL* pFound) {
   constexpr char16_t kName[] = u"CKELPackageManager::GetExcludeAppNameList";
   WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
-  if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return TraceExit(kName, E_POINTER);
-  if (searchWord[0] == 0) return TraceExit(kName, E_INVALIDARG);
+  KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(searchWord, excludeList, pFound));
   return TraceExit(kName, m_AppNameList.GetExcludeAppNameList(searchWord, excludeList, pFound));
 }
 

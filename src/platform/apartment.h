@@ -19,13 +19,13 @@ namespace kel::platform {
 
 struct ComApartmentTraits {
   using InitType = DWORD;
-  static HRESULT Initialize(InitType type) { return Current().CoInitializeEx(type); }
+  [[nodiscard]] static HRESULT Initialize(InitType type) { return Current().CoInitializeEx(type); }
   static void Uninitialize() { Current().CoUninitialize(); }
 };
 
 struct RuntimeApartmentTraits {
   using InitType = int;
-  static HRESULT Initialize(InitType type) { return Current().RoInitialize(type); }
+  [[nodiscard]] static HRESULT Initialize(InitType type) { return Current().RoInitialize(type); }
   static void Uninitialize() { Current().RoUninitialize(); }
 };
 

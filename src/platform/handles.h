@@ -8,6 +8,8 @@
 
 namespace kel::platform {
 
+// Closing is the last word on a resource: a close that fails leaves nothing
+// the owner could do, so the traits' Close gives no result.
 template <typename Traits>
 class UniqueResource {
  public:
@@ -31,7 +33,7 @@ class UniqueResource {
     reset();
     return &value_;
   }
-  Value release() { return std::exchange(value_, Traits::Invalid()); }
+  [[nodiscard]] Value release() { return std::exchange(value_, Traits::Invalid()); }
   void reset(Value value = Traits::Invalid()) {
     if (Traits::IsValid(value_)) Traits::Close(value_);
     value_ = value;
@@ -45,7 +47,7 @@ struct RegKeyTraits {
   using Value = Handle;
   static Value Invalid() { return nullptr; }
   static bool IsValid(Value v) { return v != nullptr; }
-  static void Close(Value v) { Current().RegCloseKey(v); }
+  static void Close(Value v) { (void)Current().RegCloseKey(v); }
 };
 
 // Kernel handles: files, events, threads. Both null and INVALID_HANDLE_VALUE
@@ -54,21 +56,21 @@ struct KernelHandleTraits {
   using Value = Handle;
   static Value Invalid() { return nullptr; }
   static bool IsValid(Value v) { return v != nullptr && v != InvalidHandleValue(); }
-  static void Close(Value v) { Current().CloseHandle(v); }
+  static void Close(Value v) { (void)Current().CloseHandle(v); }
 };
 
 struct FindHandleTraits {
   using Value = Handle;
   static Value Invalid() { return InvalidHandleValue(); }
   static bool IsValid(Value v) { return v != nullptr && v != InvalidHandleValue(); }
-  static void Close(Value v) { Current().FindClose(v); }
+  static void Close(Value v) { (void)Current().FindClose(v); }
 };
 
 struct LocalMemoryTraits {
   using Value = void*;
   static Value Invalid() { return nullptr; }
   static bool IsValid(Value v) { return v != nullptr; }
-  static void Close(Value v) { Current().LocalFree(v); }
+  static void Close(Value v) { (void)Current().LocalFree(v); }
 };
 
 // Strings from the COM task allocator.

@@ -143,12 +143,12 @@ struct PlatformError {
 // installed package. Reference-counted like the runtime object it stands for.
 class Package {
  public:
-  virtual HRESULT GetFamilyName(WString& value) = 0;
-  virtual HRESULT GetFullName(WString& value) = 0;
-  virtual HRESULT GetName(WString& value) = 0;
-  virtual HRESULT GetVersion(PackageVersion& value) = 0;
+  [[nodiscard]] virtual HRESULT GetFamilyName(WString& value) = 0;
+  [[nodiscard]] virtual HRESULT GetFullName(WString& value) = 0;
+  [[nodiscard]] virtual HRESULT GetName(WString& value) = 0;
+  [[nodiscard]] virtual HRESULT GetVersion(PackageVersion& value) = 0;
   // InstalledLocation queried as a storage item, its Path.
-  virtual HRESULT GetInstalledLocationPath(WString& value) = 0;
+  [[nodiscard]] virtual HRESULT GetInstalledLocationPath(WString& value) = 0;
   virtual void AddRef() = 0;
   virtual void Release() = 0;
 
@@ -180,8 +180,8 @@ constexpr Guid IID_IAppVisibility = {0x2246EA2D, 0xCAEA, 0x4444, {0xA3, 0xC4, 0x
 // holds one reference, given back by Release.
 class AppVisibility {
  public:
-  virtual HRESULT GetAppVisibilityOnMonitor(Handle monitor, int* visibility) = 0;
-  virtual HRESULT IsLauncherVisible(BOOL* visible) = 0;
+  [[nodiscard]] virtual HRESULT GetAppVisibilityOnMonitor(Handle monitor, int* visibility) = 0;
+  [[nodiscard]] virtual HRESULT IsLauncherVisible(BOOL* visible) = 0;
   virtual void Release() = 0;
 
  protected:
@@ -194,7 +194,7 @@ class AppVisibility {
 class AppxApplication {
  public:
   // The string comes from the COM task allocator: free it with CoTaskMemFree.
-  virtual HRESULT GetStringValue(const WCHAR* name, WCHAR** value) = 0;
+  [[nodiscard]] virtual HRESULT GetStringValue(const WCHAR* name, WCHAR** value) = 0;
   virtual void Release() = 0;
 
  protected:
@@ -203,9 +203,9 @@ class AppxApplication {
 
 class AppxApplicationsEnumerator {
  public:
-  virtual HRESULT GetCurrent(AppxApplication** application) = 0;
-  virtual HRESULT GetHasCurrent(BOOL* hasCurrent) = 0;
-  virtual HRESULT MoveNext(BOOL* hasNext) = 0;
+  [[nodiscard]] virtual HRESULT GetCurrent(AppxApplication** application) = 0;
+  [[nodiscard]] virtual HRESULT GetHasCurrent(BOOL* hasCurrent) = 0;
+  [[nodiscard]] virtual HRESULT MoveNext(BOOL* hasNext) = 0;
   virtual void Release() = 0;
 
  protected:
@@ -214,7 +214,7 @@ class AppxApplicationsEnumerator {
 
 class AppxManifestReader {
  public:
-  virtual HRESULT GetApplications(AppxApplicationsEnumerator** applications) = 0;
+  [[nodiscard]] virtual HRESULT GetApplications(AppxApplicationsEnumerator** applications) = 0;
   virtual void Release() = 0;
 
  protected:
@@ -225,10 +225,10 @@ class AppxManifestReader {
 // IIterator<Package> as far as the library walks them.
 class PackageIterator {
  public:
-  virtual HRESULT GetHasCurrent(BOOL* hasCurrent) = 0;
+  [[nodiscard]] virtual HRESULT GetHasCurrent(BOOL* hasCurrent) = 0;
   // The package comes with one reference for the caller.
-  virtual HRESULT GetCurrent(Package** package) = 0;
-  virtual HRESULT MoveNext(BOOL* hasCurrent) = 0;
+  [[nodiscard]] virtual HRESULT GetCurrent(Package** package) = 0;
+  [[nodiscard]] virtual HRESULT MoveNext(BOOL* hasCurrent) = 0;
   virtual void Release() = 0;
 
  protected:
@@ -237,7 +237,7 @@ class PackageIterator {
 
 class PackageCollection {
  public:
-  virtual HRESULT First(PackageIterator** iterator) = 0;
+  [[nodiscard]] virtual HRESULT First(PackageIterator** iterator) = 0;
   virtual void Release() = 0;
 
  protected:
@@ -247,8 +247,8 @@ class PackageCollection {
 // Windows.Management.Deployment.PackageManager through IPackageManager.
 class DeploymentPackageManager {
  public:
-  virtual HRESULT FindPackagesByUserSecurityId(const WCHAR* userSecurityId, PackageCollection** packages) = 0;
-  virtual HRESULT FindPackagesByUserSecurityIdPackageFamilyName(const WCHAR* userSecurityId,
+  [[nodiscard]] virtual HRESULT FindPackagesByUserSecurityId(const WCHAR* userSecurityId, PackageCollection** packages) = 0;
+  [[nodiscard]] virtual HRESULT FindPackagesByUserSecurityIdPackageFamilyName(const WCHAR* userSecurityId,
                                                                 const WCHAR* packageFamilyName,
                                                                 PackageCollection** packages) = 0;
   virtual void Release() = 0;
@@ -261,7 +261,7 @@ class DeploymentPackageManager {
 constexpr int AO_NONE = 0;
 class ApplicationActivationManager {
  public:
-  virtual HRESULT ActivateApplication(const WCHAR* appUserModelId, const WCHAR* arguments, int options,
+  [[nodiscard]] virtual HRESULT ActivateApplication(const WCHAR* appUserModelId, const WCHAR* arguments, int options,
                                       DWORD* processId) = 0;
   virtual void Release() = 0;
 
@@ -277,126 +277,126 @@ class Platform {
 
   // Environment and process. GetEnvironmentVariable answers false when the
   // variable is unset; the value has no length limit of its own.
-  virtual bool GetEnvironmentVariable(const WCHAR* name, WString& value) = 0;
-  virtual DWORD ExpandEnvironmentStrings(const WCHAR* source, WCHAR* buffer, DWORD capacity) = 0;
+  [[nodiscard]] virtual bool GetEnvironmentVariable(const WCHAR* name, WString& value) = 0;
+  [[nodiscard]] virtual DWORD ExpandEnvironmentStrings(const WCHAR* source, WCHAR* buffer, DWORD capacity) = 0;
   // Full path of the host executable (GetModuleFileNameW(NULL, ...)).
-  virtual DWORD GetModuleFileName(WCHAR* buffer, DWORD capacity) = 0;
-  virtual DWORD GetCurrentProcessId() = 0;
-  virtual DWORD GetLastError() = 0;
+  [[nodiscard]] virtual DWORD GetModuleFileName(WCHAR* buffer, DWORD capacity) = 0;
+  [[nodiscard]] virtual DWORD GetCurrentProcessId() = 0;
+  [[nodiscard]] virtual DWORD GetLastError() = 0;
 
   // Time.
-  virtual SystemTime GetLocalTime() = 0;
+  [[nodiscard]] virtual SystemTime GetLocalTime() = 0;
   virtual void Sleep(DWORD milliseconds) = 0;
 
   // Files and folders.
-  virtual Handle CreateFile(const WCHAR* path, DWORD access, DWORD share, DWORD disposition,
+  [[nodiscard]] virtual Handle CreateFile(const WCHAR* path, DWORD access, DWORD share, DWORD disposition,
                             DWORD attributes) = 0;
-  virtual DWORD SetFilePointer(Handle file, LONG distance, DWORD method) = 0;
-  virtual BOOL WriteFile(Handle file, const void* data, DWORD length, DWORD* written) = 0;
-  virtual BOOL CloseHandle(Handle handle) = 0;
-  virtual DWORD GetFileAttributes(const WCHAR* path) = 0;
-  virtual BOOL PathFileExists(const WCHAR* path) = 0;
-  virtual int SHCreateDirectoryEx(const WCHAR* path) = 0;
+  [[nodiscard]] virtual DWORD SetFilePointer(Handle file, LONG distance, DWORD method) = 0;
+  [[nodiscard]] virtual BOOL WriteFile(Handle file, const void* data, DWORD length, DWORD* written) = 0;
+  [[nodiscard]] virtual BOOL CloseHandle(Handle handle) = 0;
+  [[nodiscard]] virtual DWORD GetFileAttributes(const WCHAR* path) = 0;
+  [[nodiscard]] virtual BOOL PathFileExists(const WCHAR* path) = 0;
+  [[nodiscard]] virtual int SHCreateDirectoryEx(const WCHAR* path) = 0;
   // The whole content of a file (a stream on the file opened for reading).
   // A missing file gives 0x80070002; a file larger than xml::kMaxInputBytes
   // gives xml::kInputTooLarge without being read.
-  virtual HRESULT ReadFileBytes(const WCHAR* path, std::string& bytes) = 0;
+  [[nodiscard]] virtual HRESULT ReadFileBytes(const WCHAR* path, std::string& bytes) = 0;
   // Writes the file in full beside its destination, then renames it over the
   // old one, so a crash or a full disk never leaves it half-written.
-  virtual HRESULT ReplaceFileAtomically(const WCHAR* path, const std::string& bytes) = 0;
-  virtual Handle FindFirstFile(const WCHAR* pattern, FindData& found) = 0;
-  virtual BOOL FindNextFile(Handle search, FindData& found) = 0;
-  virtual BOOL FindClose(Handle search) = 0;
+  [[nodiscard]] virtual HRESULT ReplaceFileAtomically(const WCHAR* path, const std::string& bytes) = 0;
+  [[nodiscard]] virtual Handle FindFirstFile(const WCHAR* pattern, FindData& found) = 0;
+  [[nodiscard]] virtual BOOL FindNextFile(Handle search, FindData& found) = 0;
+  [[nodiscard]] virtual BOOL FindClose(Handle search) = 0;
 
   // Registry.
-  virtual LONG RegOpenKeyEx(RootKey root, const WCHAR* subKey, DWORD options, DWORD access,
+  [[nodiscard]] virtual LONG RegOpenKeyEx(RootKey root, const WCHAR* subKey, DWORD options, DWORD access,
                             Handle* key) = 0;
-  virtual LONG RegQueryValueEx(Handle key, const WCHAR* name, DWORD* type, std::uint8_t* data,
+  [[nodiscard]] virtual LONG RegQueryValueEx(Handle key, const WCHAR* name, DWORD* type, std::uint8_t* data,
                                DWORD* size) = 0;
-  virtual LONG RegSetValueEx(Handle key, const WCHAR* name, DWORD type, const std::uint8_t* data,
+  [[nodiscard]] virtual LONG RegSetValueEx(Handle key, const WCHAR* name, DWORD type, const std::uint8_t* data,
                              DWORD size) = 0;
-  virtual LONG RegDeleteValue(Handle key, const WCHAR* name) = 0;
-  virtual LONG RegCloseKey(Handle key) = 0;
+  [[nodiscard]] virtual LONG RegDeleteValue(Handle key, const WCHAR* name) = 0;
+  [[nodiscard]] virtual LONG RegCloseKey(Handle key) = 0;
 
   // Version test.
-  virtual std::uint64_t VerSetConditionMask(std::uint64_t mask, DWORD typeBit,
+  [[nodiscard]] virtual std::uint64_t VerSetConditionMask(std::uint64_t mask, DWORD typeBit,
                                             std::uint8_t condition) = 0;
-  virtual BOOL VerifyVersionInfo(OsVersionInfoEx& info, DWORD typeMask,
+  [[nodiscard]] virtual BOOL VerifyVersionInfo(OsVersionInfoEx& info, DWORD typeMask,
                                  std::uint64_t conditionMask) = 0;
 
   // Code pages (MultiByteToWideChar).
-  virtual int MultiByteToWideChar(UINT codePage, DWORD flags, const char* source, int sourceLength,
+  [[nodiscard]] virtual int MultiByteToWideChar(UINT codePage, DWORD flags, const char* source, int sourceLength,
                                   WCHAR* buffer, int capacity) = 0;
 
   // Local heap: strings handed to the host.
-  virtual void* LocalAlloc(UINT flags, std::size_t bytes) = 0;
-  virtual void* LocalFree(void* memory) = 0;
+  [[nodiscard]] virtual void* LocalAlloc(UINT flags, std::size_t bytes) = 0;
+  [[nodiscard]] virtual void* LocalFree(void* memory) = 0;
 
   // Shell.
-  virtual std::intptr_t ShellExecute(Handle window, const WCHAR* verb, const WCHAR* file,
+  [[nodiscard]] virtual std::intptr_t ShellExecute(Handle window, const WCHAR* verb, const WCHAR* file,
                                      const WCHAR* parameters, const WCHAR* directory,
                                      int showCommand) = 0;
 
   // Threads and events.
-  virtual Handle CreateEvent(bool manualReset, bool initialState, const WCHAR* name) = 0;
-  virtual BOOL SetEvent(Handle event) = 0;
-  virtual BOOL ResetEvent(Handle event) = 0;
-  virtual DWORD WaitForSingleObject(Handle object, DWORD milliseconds) = 0;
-  virtual Handle CreateThread(ThreadProc start, void* parameter) = 0;
+  [[nodiscard]] virtual Handle CreateEvent(bool manualReset, bool initialState, const WCHAR* name) = 0;
+  [[nodiscard]] virtual BOOL SetEvent(Handle event) = 0;
+  [[nodiscard]] virtual BOOL ResetEvent(Handle event) = 0;
+  [[nodiscard]] virtual DWORD WaitForSingleObject(Handle object, DWORD milliseconds) = 0;
+  [[nodiscard]] virtual Handle CreateThread(ThreadProc start, void* parameter) = 0;
 
   // Keyboard: one INPUT record of type INPUT_KEYBOARD per call.
-  virtual UINT SendInput(const KeyboardInput& input) = 0;
-  virtual UINT MapVirtualKey(UINT code, UINT mapType) = 0;
+  [[nodiscard]] virtual UINT SendInput(const KeyboardInput& input) = 0;
+  [[nodiscard]] virtual UINT MapVirtualKey(UINT code, UINT mapType) = 0;
 
   // Clipboard and the global heap behind it.
-  virtual BOOL OpenClipboard(Handle owner) = 0;
-  virtual BOOL EmptyClipboard() = 0;
-  virtual Handle SetClipboardData(UINT format, Handle memory) = 0;
-  virtual BOOL CloseClipboard() = 0;
-  virtual Handle GlobalAlloc(UINT flags, std::size_t bytes) = 0;
-  virtual void* GlobalLock(Handle memory) = 0;
-  virtual BOOL GlobalUnlock(Handle memory) = 0;
-  virtual Handle GlobalFree(Handle memory) = 0;
+  [[nodiscard]] virtual BOOL OpenClipboard(Handle owner) = 0;
+  [[nodiscard]] virtual BOOL EmptyClipboard() = 0;
+  [[nodiscard]] virtual Handle SetClipboardData(UINT format, Handle memory) = 0;
+  [[nodiscard]] virtual BOOL CloseClipboard() = 0;
+  [[nodiscard]] virtual Handle GlobalAlloc(UINT flags, std::size_t bytes) = 0;
+  [[nodiscard]] virtual void* GlobalLock(Handle memory) = 0;
+  [[nodiscard]] virtual BOOL GlobalUnlock(Handle memory) = 0;
+  [[nodiscard]] virtual Handle GlobalFree(Handle memory) = 0;
 
   // Windows and monitors.
-  virtual Handle GetForegroundWindow() = 0;
-  virtual int GetClassName(Handle window, WCHAR* buffer, int capacity) = 0;
-  virtual Handle MonitorFromPoint(Point point, DWORD flags) = 0;
-  virtual int MessageBox(Handle owner, const WCHAR* text, const WCHAR* caption, UINT type) = 0;
+  [[nodiscard]] virtual Handle GetForegroundWindow() = 0;
+  [[nodiscard]] virtual int GetClassName(Handle window, WCHAR* buffer, int capacity) = 0;
+  [[nodiscard]] virtual Handle MonitorFromPoint(Point point, DWORD flags) = 0;
+  [[nodiscard]] virtual int MessageBox(Handle owner, const WCHAR* text, const WCHAR* caption, UINT type) = 0;
 
   // COM and Windows Runtime apartments.
-  virtual HRESULT CoInitializeEx(DWORD coInit) = 0;
+  [[nodiscard]] virtual HRESULT CoInitializeEx(DWORD coInit) = 0;
   // CoCreateInstance(CLSID_AppVisibility, NULL, context, IID_IAppVisibility).
-  virtual HRESULT CreateAppVisibility(DWORD context, AppVisibility** object) = 0;
+  [[nodiscard]] virtual HRESULT CreateAppVisibility(DWORD context, AppVisibility** object) = 0;
   // CoCreateInstance(CLSID_AppxFactory, NULL, CLSCTX_INPROC_SERVER,
   // IID_IAppxFactory), SHCreateStreamOnFileEx(path, STGM_READ |
   // STGM_SHARE_EXCLUSIVE, 0, FALSE, NULL), then CreateManifestReader on that
   // stream; the first failure is returned.
-  virtual HRESULT CreateAppxManifestReader(const WCHAR* manifestPath, AppxManifestReader** reader) = 0;
+  [[nodiscard]] virtual HRESULT CreateAppxManifestReader(const WCHAR* manifestPath, AppxManifestReader** reader) = 0;
   virtual void CoTaskMemFree(void* memory) = 0;
   virtual void CoUninitialize() = 0;
-  virtual HRESULT RoInitialize(int initType) = 0;
+  [[nodiscard]] virtual HRESULT RoInitialize(int initType) = 0;
   virtual void RoUninitialize() = 0;
   // RoActivateInstance of "Windows.Management.Deployment.PackageManager",
   // queried for IPackageManager.
-  virtual HRESULT ActivatePackageManager(DeploymentPackageManager** manager) = 0;
+  [[nodiscard]] virtual HRESULT ActivatePackageManager(DeploymentPackageManager** manager) = 0;
   // The text of a runtime error, for the log.
-  virtual WString DescribeError(HRESULT error) = 0;
+  [[nodiscard]] virtual WString DescribeError(HRESULT error) = 0;
   // CoCreateInstance(CLSID_ApplicationActivationManager, NULL, context,
   // IID_IApplicationActivationManager).
-  virtual HRESULT CreateApplicationActivationManager(DWORD context, ApplicationActivationManager** manager) = 0;
+  [[nodiscard]] virtual HRESULT CreateApplicationActivationManager(DWORD context, ApplicationActivationManager** manager) = 0;
   // CoAllowSetForegroundWindow(manager, NULL).
-  virtual HRESULT CoAllowSetForegroundWindow(ApplicationActivationManager* manager) = 0;
+  [[nodiscard]] virtual HRESULT CoAllowSetForegroundWindow(ApplicationActivationManager* manager) = 0;
 
   // Security: the current user's SID.
-  virtual BOOL GetUserName(WCHAR* buffer, DWORD* size) = 0;
-  virtual BOOL LookupAccountName(const WCHAR* systemName, const WCHAR* accountName, void* sid,
+  [[nodiscard]] virtual BOOL GetUserName(WCHAR* buffer, DWORD* size) = 0;
+  [[nodiscard]] virtual BOOL LookupAccountName(const WCHAR* systemName, const WCHAR* accountName, void* sid,
                                  DWORD* sidSize, WCHAR* domain, DWORD* domainSize) = 0;
   // The string comes from the local heap; the caller frees it with LocalFree.
-  virtual BOOL ConvertSidToStringSid(void* sid, WCHAR** stringSid) = 0;
+  [[nodiscard]] virtual BOOL ConvertSidToStringSid(void* sid, WCHAR** stringSid) = 0;
 
   // Indirect strings ("@{...}") resolved by the shell.
-  virtual HRESULT SHLoadIndirectString(const WCHAR* source, WCHAR* buffer, UINT capacity) = 0;
+  [[nodiscard]] virtual HRESULT SHLoadIndirectString(const WCHAR* source, WCHAR* buffer, UINT capacity) = 0;
 };
 
 // The platform the library runs on. The Windows build installs its real

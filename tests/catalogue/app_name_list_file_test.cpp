@@ -44,9 +44,9 @@ constexpr char kExample[] =
 TEST_F(AppNameListFile, SavedFileHasTheDocumentedForm) {
   auto* package = new CKELPackage(u"Example.Reader_1a2b3c4d5e6f7", {6, 2, 9200, 16384}, 0, 1);
   ASSERT_EQ(package->AddApplication(CKELMetroApp::Create(u"Reader", u"Reader", u"riida", nullptr).release()), S_OK);
-  list.AddMetroPackage(package);
-  list.AddDesktopApp(u"Sample Tool", u"C:\\ProgramData\\Microsoft\\Windows\\Start Menu\\Programs\\Sample Tool.lnk");
-  list.AddDesktopApp(u"Notepad",
+  (void)list.AddMetroPackage(package);
+  (void)list.AddDesktopApp(u"Sample Tool", u"C:\\ProgramData\\Microsoft\\Windows\\Start Menu\\Programs\\Sample Tool.lnk");
+  (void)list.AddDesktopApp(u"Notepad",
                      u"C:\\ProgramData\\Microsoft\\Windows\\Start Menu\\Programs\\Accessories\\Notepad.lnk");
   const auto& apps = list.DesktopApps();
   apps.front()->NeedReserve = 1;
@@ -61,17 +61,17 @@ TEST_F(AppNameListFile, VersionIsWrittenMajorMinorBuildRevision) {
   version.Minor = 2;
   version.Build = 3;
   version.Revision = 4;
-  list.AddMetroPackage(new CKELPackage(u"A_b", version, 0, 1));
-  list.Save(kFile.c_str());
+  (void)list.AddMetroPackage(new CKELPackage(u"A_b", version, 0, 1));
+  (void)list.Save(kFile.c_str());
   EXPECT_NE(fake->FileContent(kFile).find("Version=\"1.2.3.4\""), std::string::npos);
 }
 
 TEST_F(AppNameListFile, UninstalledUnreservedRecordsAreLeftOut) {
-  list.AddMetroPackage(new CKELPackage(u"Gone_b", {}, 0, 0));
-  list.AddMetroPackage(new CKELPackage(u"Kept_b", {}, 1, 0));
-  list.AddDesktopApp(u"Gone", u"C:\\gone.lnk");
+  (void)list.AddMetroPackage(new CKELPackage(u"Gone_b", {}, 0, 0));
+  (void)list.AddMetroPackage(new CKELPackage(u"Kept_b", {}, 1, 0));
+  (void)list.AddDesktopApp(u"Gone", u"C:\\gone.lnk");
   list.DesktopApps().front()->IsInstalled = 0;
-  list.Save(kFile.c_str());
+  (void)list.Save(kFile.c_str());
   const std::string text = fake->FileContent(kFile);
   EXPECT_EQ(text.find("Gone"), std::string::npos);
   EXPECT_NE(text.find("<Package PackageFamilyName=\"Kept_b\" Version=\"0.0.0.0\" NeedReserve=\"1\" IsInstalled=\"0\" />"),
@@ -81,9 +81,9 @@ TEST_F(AppNameListFile, UninstalledUnreservedRecordsAreLeftOut) {
 TEST_F(AppNameListFile, SavedFileLoadsBackWithItsInstalledAndReservedRecords) {
   auto* package = new CKELPackage(u"A_b", {1, 2, 3, 4}, 0, 1);
   package->FullName = u"A_1.2.4.3_x86__b";
-  package->AddApplication(u"One", u"1");
-  package->AddApplication(u"Two", nullptr);
-  list.AddMetroPackage(package);
+  (void)package->AddApplication(u"One", u"1");
+  (void)package->AddApplication(u"Two", nullptr);
+  (void)list.AddMetroPackage(package);
   // A localised name comes only from a file.
   fake->AddFile(kFile,
                 "<Applications><DesktopApps><DesktopApp DisplayName=\"Tool &amp; &quot;Co&quot; &lt;x&gt;\" "
@@ -181,7 +181,7 @@ TEST_F(AppNameListFile, EnvironmentReferencesInShortcutPathsAreExpanded) {
   LoadText("<a><DesktopApps><DesktopApp DisplayName=\"x\" LnkFileName=\"%ProgramData%\\x.lnk\" /></DesktopApps></a>");
   ASSERT_EQ(list.DesktopApps().size(), 1u);
   EXPECT_EQ(list.DesktopApps().front()->LnkFileName(), u"C:\\ProgramData\\x.lnk");
-  list.Save(kFile.c_str());
+  (void)list.Save(kFile.c_str());
   EXPECT_NE(fake->FileContent(kFile).find("LnkFileName=\"C:\\ProgramData\\x.lnk\""), std::string::npos);
 }
 
@@ -201,14 +201,14 @@ TEST_F(AppNameListFile, MalformedInputKeepsWhatWasReadBeforeIt) {
 }
 
 TEST_F(AppNameListFile, MissingFileReturnsThePlatformCodeAndChangesNothing) {
-  list.AddDesktopApp(u"x", u"C:\\x.lnk");
+  (void)list.AddDesktopApp(u"x", u"C:\\x.lnk");
   EXPECT_EQ(list.Load((kFolder + u"\\none.xml").c_str()), static_cast<HRESULT>(0x80070002u));
   EXPECT_EQ(list.DesktopApps().size(), 1u);
 }
 
 TEST_F(AppNameListFile, LoadingTwiceDoublesEveryRecord) {
   LoadText(kExample);
-  list.Load(kFile.c_str());
+  (void)list.Load(kFile.c_str());
   EXPECT_EQ(list.Packages().size(), 2u);
   EXPECT_EQ(list.DesktopApps().size(), 4u);
 }
@@ -223,7 +223,7 @@ TEST_F(AppNameListFile, NullAndEmptyPathsAreRefused) {
 TEST_F(AppNameListFile, FailedSaveLeavesTheOldFileWhole) {
   WriteFile(kExample);
   fake->replaceFileResult = static_cast<HRESULT>(0x80070070u);  // disk full
-  list.AddDesktopApp(u"x", u"C:\\x.lnk");
+  (void)list.AddDesktopApp(u"x", u"C:\\x.lnk");
   EXPECT_EQ(list.Save(kFile.c_str()), static_cast<HRESULT>(0x80070070u));
   EXPECT_EQ(fake->FileContent(kFile), kExample);
 }
@@ -231,9 +231,9 @@ TEST_F(AppNameListFile, FailedSaveLeavesTheOldFileWhole) {
 TEST_F(AppNameListFile, LargeCatalogueSurvivesARoundTrip) {
   for (int p = 0; p < 2000; ++p) {
     auto* package = new CKELPackage(FormatWide(u"Pkg%d_abc", {p}).c_str(), {1, 0, static_cast<WORD>(p), 0}, 0, 1);
-    package->AddApplication(FormatWide(u"App %d", {p}).c_str(), FormatWide(u"A%d", {p}).c_str());
-    package->AddApplication(FormatWide(u"Tool %d", {p}).c_str(), nullptr);
-    list.AddMetroPackage(package);
+    (void)package->AddApplication(FormatWide(u"App %d", {p}).c_str(), FormatWide(u"A%d", {p}).c_str());
+    (void)package->AddApplication(FormatWide(u"Tool %d", {p}).c_str(), nullptr);
+    (void)list.AddMetroPackage(package);
   }
   // Appended directly: discovery's one-by-one duplicate test is not what
   // this round trip is about.
@@ -244,10 +244,10 @@ TEST_F(AppNameListFile, LargeCatalogueSurvivesARoundTrip) {
   }
   desktop += "</DesktopApps>";
   WriteFile(desktop);
-  list.Load(kFile.c_str());
+  (void)list.Load(kFile.c_str());
   ASSERT_EQ(list.Save(kFile.c_str()), S_OK);
   CKELAppNameList loaded;
-  loaded.Load(kFile.c_str());
+  (void)loaded.Load(kFile.c_str());
   ASSERT_EQ(loaded.Packages().size(), 2000u);
   ASSERT_EQ(loaded.DesktopApps().size(), 10000u);
   EXPECT_EQ(loaded.Packages().back()->PackageFamilyName, u"Pkg1999_abc");

@@ -45,7 +45,7 @@ TEST_F(AppNameList, NewPackageIsAppendedEvenWithoutApplications) {
 }
 
 TEST_F(AppNameList, KnownPackageWithTheSameVersionIsNotReadAgain) {
-  list.AddMetroPackage(&mail);
+  (void)list.AddMetroPackage(&mail);
   fake->ClearCalls();
   EXPECT_EQ(list.AddMetroPackage(&mail), S_OK);
   EXPECT_TRUE(fake->CallsNamed({"ReadFileBytes"}).empty());
@@ -53,7 +53,7 @@ TEST_F(AppNameList, KnownPackageWithTheSameVersionIsNotReadAgain) {
 }
 
 TEST_F(AppNameList, ReservedPackageIsNeverRefreshed) {
-  list.AddMetroPackage(new CKELPackage(u"Example.Mail_abc", {1, 0, 0, 0}, 1, 1));
+  (void)list.AddMetroPackage(new CKELPackage(u"Example.Mail_abc", {1, 0, 0, 0}, 1, 1));
   EXPECT_EQ(list.AddMetroPackage(&mail), S_OK);
   EXPECT_EQ(list.Packages().front()->Version, (PackageVersion{1, 0, 0, 0}));
   EXPECT_TRUE(list.Packages().front()->Applications().empty());
@@ -61,8 +61,8 @@ TEST_F(AppNameList, ReservedPackageIsNeverRefreshed) {
 
 TEST_F(AppNameList, NewerVersionReplacesTheApplications) {
   auto* old = new CKELPackage(u"Example.Mail_abc", {1, 0, 0, 0}, 0, 1);
-  old->AddApplication(u"Old Name", nullptr);
-  list.AddMetroPackage(old);
+  (void)old->AddApplication(u"Old Name", nullptr);
+  (void)list.AddMetroPackage(old);
   EXPECT_EQ(list.AddMetroPackage(&mail), S_FALSE);  // the readability check's last status
   const CKELPackage& record = *list.Packages().front();
   EXPECT_EQ(record.Version, (PackageVersion{2, 0, 0, 0}));
@@ -76,9 +76,9 @@ TEST_F(AppNameList, NewerVersionWithUnreadableNamesKeepsTheOldRecord) {
                 "<Package><Applications><Application><VisualElements DisplayName=\"ms-resource:Name\">"
                 "<DefaultTile ShortName=\"x\"/></VisualElements></Application></Applications></Package>");
   auto* old = new CKELPackage(u"Example.Mail_abc", {1, 0, 0, 0}, 0, 1);
-  old->AddApplication(u"Old Name", nullptr);
-  list.AddMetroPackage(old);
-  list.AddMetroPackage(&mail);
+  (void)old->AddApplication(u"Old Name", nullptr);
+  (void)list.AddMetroPackage(old);
+  (void)list.AddMetroPackage(&mail);
   const CKELPackage& record = *list.Packages().front();
   EXPECT_EQ(record.Version, (PackageVersion{1, 0, 0, 0}));
   EXPECT_EQ(record.Applications().front()->DisplayName(), u"old name");
@@ -98,7 +98,7 @@ TEST_F(AppNameList, PlatformFailureBecomesFailAndIsTraced) {
 }
 
 TEST_F(AppNameList, PackageLookupIsCaseSensitive) {
-  list.AddMetroPackage(new CKELPackage(u"Example.Mail_abc", {}, 0, 1));
+  (void)list.AddMetroPackage(new CKELPackage(u"Example.Mail_abc", {}, 0, 1));
   EXPECT_NE(list.GetPackage(u"Example.Mail_abc"), nullptr);
   EXPECT_EQ(list.GetPackage(u"example.mail_abc"), nullptr);
   EXPECT_EQ(list.GetPackage(u""), nullptr);
@@ -116,7 +116,7 @@ TEST_F(AppNameList, ShortcutDifferingOnlyInCaseIsNotAddedAgain) {
 }
 
 TEST_F(AppNameList, EmptyCatalogueGivesAnUnchangedListNotFound) {
-  excluded.AddUnique(u"kept");
+  (void)excluded.AddUnique(u"kept");
   EXPECT_EQ(list.GetExcludeAppNameList(u"mail", &excluded, &found), S_OK);
   EXPECT_EQ(excluded, (ExcludeAppNameList{u"kept"}));
   EXPECT_EQ(found, 0);
@@ -124,12 +124,12 @@ TEST_F(AppNameList, EmptyCatalogueGivesAnUnchangedListNotFound) {
 
 TEST_F(AppNameList, ExclusionListFollowsPackagesThenDesktopApps) {
   fake->deployed.push_back({fake->userSid, &mail});
-  list.AddMetroPackage(&mail);
+  (void)list.AddMetroPackage(&mail);
   fake->AddFile(u"C:\\Start\\Mail Merge.lnk", "");
   fake->AddFile(u"C:\\Start\\Mail.lnk", "");
-  list.AddDesktopApp(u"Mail Merge", u"C:\\Start\\Mail Merge.lnk");
-  list.AddDesktopApp(u"Mail", u"C:\\Start\\Mail.lnk");
-  list.AddDesktopApp(u"Mailer", u"C:\\Start\\gone.lnk");
+  (void)list.AddDesktopApp(u"Mail Merge", u"C:\\Start\\Mail Merge.lnk");
+  (void)list.AddDesktopApp(u"Mail", u"C:\\Start\\Mail.lnk");
+  (void)list.AddDesktopApp(u"Mailer", u"C:\\Start\\gone.lnk");
   EXPECT_EQ(list.GetExcludeAppNameList(u"Mail", &excluded, &found), S_OK);
   EXPECT_EQ(excluded, (ExcludeAppNameList{u"mail box", u"mail merge"}));
   EXPECT_EQ(found, 1);  // the desktop app named Mail, and the short name
@@ -144,7 +144,7 @@ TEST_F(AppNameList, ExclusionArgumentsAreChecked) {
 }
 
 TEST_F(AppNameList, UninstalledPackageContributesNothing) {
-  list.AddMetroPackage(&mail);  // not deployed for this user
+  (void)list.AddMetroPackage(&mail);  // not deployed for this user
   EXPECT_EQ(list.GetExcludeAppNameList(u"Mail", &excluded, &found), S_OK);
   EXPECT_TRUE(excluded.empty());
   EXPECT_EQ(list.Packages().front()->IsInstalled, 0);
@@ -154,8 +154,8 @@ TEST_F(AppNameList, InstalledMarksFollowTheDeploymentServiceAndTheShortcutFiles)
   fakes::FakePackage other{u"Example.Other_abc", u"Example.Other_1.0.0.0_x86__abc", u"Example.Other", {1, 0, 0, 0},
                            kInstalled};
   fake->deployed.push_back({fake->userSid, &mail});
-  list.AddMetroPackage(new CKELPackage(u"Example.Mail_abc", {}, 0, 0));
-  list.AddMetroPackage(new CKELPackage(u"Example.Other_abc", {}, 0, 1));
+  (void)list.AddMetroPackage(new CKELPackage(u"Example.Mail_abc", {}, 0, 0));
+  (void)list.AddMetroPackage(new CKELPackage(u"Example.Other_abc", {}, 0, 1));
   list.RefreshInstalledFlags();
   EXPECT_EQ(list.Packages().front()->IsInstalled, 1);
   EXPECT_EQ(list.Packages().back()->IsInstalled, 0);
@@ -163,16 +163,16 @@ TEST_F(AppNameList, InstalledMarksFollowTheDeploymentServiceAndTheShortcutFiles)
 
 TEST_F(AppNameList, InstalledMarksFollowTheShortcutFiles) {
   fake->AddFile(u"C:\\Start\\Here.lnk", "");
-  list.AddDesktopApp(u"Here", u"C:\\Start\\Here.lnk");
-  list.AddDesktopApp(u"Gone", u"C:\\Start\\Gone.lnk");
+  (void)list.AddDesktopApp(u"Here", u"C:\\Start\\Here.lnk");
+  (void)list.AddDesktopApp(u"Gone", u"C:\\Start\\Gone.lnk");
   list.RefreshInstalledFlags();
   EXPECT_EQ(list.DesktopApps().front()->IsInstalled, 1);
   EXPECT_EQ(list.DesktopApps().back()->IsInstalled, 0);
 }
 
 TEST_F(AppNameList, ClearEmptiesBothLists) {
-  list.AddMetroPackage(new CKELPackage(u"A_b", {}, 0, 1));
-  list.AddDesktopApp(u"x", u"C:\\x.lnk");
+  (void)list.AddMetroPackage(new CKELPackage(u"A_b", {}, 0, 1));
+  (void)list.AddDesktopApp(u"x", u"C:\\x.lnk");
   list.Clear();
   EXPECT_TRUE(list.Packages().empty());
   EXPECT_TRUE(list.DesktopApps().empty());

@@ -64,8 +64,8 @@ TEST(ExcludeList, ThousandsOfNamesStayUniqueAndOrdered) {
 TEST(ExcludeList, ListsBuiltAlikeCompareEqual) {
   ExcludeAppNameList a{u"one", u"two"};
   ExcludeAppNameList b;
-  b.AddUnique(u"one");
-  b.AddUnique(u"TWO");
+  (void)b.AddUnique(u"one");
+  (void)b.AddUnique(u"TWO");
   EXPECT_FALSE(a == b);  // the spelling kept is the first one given
   b = ExcludeAppNameList{u"one", u"two", u"ONE"};
   EXPECT_TRUE(a == b);

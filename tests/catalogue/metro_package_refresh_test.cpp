@@ -78,7 +78,7 @@ class MetroPackageRefresh : public testing::LibraryTest {
   // The catalogue holds the package in version 1 with one application.
   void CatalogueTheOldVersion() {
     auto* old = new CKELPackage(u"Example.Mail_abc", {1, 0, 0, 0}, 0, 1);
-    old->AddApplication(u"Old Name", nullptr);
+    (void)old->AddApplication(u"Old Name", nullptr);
     ASSERT_EQ(list.AddMetroPackage(old), S_OK);
   }
 
@@ -173,7 +173,7 @@ TEST_P(InstalledLocationQueries, FollowTheStepsThatBuildTheManifestPath) {
   if (c.catalogued) {
     ASSERT_EQ(list.AddMetroPackage(new CKELPackage(u"Example.Mail_abc", c.version, c.reserved, 1)), S_OK);
   }
-  list.AddMetroPackage(&mail);
+  (void)list.AddMetroPackage(&mail);
   EXPECT_EQ(mail.Calls(Query::InstalledLocation), c.locationQueries);
 }
 

@@ -83,7 +83,7 @@ TEST_F(Records, ShortNameIsMatchedToo) {
 TEST_F(Records, SecondAppWithTheSameNameInOtherCaseGivesSFalse) {
   const auto first = CKELMetroApp::Create(u"Mail Box", nullptr, nullptr, nullptr);
   const auto second = CKELMetroApp::Create(u"MAIL BOX", nullptr, nullptr, nullptr);
-  first->AddToExcludeAppNameList(u"mail", &list, &found);
+  (void)first->AddToExcludeAppNameList(u"mail", &list, &found);
   EXPECT_EQ(second->AddToExcludeAppNameList(u"mail", &list, &found), S_FALSE);
   EXPECT_EQ(list.size(), 1u);
 }
@@ -109,7 +109,7 @@ TEST_F(Records, DesktopAppNamedByTheWordIsFoundUnlessDualMode) {
 
 TEST_F(Records, DesktopAppUsesItsLocalizedNameWhenSet) {
   const auto app = Desktop(u"Paint", 0, u"pinsel programm");
-  app->AddToExcludeAppNameList(u"pinsel", &list, &found);
+  (void)app->AddToExcludeAppNameList(u"pinsel", &list, &found);
   EXPECT_EQ(list, (ExcludeAppNameList{u"pinsel programm"}));
 }
 
@@ -174,8 +174,8 @@ TEST_F(Records, AddApplicationTakesOwnershipInOrder) {
 TEST_F(Records, PackageExclusionAsksWhetherThePackageIsInstalled) {
   EnableLog();
   CKELPackage package(u"A_b", {}, 0, 1);
-  package.AddApplication(u"Mail Box", nullptr);
-  package.AddAppNameToExcludeList(u"mail", &list, &found);
+  (void)package.AddApplication(u"Mail Box", nullptr);
+  (void)package.AddAppNameToExcludeList(u"mail", &list, &found);
   EXPECT_FALSE(LogLinesStartingWith("KelIsInstalledW(A_b) IN").empty());
 }
 
@@ -183,7 +183,7 @@ TEST_F(Records, PackageTracesItsApplications) {
   EnableLog();
   {
     CKELPackage package(u"A_b", {}, 0, 1);
-    package.AddApplication(u"Mail", u"M");
+    (void)package.AddApplication(u"Mail", u"M");
   }
   EXPECT_EQ(LogLines(), (std::vector<std::string>{"CKELPackage::AddApplication(Mail, M) IN\r\n",
                                                   "CKELPackage::AddApplication OUT(0x00000000)\r\n",

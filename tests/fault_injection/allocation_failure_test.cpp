@@ -134,9 +134,9 @@ TEST_F(AllocationFailure, SearchLaunchWithExclusions) {
         {
           AllocationsUncounted setUp;
           auto* package = new CKELPackage(u"Example.Mail_abc", {1, 0, 0, 0}, 0, 1);
-          package->AddApplication(u"Mail Box", u"Mail");
-          package->AddApplication(u"Mail Settings", nullptr);
-          list.AddMetroPackage(package);
+          (void)package->AddApplication(u"Mail Box", u"Mail");
+          (void)package->AddApplication(u"Mail Settings", nullptr);
+          (void)list.AddMetroPackage(package);
           merge = kPrograms + u"\\Mail Merge.lnk";
           tool = kPrograms + u"\\Tools\\Mail Tool.url";
         }
@@ -347,7 +347,7 @@ TEST_F(AllocationFailure, CatalogueSaveLeavesTheOldFileOrAWholeNewOne) {
   {
     fakes::ScopedFakePlatform fake;
     fake->AddFile(kCatalogueFilePath, kCatalogueFile);
-    ThePackageManager().m_AppNameList.Load(kCatalogueFilePath.c_str());
+    (void)ThePackageManager().m_AppNameList.Load(kCatalogueFilePath.c_str());
     ASSERT_EQ(ThePackageManager().m_AppNameList.Save(savedPath.c_str()), S_OK);
     whole = fake->FileContent(savedPath);
     ThePackageManager().m_AppNameList.Reset();
@@ -361,7 +361,7 @@ TEST_F(AllocationFailure, CatalogueSaveLeavesTheOldFileOrAWholeNewOne) {
           AllocationsUncounted setUp;
           fake.AddFile(kCatalogueFilePath, kCatalogueFile);
           fake.AddFile(savedPath, kOldList);
-          ThePackageManager().m_AppNameList.Load(kCatalogueFilePath.c_str());
+          (void)ThePackageManager().m_AppNameList.Load(kCatalogueFilePath.c_str());
         }
         saved = ThePackageManager().m_AppNameList.Save(savedPath.c_str());
       },

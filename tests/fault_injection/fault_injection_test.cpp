@@ -80,8 +80,8 @@ TEST_F(FaultInjection, SearchLaunchWithExclusions) {
   ForEveryFailure(
       [](fakes::FakePlatform&, World&) {
         CKELAppNameList& list = ThePackageManager().m_AppNameList;
-        list.AddDesktopApp(u"Mail Merge", (kPrograms + u"\\Mail Merge.lnk").c_str());
-        KelLaunchBySearchW(u"mail", 2, 1);
+        (void)list.AddDesktopApp(u"Mail Merge", (kPrograms + u"\\Mail Merge.lnk").c_str());
+        (void)KelLaunchBySearchW(u"mail", 2, 1);
       },
       NoMoreChecks);
 }
@@ -90,8 +90,8 @@ TEST_F(FaultInjection, BrowserLaunchesLeaveTheValuesAsTheRulesAllow) {
   ForEveryFailure(
       [](fakes::FakePlatform& fake, World&) {
         fake.SetDword(kBrowserKey, kAssociationActivationModeValue, 0);
-        KelLaunchBrowserByProtocolW(u"http://example.invalid/", 1);
-        KelLaunchIEBySearch(0, 0, 0);
+        (void)KelLaunchBrowserByProtocolW(u"http://example.invalid/", 1);
+        (void)KelLaunchIEBySearch(0, 0, 0);
       },
       [](fakes::FakePlatform& fake, World&) {
         // A value is never left changed unless its restore itself failed;
@@ -115,11 +115,11 @@ TEST_F(FaultInjection, BothManifestReadings) {
           CKELPackage package(u"Example.Mail_abc", {}, 0, 1);
           package.FullName = u"Example.Mail_1_x86__abc";
           package.Name = u"Example.Mail";
-          CKELManifestReader::AddAppsToPackage(manifest.c_str(), &package);
+          (void)CKELManifestReader::AddAppsToPackage(manifest.c_str(), &package);
         }
         char16_t* name = nullptr;
         try {
-          CKELManifestReader::GetAppDisplayName(&world.mail, &name);
+          (void)CKELManifestReader::GetAppDisplayName(&world.mail, &name);
         } catch (const platform::PlatformError&) {
         }
         if (name != nullptr) KelReleaseStringW(name);
@@ -131,12 +131,12 @@ TEST_F(FaultInjection, NarrowExports) {
   ForEveryFailure(
       [](fakes::FakePlatform&, World&) {
         BOOL installed = 0;
-        KelIsInstalledA("Example.Mail_abc", &installed);
-        KelLaunchStoreA("Example.Mail_abc");
+        (void)KelIsInstalledA("Example.Mail_abc", &installed);
+        (void)KelLaunchStoreA("Example.Mail_abc");
         char16_t* name = nullptr;
-        KelGetAppDisplayNameByPFNW(u"Example.Mail_abc", &name);
+        (void)KelGetAppDisplayNameByPFNW(u"Example.Mail_abc", &name);
         if (name != nullptr) KelReleaseStringW(name);
-        KelLaunchByAppUserModelIdA("Example.Mail_abc!App");
+        (void)KelLaunchByAppUserModelIdA("Example.Mail_abc!App");
       },
       NoMoreChecks);
 }

@@ -58,7 +58,7 @@ TEST_F(Lifecycle, InitializeRereadsTheSwitchBeforeItsEntryLine) {
 TEST_F(Lifecycle, SwitchReadingIsTracedUnderTheSwitchAsItStoodBefore) {
   EnableLog();
   fake->SetDword(kSettingsKey, kDebugLogValue, 0);
-  KelInitialize();
+  (void)KelInitialize();
   EXPECT_EQ(LogLines(), (std::vector<std::string>{"CKELReg::IsDebugLogOn IN\r\n", "CKELReg::GetDWORDRegVal IN\r\n",
                                                   "CKELReg::GetDWORDRegVal OUT(1)\r\n",
                                                   "CKELReg::IsDebugLogOn OUT(0)\r\n"}));
@@ -66,7 +66,7 @@ TEST_F(Lifecycle, SwitchReadingIsTracedUnderTheSwitchAsItStoodBefore) {
 
 TEST_F(Lifecycle, InitializeCreatesTheDataFolderUnderLocalAppData) {
   fake->SetModulePath(u"C:\\Apps\\My.App.exe");
-  KelInitialize();
+  (void)KelInitialize();
   EXPECT_TRUE(fake->Exists(u"C:\\Users\\kel\\AppData\\Local\\Osk\\Kelbrook\\My"));
 }
 
@@ -111,8 +111,8 @@ TEST_F(ArgumentChecks, EmptyAppUserModelIdIsHandedOnNotRejected) {
 
 TEST_F(ArgumentChecks, FailedCheckWritesItsExitLineAtOnce) {
   EnableLog();
-  KelLaunchBySearchW(u"x", 3, 0);
-  KelGetMonitorMode(nullptr);
+  (void)KelLaunchBySearchW(u"x", 3, 0);
+  (void)KelGetMonitorMode(nullptr);
   EXPECT_EQ(LogLines(), (std::vector<std::string>{"KelLaunchBySearchW(x, 3, 0) IN\r\n",
                                                   "KelLaunchBySearchW OUT(0x80070057)\r\n",
                                                   "KelGetMonitorMode IN\r\n",
@@ -121,11 +121,11 @@ TEST_F(ArgumentChecks, FailedCheckWritesItsExitLineAtOnce) {
 
 TEST_F(ArgumentChecks, EntryLinesShowTheArguments) {
   EnableLog();
-  KelLaunchByPFNW(u"Foo_abc", 4, -1);
-  KelLaunchIEBySearch(1, 3, 5);
-  KelLaunchBrowserByProtocolW(nullptr, 1);
+  (void)KelLaunchByPFNW(u"Foo_abc", 4, -1);
+  (void)KelLaunchIEBySearch(1, 3, 5);
+  (void)KelLaunchBrowserByProtocolW(nullptr, 1);
   char16_t* name = nullptr;
-  KelGetAppDisplayNameByPFNW(u"", &name);
+  (void)KelGetAppDisplayNameByPFNW(u"", &name);
   const auto lines = LogLines();
   EXPECT_EQ(lines[0], "KelLaunchByPFNW(Foo_abc, 4, -1) IN\r\n");
   EXPECT_EQ(lines[2], "KelLaunchIEBySearch(1, 3, 5) IN\r\n");
@@ -137,7 +137,7 @@ TEST_F(ArgumentChecks, EntryLinesShowTheArguments) {
 TEST_F(ArgumentChecks, LaunchStoreRereadsTheLogSwitch) {
   fake->AddDirectory(testing::kLogFolder);
   fake->SetDword(kSettingsKey, kDebugLogValue, 1);
-  KelLaunchStoreW(u"");
+  (void)KelLaunchStoreW(u"");
   EXPECT_EQ(LogLinesStartingWith("KelLaunchStoreW"),
             (std::vector<std::string>{"KelLaunchStoreW() IN\r\n", "KelLaunchStoreW OUT(0x80070057)\r\n"}));
 }
@@ -145,8 +145,8 @@ TEST_F(ArgumentChecks, LaunchStoreRereadsTheLogSwitch) {
 TEST_F(ArgumentChecks, ExportsWithoutRereadingKeepTheSwitchOff) {
   fake->AddDirectory(testing::kLogFolder);
   fake->SetDword(kSettingsKey, kDebugLogValue, 1);
-  KelLaunchBySearchW(u"", 0, 0);
-  KelGetMonitorMode(nullptr);
+  (void)KelLaunchBySearchW(u"", 0, 0);
+  (void)KelGetMonitorMode(nullptr);
   EXPECT_TRUE(LogLines().empty());
 }
 
@@ -217,7 +217,7 @@ TEST_F(Substitution, StoreLaunchOpensTheSuccessorsPageOnEightPointOne) {
 
 TEST_F(Substitution, StoreLaunchKeepsTheNameOnEight) {
   fake->SetVersion(6, 2);
-  KelLaunchStoreW(u"Microsoft.Camera_8wekyb3d8bbwe");
+  (void)KelLaunchStoreW(u"Microsoft.Camera_8wekyb3d8bbwe");
   EXPECT_EQ(fake->CallsNamed({"ShellExecute"}).at(0).args,
             "null, open, ms-windows-store:PDP?PFN=Microsoft.Camera_8wekyb3d8bbwe, null, null, 5");
 }

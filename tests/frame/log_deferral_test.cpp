@@ -150,7 +150,7 @@ TEST_F(LogUnderCatalogueLock, CatalogueOperationsNeverOpenTheLogWhileHoldingTheL
     auto done = std::make_shared<std::promise<void>>();
     std::future<void> probed = done->get_future();
     probes.emplace_back([&list, done] {
-      list.IsInDesktopAppList(u"C:\\Start\\Probe.lnk");
+      (void)list.IsInDesktopAppList(u"C:\\Start\\Probe.lnk");
       done->set_value();
     });
     if (probed.wait_for(std::chrono::seconds(5)) != std::future_status::ready) ++opensUnderLock;
@@ -164,7 +164,7 @@ TEST_F(LogUnderCatalogueLock, CatalogueOperationsNeverOpenTheLogWhileHoldingTheL
   list.RefreshInstalledFlags();
   EXPECT_EQ(list.Save(u"C:\\Users\\kel\\AppData\\Local\\list.xml"), S_OK);
   list.Clear();
-  list.Load(u"C:\\Users\\kel\\AppData\\Local\\list.xml");
+  (void)list.Load(u"C:\\Users\\kel\\AppData\\Local\\list.xml");
 
   for (auto& probe : probes) probe.join();
   fake->onCall = nullptr;

@@ -124,15 +124,15 @@ TEST_F(NarrowBridge, BrowserAddressOfFourBytesIsRefusedWithoutConverting) {
 
 TEST_F(NarrowBridge, EmptyAppUserModelIdIsHandedOnAsAnEmptyWideId) {
   EnableLog();
-  KelLaunchByAppUserModelIdA("");
+  (void)KelLaunchByAppUserModelIdA("");
   EXPECT_TRUE(fake->CallsNamed({"MultiByteToWideChar"}).empty());
   EXPECT_FALSE(LogLinesStartingWith("KelLaunchByAppUserModelIdW() IN\r\n").empty());
 }
 
 TEST_F(NarrowBridge, NarrowEntryLinesShowTheirArguments) {
   EnableLog();
-  KelLaunchBySearchA("", 1, 2);
-  KelLaunchBrowserByProtocolA("ftp", 1);
+  (void)KelLaunchBySearchA("", 1, 2);
+  (void)KelLaunchBrowserByProtocolA("ftp", 1);
   EXPECT_EQ(LogLines(), (std::vector<std::string>{"KelLaunchBySearchA(, 1, 2) IN\r\n",
                                                   "KelLaunchBySearchA OUT(0x80070057)\r\n",
                                                   "KelLaunchBrowserByProtocolA(ftp, 1) IN\r\n",

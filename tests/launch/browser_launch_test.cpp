@@ -54,7 +54,7 @@ TEST_F(BrowserLaunch, AbsentValueModeZeroWritesTwoLaunchesWaitsAndDeletes) {
 
 TEST_F(BrowserLaunch, ValueTwoModeZeroWritesNothingAndDoesNotWait) {
   SetAssociation(2);
-  KelLaunchBrowserByProtocolW(u"http://x", 0);
+  (void)KelLaunchBrowserByProtocolW(u"http://x", 0);
   EXPECT_TRUE(RegistryChanges().empty());
   EXPECT_FALSE(Waited());
   EXPECT_EQ(fake->DwordValue(kBrowserKey, kAssociationActivationModeValue), 2u);
@@ -62,7 +62,7 @@ TEST_F(BrowserLaunch, ValueTwoModeZeroWritesNothingAndDoesNotWait) {
 
 TEST_F(BrowserLaunch, ValueZeroModeOneWritesOneWaitsAndWritesZeroBack) {
   SetAssociation(0);
-  KelLaunchBrowserByProtocolW(u"http://x", 1);
+  (void)KelLaunchBrowserByProtocolW(u"http://x", 1);
   EXPECT_EQ(RegistryChanges(), (std::vector<std::string>{"RegSetValueEx(AssociationActivationMode, 4, 1, 4)",
                                                          "RegSetValueEx(AssociationActivationMode, 4, 0, 4)"}));
   EXPECT_TRUE(Waited());
@@ -70,14 +70,14 @@ TEST_F(BrowserLaunch, ValueZeroModeOneWritesOneWaitsAndWritesZeroBack) {
 }
 
 TEST_F(BrowserLaunch, AbsentValueModeTwoStillWaitsAndDeletes) {
-  KelLaunchBrowserByProtocolW(u"http://x", 2);
+  (void)KelLaunchBrowserByProtocolW(u"http://x", 2);
   EXPECT_EQ(RegistryChanges(), (std::vector<std::string>{"RegDeleteValue(AssociationActivationMode)"}));
   EXPECT_TRUE(Waited());
 }
 
 TEST_F(BrowserLaunch, ValueStoredAsStringIsLeftAlone) {
   fake->SetString(kBrowserKey, kAssociationActivationModeValue, u"");
-  KelLaunchBrowserByProtocolW(u"http://x", 0);
+  (void)KelLaunchBrowserByProtocolW(u"http://x", 0);
   EXPECT_TRUE(RegistryChanges().empty());
   EXPECT_FALSE(Waited());
   EXPECT_EQ(fake->CallsNamed({"ShellExecute"}).size(), 1u);
@@ -86,7 +86,7 @@ TEST_F(BrowserLaunch, ValueStoredAsStringIsLeftAlone) {
 TEST_F(BrowserLaunch, RestoreWaitComesFromTheRegistry) {
   fake->SetDword(kSettingsKey, kRestoreRegistryWaitTimeValue, 75);
   SetAssociation(0);
-  KelLaunchBrowserByProtocolW(u"http://x", 1);
+  (void)KelLaunchBrowserByProtocolW(u"http://x", 1);
   EXPECT_EQ(fake->Sleeps(), (std::vector<DWORD>{75}));
 }
 
@@ -128,7 +128,7 @@ TEST_F(BrowserLaunch, TileModeThreeIsRefusedWithoutReadingOrLaunching) {
 
 TEST_F(BrowserLaunch, TileModeTwoWithAStoredValueChangesNothing) {
   SetTile(0);
-  KelLaunchIEBySearch(2, 0, 0);
+  (void)KelLaunchIEBySearch(2, 0, 0);
   EXPECT_TRUE(RegistryChanges().empty());
 }
 

@@ -29,7 +29,7 @@ TEST_F(Clipboard, TextIsHandedOverAsUnicodeTextAndTheBlockFreedAfterwards) {
 }
 
 TEST_F(Clipboard, OneCharacterAllocatesFourMovableZeroedBytes) {
-  CKELClipboard::SetClipboardData(u"x");
+  (void)CKELClipboard::SetClipboardData(u"x");
   EXPECT_EQ(fake->CallsNamed({"GlobalAlloc"}).at(0).args, "0x42, 4");
 }
 

@@ -65,7 +65,7 @@ TEST_F(MonitorMode, UnknownVisibilityFailsAndLeavesTheOutputAsItWas) {
 
 TEST_F(MonitorMode, QueryAsksThePrimaryMonitorAndReleasesEverything) {
   UINT mode = 0;
-  CKELMonitorMode::GetMonitorMode(&mode);
+  (void)CKELMonitorMode::GetMonitorMode(&mode);
   EXPECT_EQ(Names({"CoInitializeEx", "CoCreateInstance", "MonitorFromPoint", "GetAppVisibilityOnMonitor",
                    "IsLauncherVisible", "Release", "CoUninitialize"}),
             (std::vector<std::string>{"CoInitializeEx", "CoCreateInstance", "MonitorFromPoint",
@@ -150,7 +150,7 @@ TEST_F(MonitorMode, OtherInitializationFailuresAreReturnedWithoutCreating) {
 TEST_F(MonitorMode, MonitorModeIsTraced) {
   EnableLog();
   UINT mode = 0;
-  CKELMonitorMode::GetMonitorMode(&mode);
+  (void)CKELMonitorMode::GetMonitorMode(&mode);
   EXPECT_EQ(LogLines(), (std::vector<std::string>{
                             "CKELMonitorMode::GetMonitorMode IN\r\n",
                             "CKELMonitorMode::GetIMetroMode IN\r\n",

@@ -26,7 +26,7 @@ TEST_F(ProtocolLaunch, ShellAnswerIsTakenAsASigned32BitNumber) {
 }
 
 TEST_F(ProtocolLaunch, TargetIsOpenedUnchangedWithTheOpenVerb) {
-  KelLaunchByProtocolW(u"kelrec:hello?a=1&b=\"2\"");
+  (void)KelLaunchByProtocolW(u"kelrec:hello?a=1&b=\"2\"");
   const auto calls = fake->CallsNamed({"ShellExecute"});
   ASSERT_EQ(calls.size(), 1u);
   EXPECT_EQ(calls[0].args, "null, open, kelrec:hello?a=1&b=\"2\", null, null, 5");
@@ -46,7 +46,7 @@ TEST_F(ProtocolLaunch, NullTargetIsLoggedBeforeItIsRefused) {
 
 TEST_F(ProtocolLaunch, SuccessfulLaunchIsTraced) {
   EnableLog();
-  KelLaunchByProtocolW(u"https://example.invalid/");
+  (void)KelLaunchByProtocolW(u"https://example.invalid/");
   EXPECT_EQ(LogLines(), (std::vector<std::string>{"KelLaunchByProtocolW(https://example.invalid/) IN\r\n",
                                                   "KelLaunchByProtocolW OUT(0x00000000)\r\n"}));
 }

@@ -24,7 +24,7 @@ class SearchLaunch : public testing::LibraryTest {
   void CatalogueDesktopApp(const WString& name) {
     const WString path = kPrograms + u"\\" + name + u".lnk";
     fake->AddFile(path, "");
-    ThePackageManager().m_AppNameList.AddDesktopApp(name.c_str(), path.c_str());
+    (void)ThePackageManager().m_AppNameList.AddDesktopApp(name.c_str(), path.c_str());
   }
   int Enters() {
     int count = 0;
@@ -59,12 +59,12 @@ TEST_F(SearchLaunch, CatalogueNamesThatContainTheKeywordAreExcluded) {
 
 TEST_F(SearchLaunch, OneExcludedNameStandsAloneInItsParentheses) {
   CatalogueDesktopApp(u"X One");
-  KelLaunchBySearchW(u"x", 0, 1);
+  (void)KelLaunchBySearchW(u"x", 0, 1);
   EXPECT_EQ(fake->submitted, (std::vector<WString>{u"\"x\" NOT(\"x one\")"}));
 }
 
 TEST_F(SearchLaunch, QuotesInsideTheKeywordAreNotEscaped) {
-  KelLaunchBySearchW(u"a\"b", 0, 0);
+  (void)KelLaunchBySearchW(u"a\"b", 0, 0);
   EXPECT_EQ(fake->submitted, (std::vector<WString>{u"\"a\"b\""}));
 }
 
@@ -82,21 +82,21 @@ TEST_F(SearchLaunch, ModeOnePastesTheBareKeywordWithoutEnter) {
 }
 
 TEST_F(SearchLaunch, ClipboardWaitDefaultsToOneSecond) {
-  KelLaunchBySearchW(u"x", 1, 0);
+  (void)KelLaunchBySearchW(u"x", 1, 0);
   EXPECT_EQ(fake->Sleeps().back(), 1000u);
 }
 
 TEST_F(SearchLaunch, ModeTwoWithTheKeywordNamingAnAppBehavesLikeModeOne) {
   CatalogueDesktopApp(u"Paint");
   CatalogueDesktopApp(u"Paint Shop");
-  KelLaunchBySearchW(u"paint", 2, 1);
+  (void)KelLaunchBySearchW(u"paint", 2, 1);
   EXPECT_EQ(fake->pasted, (std::vector<WString>{u"paint"}));
   EXPECT_TRUE(fake->submitted.empty());
 }
 
 TEST_F(SearchLaunch, ModeTwoWithoutAHitBehavesLikeModeZero) {
   CatalogueDesktopApp(u"Paint Shop");
-  KelLaunchBySearchW(u"paint", 2, 1);
+  (void)KelLaunchBySearchW(u"paint", 2, 1);
   EXPECT_EQ(fake->submitted, (std::vector<WString>{u"\"paint\" NOT(\"paint shop\")"}));
 }
 
@@ -124,7 +124,7 @@ TEST_F(SearchLaunch, PaneThatNeverOpensEndsInSuccessWithoutTouchingTheClipboard)
 }
 
 TEST_F(SearchLaunch, ClipboardIsClearedAtTheEnd) {
-  KelLaunchBySearchW(u"x", 0, 0);
+  (void)KelLaunchBySearchW(u"x", 0, 0);
   EXPECT_EQ(ClipboardClearing(), (std::vector<std::string>{"OpenClipboard", "EmptyClipboard", "CloseClipboard"}));
   EXPECT_TRUE(fake->clipboardText.empty());
 }
@@ -142,7 +142,7 @@ TEST_F(SearchLaunch, MessagingOnEightPointOneShowsTheNoticeInstead) {
 
 TEST_F(SearchLaunch, MessagingOnEightIsSearchedForLikeAnyWord) {
   fake->SetVersion(6, 2);
-  KelLaunchBySearchW(u"メッセージング", 0, 0);
+  (void)KelLaunchBySearchW(u"メッセージング", 0, 0);
   EXPECT_TRUE(fake->CallsNamed({"MessageBox"}).empty());
   EXPECT_EQ(fake->submitted.size(), 1u);
 }
@@ -193,16 +193,16 @@ TEST_F(LaunchByFamilyName, OtherLookupFailuresAreReportedAsDisplayNameFailed) {
 
 TEST_F(LaunchByFamilyName, PhotosOnEightPointOneLooksUpItsSuccessor) {
   fake->SetVersion(6, 3);
-  KelLaunchByPFNW(u"microsoft.windowsphotos_8wekyb3d8bbwe", 0, 0);
+  (void)KelLaunchByPFNW(u"microsoft.windowsphotos_8wekyb3d8bbwe", 0, 0);
   EXPECT_EQ(fake->CallsNamed({"FindPackagesByUserSecurityIdPackageFamilyName"}).at(0).args,
             "S-1-5-21-1-2-3-1001, FileManager_cw5n1h2txyewy");
 }
 
 TEST_F(LaunchByFamilyName, PhotosOnEightAndTenIsLookedUpAsGiven) {
   fake->SetVersion(6, 2);
-  KelLaunchByPFNW(u"microsoft.windowsphotos_8wekyb3d8bbwe", 0, 0);
+  (void)KelLaunchByPFNW(u"microsoft.windowsphotos_8wekyb3d8bbwe", 0, 0);
   fake->SetVersion(10, 0);
-  KelLaunchByPFNW(u"microsoft.windowsphotos_8wekyb3d8bbwe", 0, 0);
+  (void)KelLaunchByPFNW(u"microsoft.windowsphotos_8wekyb3d8bbwe", 0, 0);
   const auto lookups = fake->CallsNamed({"FindPackagesByUserSecurityIdPackageFamilyName"});
   ASSERT_EQ(lookups.size(), 2u);
   EXPECT_EQ(lookups[0].args, "S-1-5-21-1-2-3-1001, microsoft.windowsphotos_8wekyb3d8bbwe");
@@ -211,7 +211,7 @@ TEST_F(LaunchByFamilyName, PhotosOnEightAndTenIsLookedUpAsGiven) {
 
 TEST_F(LaunchByFamilyName, DisplayNameIsReleasedThroughTheExport) {
   EnableLog();
-  KelLaunchByPFNW(u"Example.Mail_abc", 0, 0);
+  (void)KelLaunchByPFNW(u"Example.Mail_abc", 0, 0);
   EXPECT_EQ(LogLinesStartingWith("KelReleaseStringW").size(), 2u);
 }
 

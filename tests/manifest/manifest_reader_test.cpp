@@ -59,7 +59,7 @@ TEST_F(ManifestReader, XmlReaderTakesDisplayAndShortNames) {
 
 TEST_F(ManifestReader, MissingDefaultTileTakesTheNextApplicationsShortName) {
   UseManifest("first_without_tile.xml");
-  CKELManifestReader::GetAppNameUsingXmlParser(kManifest.c_str(), &package);
+  (void)CKELManifestReader::GetAppNameUsingXmlParser(kManifest.c_str(), &package);
   EXPECT_EQ(Names(), (std::vector<std::pair<WString, WString>>{{u"pair one", u"two"}}));
 }
 
@@ -72,7 +72,7 @@ TEST_F(ManifestReader, MissingDefaultTileAtTheEndLeavesTheShortNameEmpty) {
 
 TEST_F(ManifestReader, NamesMatchWhateverTheirCase) {
   UseManifest("upper_case_attribute.xml");
-  CKELManifestReader::GetAppNameUsingXmlParser(kManifest.c_str(), &package);
+  (void)CKELManifestReader::GetAppNameUsingXmlParser(kManifest.c_str(), &package);
   EXPECT_EQ(Names(), (std::vector<std::pair<WString, WString>>{{u"loud name", u"loud"}}));
 }
 
@@ -85,7 +85,7 @@ TEST_F(ManifestReader, ResourceReferencesAreResolvedAndHandedOnInTheirCase) {
       u"Weather";
   fake->indirectStrings[u"@{Example.Weather_6.3.9600.16384_x64__abc?ms-resource://Example.Weather/resources/shortname}"] =
       u"Wx";
-  CKELManifestReader::GetAppNameUsingXmlParser(kManifest.c_str(), &package);
+  (void)CKELManifestReader::GetAppNameUsingXmlParser(kManifest.c_str(), &package);
   EXPECT_FALSE(LogLinesStartingWith("CKELPackage::AddApplication(Weather, Wx) IN").empty());
   // The record itself keeps its names lower-cased.
   EXPECT_EQ(Names(), (std::vector<std::pair<WString, WString>>{{u"weather", u"wx"}}));
@@ -95,7 +95,7 @@ TEST_F(ManifestReader, UnresolvedReferenceStaysLowerCased) {
   UseManifest("win81_prefixed_resources.xml");
   package.FullName = u"F";
   package.Name = u"N";
-  CKELManifestReader::GetAppNameUsingXmlParser(kManifest.c_str(), &package);
+  (void)CKELManifestReader::GetAppNameUsingXmlParser(kManifest.c_str(), &package);
   EXPECT_EQ(Names(), (std::vector<std::pair<WString, WString>>{
                          {u"ms-resource:appname", u"ms-resource:///resources/shortname"}}));
 }
@@ -105,7 +105,7 @@ TEST_F(ManifestReader, UnresolvedReferenceMeansNamesCannotBeHadYet) {
   package.FullName = u"F";
   package.Name = u"N";
   BOOL canGet = 7;
-  CKELManifestReader::IsCanGetAppNameFromManifest(kManifest.c_str(), &package, &canGet);
+  (void)CKELManifestReader::IsCanGetAppNameFromManifest(kManifest.c_str(), &package, &canGet);
   EXPECT_EQ(canGet, 0);
   EXPECT_TRUE(package.Applications().empty());
 }
@@ -174,9 +174,9 @@ TEST_F(ManifestReader, AddAppsFollowsTheSetting) {
   UseManifest("win8_single_app.xml");
   fake->appxApplications[kManifest] = {u"From The Api"};
   fake->SetDword(kSettingsKey, kManifestReaderSettingValue, 0);
-  CKELManifestReader::AddAppsToPackage(kManifest.c_str(), &package);
+  (void)CKELManifestReader::AddAppsToPackage(kManifest.c_str(), &package);
   fake->SetDword(kSettingsKey, kManifestReaderSettingValue, 1);
-  CKELManifestReader::AddAppsToPackage(kManifest.c_str(), &package);
+  (void)CKELManifestReader::AddAppsToPackage(kManifest.c_str(), &package);
   EXPECT_EQ(Names(), (std::vector<std::pair<WString, WString>>{{u"from the api", u""}, {u"my reader", u"reader"}}));
 }
 
@@ -324,7 +324,7 @@ TEST_F(ManifestReader, SettingReadIsTracedAroundTheRegistryRead) {
 TEST_F(ManifestReader, AddingAppsReadsTheSettingFirst) {
   EnableLog();
   UseManifest("win8_single_app.xml");
-  CKELManifestReader::AddAppsToPackage(kManifest.c_str(), &package);
+  (void)CKELManifestReader::AddAppsToPackage(kManifest.c_str(), &package);
   const std::vector<std::string> lines = ReaderLines();
   ASSERT_GE(lines.size(), 4u);
   EXPECT_EQ(std::vector<std::string>(lines.begin(), lines.begin() + 4),
@@ -471,7 +471,7 @@ TEST_F(ManifestReader, FailedPackageQueriesCarryThePlatformsCodeAndText) {
     SCOPED_TRACE(c.label);
     char16_t* name = nullptr;
     try {
-      CKELManifestReader::GetAppDisplayName(c.package, &name);
+      (void)CKELManifestReader::GetAppDisplayName(c.package, &name);
       ADD_FAILURE() << "no platform error";
     } catch (const platform::PlatformError& error) {
       EXPECT_EQ(error.code, c.code);

@@ -20,7 +20,7 @@ TEST_F(DataFolders, TrailingBackslashOfLocalAppDataIsDropped) {
   fake->SetEnv(u"LOCALAPPDATA", u"C:\\Local\\");
   fake->SetModulePath(u"C:\\Apps\\Launcher.exe");
   WString folder;
-  CKELPackageManager::CreateAppNameListFolder(folder);
+  (void)CKELPackageManager::CreateAppNameListFolder(folder);
   EXPECT_EQ(folder, u"C:\\Local\\Osk\\Kelbrook\\Launcher");
 }
 

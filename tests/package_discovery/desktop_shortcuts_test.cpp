@@ -32,7 +32,7 @@ TEST_F(DesktopShortcuts, ShortcutsOfAFolderComeBeforeItsSubfolders) {
 TEST_F(DesktopShortcuts, LnkPatternComesBeforeUrlPattern) {
   fake->AddFile(kPrograms + u"\\A.url", "");
   fake->AddFile(kPrograms + u"\\Z.lnk", "");
-  manager.RefreshDesktopApps(kPrograms.c_str());
+  (void)manager.RefreshDesktopApps(kPrograms.c_str());
   const auto patterns = fake->CallsNamed({"FindFirstFile"});
   ASSERT_GE(patterns.size(), 3u);
   EXPECT_EQ(patterns[0].args, fakes::Narrow(kPrograms) + "\\*.lnk");
@@ -49,19 +49,19 @@ TEST_F(DesktopShortcuts, ShortcutNamedOnlyByItsExtensionIsNotCatalogued) {
 
 TEST_F(DesktopShortcuts, LongerExtensionMatchedThroughItsShortNameLosesFourCharacters) {
   fake->AddFileWithShortName(kPrograms + u"\\Name.lnk2", u"NAME~1.LNK", "");
-  manager.RefreshDesktopApps(kPrograms.c_str());
+  (void)manager.RefreshDesktopApps(kPrograms.c_str());
   EXPECT_EQ(Catalogued(), (std::vector<std::pair<WString, WString>>{{u"name.", kPrograms + u"\\Name.lnk2"}}));
 }
 
 TEST_F(DesktopShortcuts, FolderNamedWithThreeDotsIsEntered) {
   fake->AddFile(kPrograms + u"\\...\\D.lnk", "");
-  manager.RefreshDesktopApps(kPrograms.c_str());
+  (void)manager.RefreshDesktopApps(kPrograms.c_str());
   EXPECT_EQ(Catalogued().size(), 1u);
 }
 
 TEST_F(DesktopShortcuts, FolderMatchingThePatternIsHandedOnLikeAShortcut) {
   fake->AddDirectory(kPrograms + u"\\Odd.lnk");
-  manager.RefreshDesktopApps(kPrograms.c_str());
+  (void)manager.RefreshDesktopApps(kPrograms.c_str());
   EXPECT_EQ(Catalogued(), (std::vector<std::pair<WString, WString>>{{u"odd", kPrograms + u"\\Odd.lnk"}}));
 }
 
@@ -80,8 +80,8 @@ TEST_F(DesktopShortcuts, MissingFolderLogsBothPatternsAndFails) {
 
 TEST_F(DesktopShortcuts, KnownShortcutIsNotAddedTwice) {
   fake->AddFile(kPrograms + u"\\A.lnk", "");
-  manager.RefreshDesktopApps(kPrograms.c_str());
-  manager.RefreshDesktopApps(kPrograms.c_str());
+  (void)manager.RefreshDesktopApps(kPrograms.c_str());
+  (void)manager.RefreshDesktopApps(kPrograms.c_str());
   EXPECT_EQ(Catalogued().size(), 1u);
 }
 

@@ -67,7 +67,7 @@ TEST_F(MetroEnumeration, EveryPackageIsHandedToTheCatalogueInServiceOrder) {
 
 TEST_F(MetroEnumeration, CallsComeInTheirOrderAndEverythingIsReleased) {
   fake->deployed.push_back({fake->userSid, &mail});
-  manager.RefreshMetroApps();
+  (void)manager.RefreshMetroApps();
   EXPECT_EQ(Names({"GetUserName", "RoInitialize", "RoActivateInstance", "FindPackagesByUserSecurityId", "First",
                    "Release", "RoUninitialize"}),
             (std::vector<std::string>{"GetUserName(260)", "RoInitialize(0)",
@@ -89,7 +89,7 @@ TEST_F(MetroEnumeration, StopRequestEndsTheWalkAfterThePackageInHand) {
   fake->deployed.push_back({fake->userSid, &news});
   fake->eventToSet = manager.m_hExitEvent.load();
   fake->setEventAfterPackages = 1;
-  manager.RefreshMetroApps();
+  (void)manager.RefreshMetroApps();
   EXPECT_EQ(manager.m_AppNameList.Packages().size(), 1u);
 }
 

@@ -80,24 +80,24 @@ void CallSomeExport(Arguments& args) {
   UINT mode = 0;
   char16_t* name = nullptr;
   switch (args.Pick(16)) {
-    case 0: KelIsInstalledW(args.Wide(), args.Pick(4) == 0 ? nullptr : &installed); break;
-    case 1: KelIsInstalledA(args.Narrow(), &installed); break;
-    case 2: KelLaunchStoreW(args.Wide()); break;
-    case 3: KelLaunchStoreA(args.Narrow()); break;
-    case 4: KelLaunchByProtocolW(args.Wide()); break;
-    case 5: KelLaunchByProtocolA(args.Narrow()); break;
-    case 6: KelLaunchBySearchW(args.Wide(), args.Mode(), args.Pick(2)); break;
-    case 7: KelLaunchBySearchA(args.Narrow(), args.Mode(), args.Pick(2)); break;
-    case 8: KelLaunchByPFNW(args.Wide(), args.Mode(), args.Pick(2)); break;
-    case 9: KelLaunchBrowserByProtocolW(args.Pick(2) ? u"http://example.invalid" : args.Wide(), args.Mode()); break;
-    case 10: KelLaunchBrowserByProtocolA(args.Narrow(), args.Mode()); break;
-    case 11: KelLaunchIEBySearch(args.Mode(), args.Mode(), args.Pick(2)); break;
-    case 12: KelGetMonitorMode(args.Pick(4) == 0 ? nullptr : &mode); break;
+    case 0: (void)KelIsInstalledW(args.Wide(), args.Pick(4) == 0 ? nullptr : &installed); break;
+    case 1: (void)KelIsInstalledA(args.Narrow(), &installed); break;
+    case 2: (void)KelLaunchStoreW(args.Wide()); break;
+    case 3: (void)KelLaunchStoreA(args.Narrow()); break;
+    case 4: (void)KelLaunchByProtocolW(args.Wide()); break;
+    case 5: (void)KelLaunchByProtocolA(args.Narrow()); break;
+    case 6: (void)KelLaunchBySearchW(args.Wide(), args.Mode(), args.Pick(2)); break;
+    case 7: (void)KelLaunchBySearchA(args.Narrow(), args.Mode(), args.Pick(2)); break;
+    case 8: (void)KelLaunchByPFNW(args.Wide(), args.Mode(), args.Pick(2)); break;
+    case 9: (void)KelLaunchBrowserByProtocolW(args.Pick(2) ? u"http://example.invalid" : args.Wide(), args.Mode()); break;
+    case 10: (void)KelLaunchBrowserByProtocolA(args.Narrow(), args.Mode()); break;
+    case 11: (void)KelLaunchIEBySearch(args.Mode(), args.Mode(), args.Pick(2)); break;
+    case 12: (void)KelGetMonitorMode(args.Pick(4) == 0 ? nullptr : &mode); break;
     case 13:
       if (Succeeded(KelGetAppDisplayNameByPFNW(args.Wide(), &name)) && name != nullptr) KelReleaseStringW(name);
       break;
-    case 14: KelLaunchByAppUserModelIdW(args.Wide(), args.Pick(2) ? nullptr : args.Wide()); break;
-    default: KelLaunchByAppUserModelIdA(args.Narrow()); break;
+    case 14: (void)KelLaunchByAppUserModelIdW(args.Wide(), args.Pick(2) ? nullptr : args.Wide()); break;
+    default: (void)KelLaunchByAppUserModelIdA(args.Narrow()); break;
   }
 }
 

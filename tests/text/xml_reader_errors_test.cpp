@@ -244,7 +244,7 @@ TEST(XmlReader, TruncatedTagIsInputEndError) {
 
 TEST(XmlReader, MismatchedEndTagIsError) {
   XmlReader reader;
-  reader.SetInput("<a></b>");
+  (void)reader.SetInput("<a></b>");
   XmlNodeType type = XmlNodeType_None;
   ASSERT_EQ(reader.Read(&type), S_OK);
   type = XmlNodeType_Element;
@@ -302,7 +302,7 @@ TEST(XmlReader, InvalidCharacterIsError) {
 
 TEST(XmlReader, ErrorIsReturnedByEveryLaterRead) {
   XmlReader reader;
-  reader.SetInput("<a><b></c></a>");
+  (void)reader.SetInput("<a><b></c></a>");
   ASSERT_EQ(reader.Read(nullptr), S_OK);
   ASSERT_EQ(reader.Read(nullptr), S_OK);
   XmlNodeType type = XmlNodeType_Element;

@@ -25,21 +25,21 @@ std::u16string Wide(std::string_view ascii) { return std::u16string(ascii.begin(
 std::u16string LocalName(XmlReader& reader) {
   const char16_t* text = nullptr;
   UINT length = 0;
-  reader.GetLocalName(&text, &length);
+  (void)reader.GetLocalName(&text, &length);
   return std::u16string(text, length);
 }
 
 std::u16string Prefix(XmlReader& reader) {
   const char16_t* text = nullptr;
   UINT length = 0;
-  reader.GetPrefix(&text, &length);
+  (void)reader.GetPrefix(&text, &length);
   return std::u16string(text, length);
 }
 
 std::u16string Value(XmlReader& reader) {
   const char16_t* text = nullptr;
   UINT length = 0;
-  reader.GetValue(&text, &length);
+  (void)reader.GetValue(&text, &length);
   return std::u16string(text, length);
 }
 
@@ -262,7 +262,7 @@ TEST(XmlReaderLimits, ADocumentOfExactlyTheLimitIsRead) {
   EXPECT_EQ(type, xml::XmlNodeType_Whitespace);
   UINT length = 0;
   const char16_t* value = nullptr;
-  reader.GetValue(&value, &length);
+  (void)reader.GetValue(&value, &length);
   EXPECT_EQ(length, xml::kMaxInputBytes - 4);
   EXPECT_EQ(reader.Read(&type), S_FALSE);
 }

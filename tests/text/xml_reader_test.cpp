@@ -87,7 +87,7 @@ TEST(XmlReader, ElementWithSeparateEndTagIsNotEmpty) {
 
 TEST(XmlReader, EmptyFlagIsClearedOnTheElementsAttributes) {
   XmlReader reader;
-  reader.SetInput("<a attr1='b' />");
+  (void)reader.SetInput("<a attr1='b' />");
   ASSERT_EQ(reader.Read(nullptr), S_OK);
   EXPECT_TRUE(reader.IsEmptyElement());
   ASSERT_EQ(reader.MoveToFirstAttribute(), S_OK);
@@ -98,7 +98,7 @@ TEST(XmlReader, EmptyFlagIsClearedOnTheElementsAttributes) {
 
 TEST(XmlReader, CompleteDocumentEndsWithSFalseAgainAndAgain) {
   XmlReader reader;
-  reader.SetInput("<a/>");
+  (void)reader.SetInput("<a/>");
   XmlNodeType type = XmlNodeType_None;
   ASSERT_EQ(reader.Read(&type), S_OK);
   type = XmlNodeType_Element;
@@ -111,7 +111,7 @@ TEST(XmlReader, CompleteDocumentEndsWithSFalseAgainAndAgain) {
 
 TEST(XmlReader, NodeTypePointerMayBeNull) {
   XmlReader reader;
-  reader.SetInput("<a/>");
+  (void)reader.SetInput("<a/>");
   EXPECT_EQ(reader.Read(nullptr), S_OK);
   XmlNodeType type = XmlNodeType_None;
   ASSERT_EQ(reader.GetNodeType(&type), S_OK);
@@ -186,7 +186,7 @@ TEST(XmlReader, WhitespaceAfterTheRootIsReportedBeforeTheEnd) {
 
 TEST(XmlReader, XmlDeclarationIsANodeWithItsAttributes) {
   XmlReader reader;
-  reader.SetInput("\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n<a/>");
+  (void)reader.SetInput("\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n<a/>");
   XmlNodeType type = XmlNodeType_None;
   ASSERT_EQ(reader.Read(&type), S_OK);
   EXPECT_EQ(type, XmlNodeType_XmlDeclaration);
@@ -378,7 +378,7 @@ TEST(XmlReader, EndElementOfPrefixedElementHasItsNames) {
 
 TEST(XmlReader, AppxManifestIsWalked) {
   XmlReader reader;
-  reader.SetInput(kManifest);
+  (void)reader.SetInput(kManifest);
   XmlNodeType type = XmlNodeType_None;
   std::u16string displayName;
   std::u16string shortName;
@@ -417,7 +417,7 @@ TEST(XmlReader, AttributeNavigation) {
   EXPECT_EQ(reader.MoveToNextAttribute(), S_FALSE);
   EXPECT_EQ(reader.MoveToElement(), S_FALSE);
 
-  reader.SetInput("<a x='1' y='2'><b/></a>");
+  (void)reader.SetInput("<a x='1' y='2'><b/></a>");
   ASSERT_EQ(reader.Read(nullptr), S_OK);
   EXPECT_EQ(reader.GetAttributeCount(), 2u);
   EXPECT_EQ(reader.MoveToElement(), S_FALSE);
@@ -454,7 +454,7 @@ TEST(XmlReader, AttributeNavigation) {
 
 TEST(XmlReader, StringsStayValidAcrossAttributeMoves) {
   XmlReader reader;
-  reader.SetInput("<a name='first' other='second'>text</a>");
+  (void)reader.SetInput("<a name='first' other='second'>text</a>");
   ASSERT_EQ(reader.Read(nullptr), S_OK);
   const char16_t* element = nullptr;
   ASSERT_EQ(reader.GetLocalName(&element, nullptr), S_OK);
@@ -484,7 +484,7 @@ TEST(XmlReader, StringsStayValidAcrossAttributeMoves) {
 
 TEST(XmlReader, LengthPointersMayBeNull) {
   XmlReader reader;
-  reader.SetInput("<p:a xmlns:p='u'/>");
+  (void)reader.SetInput("<p:a xmlns:p='u'/>");
   ASSERT_EQ(reader.Read(nullptr), S_OK);
   const char16_t* text = nullptr;
   ASSERT_EQ(reader.GetLocalName(&text, nullptr), S_OK);
@@ -497,10 +497,10 @@ TEST(XmlReader, LengthPointersMayBeNull) {
 
 TEST(XmlReader, ReaderCanBeGivenNewInput) {
   XmlReader reader;
-  reader.SetInput("<a><b></c></a>");
+  (void)reader.SetInput("<a><b></c></a>");
   while (reader.Read(nullptr) == S_OK) {
   }
-  reader.SetInput("<x/>");
+  (void)reader.SetInput("<x/>");
   XmlNodeType type = XmlNodeType_None;
   ASSERT_EQ(reader.Read(&type), S_OK);
   EXPECT_EQ(LocalName(reader), u"x");
@@ -523,7 +523,7 @@ TEST(XmlReader, EveryTruncationEndsInErrorOrEndWithinBoundedReads) {
     const std::size_t complete = sample.document.find(sample.rootEndTag) + sample.rootEndTag.size();
     for (std::size_t length = 0; length <= sample.document.size(); ++length) {
       XmlReader reader;
-      reader.SetInput(std::string_view(sample.document).substr(0, length));
+      (void)reader.SetInput(std::string_view(sample.document).substr(0, length));
       HRESULT hr = S_OK;
       int reads = 0;
       while ((hr = reader.Read(nullptr)) == S_OK) {
@@ -563,14 +563,14 @@ TEST(XmlReader, RandomlyDamagedDocumentsNeverHang) {
       if (damaged.empty()) damaged = "<";
     }
     XmlReader reader;
-    reader.SetInput(damaged);
+    (void)reader.SetInput(damaged);
     int reads = 0;
     HRESULT hr;
     while ((hr = reader.Read(nullptr)) == S_OK) {
       ASSERT_LT(++reads, static_cast<int>(damaged.size()) + 2);
       while (reader.MoveToNextAttribute() == S_OK) {
         const char16_t* text = nullptr;
-        reader.GetValue(&text, nullptr);
+        (void)reader.GetValue(&text, nullptr);
         ASSERT_NE(text, nullptr);
       }
     }
@@ -586,7 +586,7 @@ TEST(XmlReader, LargeCatalogueIsRead) {
   }
   document += "\r\n</AppNameList>";
   XmlReader reader;
-  reader.SetInput(document);
+  (void)reader.SetInput(document);
   XmlNodeType type = XmlNodeType_None;
   int elements = 0;
   std::u16string last;

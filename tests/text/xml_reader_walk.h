@@ -92,7 +92,7 @@ inline Walk ReadAll(std::string_view document, int maxNodes = 100000) {
       node.attributes.push_back({Prefix(reader), LocalName(reader), Value(reader), Depth(reader)});
     }
     EXPECT_EQ(node.attributes.size(), reader.GetAttributeCount());
-    reader.MoveToElement();
+    (void)reader.MoveToElement();
     walk.nodes.push_back(node);
   }
   ADD_FAILURE() << "the reader did not stop";
@@ -105,7 +105,7 @@ inline HRESULT EndOf(std::string_view document) { return ReadAll(document).end; 
 // Reads to the first element and returns the value of its first attribute.
 inline std::u16string FirstAttributeValue(std::string_view document) {
   XmlReader reader;
-  reader.SetInput(document);
+  (void)reader.SetInput(document);
   XmlNodeType type = XmlNodeType_None;
   EXPECT_EQ(reader.Read(&type), S_OK);
   EXPECT_EQ(type, XmlNodeType_Element);

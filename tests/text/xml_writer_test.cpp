@@ -47,19 +47,19 @@ TEST(XmlWriter, CatalogueHasTheIndentedShape) {
 
 TEST(XmlWriter, NestedElementsAreIndentedTwoSpacesPerLevel) {
   XmlWriter writer;
-  writer.WriteStartDocument();
-  writer.WriteStartElement(nullptr, u"a", nullptr);
-  writer.WriteStartElement(nullptr, u"b", nullptr);
-  writer.WriteStartElement(nullptr, u"c", nullptr);
-  writer.WriteAttributeString(nullptr, u"x", nullptr, u"1");
-  writer.WriteAttributeString(nullptr, u"y", nullptr, u"2");
-  writer.WriteEndElement();
-  writer.WriteStartElement(nullptr, u"d", nullptr);
-  writer.WriteEndElement();
-  writer.WriteEndElement();
-  writer.WriteStartElement(nullptr, u"e", nullptr);
-  writer.WriteEndElement();
-  writer.WriteEndElement();
+  (void)writer.WriteStartDocument();
+  (void)writer.WriteStartElement(nullptr, u"a", nullptr);
+  (void)writer.WriteStartElement(nullptr, u"b", nullptr);
+  (void)writer.WriteStartElement(nullptr, u"c", nullptr);
+  (void)writer.WriteAttributeString(nullptr, u"x", nullptr, u"1");
+  (void)writer.WriteAttributeString(nullptr, u"y", nullptr, u"2");
+  (void)writer.WriteEndElement();
+  (void)writer.WriteStartElement(nullptr, u"d", nullptr);
+  (void)writer.WriteEndElement();
+  (void)writer.WriteEndElement();
+  (void)writer.WriteStartElement(nullptr, u"e", nullptr);
+  (void)writer.WriteEndElement();
+  (void)writer.WriteEndElement();
   EXPECT_EQ(writer.Output(), std::string(kStart) +
                                  "\r\n<a>\r\n"
                                  "  <b>\r\n"
@@ -72,56 +72,56 @@ TEST(XmlWriter, NestedElementsAreIndentedTwoSpacesPerLevel) {
 
 TEST(XmlWriter, ChildlessRootIsSelfClosedWithSpaceBeforeSlash) {
   XmlWriter writer;
-  writer.WriteStartDocument();
-  writer.WriteStartElement(nullptr, u"AppNameList", nullptr);
+  (void)writer.WriteStartDocument();
+  (void)writer.WriteStartElement(nullptr, u"AppNameList", nullptr);
   ASSERT_EQ(writer.WriteEndDocument(), S_OK);
   EXPECT_EQ(writer.Output(), std::string(kStart) + "\r\n<AppNameList />");
 }
 
 TEST(XmlWriter, WithoutStartDocumentTheRootStartsTheOutput) {
   XmlWriter writer;
-  writer.WriteStartElement(nullptr, u"a", nullptr);
-  writer.WriteStartElement(nullptr, u"b", nullptr);
-  writer.WriteEndDocument();
+  (void)writer.WriteStartElement(nullptr, u"a", nullptr);
+  (void)writer.WriteStartElement(nullptr, u"b", nullptr);
+  (void)writer.WriteEndDocument();
   EXPECT_EQ(writer.Output(), "<a>\r\n  <b />\r\n</a>");
 }
 
 TEST(XmlWriter, OpenStartTagIsLeftOpenUntilSomethingFollows) {
   XmlWriter writer;
-  writer.WriteStartElement(nullptr, u"a", nullptr);
-  writer.WriteAttributeString(nullptr, u"x", nullptr, u"1");
+  (void)writer.WriteStartElement(nullptr, u"a", nullptr);
+  (void)writer.WriteAttributeString(nullptr, u"x", nullptr, u"1");
   ASSERT_EQ(writer.Flush(), S_OK);
   EXPECT_EQ(writer.Output(), "<a x=\"1\"");
 }
 
 TEST(XmlWriter, AttributeValuesAreEscaped) {
   XmlWriter writer;
-  writer.WriteStartElement(nullptr, u"a", nullptr);
+  (void)writer.WriteStartElement(nullptr, u"a", nullptr);
   ASSERT_EQ(writer.WriteAttributeString(nullptr, u"v", nullptr, u"& < > \" ' \t \r \n ]]>"), S_OK);
-  writer.WriteEndElement();
+  (void)writer.WriteEndElement();
   EXPECT_EQ(writer.Output(), "<a v=\"&amp; &lt; &gt; &quot; ' &#x9; &#xD; &#xA; ]]&gt;\" />");
 }
 
 TEST(XmlWriter, NonAsciiAndSupplementaryCharactersAreUtf8) {
   XmlWriter writer;
-  writer.WriteStartElement(nullptr, u"\u30EB\u30FC\u30C8", nullptr);
+  (void)writer.WriteStartElement(nullptr, u"\u30EB\u30FC\u30C8", nullptr);
   ASSERT_EQ(writer.WriteAttributeString(nullptr, u"v", nullptr, u"caf\u00E9 \U0001F600 \u20AC"), S_OK);
-  writer.WriteEndElement();
+  (void)writer.WriteEndElement();
   EXPECT_EQ(writer.Output(),
             "<\xE3\x83\xAB\xE3\x83\xBC\xE3\x83\x88 v=\"caf\xC3\xA9 \xF0\x9F\x98\x80 \xE2\x82\xAC\" />");
 }
 
 TEST(XmlWriter, NullAttributeValueIsEmpty) {
   XmlWriter writer;
-  writer.WriteStartElement(nullptr, u"a", nullptr);
+  (void)writer.WriteStartElement(nullptr, u"a", nullptr);
   ASSERT_EQ(writer.WriteAttributeString(nullptr, u"v", nullptr, nullptr), S_OK);
-  writer.WriteEndElement();
+  (void)writer.WriteEndElement();
   EXPECT_EQ(writer.Output(), "<a v=\"\" />");
 }
 
 TEST(XmlWriter, UnwritableCharactersAreRefusedAndNothingIsWritten) {
   XmlWriter writer;
-  writer.WriteStartElement(nullptr, u"a", nullptr);
+  (void)writer.WriteStartElement(nullptr, u"a", nullptr);
   const std::u16string loneHigh = u"x\xD800y";
   const std::u16string loneLow = u"\xDC00";
   EXPECT_EQ(writer.WriteAttributeString(nullptr, u"v", nullptr, loneHigh.c_str()), WR_E_INVALIDSURROGATEPAIR);
@@ -172,9 +172,9 @@ TEST(XmlWriter, AttributeWithoutOpenStartTagIsInvalidAction) {
   EXPECT_EQ(writer.WriteAttributeString(nullptr, u"a", nullptr, u"a"), WR_E_INVALIDACTION);
 
   XmlWriter afterChild;
-  afterChild.WriteStartElement(nullptr, u"a", nullptr);
-  afterChild.WriteStartElement(nullptr, u"b", nullptr);
-  afterChild.WriteEndElement();
+  (void)afterChild.WriteStartElement(nullptr, u"a", nullptr);
+  (void)afterChild.WriteStartElement(nullptr, u"b", nullptr);
+  (void)afterChild.WriteEndElement();
   EXPECT_EQ(afterChild.WriteAttributeString(nullptr, u"x", nullptr, u"1"), WR_E_INVALIDACTION);
 }
 
@@ -184,24 +184,24 @@ TEST(XmlWriter, StartDocumentOnlyComesFirst) {
   EXPECT_EQ(twice.WriteStartDocument(), WR_E_INVALIDACTION);
 
   XmlWriter late;
-  late.WriteStartElement(nullptr, u"a", nullptr);
+  (void)late.WriteStartElement(nullptr, u"a", nullptr);
   EXPECT_EQ(late.WriteStartDocument(), WR_E_INVALIDACTION);
 }
 
 TEST(XmlWriter, SecondRootElementIsInvalidAction) {
   XmlWriter writer;
-  writer.WriteStartElement(nullptr, u"a", nullptr);
-  writer.WriteEndElement();
+  (void)writer.WriteStartElement(nullptr, u"a", nullptr);
+  (void)writer.WriteEndElement();
   EXPECT_EQ(writer.WriteStartElement(nullptr, u"b", nullptr), WR_E_INVALIDACTION);
   EXPECT_EQ(writer.Output(), "<a />");
 }
 
 TEST(XmlWriter, EndDocumentClosesEveryOpenElement) {
   XmlWriter writer;
-  writer.WriteStartDocument();
-  writer.WriteStartElement(nullptr, u"a", nullptr);
-  writer.WriteStartElement(nullptr, u"b", nullptr);
-  writer.WriteStartElement(nullptr, u"c", nullptr);
+  (void)writer.WriteStartDocument();
+  (void)writer.WriteStartElement(nullptr, u"a", nullptr);
+  (void)writer.WriteStartElement(nullptr, u"b", nullptr);
+  (void)writer.WriteStartElement(nullptr, u"c", nullptr);
   ASSERT_EQ(writer.WriteEndDocument(), S_OK);
   EXPECT_EQ(writer.Output(), std::string(kStart) + "\r\n<a>\r\n  <b>\r\n    <c />\r\n  </b>\r\n</a>");
   EXPECT_EQ(writer.WriteStartElement(nullptr, u"d", nullptr), WR_E_INVALIDACTION);
@@ -212,28 +212,28 @@ TEST(XmlWriter, EndDocumentWithoutRootIsInvalidAction) {
   XmlWriter writer;
   EXPECT_EQ(writer.WriteEndDocument(), WR_E_INVALIDACTION);
   XmlWriter started;
-  started.WriteStartDocument();
+  (void)started.WriteStartDocument();
   EXPECT_EQ(started.WriteEndDocument(), WR_E_INVALIDACTION);
 }
 
 TEST(XmlWriter, DuplicateAttributeIsRefused) {
   XmlWriter writer;
-  writer.WriteStartElement(nullptr, u"a", nullptr);
+  (void)writer.WriteStartElement(nullptr, u"a", nullptr);
   ASSERT_EQ(writer.WriteAttributeString(nullptr, u"x", nullptr, u"1"), S_OK);
   EXPECT_EQ(writer.WriteAttributeString(nullptr, u"x", nullptr, u"2"), WR_E_DUPLICATEATTRIBUTE);
   ASSERT_EQ(writer.WriteAttributeString(nullptr, u"X", nullptr, u"3"), S_OK);
-  writer.WriteEndElement();
+  (void)writer.WriteEndElement();
   EXPECT_EQ(writer.Output(), "<a x=\"1\" X=\"3\" />");
 }
 
 TEST(XmlWriter, ElementNamespaceIsDeclaredOnceAfterItsAttributes) {
   XmlWriter writer;
-  writer.WriteStartElement(nullptr, u"Package", u"http://schemas.microsoft.com/appx/2010/manifest");
-  writer.WriteAttributeString(u"xmlns", u"m2", nullptr, u"http://schemas.microsoft.com/appx/2013/manifest");
-  writer.WriteStartElement(nullptr, u"Applications", u"http://schemas.microsoft.com/appx/2010/manifest");
-  writer.WriteStartElement(u"m2", u"VisualElements", u"http://schemas.microsoft.com/appx/2013/manifest");
-  writer.WriteAttributeString(nullptr, u"DisplayName", nullptr, u"ms-resource:AppName");
-  writer.WriteEndDocument();
+  (void)writer.WriteStartElement(nullptr, u"Package", u"http://schemas.microsoft.com/appx/2010/manifest");
+  (void)writer.WriteAttributeString(u"xmlns", u"m2", nullptr, u"http://schemas.microsoft.com/appx/2013/manifest");
+  (void)writer.WriteStartElement(nullptr, u"Applications", u"http://schemas.microsoft.com/appx/2010/manifest");
+  (void)writer.WriteStartElement(u"m2", u"VisualElements", u"http://schemas.microsoft.com/appx/2013/manifest");
+  (void)writer.WriteAttributeString(nullptr, u"DisplayName", nullptr, u"ms-resource:AppName");
+  (void)writer.WriteEndDocument();
   EXPECT_EQ(writer.Output(),
             "<Package xmlns:m2=\"http://schemas.microsoft.com/appx/2013/manifest\" "
             "xmlns=\"http://schemas.microsoft.com/appx/2010/manifest\">\r\n"
@@ -245,10 +245,10 @@ TEST(XmlWriter, ElementNamespaceIsDeclaredOnceAfterItsAttributes) {
 
 TEST(XmlWriter, PrefixedElementDeclaresItsPrefix) {
   XmlWriter writer;
-  writer.WriteStartElement(u"p", u"a", u"urn:p");
-  writer.WriteStartElement(nullptr, u"b", u"urn:p");
-  writer.WriteStartElement(u"", u"c", u"urn:p");
-  writer.WriteEndDocument();
+  (void)writer.WriteStartElement(u"p", u"a", u"urn:p");
+  (void)writer.WriteStartElement(nullptr, u"b", u"urn:p");
+  (void)writer.WriteStartElement(u"", u"c", u"urn:p");
+  (void)writer.WriteEndDocument();
   EXPECT_EQ(writer.Output(), "<p:a xmlns:p=\"urn:p\">\r\n  <p:b>\r\n    <c xmlns=\"urn:p\" />\r\n  </p:b>\r\n</p:a>");
 }
 
@@ -264,17 +264,17 @@ TEST(XmlWriter, PrefixWithoutNamespaceIsRefused) {
 
 TEST(XmlWriter, AttributeNamespaceIsDeclaredAfterTheAttribute) {
   XmlWriter writer;
-  writer.WriteStartElement(nullptr, u"e", nullptr);
-  writer.WriteAttributeString(u"prefix", u"local", u"uri", u"b");
-  writer.WriteAttributeString(u"prefix", u"other", u"uri", u"c");
-  writer.WriteEndElement();
+  (void)writer.WriteStartElement(nullptr, u"e", nullptr);
+  (void)writer.WriteAttributeString(u"prefix", u"local", u"uri", u"b");
+  (void)writer.WriteAttributeString(u"prefix", u"other", u"uri", u"c");
+  (void)writer.WriteEndElement();
   EXPECT_EQ(writer.Output(), "<e prefix:local=\"b\" xmlns:prefix=\"uri\" prefix:other=\"c\" />");
 }
 
 TEST(XmlWriter, TakeOutputHandsOverTheTextAndStartsAfresh) {
   XmlWriter writer;
-  writer.WriteStartElement(nullptr, u"a", nullptr);
-  writer.WriteEndDocument();
+  (void)writer.WriteStartElement(nullptr, u"a", nullptr);
+  (void)writer.WriteEndDocument();
   EXPECT_EQ(writer.TakeOutput(), "<a />");
   EXPECT_EQ(writer.Output(), "");
   ASSERT_EQ(writer.WriteStartDocument(), S_OK);
@@ -349,16 +349,16 @@ TEST(XmlWriter, RandomAttributeValuesReadBackUnchanged) {
 TEST(XmlWriter, NamesReadBackUnchanged) {
   const std::u16string names[] = {u"AppNameList", u"\u30A2\u30D7\u30EA", u"caf\u00E9", u"x-y.z_1", u"\U00010000n"};
   XmlWriter writer;
-  writer.WriteStartElement(nullptr, u"root", nullptr);
+  (void)writer.WriteStartElement(nullptr, u"root", nullptr);
   for (const std::u16string& name : names) {
     ASSERT_EQ(writer.WriteStartElement(nullptr, name.c_str(), nullptr), S_OK);
     ASSERT_EQ(writer.WriteAttributeString(nullptr, name.c_str(), nullptr, name.c_str()), S_OK);
     ASSERT_EQ(writer.WriteEndElement(), S_OK);
   }
-  writer.WriteEndDocument();
+  (void)writer.WriteEndDocument();
 
   XmlReader reader;
-  reader.SetInput(writer.Output());
+  (void)reader.SetInput(writer.Output());
   XmlNodeType type = XmlNodeType_None;
   std::size_t next = 0;
   while (reader.Read(&type) == S_OK) {
@@ -375,24 +375,24 @@ TEST(XmlWriter, NamesReadBackUnchanged) {
 
 TEST(XmlWriter, ManifestShapedDocumentReadsBackWithItsPrefixes) {
   XmlWriter writer;
-  writer.WriteStartDocument();
-  writer.WriteStartElement(nullptr, u"Package", u"http://schemas.microsoft.com/appx/2010/manifest");
-  writer.WriteAttributeString(u"xmlns", u"m2", nullptr, u"http://schemas.microsoft.com/appx/2013/manifest");
-  writer.WriteStartElement(u"m2", u"VisualElements", u"http://schemas.microsoft.com/appx/2013/manifest");
-  writer.WriteAttributeString(nullptr, u"DisplayName", nullptr, u"ms-resource:AppName");
-  writer.WriteStartElement(u"m2", u"DefaultTile", nullptr);
-  writer.WriteAttributeString(nullptr, u"ShortName", nullptr, u"Short & sweet");
+  (void)writer.WriteStartDocument();
+  (void)writer.WriteStartElement(nullptr, u"Package", u"http://schemas.microsoft.com/appx/2010/manifest");
+  (void)writer.WriteAttributeString(u"xmlns", u"m2", nullptr, u"http://schemas.microsoft.com/appx/2013/manifest");
+  (void)writer.WriteStartElement(u"m2", u"VisualElements", u"http://schemas.microsoft.com/appx/2013/manifest");
+  (void)writer.WriteAttributeString(nullptr, u"DisplayName", nullptr, u"ms-resource:AppName");
+  (void)writer.WriteStartElement(u"m2", u"DefaultTile", nullptr);
+  (void)writer.WriteAttributeString(nullptr, u"ShortName", nullptr, u"Short & sweet");
   ASSERT_EQ(writer.WriteEndDocument(), S_OK);
 
   XmlReader reader;
-  reader.SetInput(writer.Output());
+  (void)reader.SetInput(writer.Output());
   XmlNodeType type = XmlNodeType_None;
   std::vector<std::u16string> seen;
   HRESULT hr;
   while ((hr = reader.Read(&type)) == S_OK) {
     if (type != XmlNodeType_Element) continue;
     const char16_t* prefix = nullptr;
-    reader.GetPrefix(&prefix, nullptr);
+    (void)reader.GetPrefix(&prefix, nullptr);
     seen.push_back(std::u16string(prefix) + u"|" + ReadLocalName(reader));
     if (ReadLocalName(reader) == u"DefaultTile") {
       ASSERT_EQ(reader.MoveToFirstAttribute(), S_OK);

@@ -436,7 +436,7 @@ int main(int argc, char** argv) {
     }
 
     OurReader ours;
-    ours.reader.SetInput(bytes);
+    (void)ours.reader.SetInput(bytes);  // a refused input shows in the walk, as in the system reader
     const Walk ourWalk = WalkReader<OurReader, char16_t, kel::xml::XmlNodeType>(ours);
 
     if (dump) {

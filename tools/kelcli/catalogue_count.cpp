@@ -27,7 +27,7 @@ bool nameIs(const XmlReader& reader, std::u16string_view expected) {
 
 UINT depthOf(const XmlReader& reader) {
     UINT depth = 0;
-    reader.GetDepth(&depth);
+    (void)reader.GetDepth(&depth);  // a reader on a node always has its depth
     return depth;
 }
 
@@ -64,7 +64,7 @@ std::u16string attribute(XmlReader& reader, std::u16string_view name) {
         if (kel::Succeeded(reader.GetValue(&text, &length)) && text != nullptr) value.assign(text, length);
         break;
     }
-    reader.MoveToElement();
+    (void)reader.MoveToElement();  // S_FALSE when already on the element
     return value;
 }
 

@@ -21,16 +21,16 @@ class Win32Platform final : public Platform {
   DWORD GetFileAttributes(const WCHAR* path) override;
   BOOL PathFileExists(const WCHAR* path) override;
   int SHCreateDirectoryEx(const WCHAR* path) override;
-  HRESULT ReadFileBytes(const WCHAR* path, std::string& bytes) override;
-  HRESULT ReplaceFileAtomically(const WCHAR* path, const std::string& bytes) override;
+  [[nodiscard]] HRESULT ReadFileBytes(const WCHAR* path, std::string& bytes) override;
+  [[nodiscard]] HRESULT ReplaceFileAtomically(const WCHAR* path, const std::string& bytes) override;
   Handle FindFirstFile(const WCHAR* pattern, FindData& found) override;
   BOOL FindNextFile(Handle search, FindData& found) override;
   BOOL FindClose(Handle search) override;
-  LONG RegOpenKeyEx(RootKey root, const WCHAR* subKey, DWORD options, DWORD access, Handle* key) override;
-  LONG RegQueryValueEx(Handle key, const WCHAR* name, DWORD* type, std::uint8_t* data, DWORD* size) override;
-  LONG RegSetValueEx(Handle key, const WCHAR* name, DWORD type, const std::uint8_t* data, DWORD size) override;
-  LONG RegDeleteValue(Handle key, const WCHAR* name) override;
-  LONG RegCloseKey(Handle key) override;
+  [[nodiscard]] LONG RegOpenKeyEx(RootKey root, const WCHAR* subKey, DWORD options, DWORD access, Handle* key) override;
+  [[nodiscard]] LONG RegQueryValueEx(Handle key, const WCHAR* name, DWORD* type, std::uint8_t* data, DWORD* size) override;
+  [[nodiscard]] LONG RegSetValueEx(Handle key, const WCHAR* name, DWORD type, const std::uint8_t* data, DWORD size) override;
+  [[nodiscard]] LONG RegDeleteValue(Handle key, const WCHAR* name) override;
+  [[nodiscard]] LONG RegCloseKey(Handle key) override;
   std::uint64_t VerSetConditionMask(std::uint64_t mask, DWORD typeBit, std::uint8_t condition) override;
   BOOL VerifyVersionInfo(OsVersionInfoEx& info, DWORD typeMask, std::uint64_t conditionMask) override;
   int MultiByteToWideChar(UINT codePage, DWORD flags, const char* source, int sourceLength, WCHAR* buffer,
@@ -58,22 +58,22 @@ class Win32Platform final : public Platform {
   int GetClassName(Handle window, WCHAR* buffer, int capacity) override;
   Handle MonitorFromPoint(Point point, DWORD flags) override;
   int MessageBox(Handle owner, const WCHAR* text, const WCHAR* caption, UINT type) override;
-  HRESULT CoInitializeEx(DWORD coInit) override;
-  HRESULT CreateAppVisibility(DWORD context, AppVisibility** object) override;
-  HRESULT CreateAppxManifestReader(const WCHAR* manifestPath, AppxManifestReader** reader) override;
+  [[nodiscard]] HRESULT CoInitializeEx(DWORD coInit) override;
+  [[nodiscard]] HRESULT CreateAppVisibility(DWORD context, AppVisibility** object) override;
+  [[nodiscard]] HRESULT CreateAppxManifestReader(const WCHAR* manifestPath, AppxManifestReader** reader) override;
   void CoTaskMemFree(void* memory) override;
   void CoUninitialize() override;
-  HRESULT RoInitialize(int initType) override;
+  [[nodiscard]] HRESULT RoInitialize(int initType) override;
   void RoUninitialize() override;
-  HRESULT ActivatePackageManager(DeploymentPackageManager** manager) override;
+  [[nodiscard]] HRESULT ActivatePackageManager(DeploymentPackageManager** manager) override;
   WString DescribeError(HRESULT error) override;
-  HRESULT CreateApplicationActivationManager(DWORD context, ApplicationActivationManager** manager) override;
-  HRESULT CoAllowSetForegroundWindow(ApplicationActivationManager* manager) override;
+  [[nodiscard]] HRESULT CreateApplicationActivationManager(DWORD context, ApplicationActivationManager** manager) override;
+  [[nodiscard]] HRESULT CoAllowSetForegroundWindow(ApplicationActivationManager* manager) override;
   BOOL GetUserName(WCHAR* buffer, DWORD* size) override;
   BOOL LookupAccountName(const WCHAR* systemName, const WCHAR* accountName, void* sid, DWORD* sidSize, WCHAR* domain,
                          DWORD* domainSize) override;
   BOOL ConvertSidToStringSid(void* sid, WCHAR** stringSid) override;
-  HRESULT SHLoadIndirectString(const WCHAR* source, WCHAR* buffer, UINT capacity) override;
+  [[nodiscard]] HRESULT SHLoadIndirectString(const WCHAR* source, WCHAR* buffer, UINT capacity) override;
 };
 
 }  // namespace kel::platform::win32

@@ -28,7 +28,7 @@ class RuntimeString {
     if (value_ != nullptr) ::WindowsDeleteString(value_);
   }
   // A null text makes the empty string, as the runtime has it.
-  HRESULT Create(const WCHAR* text) {
+  [[nodiscard]] HRESULT Create(const WCHAR* text) {
     const wchar_t* wide = reinterpret_cast<const wchar_t*>(text);
     const UINT32 length = wide != nullptr ? static_cast<UINT32>(wcslen(wide)) : 0;
     return ::WindowsCreateString(wide, length, &value_);
@@ -165,7 +165,7 @@ class RuntimePackageManager final : public ComWrapper<DeploymentPackageManager, 
  private:
   // The collection is asked for as IIterable<Package> explicitly, so a
   // service that hands out another interface is caught here.
-  static HRESULT Wrap(HRESULT hr, ComPtr<IPackageIterableAbi> found, PackageCollection** packages) {
+  [[nodiscard]] static HRESULT Wrap(HRESULT hr, ComPtr<IPackageIterableAbi> found, PackageCollection** packages) {
     *packages = nullptr;
     hr = RequireObject(hr, found);
     if (FAILED(hr)) return hr;

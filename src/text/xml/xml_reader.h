@@ -108,25 +108,25 @@ class XmlReader {
   // with the bytes are reported by Read once it reaches them. A document of
   // more than kMaxInputBytes is not taken: SetInput and every Read after it
   // give kInputTooLarge.
-  HRESULT SetInput(std::string_view bytes);
+  [[nodiscard]] HRESULT SetInput(std::string_view bytes);
 
   // Moves to the next node: S_OK with a node, S_FALSE after the end of a
   // complete document, an error for malformed input. After an error every
   // later call returns that same error. `nodeType` may be null.
-  HRESULT Read(XmlNodeType* nodeType);
+  [[nodiscard]] HRESULT Read(XmlNodeType* nodeType);
 
-  HRESULT GetNodeType(XmlNodeType* nodeType) const;
+  [[nodiscard]] HRESULT GetNodeType(XmlNodeType* nodeType) const;
   // The strings stay valid until the next Read or SetInput (moving between
   // an element and its attributes keeps them); `length` may be null.
-  HRESULT GetLocalName(const char16_t** name, UINT* length) const;
-  HRESULT GetPrefix(const char16_t** prefix, UINT* length) const;
-  HRESULT GetValue(const char16_t** value, UINT* length) const;
+  [[nodiscard]] HRESULT GetLocalName(const char16_t** name, UINT* length) const;
+  [[nodiscard]] HRESULT GetPrefix(const char16_t** prefix, UINT* length) const;
+  [[nodiscard]] HRESULT GetValue(const char16_t** value, UINT* length) const;
 
-  HRESULT MoveToFirstAttribute();
-  HRESULT MoveToNextAttribute();
-  HRESULT MoveToElement();
+  [[nodiscard]] HRESULT MoveToFirstAttribute();
+  [[nodiscard]] HRESULT MoveToNextAttribute();
+  [[nodiscard]] HRESULT MoveToElement();
 
-  HRESULT GetDepth(UINT* depth) const;
+  [[nodiscard]] HRESULT GetDepth(UINT* depth) const;
   bool IsEmptyElement() const;
   UINT GetAttributeCount() const;
 
@@ -160,32 +160,32 @@ class XmlReader {
 
   void ResetNode();
   void Decode(std::string_view bytes);
-  HRESULT ParseNode();
-  HRESULT ParseTopLevel();
-  HRESULT ParseContent();
-  HRESULT ParseStartTag();
-  HRESULT ParseEndTag();
-  HRESULT ParseText();
-  HRESULT ParseTopLevelWhitespace();
-  HRESULT ParseComment();
-  HRESULT ParseCData();
+  [[nodiscard]] HRESULT ParseNode();
+  [[nodiscard]] HRESULT ParseTopLevel();
+  [[nodiscard]] HRESULT ParseContent();
+  [[nodiscard]] HRESULT ParseStartTag();
+  [[nodiscard]] HRESULT ParseEndTag();
+  [[nodiscard]] HRESULT ParseText();
+  [[nodiscard]] HRESULT ParseTopLevelWhitespace();
+  [[nodiscard]] HRESULT ParseComment();
+  [[nodiscard]] HRESULT ParseCData();
   template <typename Ends>
-  HRESULT TakeDelimitedText(char16_t* p, XmlNodeType type, Ends ends);
-  HRESULT ParseProcessingInstruction();
-  HRESULT ParseDeclaration();
-  HRESULT ParseMarkupDeclaration();
-  HRESULT ParseQName(char16_t*& p, Span& prefix, Span& localName);
+  [[nodiscard]] HRESULT TakeDelimitedText(char16_t* p, XmlNodeType type, Ends ends);
+  [[nodiscard]] HRESULT ParseProcessingInstruction();
+  [[nodiscard]] HRESULT ParseDeclaration();
+  [[nodiscard]] HRESULT ParseMarkupDeclaration();
+  [[nodiscard]] HRESULT ParseQName(char16_t*& p, Span& prefix, Span& localName);
   void TerminateName(const Span& prefix, const Span& localName);
-  HRESULT ParseAttributeValue(char16_t*& p, Span& value);
-  HRESULT ParseReference(char16_t*& p, char16_t*& out);
-  HRESULT CheckAttributes();
-  HRESULT BindNamespaces(std::size_t depth);
+  [[nodiscard]] HRESULT ParseAttributeValue(char16_t*& p, Span& value);
+  [[nodiscard]] HRESULT ParseReference(char16_t*& p, char16_t*& out);
+  [[nodiscard]] HRESULT CheckAttributes();
+  [[nodiscard]] HRESULT BindNamespaces(std::size_t depth);
   void ReservePrefixSlots(std::size_t more);
   void Bind(const Span& prefix, std::uint32_t hash, std::size_t depth);
   void UnbindFrom(std::size_t depth);
   bool IsBound(const Span& prefix) const;
   std::size_t PrefixSlot(const Span& prefix, std::uint32_t hash) const;
-  HRESULT EndError() const;
+  [[nodiscard]] HRESULT EndError() const;
   void Terminate(char16_t* at);
 
   // The decoded document. It ends in a NUL where the usable input ends: the

@@ -381,7 +381,7 @@ HRESULT XmlWriter::WriteEndElement() {
 HRESULT XmlWriter::WriteEndDocument() {
   if (state_ == State::Failed) return failure_;
   if (state_ != State::Content && state_ != State::Epilog) return Fail(WR_E_INVALIDACTION);
-  while (!open_.empty()) WriteEndElement();
+  while (!open_.empty()) (void)WriteEndElement();  // closes an open element: cannot fail
   state_ = State::Closed;
   return S_OK;
 }

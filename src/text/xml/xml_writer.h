@@ -23,22 +23,22 @@ class XmlWriter {
 
   // The byte order mark and <?xml version="1.0" encoding="UTF-8"?>; only
   // before anything else.
-  HRESULT WriteStartDocument();
+  [[nodiscard]] HRESULT WriteStartDocument();
   // `prefix` and `namespaceUri` may be null. A namespace that is not yet in
   // scope is declared on the element.
-  HRESULT WriteStartElement(const char16_t* prefix, const char16_t* localName, const char16_t* namespaceUri);
+  [[nodiscard]] HRESULT WriteStartElement(const char16_t* prefix, const char16_t* localName, const char16_t* namespaceUri);
   // Only while a start tag is open (before the element's first child).
   // `value` may be null for an empty value.
-  HRESULT WriteAttributeString(const char16_t* prefix, const char16_t* localName, const char16_t* namespaceUri,
+  [[nodiscard]] HRESULT WriteAttributeString(const char16_t* prefix, const char16_t* localName, const char16_t* namespaceUri,
                                const char16_t* value);
   // The same, for a value whose length is known.
-  HRESULT WriteAttributeString(const char16_t* prefix, const char16_t* localName, const char16_t* namespaceUri,
+  [[nodiscard]] HRESULT WriteAttributeString(const char16_t* prefix, const char16_t* localName, const char16_t* namespaceUri,
                                std::u16string_view value);
-  HRESULT WriteEndElement();
+  [[nodiscard]] HRESULT WriteEndElement();
   // Closes every open element; nothing can be written afterwards.
-  HRESULT WriteEndDocument();
+  [[nodiscard]] HRESULT WriteEndDocument();
   // The output is already in memory; kept for the usual call sequence.
-  HRESULT Flush();
+  [[nodiscard]] HRESULT Flush();
 
   // What was written so far (a start tag may still be open).
   const std::string& Output() const { return output_; }
@@ -56,7 +56,7 @@ class XmlWriter {
     std::u16string uri;
   };
 
-  HRESULT Fail(HRESULT hr);
+  [[nodiscard]] HRESULT Fail(HRESULT hr);
   void WritePendingDeclarations();
   void CloseStartTag();
   void NewLine(std::size_t depth);
@@ -67,7 +67,7 @@ class XmlWriter {
   bool HasAttributeNamed(std::string_view name) const;
   // Ends the attribute whose name stands at `nameAt` with its quoted value
   // and records the name; on failure the output goes back to `mark`.
-  HRESULT FinishAttribute(std::size_t mark, std::size_t nameAt, std::size_t nameLength, std::u16string_view value);
+  [[nodiscard]] HRESULT FinishAttribute(std::size_t mark, std::size_t nameAt, std::size_t nameLength, std::u16string_view value);
 
   enum class State { Initial, Prolog, Content, Epilog, Closed, Failed };
 
