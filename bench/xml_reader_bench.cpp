@@ -37,23 +37,23 @@ struct WalkResult {
 // for, as a reader's user does.
 __attribute__((noinline)) WalkResult TimedReaderWalk(xml::XmlReader& reader, const std::string& bytes) {
   WalkResult result;
-  reader.SetInput(bytes);
+  (void)reader.SetInput(bytes);
   const char16_t* text = nullptr;
   UINT length = 0;
   xml::XmlNodeType type = xml::XmlNodeType_None;
   while ((result.end = reader.Read(&type)) == S_OK) {
     ++result.nodes;
-    reader.GetLocalName(&text, &length);
-    reader.GetPrefix(&text, &length);
-    reader.GetValue(&text, &length);
+    (void)reader.GetLocalName(&text, &length);
+    (void)reader.GetPrefix(&text, &length);
+    (void)reader.GetValue(&text, &length);
     benchmark::DoNotOptimize(text);
     if (type != xml::XmlNodeType_Element) continue;
     for (HRESULT move = reader.MoveToFirstAttribute(); move == S_OK; move = reader.MoveToNextAttribute()) {
-      reader.GetLocalName(&text, &length);
-      reader.GetValue(&text, &length);
+      (void)reader.GetLocalName(&text, &length);
+      (void)reader.GetValue(&text, &length);
       benchmark::DoNotOptimize(text);
     }
-    reader.MoveToElement();
+    (void)reader.MoveToElement();
   }
   return result;
 }

@@ -12,12 +12,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const kel::WString file = u"C:\\Users\\kel\\AppData\\Local\\AppNameList1.0.4.0.xml";
   fake->AddFile(file, std::string(reinterpret_cast<const char*>(data), size));
   kel::CKELAppNameList list;
-  list.Load(file.c_str());
+  (void)list.Load(file.c_str());
   const std::size_t packages = list.Packages().size();
   const std::size_t desktopApps = list.DesktopApps().size();
   if (kel::Failed(list.Save(file.c_str()))) __builtin_trap();
   kel::CKELAppNameList reloaded;
-  reloaded.Load(file.c_str());
+  (void)reloaded.Load(file.c_str());
   if (reloaded.Packages().size() > packages || reloaded.DesktopApps().size() > desktopApps) __builtin_trap();
   return 0;
 }

@@ -19,13 +19,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   kel::CKELPackage package(u"Fuzz_abc", {}, 0, 1);
   package.FullName = u"F";
   package.Name = u"N";
-  kel::CKELManifestReader::GetAppNameUsingXmlParser(manifest.c_str(), &package);
+  (void)kel::CKELManifestReader::GetAppNameUsingXmlParser(manifest.c_str(), &package);
   kel::BOOL canGet = 0;
-  kel::CKELManifestReader::IsCanGetAppNameFromManifest(manifest.c_str(), &package, &canGet);
+  (void)kel::CKELManifestReader::IsCanGetAppNameFromManifest(manifest.c_str(), &package, &canGet);
 
   kel::fakes::FakePackage platformPackage(u"Fuzz_abc", u"F", u"N", {}, folder);
   char16_t* name = nullptr;
-  kel::CKELManifestReader::GetAppDisplayName(&platformPackage, &name);
+  (void)kel::CKELManifestReader::GetAppDisplayName(&platformPackage, &name);
   if (name != nullptr) fake->LocalFree(name);
   if (fake->LiveLocalAllocations() != 0) __builtin_trap();
   return 0;

@@ -8,22 +8,22 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   kel::xml::XmlReader reader;
-  reader.SetInput(std::string_view(reinterpret_cast<const char*>(data), size));
+  (void)reader.SetInput(std::string_view(reinterpret_cast<const char*>(data), size));
   kel::xml::XmlNodeType type;
   for (int nodes = 0; nodes < 100000 && reader.Read(&type) == kel::S_OK; ++nodes) {
     const char16_t* text = nullptr;
     kel::UINT length = 0;
     kel::UINT depth = 0;
-    reader.GetLocalName(&text, &length);
-    reader.GetPrefix(&text, &length);
-    reader.GetValue(&text, &length);
-    reader.GetDepth(&depth);
+    (void)reader.GetLocalName(&text, &length);
+    (void)reader.GetPrefix(&text, &length);
+    (void)reader.GetValue(&text, &length);
+    (void)reader.GetDepth(&depth);
     reader.IsEmptyElement();
     while (reader.MoveToNextAttribute() == kel::S_OK) {
-      reader.GetLocalName(&text, &length);
-      reader.GetValue(&text, &length);
+      (void)reader.GetLocalName(&text, &length);
+      (void)reader.GetValue(&text, &length);
     }
-    reader.MoveToElement();
+    (void)reader.MoveToElement();
   }
   return 0;
 }
