@@ -36,14 +36,7 @@ namespace {
 class PackageManager final : public IPackageManager {
  public:
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    if (object == nullptr) return E_POINTER;
-    *object = nullptr;
-    if (iid != IID_IUnknown && iid != kIidInspectable && iid != kIidPackageManager && iid != kIidAgileObject) {
-      return E_NOINTERFACE;
-    }
-    *object = static_cast<IPackageManager*>(this);
-    AddRef();
-    return S_OK;
+    return QueryOwnInterface(static_cast<IPackageManager*>(this), kIidPackageManager, iid, object);
   }
   DOUBLE_REFERENCE_COUNT
 
@@ -51,11 +44,7 @@ class PackageManager final : public IPackageManager {
     return CopyIids({kIidPackageManager}, count, ids);
   }
   HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING* name) override { return NewString(kPackageManagerClass, name); }
-  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override {
-    if (level == nullptr) return E_POINTER;
-    *level = BaseTrust;
-    return S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override { return BaseTrustLevel(level); }
 
   HRESULT STDMETHODCALLTYPE AddPackageAsync(IInspectable*, IInspectable*, INT32, IInspectable**) override {
     return E_NOTIMPL;
@@ -160,14 +149,7 @@ class PackageManager final : public IPackageManager {
 class PackageManagerFactory final : public IActivationFactory {
  public:
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    if (object == nullptr) return E_POINTER;
-    *object = nullptr;
-    if (iid != IID_IUnknown && iid != kIidInspectable && iid != kIidActivationFactory && iid != kIidAgileObject) {
-      return E_NOINTERFACE;
-    }
-    *object = static_cast<IActivationFactory*>(this);
-    AddRef();
-    return S_OK;
+    return QueryOwnInterface(static_cast<IActivationFactory*>(this), kIidActivationFactory, iid, object);
   }
   DOUBLE_REFERENCE_COUNT
 
@@ -175,11 +157,7 @@ class PackageManagerFactory final : public IActivationFactory {
     return CopyIids({kIidActivationFactory}, count, ids);
   }
   HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING* name) override { return NewString(kPackageManagerClass, name); }
-  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override {
-    if (level == nullptr) return E_POINTER;
-    *level = BaseTrust;
-    return S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override { return BaseTrustLevel(level); }
 
   HRESULT STDMETHODCALLTYPE ActivateInstance(IInspectable** instance) override {
     if (instance == nullptr) return E_POINTER;

@@ -65,6 +65,28 @@ inline HRESULT CopyIids(std::initializer_list<GUID> ids, ULONG* count, IID** out
   return S_OK;
 }
 
+// QueryInterface of an object with one interface of its own: it answers
+// that one, IUnknown, IInspectable and IAgileObject (the runtime's objects
+// are agile) with `self`.
+template <typename Interface>
+HRESULT QueryOwnInterface(Interface* self, REFIID own, REFIID iid, void** object) {
+  if (object == nullptr) return E_POINTER;
+  *object = nullptr;
+  if (iid != IID_IUnknown && iid != kIidInspectable && iid != own && iid != kIidAgileObject) {
+    return E_NOINTERFACE;
+  }
+  *object = self;
+  self->AddRef();
+  return S_OK;
+}
+
+// IInspectable::GetTrustLevel: every object here is of base trust.
+inline HRESULT BaseTrustLevel(TrustLevel* level) {
+  if (level == nullptr) return E_POINTER;
+  *level = BaseTrust;
+  return S_OK;
+}
+
 // What the fixture says of one package.
 struct PackageRecord {
   std::wstring familyName;

@@ -60,11 +60,7 @@ class StorageFolder final : public IStorageFolder, public IStorageItem {
   HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING* name) override {
     return NewString(L"Windows.Storage.StorageFolder", name);
   }
-  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override {
-    if (level == nullptr) return E_POINTER;
-    *level = BaseTrust;
-    return S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override { return BaseTrustLevel(level); }
 
   // IStorageFolder: nothing of it is served.
   HRESULT STDMETHODCALLTYPE CreateFileAsyncOverloadDefaultOptions(HSTRING, IInspectable**) override { return E_NOTIMPL; }
@@ -121,14 +117,7 @@ class PackageIdObject final : public IPackageId {
   explicit PackageIdObject(std::shared_ptr<const PackageRecord> record) : record_(std::move(record)) {}
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    if (object == nullptr) return E_POINTER;
-    *object = nullptr;
-    if (iid != IID_IUnknown && iid != kIidInspectable && iid != kIidPackageId && iid != kIidAgileObject) {
-      return E_NOINTERFACE;
-    }
-    *object = static_cast<IPackageId*>(this);
-    AddRef();
-    return S_OK;
+    return QueryOwnInterface(static_cast<IPackageId*>(this), kIidPackageId, iid, object);
   }
   DOUBLE_REFERENCE_COUNT
 
@@ -136,11 +125,7 @@ class PackageIdObject final : public IPackageId {
   HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING* name) override {
     return NewString(L"Windows.ApplicationModel.PackageId", name);
   }
-  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override {
-    if (level == nullptr) return E_POINTER;
-    *level = BaseTrust;
-    return S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override { return BaseTrustLevel(level); }
 
   HRESULT STDMETHODCALLTYPE get_Name(HSTRING* value) override { return NewString(record_->name, value); }
   HRESULT STDMETHODCALLTYPE get_Version(PackageVersion* value) override {
@@ -175,14 +160,7 @@ class PackageObject final : public IPackage {
   explicit PackageObject(std::shared_ptr<const PackageRecord> record) : record_(std::move(record)) {}
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    if (object == nullptr) return E_POINTER;
-    *object = nullptr;
-    if (iid != IID_IUnknown && iid != kIidInspectable && iid != kIidPackage && iid != kIidAgileObject) {
-      return E_NOINTERFACE;
-    }
-    *object = static_cast<IPackage*>(this);
-    AddRef();
-    return S_OK;
+    return QueryOwnInterface(static_cast<IPackage*>(this), kIidPackage, iid, object);
   }
   DOUBLE_REFERENCE_COUNT
 
@@ -190,11 +168,7 @@ class PackageObject final : public IPackage {
   HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING* name) override {
     return NewString(L"Windows.ApplicationModel.Package", name);
   }
-  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override {
-    if (level == nullptr) return E_POINTER;
-    *level = BaseTrust;
-    return S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override { return BaseTrustLevel(level); }
 
   HRESULT STDMETHODCALLTYPE get_Id(IPackageId** value) override {
     if (value == nullptr) return E_POINTER;
@@ -227,14 +201,7 @@ class PackageIterator final : public IPackageIterator {
   explicit PackageIterator(std::shared_ptr<const PackageList> packages) : packages_(std::move(packages)) {}
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    if (object == nullptr) return E_POINTER;
-    *object = nullptr;
-    if (iid != IID_IUnknown && iid != kIidInspectable && iid != kIidIteratorOfPackage && iid != kIidAgileObject) {
-      return E_NOINTERFACE;
-    }
-    *object = static_cast<IPackageIterator*>(this);
-    AddRef();
-    return S_OK;
+    return QueryOwnInterface(static_cast<IPackageIterator*>(this), kIidIteratorOfPackage, iid, object);
   }
   DOUBLE_REFERENCE_COUNT
 
@@ -244,11 +211,7 @@ class PackageIterator final : public IPackageIterator {
   HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING* name) override {
     return NewString(L"Windows.Foundation.Collections.IIterator`1<Windows.ApplicationModel.Package>", name);
   }
-  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override {
-    if (level == nullptr) return E_POINTER;
-    *level = BaseTrust;
-    return S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override { return BaseTrustLevel(level); }
 
   HRESULT STDMETHODCALLTYPE get_Current(IPackage** current) override {
     if (current == nullptr) return E_POINTER;
@@ -294,14 +257,7 @@ class PackageIterable final : public IPackageIterable {
       : packages_(std::make_shared<const PackageList>(std::move(packages))) {}
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    if (object == nullptr) return E_POINTER;
-    *object = nullptr;
-    if (iid != IID_IUnknown && iid != kIidInspectable && iid != kIidIterableOfPackage && iid != kIidAgileObject) {
-      return E_NOINTERFACE;
-    }
-    *object = static_cast<IPackageIterable*>(this);
-    AddRef();
-    return S_OK;
+    return QueryOwnInterface(static_cast<IPackageIterable*>(this), kIidIterableOfPackage, iid, object);
   }
   DOUBLE_REFERENCE_COUNT
 
@@ -311,11 +267,7 @@ class PackageIterable final : public IPackageIterable {
   HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING* name) override {
     return NewString(L"Windows.Foundation.Collections.IIterable`1<Windows.ApplicationModel.Package>", name);
   }
-  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override {
-    if (level == nullptr) return E_POINTER;
-    *level = BaseTrust;
-    return S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override { return BaseTrustLevel(level); }
 
   HRESULT STDMETHODCALLTYPE First(IPackageIterator** first) override {
     if (first == nullptr) return E_POINTER;
