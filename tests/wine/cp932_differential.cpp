@@ -42,17 +42,9 @@ std::string Hex(const unsigned char* bytes, int count) {
     return text;
 }
 
-std::string Units(const wchar_t* units, int count) {
-    std::string text = "[";
-    char piece[8];
-    for (int i = 0; i < count; ++i) {
-        std::snprintf(piece, sizeof piece, i == 0 ? "%04X" : " %04X", static_cast<unsigned>(units[i]));
-        text += piece;
-    }
-    return text + "]";
-}
-
-std::string Units(const char16_t* units, int count) {
+// The UTF-16 units in hex: the system's come as wchar_t, ours as char16_t.
+template <typename Unit>
+std::string Units(const Unit* units, int count) {
     std::string text = "[";
     char piece[8];
     for (int i = 0; i < count; ++i) {

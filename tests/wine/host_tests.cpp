@@ -44,6 +44,14 @@ std::wstring useLocalAppData(const std::wstring& folder)
     return logFolder + L"\\KelbrookLogFS.txt";
 }
 
+// The library's settings cleared and its log sent to a temporary
+// LOCALAPPDATA, for the test's lifetime.
+struct LogFolderScope {
+    SettingsScope settings;
+    TempFolder localAppData{kTempPrefix};
+    std::wstring logPath = useLocalAppData(localAppData.path());
+};
+
 // ---------------------------------------------------------------------------
 // The refresh thread
 
@@ -321,9 +329,8 @@ void NullAndEmptyArgumentsGiveTheirResults(const std::wstring& dllPath)
 // One pass through the library with the log on, all of it on this thread.
 void LogLinesHaveTheTimestampShape(const std::wstring& dllPath)
 {
-    SettingsScope settings;
-    TempFolder localAppData(kTempPrefix);
-    std::wstring logPath = useLocalAppData(localAppData.path());
+    LogFolderScope logFolder;
+    const std::wstring& logPath = logFolder.logPath;
     setDwordSetting(L"DebugLog", 1);
 
     Library library(dllPath);
@@ -358,9 +365,8 @@ void LogLinesHaveTheTimestampShape(const std::wstring& dllPath)
 
 void LogStaysSilentWhenSwitchOff(const std::wstring& dllPath)
 {
-    SettingsScope settings;  // DebugLog absent
-    TempFolder localAppData(kTempPrefix);
-    std::wstring logPath = useLocalAppData(localAppData.path());
+    LogFolderScope logFolder;  // DebugLog absent
+    const std::wstring& logPath = logFolder.logPath;
 
     Library library(dllPath);
     expectResult(KEL(library, KelInitialize)(), S_OK, "KelInitialize");
@@ -416,9 +422,8 @@ std::string refreshIntervalSeenByTheRefreshThread(const Library& library, const 
 
 void SettingsAreReadFromTheRegistry(const std::wstring& dllPath)
 {
-    SettingsScope settings;
-    TempFolder localAppData(kTempPrefix);
-    std::wstring logPath = useLocalAppData(localAppData.path());
+    LogFolderScope logFolder;
+    const std::wstring& logPath = logFolder.logPath;
     Library library(dllPath);
     auto launchStore = KEL(library, KelLaunchStoreW);
 
@@ -475,9 +480,8 @@ void SettingsAreReadFromTheRegistry(const std::wstring& dllPath)
 // refresh thread reads it once it starts.
 void RefreshThreadReadsTheRefreshInterval(const std::wstring& dllPath)
 {
-    SettingsScope settings;
-    TempFolder localAppData(kTempPrefix);
-    std::wstring logPath = useLocalAppData(localAppData.path());
+    LogFolderScope logFolder;
+    const std::wstring& logPath = logFolder.logPath;
     Library library(dllPath);
     auto launchStore = KEL(library, KelLaunchStoreW);
     setDwordSetting(L"DebugLog", 1);

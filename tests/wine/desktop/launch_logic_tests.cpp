@@ -112,23 +112,33 @@ struct Paths {
     std::wstring desktop;
 };
 
+// The test desktop with the launcher hidden and this app visibility, for the
+// test's lifetime.
+class LauncherHiddenScope {
+public:
+    explicit LauncherHiddenScope(DWORD appVisibility)
+    {
+        setControl(L"LauncherVisible", 0);
+        setControl(L"AppVisibility", appVisibility);
+    }
+
+private:
+    ControlScope control_;
+};
+
 // ---------------------------------------------------------------------------
 // Tests: the monitor mode through the DLL
 
 void MonitorModeIsDesktopWithoutVisibleApp(const Paths& paths)
 {
-    ControlScope control;
-    setControl(L"LauncherVisible", 0);
-    setControl(L"AppVisibility", 1);  // MAV_NO_APP_VISIBLE
+    LauncherHiddenScope desktopState(1);  // MAV_NO_APP_VISIBLE
     MonitorModeLibrary library(paths.dll);
     library.expectMode(0, "the launcher hidden and MAV_NO_APP_VISIBLE");
 }
 
 void MonitorModeIsStoreAppWithVisibleApp(const Paths& paths)
 {
-    ControlScope control;
-    setControl(L"LauncherVisible", 0);
-    setControl(L"AppVisibility", 2);  // MAV_APP_VISIBLE
+    LauncherHiddenScope desktopState(2);  // MAV_APP_VISIBLE
     MonitorModeLibrary library(paths.dll);
     library.expectMode(1, "the launcher hidden and MAV_APP_VISIBLE");
 }
@@ -158,9 +168,7 @@ void MonitorModeIsStartScreenWithVisibleLauncher(const Paths& paths)
 
 void MonitorModeUnknownVisibilityFails(const Paths& paths)
 {
-    ControlScope control;
-    setControl(L"LauncherVisible", 0);
-    setControl(L"AppVisibility", 0);  // MAV_UNKNOWN
+    LauncherHiddenScope desktopState(0);  // MAV_UNKNOWN
     MonitorModeLibrary library(paths.dll);
     library.expectFailure(E_FAIL, "the launcher hidden and MAV_UNKNOWN");
 }
@@ -209,35 +217,33 @@ void SwitchWithAFailingLauncherQueryEndsWithoutAnExitLine(const Paths&)
 // ---------------------------------------------------------------------------
 // Tests: the search pane
 
-void SearchPaneOpensFromTheDesktop(const Paths& paths)
+// OpenAppSearchUI brings the search pane to the front, and the test desktop
+// records `events` up to its stop.
+void expectSearchPaneOpens(const Paths& paths, const std::vector<std::string>& events)
 {
-    ControlScope control;
-    setControl(L"LauncherVisible", 0);
-    setControl(L"AppVisibility", 1);
     TempFolder folder(kTempPrefix);
     Desktop desktop(paths.desktop, eventsFileIn(folder));
 
     expectResult(kel::CKELMonitorMode::OpenAppSearchUI(), S_OK, "OpenAppSearchUI");
     if (classOf(GetForegroundWindow()) != L"SearchPane")
         fail("OpenAppSearchUI returned S_OK but " + foregroundDescription(), desktop.eventsDetail());
-    // The Start screen first (the Windows key alone), then Windows+Q.
     desktop.stop();
-    desktop.expectEvents({"launcher shown", "hotkey win+q", "pane shown SearchPane", "stopped"});
+    desktop.expectEvents(events);
+}
+
+void SearchPaneOpensFromTheDesktop(const Paths& paths)
+{
+    LauncherHiddenScope desktopState(1);
+    // The Start screen first (the Windows key alone), then Windows+Q.
+    expectSearchPaneOpens(paths, {"launcher shown", "hotkey win+q", "pane shown SearchPane", "stopped"});
 }
 
 void SearchPaneOpensStraightFromTheStartScreen(const Paths& paths)
 {
     ControlScope control;
     setControl(L"LauncherVisible", 1);
-    TempFolder folder(kTempPrefix);
-    Desktop desktop(paths.desktop, eventsFileIn(folder));
-
-    expectResult(kel::CKELMonitorMode::OpenAppSearchUI(), S_OK, "OpenAppSearchUI");
-    if (classOf(GetForegroundWindow()) != L"SearchPane")
-        fail("OpenAppSearchUI returned S_OK but " + foregroundDescription(), desktop.eventsDetail());
     // No Windows key alone: the Start screen already shows.
-    desktop.stop();
-    desktop.expectEvents({"hotkey win+q", "pane shown SearchPane", "stopped"});
+    expectSearchPaneOpens(paths, {"hotkey win+q", "pane shown SearchPane", "stopped"});
 }
 
 void SearchPaneThatNeverAppearsGivesEFail(const Paths& paths)
