@@ -16,6 +16,8 @@
 #
 #   KEL_STYLE_JOBS  parallel processes (default: the number of CPUs)
 #   KEL_STYLE_LOG   a folder to keep clang-tidy's full output in
+#   KEL_TIDY_ONLY   an extended regular expression: tidy only the units whose
+#                   paths match it (e.g. '^src/launch/')
 #   KEL_TIDY_CHECKS checks to add to (or, with a leading -, take from) the
 #                   configuration's, e.g. to try a check before enabling it
 #
@@ -120,7 +122,8 @@ for preset in native fuzz bench win64; do
   mapfile -t units < <(units_of "$preset" | sort -u | grep -E '\.(c|cc|cpp)$' || true)
   selected=()
   for unit in "${units[@]}"; do
-    if [ "$(database_of "$unit")" = "$preset" ] && [[ "$unit" =~ ^(src|include|tests|tools|bench)/ ]]; then
+    if [ "$(database_of "$unit")" = "$preset" ] && [[ "$unit" =~ ^(src|include|tests|tools|bench)/ ]] &&
+      [[ "$unit" =~ ${KEL_TIDY_ONLY:-.} ]]; then
       selected+=("$unit")
       tidied[$unit]=1
     fi
@@ -150,7 +153,14 @@ for preset in native fuzz bench win64; do
 done
 
 # Every finding once, however many units include its header.
-findings=$(cat "$log"/*.txt 2>/dev/null | grep -E '^/.*: (warning|error): ' | sed "s|^$root/||" | sort -u || true)
+findings=$(cat "$log"/*.txt 2>/dev/null | grep -E '^/.*: (warning|error): ' | python3 -c '
+import os, sys
+root = sys.argv[1] + "/"
+for line in sys.stdin:
+    path, rest = line.split(":", 1)
+    path = os.path.normpath(path)
+    print((path[len(root):] if path.startswith(root) else path) + ":" + rest, end="")
+' "$root" | sort -u || true)
 if [ -n "$findings" ]; then
   echo "$findings"
   echo "-- findings by check:"
@@ -166,7 +176,7 @@ not_tidied=()
 while read -r file; do
   if [[ "$file" =~ \.(c|cc|cpp)$ ]] && [ -z "${tidied[$file]:-}" ]; then not_tidied+=("$file"); fi
 done < <(list_files)
-if [ ${#not_tidied[@]} -gt 0 ]; then
+if [ ${#not_tidied[@]} -gt 0 ] && [ -z "${KEL_TIDY_ONLY:-}" ]; then
   echo "   formatted, not tidied (no preset compiles them): ${not_tidied[*]}"
 fi
 echo "   ${#tidied[@]} units, $((SECONDS - start)) s"
