@@ -10,9 +10,11 @@
 # (the preset is configured here when it has not been): the portable code
 # from `native` (its fuzz targets from `fuzz`, the benchmarks from `bench`),
 # the Windows-only code (src/platform/win32, tools/kelcli, tests/wine,
-# tests/header, tests/import_libraries) from `win64`, read as mingw-w64 reads
-# it. Headers are checked through the units that include them. A tracked
-# source that no preset compiles is listed as formatted but not tidied.
+# tests/header, tests/import_libraries) from `win64`, or from `win32` for the
+# x86-only tests, read as mingw-w64 reads it. Headers are checked through the
+# units that include them. A tracked source that no preset compiles is listed
+# as formatted but not tidied (msvc_host.c, which a custom command compiles
+# for the Microsoft ABI; mingw_host.c makes the same calls and is tidied).
 #
 #   KEL_STYLE_JOBS  parallel processes (default: the number of CPUs)
 #   KEL_STYLE_LOG   a folder to keep clang-tidy's full output in
@@ -76,7 +78,7 @@ database_of() {
   case "$1" in
     tests/fuzz/*) echo fuzz ;;
     bench/*) echo bench ;;
-    *) if [[ "$1" =~ $windows_only ]]; then echo win64; else echo native; fi ;;
+    *) if [[ "$1" =~ $windows_only ]]; then echo windows; else echo native; fi ;;
   esac
 }
 
@@ -95,9 +97,11 @@ EOF
 # clang reads mingw-w64's headers as the cross compiler does when told the
 # target and given the cross compiler's own C++ library headers.
 mingw_args() {
-  local gxx=x86_64-w64-mingw32-g++-posix dir args=()
-  args+=(--extra-arg=--target=x86_64-w64-mingw32)
-  if [ "$1" = cxx ]; then
+  local target dir args=()
+  if [ "$1" = win64 ]; then target=x86_64-w64-mingw32; else target=i686-w64-mingw32; fi
+  local gxx=$target-g++-posix
+  args+=("--extra-arg=--target=$target")
+  if [ "$2" = cxx ]; then
     args+=(--extra-arg=-nostdinc++)
     while read -r dir; do
       case "$dir" in
@@ -115,14 +119,16 @@ mkdir -p "$log"
 rm -f "$log"/*.txt
 
 declare -A tidied=()
-for preset in native fuzz bench win64; do
+for preset in native fuzz bench win64 win32; do
   if [ ! -f "build/$preset/compile_commands.json" ]; then
     cmake --preset "$preset" >/dev/null
   fi
   mapfile -t units < <(units_of "$preset" | sort -u | grep -E '\.(c|cc|cpp)$' || true)
   selected=()
   for unit in "${units[@]}"; do
-    if [ "$(database_of "$unit")" = "$preset" ] && [[ "$unit" =~ ^(src|include|tests|tools|bench)/ ]] &&
+    database=$(database_of "$unit")
+    if [ "$database" = windows ] && [[ "$preset" == win* ]] && [ -z "${tidied[$unit]:-}" ]; then database=$preset; fi
+    if [ "$database" = "$preset" ] && [[ "$unit" =~ ^(src|include|tests|tools|bench)/ ]] &&
       [[ "$unit" =~ ${KEL_TIDY_ONLY:-.} ]]; then
       selected+=("$unit")
       tidied[$unit]=1
@@ -142,7 +148,7 @@ for preset in native fuzz bench win64; do
     done
     [ ${#files[@]} -gt 0 ] || continue
     extra=()
-    if [ "$preset" = win64 ]; then mapfile -t extra < <(mingw_args $language); fi
+    if [[ "$preset" == win* ]]; then mapfile -t extra < <(mingw_args "$preset" $language); fi
     # One process per unit, each writing its own log, so output never interleaves.
     printf '%s\n' "${files[@]}" | xargs -d '\n' -P "$jobs" -I{} sh -c '
         log=$1; shift
