@@ -1,11 +1,14 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build and the tests need, when missing,
 # Wine's 32-bit half included (scripts/ensure-wine32.sh); llvm and lld make
-# Kelbrook.lib and link the host that tests it.
+# Kelbrook.lib and link the host that tests it; clang-format and clang-tidy
+# check the style (scripts/check-style.sh), which also parses the benchmarks
+# and so needs their libraries' headers.
 # As root it installs them; otherwise it prints the apt-get line to run.
 set -euo pipefail
 
-packages=(cmake ninja-build g++ clang libclang-rt-14-dev llvm lld libgtest-dev libgmock-dev mingw-w64 wine wine64 xvfb python3)
+packages=(cmake ninja-build g++ clang libclang-rt-14-dev llvm lld libgtest-dev libgmock-dev mingw-w64 wine wine64 xvfb python3
+  clang-format clang-tidy libbenchmark-dev libxml2-dev libpugixml-dev)
 missing=()
 for p in "${packages[@]}"; do
   if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then

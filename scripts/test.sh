@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds every configuration and runs every test: the native unit tests, the
+# Checks the style when KEL_STYLE_CHECK is 1 (scripts/check-style.sh), then
+# builds every configuration and runs every test: the native unit tests, the
 # fuzz targets' seed corpora, and the Wine suite against both DLLs (x64 under
 # Wine's 64-bit half, x86 under its 32-bit half), each with its export table;
 # then the SDK package from those builds, and its check.
@@ -8,13 +9,21 @@ cd "$(dirname "$0")/.."
 
 scripts/ensure-packages.sh
 
+status=0
+# The style: formatting and clang-tidy findings (scripts/check-style.sh). A
+# failure fails the run but the tests still run.
+style_check=${KEL_STYLE_CHECK:-0}
+if [ "$style_check" = 1 ]; then
+  echo "== style"
+  scripts/check-style.sh || status=1
+fi
+
 jobs=$(nproc)
 for preset in native native-asan native-tsan fuzz win64 win32; do
   cmake --preset "$preset" >/dev/null
   cmake --build --preset "$preset" -j "$jobs"
 done
 
-status=0
 for preset in native native-asan native-tsan fuzz win64 win32; do
   echo "== ctest: $preset"
   ctest --preset "$preset" -j "$jobs" --timeout 600 || status=1

@@ -29,7 +29,7 @@ class CountingSink {
   using Char = CharType;
   void Put(Char) { ++size_; }
   void Fill(Char, std::size_t count) { size_ += count; }
-  std::size_t size() const { return size_; }
+  [[nodiscard]] std::size_t size() const { return size_; }
 
  private:
   std::size_t size_ = 0;
@@ -76,7 +76,7 @@ class CutSink {
   }
 
  private:
-  char At(std::size_t index) const { return index < limit_ ? buffer_[index] : next_; }
+  [[nodiscard]] char At(std::size_t index) const { return index < limit_ ? buffer_[index] : next_; }
 
   char* buffer_;
   std::size_t limit_;
@@ -226,19 +226,19 @@ void PutInteger(Sink& out, const Spec& spec, std::uint32_t bits) {
 // A string argument of narrow text.
 template <typename Sink>
 void PutNarrowStringBody(Sink& out, const Spec& spec, const FormatArg& arg) {
-  switch (arg.kind()) {
+  switch (arg.GetKind()) {
     case FormatArg::Kind::Integer:
       return;
     case FormatArg::Kind::Narrow:
-      PutText(out, arg.narrow() == nullptr ? kNull : arg.narrow());
+      PutText(out, arg.Narrow() == nullptr ? kNull : arg.Narrow());
       return;
     case FormatArg::Kind::Wide:
-      if (arg.wide() == nullptr) {
+      if (arg.Wide() == nullptr) {
         PutText(out, kNull);
       } else if (spec.conversion == 'S') {
-        PutUtf8(out, arg.wide());
+        PutUtf8(out, arg.Wide());
       } else {
-        PutWideBytesAsNarrow(out, arg.wide());
+        PutWideBytesAsNarrow(out, arg.Wide());
       }
       return;
   }
@@ -247,13 +247,13 @@ void PutNarrowStringBody(Sink& out, const Spec& spec, const FormatArg& arg) {
 // A string argument of wide text.
 template <typename Sink>
 void PutWideStringBody(Sink& out, const Spec&, const FormatArg& arg) {
-  if (arg.kind() == FormatArg::Kind::Wide) {
-    PutText(out, arg.wide() == nullptr ? u"(null)" : arg.wide());
-  } else if (arg.kind() == FormatArg::Kind::Narrow) {
-    if (arg.narrow() == nullptr) {
+  if (arg.GetKind() == FormatArg::Kind::Wide) {
+    PutText(out, arg.Wide() == nullptr ? u"(null)" : arg.Wide());
+  } else if (arg.GetKind() == FormatArg::Kind::Narrow) {
+    if (arg.Narrow() == nullptr) {
       PutText(out, u"(null)");
     } else {
-      for (const char* p = arg.narrow(); *p != 0; ++p) out.Put(static_cast<unsigned char>(*p));
+      for (const char* p = arg.Narrow(); *p != 0; ++p) out.Put(static_cast<unsigned char>(*p));
     }
   }
 }
@@ -263,7 +263,7 @@ void PutWideStringBody(Sink& out, const Spec&, const FormatArg& arg) {
 template <typename Sink, typename PutBody>
 void PutString(Sink& out, const Spec& spec, const FormatArg& arg, PutBody putBody) {
   using Char = typename Sink::Char;
-  if (spec.width == 0 || (arg.kind() == FormatArg::Kind::Integer && !PutBody::kPadsAnInteger)) {
+  if (spec.width == 0 || (arg.GetKind() == FormatArg::Kind::Integer && !PutBody::kPadsAnInteger)) {
     putBody(out, spec, arg);
     return;
   }
@@ -300,10 +300,10 @@ void FormatAny(Sink& out, const Char* format, const FormatArg* args, std::size_t
         PutString(out, spec, arg, putBody);
         break;
       case 'c':
-        if (arg.kind() == FormatArg::Kind::Integer) out.Put(static_cast<Char>(arg.bits()));
+        if (arg.GetKind() == FormatArg::Kind::Integer) out.Put(static_cast<Char>(arg.Bits()));
         break;
       default:
-        if (arg.kind() == FormatArg::Kind::Integer) PutInteger(out, spec, arg.bits());
+        if (arg.GetKind() == FormatArg::Kind::Integer) PutInteger(out, spec, arg.Bits());
         break;
     }
   }

@@ -35,10 +35,10 @@ class FormatArg {
   FormatArg(const std::string& text) noexcept : kind_(Kind::Narrow), narrow_(text.c_str()) {}  // NOLINT
   FormatArg(const WString& text) noexcept : kind_(Kind::Wide), wide_(text.c_str()) {}  // NOLINT
 
-  Kind kind() const { return kind_; }
-  std::uint32_t bits() const { return bits_; }
-  const char* narrow() const { return narrow_; }
-  const char16_t* wide() const { return wide_; }
+  [[nodiscard]] Kind GetKind() const { return kind_; }
+  [[nodiscard]] std::uint32_t Bits() const { return bits_; }
+  [[nodiscard]] const char* Narrow() const { return narrow_; }
+  [[nodiscard]] const char16_t* Wide() const { return wide_; }
 
  private:
   Kind kind_;

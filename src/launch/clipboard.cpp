@@ -20,7 +20,7 @@ class OpenedClipboard {
   }
   OpenedClipboard(const OpenedClipboard&) = delete;
   OpenedClipboard& operator=(const OpenedClipboard&) = delete;
-  bool IsOpen() const { return open_; }
+  [[nodiscard]] bool IsOpen() const { return open_; }
 
  private:
   platform::Platform& sys_;
@@ -38,7 +38,7 @@ class GlobalBlock {
   }
   GlobalBlock(const GlobalBlock&) = delete;
   GlobalBlock& operator=(const GlobalBlock&) = delete;
-  Handle Get() const { return block_; }
+  [[nodiscard]] Handle Get() const { return block_; }
 
  private:
   platform::Platform& sys_;

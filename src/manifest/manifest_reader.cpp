@@ -65,11 +65,11 @@ void ResolveName(WString& name, const CKELPackage& package) {
 // Whether a walk goes on past a name that is still a resource reference
 // after resolving: adding applications keeps it as it is, the test whether
 // the names can be had yet stops at it.
-enum class UnresolvedName { kKeep, kStop };
+enum class UnresolvedName { Keep, Stop };
 
 // One application's names: the walk both XML readings share. The result is
 // that of the last step; `displayName` and `shortName` are resolved. With
-// kStop the walk ends right after the first name that is still a reference,
+// Stop the walk ends right after the first name that is still a reference,
 // with the result of that name's read, and `unresolved` is set.
 HRESULT ReadApplication(xml::XmlReader& reader, const CKELPackage& package, UnresolvedName atUnresolved,
                         WString& displayName, WString& shortName, bool& unresolved) {
@@ -80,7 +80,7 @@ HRESULT ReadApplication(xml::XmlReader& reader, const CKELPackage& package, Unre
   hr = CKELManifestReader::GetAttributeValueByName(&reader, u"DisplayName", displayName);
   if (Failed(hr)) return hr;
   ResolveName(displayName, package);
-  if (atUnresolved == UnresolvedName::kStop && IsResourceReference(displayName)) {
+  if (atUnresolved == UnresolvedName::Stop && IsResourceReference(displayName)) {
     unresolved = true;
     return hr;
   }
@@ -92,7 +92,7 @@ HRESULT ReadApplication(xml::XmlReader& reader, const CKELPackage& package, Unre
   hr = CKELManifestReader::GetAttributeValueByName(&reader, u"ShortName", shortName);
   if (Failed(hr)) return hr;
   ResolveName(shortName, package);
-  unresolved = atUnresolved == UnresolvedName::kStop && IsResourceReference(shortName);
+  unresolved = atUnresolved == UnresolvedName::Stop && IsResourceReference(shortName);
   return hr;
 }
 
@@ -194,7 +194,7 @@ HRESULT CKELManifestReader::GetAppNameUsingXmlParser(const char16_t* manifestPat
     if (hr != S_OK) break;
     WString displayName, shortName;
     bool unresolved = false;
-    hr = ReadApplication(reader, *package, UnresolvedName::kKeep, displayName, shortName, unresolved);
+    hr = ReadApplication(reader, *package, UnresolvedName::Keep, displayName, shortName, unresolved);
     if (Failed(hr)) break;
     (void)package->AddApplication(displayName.c_str(), shortName.c_str());  // traced by the package
   }
@@ -219,7 +219,7 @@ HRESULT CKELManifestReader::IsCanGetAppNameFromManifest(const char16_t* manifest
     if (hr != S_OK) break;
     WString displayName, shortName;
     bool unresolved = false;
-    hr = ReadApplication(reader, *package, UnresolvedName::kStop, displayName, shortName, unresolved);
+    hr = ReadApplication(reader, *package, UnresolvedName::Stop, displayName, shortName, unresolved);
     // A reference that did not resolve means the names cannot be had yet.
     if (Failed(hr) || unresolved) break;
   }
@@ -251,7 +251,8 @@ HRESULT CKELManifestReader::GetAppDisplayName(platform::Package* package, char16
   KEL_RETURN_IF_FAILED_TRACED(kName, GetAttributeValueByName(&reader, u"DisplayName", name));
   if (MoveToElementByName(&reader, u"Application") == S_OK) return TraceExit(kName, E_KEL_MULTIPLE_APPLICATIONS);
 
-  auto* buffer = static_cast<char16_t*>(Sys().LocalAlloc(platform::LMEM_ZEROINIT, kNameBufferCharacters * 2));
+  auto* buffer =
+      static_cast<char16_t*>(Sys().LocalAlloc(platform::LMEM_ZEROINIT, kNameBufferCharacters * sizeof(char16_t)));
   *displayName = buffer;
   if (buffer == nullptr) return TraceExit(kName, E_OUTOFMEMORY);
   LowerInPlace(name);

@@ -19,7 +19,7 @@ constexpr DWORD kFirstWaitMilliseconds = 1000;
 constexpr DWORD kFinalizeWaitMilliseconds = 20000;
 constexpr DWORD kMillisecondsPerMinute = 60000;
 
-CKELPackageManager g_PackageManager;
+CKELPackageManager g_packageManager;
 
 // What Initialize hands its thread: the manager and the start the thread
 // serves. The thread owns it.
@@ -73,7 +73,7 @@ bool StartMenuFolder(const char16_t* variable, WString& folder) {
 
 }  // namespace
 
-CKELPackageManager& ThePackageManager() { return g_PackageManager; }
+CKELPackageManager& ThePackageManager() { return g_packageManager; }
 
 CKELPackageManager::~CKELPackageManager() {
   // Kept open on purpose: closing them here, at unload, would pull the event
@@ -190,7 +190,7 @@ HRESULT CKELPackageManager::Initialize() {
     WriteDebugLog("CreateThread() failed. ErrCode = %d \r\n", Sys().GetLastError());
     result = E_FAIL;
   } else {
-    start.release();  // the thread owns it now
+    static_cast<void>(start.release());  // the thread owns it now
   }
   return TraceExit(kName, result);
 }

@@ -66,7 +66,7 @@ class CKELPackageManager {
   // A stop check between the steps of a refresh pass: WAIT_OBJECT_0 once the
   // calling thread's start was given up on (without asking the platform),
   // else the answer of a zero wait on the exit event the thread answers to.
-  DWORD PollExitEvent() const;
+  [[nodiscard]] DWORD PollExitEvent() const;
 
   CKELAppNameList m_AppNameList;
   // The current start's exit event (owned by m_Run) and thread handle.

@@ -73,6 +73,7 @@ TEST_F(KeyEmulate, EachEventIsSentAloneAndThenSlept) {
   CKELKeyEmulate::SendInput_Enter();
   const auto calls = fake->CallsNamed({"SendInput", "Sleep"});
   std::vector<std::string> names;
+  names.reserve(calls.size());
   for (const auto& c : calls) names.push_back(c.name);
   EXPECT_EQ(names, (std::vector<std::string>{"SendInput", "Sleep", "SendInput", "Sleep"}));
 }

@@ -45,8 +45,10 @@ TEST_F(CatalogueUnderLoad, ExportsReadWhileTheRefreshThreadRewritesTheCatalogue)
       if (Failed(KelIsInstalledW(u"Example.Mail_abc", &installed))) ++failures;
     }
   };
+  constexpr int kReaders = 3;
   std::vector<std::thread> readers;
-  for (int i = 0; i < 3; ++i) readers.emplace_back(reader);
+  readers.reserve(kReaders);
+  for (int i = 0; i < kReaders; ++i) readers.emplace_back(reader);
   for (auto& t : readers) t.join();
   KelFinalize();
   EXPECT_TRUE(fake->WaitForThreadsToFinish());
