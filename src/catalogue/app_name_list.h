@@ -56,8 +56,8 @@ class CKELAppNameList {
 
   // Records are reached through pointers that stay where they are while the
   // lists grow; a walk that lets go of the lock keeps its place by index.
-  const std::vector<std::unique_ptr<CKELPackage>>& Packages() const { return m_Packages; }
-  const std::vector<RecordRef<CKELDesktopApp>>& DesktopApps() const { return m_DesktopApps; }
+  [[nodiscard]] const std::vector<std::unique_ptr<CKELPackage>>& Packages() const { return m_Packages; }
+  [[nodiscard]] const std::vector<RecordRef<CKELDesktopApp>>& DesktopApps() const { return m_DesktopApps; }
 
  private:
   // The operations' bodies, for callers that already hold the lock.
@@ -74,7 +74,7 @@ class CKELAppNameList {
   [[nodiscard]] BOOL IsInDesktopAppListHeld(const char16_t* shortcutPath);
   void ReleaseRecordsHeld() noexcept;
   // Whether the calling thread is bound to records that are gone.
-  bool IsStaleForThisThreadHeld() const;
+  [[nodiscard]] bool IsStaleForThisThreadHeld() const;
 
   std::mutex m_Lock;
   // Counts the emptyings of the records; guarded by m_Lock.

@@ -100,7 +100,7 @@ HRESULT ReadApplication(xml::XmlReader& reader, const CKELPackage& package, Unre
 // The objects are released, and the apartment left, before this returns.
 [[nodiscard]] HRESULT AddApplicationsThroughApi(const char16_t* manifestPath, CKELPackage& package) {
   platform::ScopedComApartment apartment(platform::COINIT_APARTMENTTHREADED);
-  if (!apartment) return apartment.result();
+  if (!apartment) return apartment.Result();
   platform::ComPtr<platform::AppxManifestReader> manifest;
   platform::ComPtr<platform::AppxApplicationsEnumerator> applications;
   HRESULT hr = platform::RequireObject(Sys().CreateAppxManifestReader(manifestPath, manifest.put()), manifest);

@@ -116,10 +116,10 @@ class ScopedKernelHandle {
   ScopedKernelHandle(const ScopedKernelHandle&) = delete;
   ScopedKernelHandle& operator=(const ScopedKernelHandle&) = delete;
   ~ScopedKernelHandle() { Close(); }
-  HANDLE get() const { return handle_; }
-  bool valid() const { return handle_ != nullptr && handle_ != INVALID_HANDLE_VALUE; }
+  [[nodiscard]] HANDLE get() const { return handle_; }
+  [[nodiscard]] bool Valid() const { return handle_ != nullptr && handle_ != INVALID_HANDLE_VALUE; }
   void Close() {
-    if (valid()) ::CloseHandle(handle_);
+    if (Valid()) ::CloseHandle(handle_);
     handle_ = nullptr;
   }
 
@@ -260,7 +260,7 @@ HRESULT Win32Platform::ReplaceFileAtomically(const WCHAR* path, const std::strin
   WString temporary;
   HRESULT hr = S_OK;
   ScopedKernelHandle file(CreateTemporaryBeside(path, temporary, hr));
-  if (!file.valid()) return hr;
+  if (!file.Valid()) return hr;
   std::size_t written = 0;
   while (written < bytes.size()) {
     ::DWORD count = 0;

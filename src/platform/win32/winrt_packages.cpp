@@ -33,13 +33,13 @@ class RuntimeString {
     const UINT32 length = wide != nullptr ? static_cast<UINT32>(wcslen(wide)) : 0;
     return ::WindowsCreateString(wide, length, &value_);
   }
-  HSTRING get() const { return value_; }
+  [[nodiscard]] HSTRING get() const { return value_; }
   HSTRING* put() {
     if (value_ != nullptr) ::WindowsDeleteString(value_);
     value_ = nullptr;
     return &value_;
   }
-  WString Text() const {
+  [[nodiscard]] WString Text() const {
     UINT32 length = 0;
     const wchar_t* raw = ::WindowsGetStringRawBuffer(value_, &length);
     return WString(reinterpret_cast<const char16_t*>(raw), length);

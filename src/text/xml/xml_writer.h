@@ -41,7 +41,7 @@ class XmlWriter {
   [[nodiscard]] HRESULT Flush();
 
   // What was written so far (a start tag may still be open).
-  const std::string& Output() const { return output_; }
+  [[nodiscard]] const std::string& Output() const { return output_; }
   // Hands over what was written and starts afresh, ready for a new document.
   std::string TakeOutput();
 
@@ -60,11 +60,11 @@ class XmlWriter {
   void WritePendingDeclarations();
   void CloseStartTag();
   void NewLine(std::size_t depth);
-  const std::u16string* LookupPrefix(const std::u16string& prefix) const;
-  const std::u16string* LookupUri(const std::u16string& uri, bool allowDefault) const;
+  [[nodiscard]] const std::u16string* LookupPrefix(const std::u16string& prefix) const;
+  [[nodiscard]] const std::u16string* LookupUri(const std::u16string& uri, bool allowDefault) const;
   void WriteNamespaceDeclaration(const std::u16string& prefix, const std::u16string& uri);
   // Whether the open start tag already has an attribute of this name.
-  bool HasAttributeNamed(std::string_view name) const;
+  [[nodiscard]] bool HasAttributeNamed(std::string_view name) const;
   // Ends the attribute whose name stands at `nameAt` with its quoted value
   // and records the name; on failure the output goes back to `mark`.
   [[nodiscard]] HRESULT FinishAttribute(std::size_t mark, std::size_t nameAt, std::size_t nameLength, std::u16string_view value);
