@@ -48,7 +48,7 @@ class CountingPackage final : public platform::Package {
   void AddRef() override {}
   void Release() override {}
 
-  int Calls(Query query) const { return calls_[static_cast<int>(query)]; }
+  [[nodiscard]] int Calls(Query query) const { return calls_[static_cast<int>(query)]; }
 
   Query failing = Query::None;
   int failOn = 1;
