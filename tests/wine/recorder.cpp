@@ -16,7 +16,7 @@
 
 namespace {
 
-std::wstring recorderLogPath()
+std::wstring RecorderLogPath()
 {
     const wchar_t* name = L"KEL_RECORDER_LOG";
     DWORD size = GetEnvironmentVariableW(name, nullptr, 0);
@@ -30,7 +30,7 @@ std::wstring recorderLogPath()
     return value;
 }
 
-std::string toUtf8(const std::wstring& text)
+std::string ToUtf8(const std::wstring& text)
 {
     if (text.empty())
         return std::string();
@@ -45,7 +45,7 @@ std::string toUtf8(const std::wstring& text)
 
 // The first argument exactly as the shell handed it over (quotes removed by the
 // usual command-line rules), or an empty string when there is none.
-std::wstring firstArgument()
+std::wstring FirstArgument()
 {
     int count = 0;
     LPWSTR* args = CommandLineToArgvW(GetCommandLineW(), &count);
@@ -60,11 +60,11 @@ std::wstring firstArgument()
 
 int main()
 {
-    std::string line = toUtf8(firstArgument()) + "\n";
+    std::string line = ToUtf8(FirstArgument()) + "\n";
 
     // Append-only access makes every write land at the current end of the file,
     // even when two recorders write at once.
-    HANDLE file = CreateFileW(recorderLogPath().c_str(), FILE_APPEND_DATA,
+    HANDLE file = CreateFileW(RecorderLogPath().c_str(), FILE_APPEND_DATA,
                               FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                               OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE)

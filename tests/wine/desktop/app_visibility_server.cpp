@@ -31,7 +31,7 @@
 
 namespace {
 
-using wine_test::readControl;
+using wine_test::ReadControl;
 
 // {7E5FE3D9-985F-4908-91F9-EE19F9FD1514}
 const CLSID kClsidAppVisibility = {0x7E5FE3D9, 0x985F, 0x4908, {0x91, 0xF9, 0xEE, 0x19, 0xF9, 0xFD, 0x15, 0x14}};
@@ -77,10 +77,10 @@ public:
         info.cbSize = sizeof info;
         if (monitor == nullptr || !GetMonitorInfoW(monitor, &info))
             return E_INVALIDARG;
-        HRESULT forced = static_cast<HRESULT>(readControl(L"AppVisibilityResult", S_OK));
+        HRESULT forced = static_cast<HRESULT>(ReadControl(L"AppVisibilityResult", S_OK));
         if (forced != S_OK)
             return forced;
-        *mode = static_cast<MONITOR_APP_VISIBILITY>(readControl(L"AppVisibility", MAV_NO_APP_VISIBLE));
+        *mode = static_cast<MONITOR_APP_VISIBILITY>(ReadControl(L"AppVisibility", MAV_NO_APP_VISIBLE));
         return S_OK;
     }
 
@@ -88,10 +88,10 @@ public:
     {
         if (visible == nullptr)
             return E_POINTER;
-        HRESULT forced = static_cast<HRESULT>(readControl(L"LauncherResult", S_OK));
+        HRESULT forced = static_cast<HRESULT>(ReadControl(L"LauncherResult", S_OK));
         if (forced != S_OK)
             return forced;
-        *visible = readControl(L"LauncherVisible", 0) != 0 ? TRUE : FALSE;
+        *visible = ReadControl(L"LauncherVisible", 0) != 0 ? TRUE : FALSE;
         return S_OK;
     }
 
@@ -158,9 +158,9 @@ extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** o
     *object = nullptr;
     if (!IsEqualCLSID(clsid, kClsidAppVisibility))
         return CLASS_E_CLASSNOTAVAILABLE;
-    static std::atomic<bool> s_asked{false};
-    if (!s_asked.exchange(true))
-        Sleep(readControl(L"FirstCreationDelayMs", 0));
+    static std::atomic<bool> firstAsked{false};
+    if (!firstAsked.exchange(true))
+        Sleep(ReadControl(L"FirstCreationDelayMs", 0));
     return g_factory.QueryInterface(iid, object);
 }
 

@@ -48,8 +48,8 @@ namespace {
 using wine_test::kControlKey;
 using wine_test::kDesktopReadyEvent;
 using wine_test::kDesktopStopEvent;
-using wine_test::narrow;
-using wine_test::readControl;
+using wine_test::Narrow;
+using wine_test::ReadControl;
 
 const wchar_t kInstanceMutexName[] = L"KelbrookTestDesktop.Instance";
 const wchar_t kDefaultPaneClass[] = L"SearchPane";
@@ -64,7 +64,7 @@ const UINT kMsgWindowsKeyAlone = WM_APP + 1;
 // ---------------------------------------------------------------------------
 // The control values
 
-std::wstring readString(const wchar_t* name, const wchar_t* fallback)
+std::wstring ReadString(const wchar_t* name, const wchar_t* fallback)
 {
     wchar_t buffer[512];
     DWORD size = sizeof buffer;
@@ -74,7 +74,7 @@ std::wstring readString(const wchar_t* name, const wchar_t* fallback)
     return buffer;
 }
 
-void writeDword(const wchar_t* name, DWORD value)
+void WriteDword(const wchar_t* name, DWORD value)
 {
     HKEY key = nullptr;
     if (RegCreateKeyExW(HKEY_CURRENT_USER, kControlKey, 0, nullptr, 0, KEY_SET_VALUE, nullptr, &key, nullptr) !=
@@ -91,11 +91,11 @@ HANDLE g_events = INVALID_HANDLE_VALUE;
 
 // One line, written at once with a single WriteFile so that a reader polling
 // the file sees whole lines only.
-void record(const std::wstring& event)
+void Record(const std::wstring& event)
 {
     if (g_events == INVALID_HANDLE_VALUE)
         return;
-    std::string line = narrow(event) + "\n";
+    std::string line = Narrow(event) + "\n";
     DWORD written = 0;
     WriteFile(g_events, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
 }
@@ -107,14 +107,14 @@ DWORD g_mainThread = 0;
 bool g_windowsKeyDown = false;
 bool g_otherKeySinceWindowsKey = false;
 
-bool isWindowsKey(DWORD vk) { return vk == VK_LWIN || vk == VK_RWIN; }
+bool IsWindowsKey(DWORD vk) { return vk == VK_LWIN || vk == VK_RWIN; }
 
-LRESULT CALLBACK keyboardHook(int code, WPARAM wParam, LPARAM lParam)
+LRESULT CALLBACK KeyboardHook(int code, WPARAM wParam, LPARAM lParam)
 {
     if (code == HC_ACTION) {
         auto key = reinterpret_cast<const KBDLLHOOKSTRUCT*>(lParam);
         bool down = wParam == WM_KEYDOWN || wParam == WM_SYSKEYDOWN;
-        if (isWindowsKey(key->vkCode)) {
+        if (IsWindowsKey(key->vkCode)) {
             if (down && !g_windowsKeyDown) {
                 g_windowsKeyDown = true;
                 g_otherKeySinceWindowsKey = false;
@@ -140,7 +140,7 @@ std::wstring g_paneClass;  // the class g_pane was made with, as registered
 WNDPROC g_editProc = nullptr;
 bool g_inPaste = false;
 
-std::wstring windowText(HWND window)
+std::wstring WindowText(HWND window)
 {
     int length = GetWindowTextLengthW(window);
     std::wstring text(static_cast<size_t>(length) + 1, L'\0');
@@ -152,35 +152,35 @@ std::wstring windowText(HWND window)
 // Every event is recorded after the change it reports, so that a test that
 // has seen the event also sees the change.
 
-void hidePane()
+void HidePane()
 {
     ShowWindow(g_pane, SW_HIDE);
     // The search result takes the screen: the Start screen is gone as well.
-    writeDword(L"LauncherVisible", 0);
-    record(L"pane hidden");
+    WriteDword(L"LauncherVisible", 0);
+    Record(L"pane hidden");
 }
 
 // Enter submits the edit box's text. The pane then hides, unless it is to
 // stay in front, in which case the text is selected so that the next paste
 // replaces it.
-void submit()
+void Submit()
 {
-    std::wstring text = windowText(g_edit);
-    DWORD stays = readControl(L"PaneStaysInFront", 0);
+    std::wstring text = WindowText(g_edit);
+    DWORD stays = ReadControl(L"PaneStaysInFront", 0);
     if (stays == 0) {
-        record(L"submit " + text);
-        hidePane();
+        Record(L"submit " + text);
+        HidePane();
         return;
     }
     if (stays != kStayForever)
-        writeDword(L"PaneStaysInFront", stays - 1);
+        WriteDword(L"PaneStaysInFront", stays - 1);
     SendMessageW(g_edit, EM_SETSEL, 0, -1);
-    record(L"submit " + text);
+    Record(L"submit " + text);
 }
 
 // Runs a paste gesture through the edit box and records the text it
 // inserted: from where the selection started to where the caret ends up.
-LRESULT paste(HWND edit, UINT message, WPARAM wParam, LPARAM lParam)
+LRESULT Paste(HWND edit, UINT message, WPARAM wParam, LPARAM lParam)
 {
     if (g_inPaste)  // the edit box may turn one gesture into another
         return CallWindowProcW(g_editProc, edit, message, wParam, lParam);
@@ -190,41 +190,41 @@ LRESULT paste(HWND edit, UINT message, WPARAM wParam, LPARAM lParam)
     LRESULT result = CallWindowProcW(g_editProc, edit, message, wParam, lParam);
     DWORD caret = 0;
     SendMessageW(edit, EM_GETSEL, 0, reinterpret_cast<LPARAM>(&caret));
-    std::wstring text = windowText(edit);
+    std::wstring text = WindowText(edit);
     std::wstring inserted;
     if (start <= caret && caret <= text.size())
         inserted = text.substr(start, caret - start);
-    record(L"paste " + inserted);
+    Record(L"paste " + inserted);
     g_inPaste = false;
     return result;
 }
 
-LRESULT CALLBACK editProc(HWND edit, UINT message, WPARAM wParam, LPARAM lParam)
+LRESULT CALLBACK EditProc(HWND edit, UINT message, WPARAM wParam, LPARAM lParam)
 {
     switch (message) {
     case WM_KEYDOWN:
         if (wParam == VK_RETURN) {
-            submit();
+            Submit();
             return 0;
         }
         if (wParam == VK_INSERT && (GetKeyState(VK_SHIFT) & 0x8000) != 0)
-            return paste(edit, message, wParam, lParam);
+            return Paste(edit, message, wParam, lParam);
         break;
     case WM_CHAR:
         if (wParam == L'\r')  // taken at WM_KEYDOWN; a single-line edit box would only beep
             return 0;
         if (wParam == 0x16)  // Ctrl+V
-            return paste(edit, message, wParam, lParam);
+            return Paste(edit, message, wParam, lParam);
         break;
     case WM_PASTE:
-        return paste(edit, message, wParam, lParam);
+        return Paste(edit, message, wParam, lParam);
     default:
         break;
     }
     return CallWindowProcW(g_editProc, edit, message, wParam, lParam);
 }
 
-LRESULT CALLBACK paneProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
+LRESULT CALLBACK PaneProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
 {
     switch (message) {
     case WM_ACTIVATE:
@@ -240,7 +240,7 @@ LRESULT CALLBACK paneProc(HWND window, UINT message, WPARAM wParam, LPARAM lPara
     }
 }
 
-void destroyPane()
+void DestroyPane()
 {
     if (g_pane == nullptr)
         return;
@@ -252,17 +252,17 @@ void destroyPane()
     g_paneClass.clear();
 }
 
-bool createPane(const std::wstring& className)
+bool CreatePane(const std::wstring& className)
 {
     WNDCLASSEXW windowClass = {};
     windowClass.cbSize = sizeof windowClass;
-    windowClass.lpfnWndProc = paneProc;
+    windowClass.lpfnWndProc = PaneProc;
     windowClass.hInstance = g_instance;
     windowClass.hCursor = LoadCursorW(nullptr, IDC_ARROW);
     windowClass.hbrBackground = reinterpret_cast<HBRUSH>(COLOR_WINDOW + 1);
     windowClass.lpszClassName = className.c_str();
     if (RegisterClassExW(&windowClass) == 0) {
-        record(L"error RegisterClassExW(" + className + L") failed with " + std::to_wstring(GetLastError()));
+        Record(L"error RegisterClassExW(" + className + L") failed with " + std::to_wstring(GetLastError()));
         return false;
     }
     // Wide enough for a query with a few exclusions to show whole (on the
@@ -270,7 +270,7 @@ bool createPane(const std::wstring& className)
     g_pane = CreateWindowExW(WS_EX_TOPMOST, className.c_str(), L"Search", WS_POPUP | WS_CAPTION | WS_BORDER, 40,
                              40, 940, 120, nullptr, nullptr, g_instance, nullptr);
     if (g_pane == nullptr) {
-        record(L"error CreateWindowExW(" + className + L") failed with " + std::to_wstring(GetLastError()));
+        Record(L"error CreateWindowExW(" + className + L") failed with " + std::to_wstring(GetLastError()));
         UnregisterClassW(className.c_str(), g_instance);
         return false;
     }
@@ -278,29 +278,29 @@ bool createPane(const std::wstring& className)
     g_edit = CreateWindowExW(0, L"EDIT", L"", WS_CHILD | WS_VISIBLE | WS_BORDER | ES_AUTOHSCROLL, 10, 10, 910, 28,
                              g_pane, reinterpret_cast<HMENU>(static_cast<INT_PTR>(kEditId)), g_instance, nullptr);
     if (g_edit == nullptr) {
-        record(L"error CreateWindowExW(EDIT) failed with " + std::to_wstring(GetLastError()));
-        destroyPane();
+        Record(L"error CreateWindowExW(EDIT) failed with " + std::to_wstring(GetLastError()));
+        DestroyPane();
         return false;
     }
     g_editProc = reinterpret_cast<WNDPROC>(
-        SetWindowLongPtrW(g_edit, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(editProc)));
+        SetWindowLongPtrW(g_edit, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(EditProc)));
     return true;
 }
 
 // Windows+Q: the pane comes up in front with an empty edit box that has the
 // keyboard; if it is already up it is only brought to the front again.
-void showPane()
+void ShowPane()
 {
-    if (readControl(L"PaneAppears", 1) == 0) {
-        record(L"pane not shown");
+    if (ReadControl(L"PaneAppears", 1) == 0) {
+        Record(L"pane not shown");
         return;
     }
-    std::wstring className = readString(L"PaneClass", kDefaultPaneClass);
+    std::wstring className = ReadString(L"PaneClass", kDefaultPaneClass);
     if (className.empty())
         className = kDefaultPaneClass;
     if (g_pane != nullptr && g_paneClass != className)
-        destroyPane();
-    if (g_pane == nullptr && !createPane(className))
+        DestroyPane();
+    if (g_pane == nullptr && !CreatePane(className))
         return;
     if (!IsWindowVisible(g_pane))
         SetWindowTextW(g_edit, L"");
@@ -308,7 +308,7 @@ void showPane()
     SetForegroundWindow(g_pane);
     SetActiveWindow(g_pane);
     SetFocus(g_edit);
-    record(L"pane shown " + className);
+    Record(L"pane shown " + className);
 }
 
 // ---------------------------------------------------------------------------
@@ -319,7 +319,7 @@ struct Options {
     std::wstring eventsPath;
 };
 
-bool parseOptions(Options& options)
+bool ParseOptions(Options& options)
 {
     int argc = 0;
     LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
@@ -339,7 +339,7 @@ bool parseOptions(Options& options)
     return ok && !(options.stop && !options.eventsPath.empty());
 }
 
-int stopRunningDesktop()
+int StopRunningDesktop()
 {
     HANDLE instance = OpenMutexW(SYNCHRONIZE, FALSE, kInstanceMutexName);
     HANDLE stop = OpenEventW(EVENT_MODIFY_STATE, FALSE, kDesktopStopEvent);
@@ -360,7 +360,7 @@ int stopRunningDesktop()
     return waited == WAIT_TIMEOUT ? 6 : 0;
 }
 
-int run(const Options& options)
+int Run(const Options& options)
 {
     HANDLE instance = CreateMutexW(nullptr, TRUE, kInstanceMutexName);
     if (instance == nullptr || GetLastError() == ERROR_ALREADY_EXISTS) {
@@ -392,18 +392,18 @@ int run(const Options& options)
     HHOOK hook = nullptr;
     bool hotKey = false;
     if (stop == nullptr || ready == nullptr) {
-        record(L"error CreateEventW failed with " + std::to_wstring(GetLastError()));
+        Record(L"error CreateEventW failed with " + std::to_wstring(GetLastError()));
         exitCode = 4;
     } else if (!(hotKey = RegisterHotKey(nullptr, kHotKeyWinQ, MOD_WIN, 'Q'))) {
-        record(L"error RegisterHotKey(MOD_WIN, Q) failed with " + std::to_wstring(GetLastError()));
+        Record(L"error RegisterHotKey(MOD_WIN, Q) failed with " + std::to_wstring(GetLastError()));
         exitCode = 4;
-    } else if ((hook = SetWindowsHookExW(WH_KEYBOARD_LL, keyboardHook, g_instance, 0)) == nullptr) {
-        record(L"error SetWindowsHookExW(WH_KEYBOARD_LL) failed with " + std::to_wstring(GetLastError()));
+    } else if ((hook = SetWindowsHookExW(WH_KEYBOARD_LL, KeyboardHook, g_instance, 0)) == nullptr) {
+        Record(L"error SetWindowsHookExW(WH_KEYBOARD_LL) failed with " + std::to_wstring(GetLastError()));
         exitCode = 4;
     } else {
         // A stop request left over from an earlier desktop does not count.
         ResetEvent(stop);
-        record(L"ready");
+        Record(L"ready");
         SetEvent(ready);
 
         bool running = true;
@@ -417,13 +417,13 @@ int run(const Options& options)
                     break;
                 }
                 if (message.hwnd == nullptr && message.message == WM_HOTKEY && message.wParam == kHotKeyWinQ) {
-                    record(L"hotkey win+q");
-                    showPane();
+                    Record(L"hotkey win+q");
+                    ShowPane();
                     continue;
                 }
                 if (message.hwnd == nullptr && message.message == kMsgWindowsKeyAlone) {
-                    writeDword(L"LauncherVisible", 1);
-                    record(L"launcher shown");
+                    WriteDword(L"LauncherVisible", 1);
+                    Record(L"launcher shown");
                     continue;
                 }
                 TranslateMessage(&message);
@@ -431,10 +431,10 @@ int run(const Options& options)
             }
         }
         ResetEvent(ready);
-        record(L"stopped");
+        Record(L"stopped");
     }
 
-    destroyPane();
+    DestroyPane();
     if (hook != nullptr)
         UnhookWindowsHookEx(hook);
     if (hotKey)
@@ -455,7 +455,7 @@ int run(const Options& options)
 int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int)
 {
     Options options;
-    if (!parseOptions(options))
+    if (!ParseOptions(options))
         return 2;
-    return options.stop ? stopRunningDesktop() : run(options);
+    return options.stop ? StopRunningDesktop() : Run(options);
 }
