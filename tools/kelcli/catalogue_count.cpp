@@ -14,7 +14,7 @@ using kel::xml::XmlReader;
 
 // Element names are matched by length and then without regard to case, as
 // the loader matches them.
-bool nameIs(const XmlReader& reader, std::u16string_view expected) {
+bool NameIs(const XmlReader& reader, std::u16string_view expected) {
     const char16_t* name = nullptr;
     UINT length = 0;
     if (kel::Failed(reader.GetLocalName(&name, &length)) || name == nullptr || length != expected.size()) return false;
@@ -25,7 +25,7 @@ bool nameIs(const XmlReader& reader, std::u16string_view expected) {
     return true;
 }
 
-UINT depthOf(const XmlReader& reader) {
+UINT DepthOf(const XmlReader& reader) {
     UINT depth = 0;
     (void)reader.GetDepth(&depth);  // a reader on a node always has its depth
     return depth;
@@ -37,12 +37,12 @@ UINT depthOf(const XmlReader& reader) {
 // the current node for the outer scan. `child` is called on every element
 // inside. Returns the status of the last advance.
 template <typename Child>
-HRESULT readChildren(XmlReader& reader, Child child) {
-    const UINT depth = depthOf(reader);
+HRESULT ReadChildren(XmlReader& reader, Child child) {
+    const UINT depth = DepthOf(reader);
     HRESULT hr;
     XmlNodeType type = kel::xml::XmlNodeType_None;
     while ((hr = reader.Read(&type)) == kel::S_OK) {
-        const UINT at = depthOf(reader);
+        const UINT at = DepthOf(reader);
         if (type == kel::xml::XmlNodeType_Element) {
             if (at <= depth) break;
             child();
@@ -55,10 +55,10 @@ HRESULT readChildren(XmlReader& reader, Child child) {
 
 // The value of the attribute `name` of the element the reader stands on, or
 // empty; the reader is left on the element.
-std::u16string attribute(XmlReader& reader, std::u16string_view name) {
+std::u16string Attribute(XmlReader& reader, std::u16string_view name) {
     std::u16string value;
     for (HRESULT hr = reader.MoveToFirstAttribute(); hr == kel::S_OK; hr = reader.MoveToNextAttribute()) {
-        if (!nameIs(reader, name)) continue;
+        if (!NameIs(reader, name)) continue;
         const char16_t* text = nullptr;
         UINT length = 0;
         if (kel::Succeeded(reader.GetValue(&text, &length)) && text != nullptr) value.assign(text, length);
@@ -70,7 +70,7 @@ std::u16string attribute(XmlReader& reader, std::u16string_view name) {
 
 }  // namespace
 
-CatalogueCount countCatalogue(std::string_view bytes) {
+CatalogueCount CountCatalogue(std::string_view bytes) {
     CatalogueCount count;
     XmlReader reader;
     HRESULT status = reader.SetInput(bytes);
@@ -78,21 +78,21 @@ CatalogueCount countCatalogue(std::string_view bytes) {
         XmlNodeType type = kel::xml::XmlNodeType_None;
         status = reader.GetNodeType(&type);
         if (status != kel::S_OK) break;
-        if (type == kel::xml::XmlNodeType_Element && nameIs(reader, u"Package")) {
-            std::u16string familyName = attribute(reader, u"PackageFamilyName");
+        if (type == kel::xml::XmlNodeType_Element && NameIs(reader, u"Package")) {
+            std::u16string familyName = Attribute(reader, u"PackageFamilyName");
             unsigned apps = 0;
             // A package whose children end in a reader error is dropped.
-            if (kel::Succeeded(readChildren(reader, [&] {
-                    if (nameIs(reader, u"MetroApp")) ++apps;
+            if (kel::Succeeded(ReadChildren(reader, [&] {
+                    if (NameIs(reader, u"MetroApp")) ++apps;
                 }))) {
                 ++count.packages;
                 if (apps == 1 && count.singleAppPackage.empty()) count.singleAppPackage = familyName;
             }
             continue;
         }
-        if (type == kel::xml::XmlNodeType_Element && nameIs(reader, u"DesktopApps")) {
-            readChildren(reader, [&] {
-                if (nameIs(reader, u"DesktopApp")) ++count.desktopApps;
+        if (type == kel::xml::XmlNodeType_Element && NameIs(reader, u"DesktopApps")) {
+            ReadChildren(reader, [&] {
+                if (NameIs(reader, u"DesktopApp")) ++count.desktopApps;
             });
             continue;
         }

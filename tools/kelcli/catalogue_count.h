@@ -25,6 +25,6 @@ struct CatalogueCount {
 
 // `bytes` is the whole file as read from disk, in any encoding the library
 // reads (UTF-8, UTF-16, Shift JIS).
-CatalogueCount countCatalogue(std::string_view bytes);
+CatalogueCount CountCatalogue(std::string_view bytes);
 
 }  // namespace kelcli

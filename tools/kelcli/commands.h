@@ -26,21 +26,21 @@ class Arguments {
 public:
     Arguments(LPWSTR* argv, int argc) : argv_(argv), argc_(argc) {}
 
-    bool done() const { return next_ >= argc_; }
-    std::wstring peek() const { return done() ? std::wstring() : argv_[next_]; }
+    [[nodiscard]] bool Done() const { return next_ >= argc_; }
+    [[nodiscard]] std::wstring Peek() const { return Done() ? std::wstring() : argv_[next_]; }
 
-    std::wstring take(const wchar_t* command, const wchar_t* what)
+    std::wstring Take(const wchar_t* command, const wchar_t* what)
     {
-        if (done())
+        if (Done())
             throw UsageError{std::wstring(command) + L": missing " + what};
         return argv_[next_++];
     }
 
     // A 32-bit number, decimal or 0x hexadecimal, negative values allowed so
     // that out-of-range modes such as -1 can be tried.
-    unsigned long takeNumber(const wchar_t* command, const wchar_t* what)
+    unsigned long TakeNumber(const wchar_t* command, const wchar_t* what)
     {
-        std::wstring text = take(command, what);
+        std::wstring text = Take(command, what);
         size_t at = 0;
         bool negative = text.compare(0, 1, L"-") == 0;
         if (negative)
@@ -72,12 +72,12 @@ private:
 };
 
 // The next command and its arguments, as a call; throws UsageError.
-Call parseCommand(Arguments& args);
+Call ParseCommand(Arguments& args);
 
 // One line per command with its arguments.
-std::wstring usage();
+std::wstring Usage();
 
 // Every command with what it calls and does, for --help.
-std::wstring help();
+std::wstring Help();
 
 }  // namespace kelcli

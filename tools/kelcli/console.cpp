@@ -8,7 +8,7 @@ namespace kelcli {
 namespace {
 
 // Wide text on a console, UTF-8 anywhere else (a pipe, a file).
-void writeTo(DWORD which, const std::wstring& text)
+void WriteTo(DWORD which, const std::wstring& text)
 {
     HANDLE out = GetStdHandle(which);
     if (out == nullptr || out == INVALID_HANDLE_VALUE)
@@ -30,29 +30,29 @@ void writeTo(DWORD which, const std::wstring& text)
 
 }  // namespace
 
-void write(const std::wstring& text)
+void Write(const std::wstring& text)
 {
-    writeTo(STD_OUTPUT_HANDLE, text);
+    WriteTo(STD_OUTPUT_HANDLE, text);
 }
 
-void writeError(const std::wstring& text)
+void WriteError(const std::wstring& text)
 {
-    writeTo(STD_ERROR_HANDLE, text);
+    WriteTo(STD_ERROR_HANDLE, text);
 }
 
-std::wstring widen(const char* text)
+std::wstring Widen(const char* text)
 {
     return std::wstring(text, text + strlen(text));
 }
 
-std::wstring hex(HRESULT value)
+std::wstring Hex(HRESULT value)
 {
     wchar_t buffer[16];
     swprintf(buffer, 16, L"0x%08lX", static_cast<unsigned long>(value));
     return buffer;
 }
 
-const wchar_t* resultName(HRESULT value)
+const wchar_t* ResultName(HRESULT value)
 {
     switch (static_cast<unsigned long>(value)) {
     case 0x00000000UL: return L"S_OK";
@@ -70,14 +70,14 @@ const wchar_t* resultName(HRESULT value)
 }
 
 // A label and its value, the values lined up in one column.
-void line(const std::wstring& label, const std::wstring& value)
+void Line(const std::wstring& label, const std::wstring& value)
 {
     std::wstring text = label + L":";
     if (text.size() < 25)
         text.resize(25, L' ');
     else
         text += L' ';
-    write(text + value + L"\n");
+    Write(text + value + L"\n");
 }
 
 }  // namespace kelcli

@@ -5,7 +5,7 @@
 
 namespace kelcli {
 
-bool environmentVariable(const wchar_t* name, std::wstring& value)
+bool EnvironmentVariable(const wchar_t* name, std::wstring& value)
 {
     DWORD size = GetEnvironmentVariableW(name, nullptr, 0);
     if (size == 0)
@@ -18,7 +18,7 @@ bool environmentVariable(const wchar_t* name, std::wstring& value)
     return true;
 }
 
-std::wstring moduleFileName(HMODULE module)
+std::wstring ModuleFileName(HMODULE module)
 {
     std::wstring path(MAX_PATH, L'\0');
     for (;;) {
@@ -35,12 +35,12 @@ std::wstring moduleFileName(HMODULE module)
 
 // The library builds its paths in buffers of MAX_PATH characters and skips
 // a path that does not fit, terminator included.
-bool fitsThePathBuffer(const std::wstring& path)
+bool FitsThePathBuffer(const std::wstring& path)
 {
     return path.size() + 1 <= MAX_PATH;
 }
 
-std::wstring fileVersion(const std::wstring& path)
+std::wstring FileVersion(const std::wstring& path)
 {
     DWORD ignored = 0;
     DWORD size = GetFileVersionInfoSizeW(path.c_str(), &ignored);
@@ -59,7 +59,7 @@ std::wstring fileVersion(const std::wstring& path)
 }
 
 // The machine field of the loaded image's own PE header.
-std::wstring architecture(HMODULE module)
+std::wstring Architecture(HMODULE module)
 {
     const auto* base = reinterpret_cast<const unsigned char*>(module);
     const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
@@ -73,13 +73,13 @@ std::wstring architecture(HMODULE module)
     case IMAGE_FILE_MACHINE_I386: return L"x86";
     case IMAGE_FILE_MACHINE_AMD64: return L"x64";
     case 0xAA64: return L"arm64";
-    default: return L"(machine " + hex(nt->FileHeader.Machine) + L")";
+    default: return L"(machine " + Hex(nt->FileHeader.Machine) + L")";
     }
 }
 
 // Windows tells a process the version its manifest declares support for, at
 // most; GetVersionExW answers with that same version.
-std::wstring reportedWindowsVersion()
+std::wstring ReportedWindowsVersion()
 {
     OSVERSIONINFOW info = {};
     info.dwOSVersionInfoSize = sizeof(info);
@@ -96,7 +96,7 @@ std::wstring reportedWindowsVersion()
 // The library's own test, made the same way: the condition mask names the
 // major and the minor version but the type mask only the minor one, so 6.3
 // passes while 6.2 and 10.0 do not.
-bool libraryVersionTestPasses()
+bool LibraryVersionTestPasses()
 {
     OSVERSIONINFOEXW info = {};
     info.dwOSVersionInfoSize = sizeof(info);
@@ -109,7 +109,7 @@ bool libraryVersionTestPasses()
 
 // Whether this executable's embedded manifest lists Windows 8.1 among the
 // systems it supports.
-bool manifestDeclaresWindows81()
+bool ManifestDeclaresWindows81()
 {
     HRSRC resource = FindResourceW(nullptr, MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(24));  // RT_MANIFEST
     if (resource == nullptr)
@@ -127,7 +127,7 @@ bool manifestDeclaresWindows81()
 
 namespace {
 
-SettingInEffect readSetting(HKEY key, LONG opened, const Setting& setting)
+SettingInEffect ReadSetting(HKEY key, LONG opened, const Setting& setting)
 {
     SettingInEffect result;
     DWORD type = 0;
@@ -157,20 +157,20 @@ SettingInEffect readSetting(HKEY key, LONG opened, const Setting& setting)
 }  // namespace
 
 // Every setting, in the order of kSettings.
-std::vector<SettingInEffect> settingsInEffect()
+std::vector<SettingInEffect> SettingsInEffect()
 {
     std::vector<SettingInEffect> settings;
     HKEY key = nullptr;
     LONG opened = RegOpenKeyExW(HKEY_CURRENT_USER, kSettingsKey, 0, KEY_READ, &key);
     for (const Setting& setting : kSettings)
-        settings.push_back(readSetting(key, opened, setting));
+        settings.push_back(ReadSetting(key, opened, setting));
     if (key != nullptr)
         RegCloseKey(key);
     return settings;
 }
 
 // The whole file, or false with the Windows error code.
-bool readWholeFile(const std::wstring& path, std::string& bytes, DWORD& error)
+bool ReadWholeFile(const std::wstring& path, std::string& bytes, DWORD& error)
 {
     HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                               nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
@@ -200,16 +200,16 @@ bool readWholeFile(const std::wstring& path, std::string& bytes, DWORD& error)
 }
 
 // "N packages, M desktop apps" of a catalogue file, or why there is none.
-std::wstring catalogueContents(const std::wstring& path)
+std::wstring CatalogueContents(const std::wstring& path)
 {
     std::string bytes;
     DWORD error = 0;
-    if (!readWholeFile(path, bytes, error)) {
+    if (!ReadWholeFile(path, bytes, error)) {
         if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)
             return L"(not present)";
         return L"(cannot be read, error " + std::to_wstring(error) + L")";
     }
-    kelcli::CatalogueCount count = kelcli::countCatalogue(bytes);
+    kelcli::CatalogueCount count = kelcli::CountCatalogue(bytes);
     std::wstring text = std::to_wstring(count.packages) + (count.packages == 1 ? L" package, " : L" packages, ") +
                         std::to_wstring(count.desktopApps) + (count.desktopApps == 1 ? L" desktop app" : L" desktop apps");
     // The library's own files end without closing their root element; a
@@ -217,30 +217,30 @@ std::wstring catalogueContents(const std::wstring& path)
     // far as the error.
     const HRESULT inputEnd = static_cast<HRESULT>(0xC00CEE01UL);
     if (count.endStatus != inputEnd && count.endStatus != S_FALSE)
-        text += L" (reading stopped early: " + hex(count.endStatus) + L")";
+        text += L" (reading stopped early: " + Hex(count.endStatus) + L")";
     return text;
 }
 
-LibraryFiles libraryFiles()
+LibraryFiles FindLibraryFiles()
 {
     LibraryFiles files;
     std::wstring localAppData;
-    bool haveLocalAppData = environmentVariable(L"LOCALAPPDATA", localAppData);
+    bool haveLocalAppData = EnvironmentVariable(L"LOCALAPPDATA", localAppData);
     if (!haveLocalAppData)
         localAppData.clear();
 
     std::wstring log = localAppData + L"\\Osk\\Kelbrook\\KelbrookLogFS.txt";
-    if (!fitsThePathBuffer(localAppData) || !fitsThePathBuffer(log))
+    if (!FitsThePathBuffer(localAppData) || !FitsThePathBuffer(log))
         files.logWhyNone = kTooLong;
     else
         files.log = log;
 
-    const std::wstring host = moduleFileName(nullptr);
+    const std::wstring host = ModuleFileName(nullptr);
     // The data folder is named after the host executable: its file name up
     // to the first dot, under %LOCALAPPDATA%\Osk\Kelbrook.
     if (!haveLocalAppData) {
         files.folderWhyNone = L"(none: LOCALAPPDATA is not set)";
-    } else if (!fitsThePathBuffer(localAppData)) {
+    } else if (!FitsThePathBuffer(localAppData)) {
         files.folderWhyNone = L"(none: LOCALAPPDATA is longer than 259 characters)";
     } else {
         if (!localAppData.empty() && localAppData.back() == L'\\')
@@ -251,7 +251,7 @@ LibraryFiles libraryFiles()
         if (dot != std::wstring::npos)
             suffix.resize(dot);
         std::wstring folder = localAppData + L"\\Osk\\Kelbrook" + suffix;
-        if (!fitsThePathBuffer(folder)) {
+        if (!FitsThePathBuffer(folder)) {
             files.folderWhyNone = kTooLong;
         } else {
             files.folder = folder;
@@ -266,7 +266,7 @@ LibraryFiles libraryFiles()
         files.presetWhyNone = L"(none: the host's path has no folder)";
     } else {
         std::wstring preset = host.substr(0, slash) + L"\\PresetAppNameList.xml";
-        if (!fitsThePathBuffer(preset))
+        if (!FitsThePathBuffer(preset))
             files.presetWhyNone = kTooLong;
         else
             files.preset = preset;
@@ -274,7 +274,7 @@ LibraryFiles libraryFiles()
     return files;
 }
 
-bool directoryExists(const std::wstring& path)
+bool DirectoryExists(const std::wstring& path)
 {
     DWORD attributes = GetFileAttributesW(path.c_str());
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;

@@ -36,12 +36,12 @@ int main()
     int argc = 0;
     LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
     if (argv == nullptr || argc < 2) {
-        writeError(usage());
+        WriteError(Usage());
         return 2;
     }
     std::wstring first = argv[1];
     if (first == L"-h" || first == L"--help" || first == L"/?") {
-        write(help());
+        Write(Help());
         return 0;
     }
 
@@ -56,35 +56,35 @@ int main()
             } else if (option == L"--url" && i + 1 < argc) {
                 options.url = argv[++i];
             } else {
-                writeError(L"kelcli: selftest: unknown option \"" + option + L"\"\n\n" + usage());
+                WriteError(L"kelcli: selftest: unknown option \"" + option + L"\"\n\n" + Usage());
                 return 2;
             }
         }
         LocalFree(argv);
         if (!options.url.empty() && !options.intrusive) {
-            writeError(L"kelcli: selftest: --url is for the protocol launch, which only --intrusive makes\n\n" +
-                       usage());
+            WriteError(L"kelcli: selftest: --url is for the protocol launch, which only --intrusive makes\n\n" +
+                       Usage());
             return 2;
         }
-        return runSelfTest(options);
+        return RunSelfTest(options);
     }
 
     // Every sub-command is checked before the first call is made.
     std::vector<Call> calls;
     try {
         Arguments args(argv, argc);
-        while (!args.done())
-            calls.push_back(parseCommand(args));
+        while (!args.Done())
+            calls.push_back(ParseCommand(args));
     } catch (const UsageError& error) {
-        writeError(L"kelcli: " + error.message + L"\n\n" + usage());
+        WriteError(L"kelcli: " + error.message + L"\n\n" + Usage());
         return 2;
     }
     LocalFree(argv);
 
     Library library;
     std::wstring error;
-    if (!library.load(error)) {
-        writeError(error);
+    if (!library.Load(error)) {
+        WriteError(error);
         return 1;
     }
     bool allSucceeded = true;

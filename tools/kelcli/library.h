@@ -12,9 +12,9 @@ namespace kelcli {
 
 class Library {
 public:
-    bool load(std::wstring& error)
+    bool Load(std::wstring& error)
     {
-        std::wstring path = dllPath();
+        std::wstring path = DllPath();
         wchar_t full[MAX_PATH];
         DWORD length = GetFullPathNameW(path.c_str(), MAX_PATH, full, nullptr);
         if (length > 0 && length < MAX_PATH)
@@ -33,14 +33,14 @@ public:
     {
         FARPROC address = GetProcAddress(module_, name);
         if (address == nullptr)
-            write(widen(name) + L" -> not exported\n");
+            Write(Widen(name) + L" -> not exported\n");
         return reinterpret_cast<Function>(reinterpret_cast<void*>(address));
     }
 
-    HMODULE module() const { return module_; }
+    [[nodiscard]] HMODULE Module() const { return module_; }
 
 private:
-    static std::wstring dllPath()
+    static std::wstring DllPath()
     {
         DWORD size = GetEnvironmentVariableW(L"KELBROOK_DLL", nullptr, 0);
         if (size > 1) {

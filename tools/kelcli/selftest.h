@@ -29,19 +29,19 @@ struct CheckLine {
 class SelfTest {
 public:
     // Prints the line at once, so that an operator watching sees progress.
-    void add(const wchar_t* status, const std::wstring& name, const std::wstring& expected, const std::wstring& seen,
+    void Add(const wchar_t* status, const std::wstring& name, const std::wstring& expected, const std::wstring& seen,
              ULONGLONG milliseconds)
     {
         checks_.push_back({status, name, expected, seen, milliseconds});
-        write(format(checks_.back()) + L"\n");
+        Write(Format(checks_.back()) + L"\n");
     }
-    void check(bool passed, const std::wstring& name, const std::wstring& expected, const std::wstring& seen,
+    void Check(bool passed, const std::wstring& name, const std::wstring& expected, const std::wstring& seen,
                ULONGLONG milliseconds)
     {
-        add(passed ? L"PASS" : L"FAIL", name, expected, seen, milliseconds);
+        Add(passed ? L"PASS" : L"FAIL", name, expected, seen, milliseconds);
     }
 
-    static std::wstring format(const CheckLine& check)
+    static std::wstring Format(const CheckLine& check)
     {
         std::wstring name = check.name;
         if (name.size() < 34)
@@ -50,8 +50,8 @@ public:
                L" (" + std::to_wstring(check.milliseconds) + L" ms)";
     }
 
-    const std::vector<CheckLine>& checks() const { return checks_; }
-    unsigned count(const wchar_t* status) const
+    [[nodiscard]] const std::vector<CheckLine>& Checks() const { return checks_; }
+    unsigned Count(const wchar_t* status) const
     {
         unsigned n = 0;
         for (const CheckLine& check : checks_)
@@ -64,17 +64,17 @@ private:
 };
 
 // Milliseconds since `start`.
-inline ULONGLONG since(ULONGLONG start)
+inline ULONGLONG Since(ULONGLONG start)
 {
     return GetTickCount64() - start;
 }
 
-inline const wchar_t* ownArchitecture()
+inline const wchar_t* OwnArchitecture()
 {
     return sizeof(void*) == 8 ? L"x64" : L"x86";
 }
 
 // Runs every check in order and answers the exit code: 0 when none failed.
-int runSelfTest(const SelfTestOptions& options);
+int RunSelfTest(const SelfTestOptions& options);
 
 }  // namespace kelcli

@@ -6,7 +6,7 @@
 
 namespace kelcli {
 
-std::string toUtf8(const std::wstring& text)
+std::string ToUtf8(const std::wstring& text)
 {
     if (text.empty())
         return std::string();
@@ -21,7 +21,7 @@ std::string toUtf8(const std::wstring& text)
 
 // The log's bytes as text: UTF-16 with its byte order mark, else UTF-8 when
 // they are valid UTF-8, else the ANSI code page.
-std::wstring decodeLog(const std::string& bytes)
+std::wstring DecodeLog(const std::string& bytes)
 {
     if (bytes.size() >= 2 && static_cast<unsigned char>(bytes[0]) == 0xFF &&
         static_cast<unsigned char>(bytes[1]) == 0xFE) {
@@ -42,7 +42,7 @@ std::wstring decodeLog(const std::string& bytes)
 }
 
 // Every occurrence of `from` (ignoring case) replaced by `to`.
-std::wstring replaceAll(const std::wstring& text, const std::wstring& from, const std::wstring& to)
+std::wstring ReplaceAll(const std::wstring& text, const std::wstring& from, const std::wstring& to)
 {
     if (from.empty())
         return text;
@@ -61,15 +61,15 @@ std::wstring replaceAll(const std::wstring& text, const std::wstring& from, cons
 
 // A report names no user: the profile folder, which carries the account
 // name, is written as %USERPROFILE%. The SID stays, as in the log itself.
-std::wstring withoutUser(const std::wstring& text)
+std::wstring WithoutUser(const std::wstring& text)
 {
     std::wstring profile;
-    if (!environmentVariable(L"USERPROFILE", profile) || profile.size() < 4)
+    if (!EnvironmentVariable(L"USERPROFILE", profile) || profile.size() < 4)
         return text;
-    return replaceAll(text, profile, L"%USERPROFILE%");
+    return ReplaceAll(text, profile, L"%USERPROFILE%");
 }
 
-std::wstring jsonString(const std::wstring& text)
+std::wstring JsonString(const std::wstring& text)
 {
     std::wstring result = L"\"";
     for (wchar_t c : text) {
@@ -92,7 +92,7 @@ std::wstring jsonString(const std::wstring& text)
     return result + L"\"";
 }
 
-bool writeWholeFile(const std::wstring& path, const std::string& bytes, std::wstring& error)
+bool WriteWholeFile(const std::wstring& path, const std::string& bytes, std::wstring& error)
 {
     HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
@@ -115,7 +115,7 @@ struct ReportHeading {
     std::wstring timeInName; // 20261123-140509
 };
 
-ReportHeading reportHeading()
+ReportHeading MakeReportHeading()
 {
     ReportHeading heading;
     wchar_t name[MAX_COMPUTERNAME_LENGTH + 1];
@@ -135,10 +135,10 @@ ReportHeading reportHeading()
 
 // FILE as given, or, when it names a folder, a file in it named by machine
 // and time. The JSON twin is the same path ending in .json.
-void reportPaths(const std::wstring& given, const ReportHeading& heading, std::wstring& text, std::wstring& json)
+void ReportPaths(const std::wstring& given, const ReportHeading& heading, std::wstring& text, std::wstring& json)
 {
     text = given;
-    const bool folder = directoryExists(given) || (!given.empty() && (given.back() == L'\\' || given.back() == L'/'));
+    const bool folder = DirectoryExists(given) || (!given.empty() && (given.back() == L'\\' || given.back() == L'/'));
     if (folder) {
         if (text.back() != L'\\' && text.back() != L'/')
             text += L'\\';
@@ -152,42 +152,42 @@ void reportPaths(const std::wstring& given, const ReportHeading& heading, std::w
 
 // The report and its JSON twin; false (with the error) when one cannot be
 // written.
-bool writeReport(const std::wstring& given, const SelfTest& test, const std::wstring& log, std::wstring& error)
+bool WriteReport(const std::wstring& given, const SelfTest& test, const std::wstring& log, std::wstring& error)
 {
-    const ReportHeading heading = reportHeading();
+    const ReportHeading heading = MakeReportHeading();
     std::wstring textPath;
     std::wstring jsonPath;
-    reportPaths(given, heading, textPath, jsonPath);
+    ReportPaths(given, heading, textPath, jsonPath);
 
-    const std::wstring summary = std::to_wstring(test.count(L"PASS")) + L" passed, " +
-                                 std::to_wstring(test.count(L"FAIL")) + L" failed, " +
-                                 std::to_wstring(test.count(L"INFO")) + L" for information";
+    const std::wstring summary = std::to_wstring(test.Count(L"PASS")) + L" passed, " +
+                                 std::to_wstring(test.Count(L"FAIL")) + L" failed, " +
+                                 std::to_wstring(test.Count(L"INFO")) + L" for information";
     std::wstring text = L"kelcli selftest report\r\nMachine: " + heading.machine + L"\r\nTime: " + heading.time +
-                        L"\r\nkelcli: " + ownArchitecture() + L"\r\n\r\n";
-    for (const CheckLine& check : test.checks())
-        text += SelfTest::format(check) + L"\r\n";
+                        L"\r\nkelcli: " + OwnArchitecture() + L"\r\n\r\n";
+    for (const CheckLine& check : test.Checks())
+        text += SelfTest::Format(check) + L"\r\n";
     text += L"selftest: " + summary + L"\r\n\r\nLibrary log of the run:\r\n" + log;
     if (!log.empty() && log.back() != L'\n')
         text += L"\r\n";
 
-    std::wstring json = L"{\n  \"tool\": \"kelcli selftest\",\n  \"machine\": " + jsonString(heading.machine) +
-                        L",\n  \"time\": " + jsonString(heading.time) + L",\n  \"architecture\": " +
-                        jsonString(ownArchitecture()) + L",\n  \"checks\": [\n";
-    for (size_t i = 0; i < test.checks().size(); ++i) {
-        const CheckLine& check = test.checks()[i];
-        json += L"    {\"status\": " + jsonString(check.status) + L", \"name\": " + jsonString(check.name) +
-                L", \"expected\": " + jsonString(check.expected) + L", \"seen\": " + jsonString(withoutUser(check.seen)) +
+    std::wstring json = L"{\n  \"tool\": \"kelcli selftest\",\n  \"machine\": " + JsonString(heading.machine) +
+                        L",\n  \"time\": " + JsonString(heading.time) + L",\n  \"architecture\": " +
+                        JsonString(OwnArchitecture()) + L",\n  \"checks\": [\n";
+    for (size_t i = 0; i < test.Checks().size(); ++i) {
+        const CheckLine& check = test.Checks()[i];
+        json += L"    {\"status\": " + JsonString(check.status) + L", \"name\": " + JsonString(check.name) +
+                L", \"expected\": " + JsonString(check.expected) + L", \"seen\": " + JsonString(WithoutUser(check.seen)) +
                 L", \"milliseconds\": " + std::to_wstring(check.milliseconds) + L"}" +
-                (i + 1 < test.checks().size() ? L",\n" : L"\n");
+                (i + 1 < test.Checks().size() ? L",\n" : L"\n");
     }
-    json += L"  ],\n  \"passed\": " + std::to_wstring(test.count(L"PASS")) + L",\n  \"failed\": " +
-            std::to_wstring(test.count(L"FAIL")) + L",\n  \"information\": " + std::to_wstring(test.count(L"INFO")) +
-            L",\n  \"log\": " + jsonString(withoutUser(log)) + L"\n}\n";
+    json += L"  ],\n  \"passed\": " + std::to_wstring(test.Count(L"PASS")) + L",\n  \"failed\": " +
+            std::to_wstring(test.Count(L"FAIL")) + L",\n  \"information\": " + std::to_wstring(test.Count(L"INFO")) +
+            L",\n  \"log\": " + JsonString(WithoutUser(log)) + L"\n}\n";
 
-    if (!writeWholeFile(textPath, "\xEF\xBB\xBF" + toUtf8(withoutUser(text)), error) ||
-        !writeWholeFile(jsonPath, toUtf8(json), error))
+    if (!WriteWholeFile(textPath, "\xEF\xBB\xBF" + ToUtf8(WithoutUser(text)), error) ||
+        !WriteWholeFile(jsonPath, ToUtf8(json), error))
         return false;
-    write(L"report: " + textPath + L"\nreport (JSON): " + jsonPath + L"\n");
+    Write(L"report: " + textPath + L"\nreport (JSON): " + jsonPath + L"\n");
     return true;
 }
 

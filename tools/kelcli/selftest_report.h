@@ -13,10 +13,10 @@ namespace kelcli {
 
 // Writes the report to `given` (a file, or a folder when it ends in "\\" or
 // names one) and its JSON twin; false with the reason in `error`.
-bool writeReport(const std::wstring& given, const SelfTest& test, const std::wstring& log, std::wstring& error);
+bool WriteReport(const std::wstring& given, const SelfTest& test, const std::wstring& log, std::wstring& error);
 
 // The log file's text as UTF-16, whatever the library wrote it in.
-std::wstring decodeLog(const std::string& bytes);
+std::wstring DecodeLog(const std::string& bytes);
 
 // Turns the library's log on for the self-test's calls and puts the switch
 // back as it was; the log's new lines are the run's.
@@ -42,27 +42,27 @@ public:
                                    sizeof(on)) == ERROR_SUCCESS;
         std::string bytes;
         DWORD error = 0;
-        startOffset_ = readWholeFile(logPath_, bytes, error) ? bytes.size() : 0;
+        startOffset_ = ReadWholeFile(logPath_, bytes, error) ? bytes.size() : 0;
     }
     LogForTheRun(const LogForTheRun&) = delete;
     LogForTheRun& operator=(const LogForTheRun&) = delete;
-    ~LogForTheRun() { restore(); }
+    ~LogForTheRun() { Restore(); }
 
-    bool switched() const { return switched_; }
+    [[nodiscard]] bool Switched() const { return switched_; }
 
     // The lines the library wrote since the switch was turned on.
-    std::wstring lines() const
+    [[nodiscard]] std::wstring Lines() const
     {
         std::string bytes;
         DWORD error = 0;
-        if (!readWholeFile(logPath_, bytes, error))
+        if (!ReadWholeFile(logPath_, bytes, error))
             return L"(no log was written: error " + std::to_wstring(error) + L")\r\n";
         if (bytes.size() < startOffset_)
-            return decodeLog(bytes);
-        return decodeLog(bytes.substr(startOffset_));
+            return DecodeLog(bytes);
+        return DecodeLog(bytes.substr(startOffset_));
     }
 
-    void restore()
+    void Restore()
     {
         if (key_ == nullptr)
             return;

@@ -50,10 +50,10 @@ public:
     ~Held() {
         if (object_ != nullptr) object_->Release();
     }
-    Interface* get() const { return object_; }
+    [[nodiscard]] Interface* get() const { return object_; }
     Interface* operator->() const { return object_; }
     Interface** put() { return &object_; }
-    void** putVoid() { return reinterpret_cast<void**>(&object_); }
+    void** PutVoid() { return reinterpret_cast<void**>(&object_); }
 
 private:
     Interface* object_ = nullptr;
@@ -68,7 +68,7 @@ public:
     ~ComApartment() {
         if (SUCCEEDED(result_)) CoUninitialize();
     }
-    HRESULT result() const { return result_; }
+    [[nodiscard]] HRESULT Result() const { return result_; }
 
 private:
     HRESULT result_;
@@ -82,7 +82,7 @@ public:
     ~RuntimeApartment() {
         if (SUCCEEDED(result_)) RoUninitialize();
     }
-    HRESULT result() const { return result_; }
+    [[nodiscard]] HRESULT Result() const { return result_; }
 
 private:
     HRESULT result_;
@@ -99,7 +99,7 @@ public:
     HRESULT Create(const std::wstring& text) {
         return WindowsCreateString(text.c_str(), static_cast<UINT32>(text.size()), &value_);
     }
-    HSTRING get() const { return value_; }
+    [[nodiscard]] HSTRING get() const { return value_; }
 
 private:
     HSTRING value_ = nullptr;
@@ -108,9 +108,9 @@ private:
 // Creates a COM object in the given server context and lets it go again.
 ProbeResult Create(const GUID& clsid, const GUID& iid, DWORD context, const wchar_t* what) {
     ComApartment apartment;
-    if (FAILED(apartment.result())) return {false, Failed(L"CoInitializeEx", apartment.result())};
+    if (FAILED(apartment.Result())) return {false, Failed(L"CoInitializeEx", apartment.Result())};
     Held<IUnknown> object;
-    const HRESULT hr = CoCreateInstance(clsid, nullptr, context, iid, object.putVoid());
+    const HRESULT hr = CoCreateInstance(clsid, nullptr, context, iid, object.PutVoid());
     if (FAILED(hr)) return {false, Failed(L"CoCreateInstance", hr)};
     if (object.get() == nullptr) return {false, L"CoCreateInstance succeeded without an object"};
     return {true, std::wstring(what) + L" created"};
@@ -190,7 +190,7 @@ ProbeResult ProbeDeploymentService() {
     std::wstring failure;
     if (!CurrentUserSid(sid, failure)) return {false, failure};
     RuntimeApartment apartment;
-    if (FAILED(apartment.result())) return {false, Failed(L"RoInitialize", apartment.result())};
+    if (FAILED(apartment.Result())) return {false, Failed(L"RoInitialize", apartment.Result())};
     RuntimeText className;
     HRESULT hr = className.Create(L"Windows.Management.Deployment.PackageManager");
     if (FAILED(hr)) return {false, Failed(L"WindowsCreateString", hr)};
@@ -199,7 +199,7 @@ ProbeResult ProbeDeploymentService() {
     if (FAILED(hr)) return {false, Failed(L"RoActivateInstance(Windows.Management.Deployment.PackageManager)", hr)};
     if (instance.get() == nullptr) return {false, L"RoActivateInstance succeeded without an object"};
     Held<IPackageManagerAbi> manager;
-    hr = instance->QueryInterface(kel::platform::win32::kIidPackageManager, manager.putVoid());
+    hr = instance->QueryInterface(kel::platform::win32::kIidPackageManager, manager.PutVoid());
     if (FAILED(hr) || manager.get() == nullptr) return {false, Failed(L"QueryInterface(IPackageManager)", hr)};
     RuntimeText userSid;
     hr = userSid.Create(sid);
