@@ -76,7 +76,7 @@ struct Utf8Records {
 };
 
 const Utf8Records& PeerRecords() {
-  static const Utf8Records records = [] {
+  static const Utf8Records kRecords = [] {
     Utf8Records out;
     for (const PackageEntry& entry : GeneratedPackages()) {
       Utf8Records::Package package{ToUtf8(entry.familyName), entry.version, {}};
@@ -90,7 +90,7 @@ const Utf8Records& PeerRecords() {
     }
     return out;
   }();
-  return records;
+  return kRecords;
 }
 
 void WriteAttribute(xmlTextWriterPtr writer, const char* name, const std::string& value) {

@@ -131,26 +131,26 @@ void CheckRoundTrip(const std::string& bytes) {
 }  // namespace
 
 const std::vector<PackageEntry>& GeneratedPackages() {
-  static const std::vector<PackageEntry> packages = MakePackages();
-  return packages;
+  static const std::vector<PackageEntry> kPackages = MakePackages();
+  return kPackages;
 }
 
 const std::vector<DesktopAppEntry>& GeneratedDesktopApps() {
-  static const std::vector<DesktopAppEntry> apps = MakeDesktopApps();
-  return apps;
+  static const std::vector<DesktopAppEntry> kApps = MakeDesktopApps();
+  return kApps;
 }
 
 const std::string& CatalogueFileBytes() {
-  static const std::string bytes = [] {
+  static const std::string kBytes = [] {
     std::string made = MakeFile();
     CheckRoundTrip(made);
     return made;
   }();
-  return bytes;
+  return kBytes;
 }
 
 const std::vector<WString>& SearchedNames() {
-  static const std::vector<WString> names = [] {
+  static const std::vector<WString> kNames = [] {
     std::vector<WString> out;
     for (const PackageEntry& package : GeneratedPackages()) {
       for (const MetroAppEntry& app : package.apps) {
@@ -164,7 +164,7 @@ const std::vector<WString>& SearchedNames() {
     }
     return out;
   }();
-  return names;
+  return kNames;
 }
 
 std::size_t StoredStringBytes(const CKELAppNameList& list) {
