@@ -266,8 +266,8 @@ class CKELPackage {
     [[nodiscard]] const_iterator end() const { return const_iterator(); }
     [[nodiscard]] std::size_t size() const { return owner_->appCount_; }
     [[nodiscard]] bool empty() const { return owner_->appCount_ == 0; }
-    const CKELMetroApp* front() const { return owner_->firstApp_; }
-    const CKELMetroApp* back() const { return owner_->lastApp_; }
+    [[nodiscard]] const CKELMetroApp* front() const { return owner_->firstApp_; }
+    [[nodiscard]] const CKELMetroApp* back() const { return owner_->lastApp_; }
 
    private:
     friend class CKELPackage;
