@@ -57,6 +57,7 @@ TEST_F(CatalogueRefreshUnderLoad, SearchesSeeWholeApplicationsWhileAPackageIsRef
     }
   };
   std::vector<std::thread> searchers;
+  searchers.reserve(2);
   for (int i = 0; i < 2; ++i) searchers.emplace_back(searcher);
   refresher.join();
   for (auto& t : searchers) t.join();
@@ -100,6 +101,7 @@ TEST_F(CatalogueRefreshUnderLoad, NamesHandedToASearchStayReadableWhileRefreshes
     }
   };
   std::vector<std::thread> readers;
+  readers.reserve(2);
   for (int i = 0; i < 2; ++i) readers.emplace_back(reader);
   refresher.join();
   for (auto& t : readers) t.join();

@@ -138,7 +138,7 @@ int FakePlatform::GetClassName(Handle, WCHAR* buffer, int capacity) {
   if (Inject()) { return 0; }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   const int n = static_cast<int>(std::min<std::size_t>(currentForeground_.size(), capacity - 1));
-  std::memcpy(buffer, currentForeground_.data(), n * 2);
+  std::memcpy(buffer, currentForeground_.data(), static_cast<std::size_t>(n) * 2);
   buffer[n] = 0;
   return n;
 }

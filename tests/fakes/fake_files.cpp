@@ -27,11 +27,10 @@ bool Matches(const char16_t* pattern, const char16_t* name) {
 void FakePlatform::AddDirectory(const WString& path) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   WString key = Key(path);
-  WString display = path;
   while (!key.empty() && key.size() > 2) {
     auto& node = files_[key];
     node.directory = true;
-    if (node.displayPath.empty()) node.displayPath = display.substr(0, key.size());
+    if (node.displayPath.empty()) node.displayPath = path.substr(0, key.size());
     key = Parent(key);
   }
 }

@@ -88,7 +88,7 @@ LONG FakePlatform::RegQueryValueEx(Handle key, const WCHAR* name, DWORD* type, s
     if (size != nullptr) *size = needed;
     return ERROR_MORE_DATA;
   }
-  if (data != nullptr) std::memcpy(data, it->second.bytes.data(), needed);
+  if (data != nullptr) std::copy_n(it->second.bytes.data(), needed, data);
   if (size != nullptr) *size = needed;
   return ERROR_SUCCESS;
 }

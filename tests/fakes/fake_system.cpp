@@ -71,7 +71,7 @@ DWORD FakePlatform::ExpandEnvironmentStrings(const WCHAR* source, WCHAR* buffer,
     out.push_back(*p);
   }
   const DWORD needed = static_cast<DWORD>(out.size() + 1);
-  if (buffer != nullptr && capacity >= needed) std::memcpy(buffer, out.c_str(), needed * 2);
+  if (buffer != nullptr && capacity >= needed) std::memcpy(buffer, out.c_str(), static_cast<std::size_t>(needed) * 2);
   return needed;
 }
 

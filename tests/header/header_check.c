@@ -4,7 +4,7 @@
 #include "Kelbrook.h"
 
 /* External, so that nothing here is unused. */
-#define KEL_CHECK_TYPE(name) PFN_##name const kel_check_##name = &name;
+#define KEL_CHECK_TYPE(name) PFN_##name const kel_check_##name = &(name);
 
 #include "each_export.inc"
 

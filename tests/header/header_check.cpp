@@ -6,7 +6,7 @@
 #include <type_traits>
 
 #define KEL_CHECK_TYPE(name) \
-  static_assert(std::is_same_v<decltype(&name), PFN_##name>, "PFN_" #name " matches " #name);
+  static_assert(std::is_same_v<decltype(&(name)), PFN_##name>, "PFN_" #name " matches " #name);
 
 #include "each_export.inc"
 

@@ -192,7 +192,7 @@ TEST_F(Soak, HeapStaysFlatAfterTheFirstRound) {
   // Measured: a few hundred bytes at most, once, whatever the number of
   // calls (the containers of the fake and the runtime settling). A block of
   // 48 bytes lost by one export in sixteen passes the bound within the run.
-  constexpr std::size_t kSlack = 2 * 1024;
+  constexpr std::size_t kSlack = std::size_t{2} * 1024;
   for (int round = 1; round < kRounds; ++round) {
     EXPECT_LE(heap[round], heap[0] + kSlack) << "round " << round << " after " << heap[0] << " bytes";
   }
