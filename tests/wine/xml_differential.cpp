@@ -383,8 +383,9 @@ int main(int argc, char** argv) {
   int reported = 0;
   int knownDifferences = 0;
   int passedThroughTwin = 0;
+  const std::wstring prefix = folder + L"\\";
   for (const std::wstring& name : files) {
-    const std::wstring path = folder + L"\\" + name;
+    const std::wstring path = prefix + name;
     const std::string file = Narrow(name);
 
     IXmlReader* system = nullptr;

@@ -84,7 +84,7 @@ inline std::wstring CreateTempFolder(const wchar_t* prefix) {
   const DWORD length = GetTempPathW(MAX_PATH + 1, temp);
   if (length == 0 || length > MAX_PATH) Fail("GetTempPathW failed");
   for (unsigned attempt = 0; attempt < 100; ++attempt) {
-    const std::wstring path = std::wstring(temp) + prefix + L"-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+    std::wstring path = std::wstring(temp) + prefix + L"-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
                               std::to_wstring(GetTickCount64()) + L"-" + std::to_wstring(attempt);
     if (CreateDirectoryW(path.c_str(), nullptr)) return path;
   }

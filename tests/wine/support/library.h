@@ -36,6 +36,6 @@ class Library {
 };
 
 // KEL(lib, KelInitialize) gives the export typed like its declaration in Kelbrook.h.
-#define KEL(lib, name) ((lib).get<decltype(&name)>(#name))
+#define KEL(lib, name) ((lib).get<decltype(&(name))>(#name))
 
 }  // namespace wine_test

@@ -25,7 +25,8 @@ inline void WriteUserValue(const wchar_t* keyName, const wchar_t* name, DWORD ty
 }
 
 inline void WriteUserString(const wchar_t* keyName, const wchar_t* name, const wchar_t* value) {
-  WriteUserValue(keyName, name, REG_SZ, value, static_cast<DWORD>((wcslen(value) + 1) * sizeof(wchar_t)));
+  const std::size_t bytes = (wcslen(value) + 1) * sizeof(wchar_t);
+  WriteUserValue(keyName, name, REG_SZ, value, static_cast<DWORD>(bytes));
 }
 
 // ---------------------------------------------------------------------------
