@@ -69,6 +69,6 @@ private:
     HMODULE module_ = nullptr;
 };
 
-#define KEL(lib, name) ((lib).get<decltype(&name)>(#name))
+#define KEL(lib, name) ((lib).get<decltype(&(name))>(#name))
 
 }  // namespace kelcli
