@@ -61,7 +61,8 @@ std::vector<DesktopAppEntry> MakeDesktopApps() {
     const int kind = (i / 20) % 5;
     const WString display = Wide(kWords[word]) + u" " + Wide(kKinds[kind]) + u" " + Number(i);
     entry.displayName = Lowered(display);
-    entry.lnkFileName = kPrograms + u"\\Vendor " + Number(i % 500) + u"\\" + display + u".lnk";
+    entry.lnkFileName = kPrograms + u"\\Vendor " + Number(i % 500);
+    entry.lnkFileName += u"\\" + display + u".lnk";
     if (i % 4 == 3) entry.localizeName = kJapaneseWords[word] + kJapaneseKinds[kind] + u" " + Number(i);
   }
   return apps;
