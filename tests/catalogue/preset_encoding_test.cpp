@@ -16,6 +16,9 @@ const WString kPresetFile = u"C:\\Program Files\\Launcher\\PresetAppNameList.xml
 // Display names メモ帳プラス, ソフト表示 (the trail bytes of ソ and 表 are
 // backslashes), 表示設定ツール and "ＡＢＣ ｶﾒﾗ ①" (full-width letters, half-width
 // katakana, a circled digit), with readings and shortcut paths in Japanese.
+// A hex escape runs on through any hex digit, so a literal ends where one
+// follows an escape; the lines keep each element whole.
+// clang-format off
 constexpr char kShiftJisPreset[] =
     "<?xml version=\"1.0\" encoding=\"Shift_JIS\"?>\r\n"
     "<Applications>\r\n"
@@ -38,6 +41,7 @@ constexpr char kShiftJisPreset[] =
     "LnkFileName=\"C:\\Programs\\\x82`\x82" "a\x82" "b\\\x83J\x83\x81\x83\x89.lnk\" />\r\n"
     "  </DesktopApps>\r\n"
     "</Applications>\r\n";
+// clang-format on
 
 constexpr char kUtf8Preset[] =
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n"

@@ -46,8 +46,10 @@ TEST_F(NarrowBridge, ConversionTracesItsSourceAndResult) {
 
 TEST_F(NarrowBridge, InvalidShiftJisIsReplacedNotRefused) {
   char16_t* wide = nullptr;
+  // clang-format off
   ASSERT_EQ(ShiftJisToWideChar("a\x81\x20" "b\x81", &wide), S_OK);
   EXPECT_EQ(WString(wide), u"a\u30fb" u"b\u30fb");
+  // clang-format on
   std::free(wide);
 }
 
