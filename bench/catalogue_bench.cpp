@@ -17,10 +17,10 @@
 #include <pugixml.hpp>
 
 #include "catalogue_data.h"
-#include "quick_platform.h"
-#include "scoped_platform.h"
 #include "contest.h"
 #include "frame/format.h"
+#include "quick_platform.h"
+#include "scoped_platform.h"
 
 namespace kel::bench {
 namespace {
@@ -52,7 +52,7 @@ __attribute__((noinline)) std::size_t TimedLibxml2Walk(const std::string& bytes)
 }
 
 __attribute__((noinline)) pugi::xml_parse_status TimedPugixmlParse(pugi::xml_document& document,
-                                                                     const std::string& bytes) {
+                                                                   const std::string& bytes) {
   return document.load_buffer(bytes.data(), bytes.size()).status;
 }
 

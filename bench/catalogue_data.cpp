@@ -19,14 +19,14 @@ WString Lowered(WString text) {
 }
 
 // Names of the kind a PC's Start menu and Store apps carry.
-constexpr const char* kWords[] = {"Photo",  "Music",   "Video",   "Mail",    "Calendar", "Notes",   "Paint",
-                                  "Backup", "Scanner", "Player",  "Reader",  "Editor",   "Manager", "Studio",
+constexpr const char* kWords[] = {"Photo",  "Music",    "Video",   "Mail",   "Calendar", "Notes",   "Paint",
+                                  "Backup", "Scanner",  "Player",  "Reader", "Editor",   "Manager", "Studio",
                                   "Viewer", "Recorder", "Weather", "Maps",   "Camera",   "Browser"};
 constexpr const char* kKinds[] = {"App", "Tool", "Suite", "Pro", "Lite"};
-const WString kJapaneseWords[] = {u"写真", u"音楽", u"動画", u"メール", u"予定表", u"メモ", u"お絵かき",
-                                  u"バックアップ", u"スキャナー", u"プレーヤー", u"リーダー", u"エディター",
-                                  u"マネージャー", u"スタジオ", u"ビューアー", u"レコーダー", u"天気", u"地図",
-                                  u"カメラ", u"ブラウザー"};
+const WString kJapaneseWords[] = {u"写真",       u"音楽",       u"動画",         u"メール",     u"予定表",
+                                  u"メモ",       u"お絵かき",   u"バックアップ", u"スキャナー", u"プレーヤー",
+                                  u"リーダー",   u"エディター", u"マネージャー", u"スタジオ",   u"ビューアー",
+                                  u"レコーダー", u"天気",       u"地図",         u"カメラ",     u"ブラウザー"};
 const WString kJapaneseKinds[] = {u"アプリ", u"ツール", u"スイート", u"プロ", u"ライト"};
 const WString kPublishers[] = {u"8wekyb3d8bbwe", u"cw5n1h2txyewy", u"k1x2p7q9r3s4t", u"a5b6c7d8e9f0g"};
 const WString kPrograms = u"C:\\ProgramData\\Microsoft\\Windows\\Start Menu\\Programs";
@@ -86,7 +86,7 @@ std::string MakeFile() {
     Attribute(out, "PackageFamilyName", package.familyName);
     Attribute(out, "Version",
               FormatWide(u"%d.%d.%d.%d", {package.version.Major, package.version.Minor, package.version.Build,
-                                           package.version.Revision}));
+                                          package.version.Revision}));
     out += '>';
     for (const MetroAppEntry& app : package.apps) {
       out += "\r\n      <MetroApp";

@@ -80,8 +80,8 @@ void CheckAgreement() {
   static const bool kChecked = [] {
     const std::string& text = Text();
     std::u16string ours(text.size(), u'\0');
-    const int n = cp932::MultiByteToWide(text.data(), static_cast<int>(text.size()), ours.data(),
-                                         static_cast<int>(ours.size()));
+    const int n =
+        cp932::MultiByteToWide(text.data(), static_cast<int>(text.size()), ours.data(), static_cast<int>(ours.size()));
     if (n <= 0) Fail("MultiByteToWide failed");
     ours.resize(static_cast<std::size_t>(n));
     const std::string theirs = Convert("UTF-16LE", "CP932", text);

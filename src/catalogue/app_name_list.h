@@ -3,9 +3,9 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "catalogue/records.h"
 
@@ -32,7 +32,8 @@ class CKELAppNameList {
   [[nodiscard]] HRESULT AddMetroPackage(CKELPackage* package);
   [[nodiscard]] HRESULT AddDesktopApp(const char16_t* displayName, const char16_t* shortcutPath);
   [[nodiscard]] BOOL IsInDesktopAppList(const char16_t* shortcutPath);
-  [[nodiscard]] HRESULT GetExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList, BOOL* pFound);
+  [[nodiscard]] HRESULT GetExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
+                                              BOOL* pFound);
   [[nodiscard]] HRESULT ReadDesktopApps(xml::XmlReader* reader);
   void RefreshInstalledFlags();
 

@@ -77,9 +77,9 @@ struct BrowserValue {
   const char16_t* deleteName;
 };
 
-constexpr BrowserValue kAssociationMode{
-    kAssociationActivationModeValue, u"CKELReg::GetCurrentAssociationMode",
-    "%S OUT(*pdwAssociationMode = %d)\r\n", u"CKELReg::SetCurrentAssociationMode", u"CKELReg::DeleteAssociationMode"};
+constexpr BrowserValue kAssociationMode{kAssociationActivationModeValue, u"CKELReg::GetCurrentAssociationMode",
+                                        "%S OUT(*pdwAssociationMode = %d)\r\n", u"CKELReg::SetCurrentAssociationMode",
+                                        u"CKELReg::DeleteAssociationMode"};
 
 constexpr BrowserValue kTileImmersiveActivation{
     kTileImmersiveActivationValue, u"CKELReg::GetCurrentTileImmersiveActivation",
@@ -101,8 +101,8 @@ constexpr BrowserValue kTileImmersiveActivation{
   if (code == ERROR_SUCCESS) {
     DWORD type = platform::REG_DWORD;
     DWORD size = sizeof(DWORD);
-    code = Sys().RegQueryValueEx(key.get(), browserValue.valueName, &type, reinterpret_cast<std::uint8_t*>(value),
-                                 &size);
+    code =
+        Sys().RegQueryValueEx(key.get(), browserValue.valueName, &type, reinterpret_cast<std::uint8_t*>(value), &size);
     key.reset();
     if (code == ERROR_SUCCESS && type != platform::REG_DWORD) code = ERROR_BAD_FILE_TYPE;
   }

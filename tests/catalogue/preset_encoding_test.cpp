@@ -80,14 +80,14 @@ std::u16string Describe(const CKELAppNameList& list) {
             number(v.Major) + u"." + number(v.Minor) + u"." + number(v.Build) + u"." + number(v.Revision) + u"|" +
             number(package->NeedReserve) + u"|" + number(package->IsInstalled) + u"\n";
     for (const auto& app : package->Applications()) {
-      text += u"  app " + WString(app->DisplayName()) + u"|" + WString(app->ShortName()) + u"|" + WString(app->RubyDisplayName()) + u"|" +
-              WString(app->RubyShortName()) + u"\n";
+      text += u"  app " + WString(app->DisplayName()) + u"|" + WString(app->ShortName()) + u"|" +
+              WString(app->RubyDisplayName()) + u"|" + WString(app->RubyShortName()) + u"\n";
     }
   }
   for (const auto& app : list.DesktopApps()) {
-    text += u"desktop " + WString(app->DisplayName()) + u"|" + WString(app->LnkFileName()) + u"|" + WString(app->LocalizeName()) + u"|" +
-            WString(app->RubyDisplayName()) + u"|" + number(app->NeedReserve) + u"|" + number(app->IsInstalled) + u"|" +
-            number(app->IsDualMode) + u"\n";
+    text += u"desktop " + WString(app->DisplayName()) + u"|" + WString(app->LnkFileName()) + u"|" +
+            WString(app->LocalizeName()) + u"|" + WString(app->RubyDisplayName()) + u"|" + number(app->NeedReserve) +
+            u"|" + number(app->IsInstalled) + u"|" + number(app->IsDualMode) + u"\n";
   }
   return text;
 }

@@ -135,10 +135,10 @@ TEST_F(NarrowBridge, NarrowEntryLinesShowTheirArguments) {
   EnableLog();
   (void)KelLaunchBySearchA("", 1, 2);
   (void)KelLaunchBrowserByProtocolA("ftp", 1);
-  EXPECT_EQ(LogLines(), (std::vector<std::string>{"KelLaunchBySearchA(, 1, 2) IN\r\n",
-                                                  "KelLaunchBySearchA OUT(0x80070057)\r\n",
-                                                  "KelLaunchBrowserByProtocolA(ftp, 1) IN\r\n",
-                                                  "KelLaunchBrowserByProtocolA OUT(0x80070057)\r\n"}));
+  EXPECT_EQ(LogLines(),
+            (std::vector<std::string>{"KelLaunchBySearchA(, 1, 2) IN\r\n", "KelLaunchBySearchA OUT(0x80070057)\r\n",
+                                      "KelLaunchBrowserByProtocolA(ftp, 1) IN\r\n",
+                                      "KelLaunchBrowserByProtocolA OUT(0x80070057)\r\n"}));
 }
 
 TEST_F(NarrowBridge, ReleaseOfNullWritesItsTwoLinesAndNothingElse) {

@@ -11,4 +11,5 @@
 #include "each_export.inc"
 
 static_assert(FAILED(E_KEL_PACKAGE_NOT_FOUND) && FAILED(E_KEL_MULTIPLE_APPLICATIONS) &&
-              FAILED(E_KEL_DISPLAY_NAME_FAILED), "the library's codes are failures");
+                  FAILED(E_KEL_DISPLAY_NAME_FAILED),
+              "the library's codes are failures");

@@ -41,11 +41,11 @@ bool ManifestDeclaresWindows81();
 // One of the library's own settings under HKCU\Software\Osk\Kelbrook, read
 // as the library reads it: only a REG_DWORD of 4 bytes counts.
 struct Setting {
-    const wchar_t* name;
-    DWORD defaultValue;
-    // The highest value the library takes as it is; above, it takes `clampTo`.
-    DWORD largestAccepted;
-    DWORD clampTo;
+  const wchar_t* name;
+  DWORD defaultValue;
+  // The highest value the library takes as it is; above, it takes `clampTo`.
+  DWORD largestAccepted;
+  DWORD clampTo;
 };
 
 inline constexpr Setting kSettings[] = {
@@ -61,9 +61,9 @@ inline constexpr wchar_t kSettingsKey[] = L"Software\\Osk\\Kelbrook";
 // One setting as the library takes it: the text info prints after "NAME = ",
 // the value in effect, and whether a stored value is ignored.
 struct SettingInEffect {
-    std::wstring text;
-    DWORD value = 0;
-    bool storedValueIgnored = false;
+  std::wstring text;
+  DWORD value = 0;
+  bool storedValueIgnored = false;
 };
 
 // Every setting, in the order of kSettings.
@@ -78,13 +78,13 @@ std::wstring CatalogueContents(const std::wstring& path);
 // The library's files for this host, its paths built the same way; a path
 // the library would skip is empty, with the reason in its `...WhyNone`.
 struct LibraryFiles {
-    std::wstring log;
-    std::wstring logWhyNone;
-    std::wstring folder;
-    std::wstring folderWhyNone;
-    std::wstring dataFile;
-    std::wstring preset;
-    std::wstring presetWhyNone;
+  std::wstring log;
+  std::wstring logWhyNone;
+  std::wstring folder;
+  std::wstring folderWhyNone;
+  std::wstring dataFile;
+  std::wstring preset;
+  std::wstring presetWhyNone;
 };
 
 LibraryFiles FindLibraryFiles();

@@ -35,13 +35,29 @@ namespace discovery_tests {
 // them.
 const std::vector<TestPackage>& FixturePackages() {
   static const std::vector<TestPackage> kPackages = {
-      {kReader, L"Kel.Reader_1.2.3.4_x64__1a2b3c4d5e6f7", L"Kel.Reader", L"1.2.3.4", L"Reader",
+      {kReader,
+       L"Kel.Reader_1.2.3.4_x64__1a2b3c4d5e6f7",
+       L"Kel.Reader",
+       L"1.2.3.4",
+       L"Reader",
        {{L"App1", L"Kel Reader", L"Reader"}}},
-      {kTwins, L"Kel.Twins_2.0.0.5_x64__8h9j0k1m2n3p4", L"Kel.Twins", L"2.0.0.5", L"Twins",
+      {kTwins,
+       L"Kel.Twins_2.0.0.5_x64__8h9j0k1m2n3p4",
+       L"Kel.Twins",
+       L"2.0.0.5",
+       L"Twins",
        {{L"App1", L"Twin Left", L"Left"}, {L"App2", L"Twin Right", L"Right"}}},
-      {kResource, L"Kel.Resource_3.1.0.0_neutral__5q6r7s8t9v0w1", L"Kel.Resource", L"3.1.0.0", L"Resource",
+      {kResource,
+       L"Kel.Resource_3.1.0.0_neutral__5q6r7s8t9v0w1",
+       L"Kel.Resource",
+       L"3.1.0.0",
+       L"Resource",
        {{L"App1", L"ms-resource:AppName", L"ms-resource:ShortName"}}},
-      {kPinned, L"Kel.Pinned_2.0.0.0_x64__3x4y5z6a7b8c9", L"Kel.Pinned", L"2.0.0.0", L"Pinned",
+      {kPinned,
+       L"Kel.Pinned_2.0.0.0_x64__3x4y5z6a7b8c9",
+       L"Kel.Pinned",
+       L"2.0.0.0",
+       L"Pinned",
        {{L"App1", L"Pinned New", L"New"}}},
   };
   return kPackages;
@@ -71,9 +87,11 @@ void ExpectJournalLine(const World& world, const std::string& line, const std::s
 
 void ExpectNoSidMismatch(const World& world) {
   if (CountStartingWith(world.JournalLines(), "SidMismatch\t") != 0) {
-    Fail("the deployment service was asked for another user's packages (SidMismatch in the journal); the current "
-         "user is " + Narrow(world.CurrentUserSid()),
-         world.Detail());
+    Fail(
+        "the deployment service was asked for another user's packages (SidMismatch in the journal); the current "
+        "user is " +
+            Narrow(world.CurrentUserSid()),
+        world.Detail());
   }
 }
 

@@ -16,8 +16,8 @@ namespace discovery_tests {
 using namespace wine_test;
 
 // Every test runs in a private copy of this program, Kel.Launcher.exe.
-const PrivateHost kPrivateHost = {L"keldisc", L"Kel.Launcher.exe", L"KEL_DISCOVERY_ROOT", L"KEL_DISCOVERY_REPORT",
-                                  L"KEL_DISCOVERY_KEEP", 90000};
+const PrivateHost kPrivateHost = {
+    L"keldisc", L"Kel.Launcher.exe", L"KEL_DISCOVERY_ROOT", L"KEL_DISCOVERY_REPORT", L"KEL_DISCOVERY_KEEP", 90000};
 
 // ---------------------------------------------------------------------------
 // The world a test runs in: folders, packages, shortcuts and the fixture
@@ -54,7 +54,8 @@ class World : public HostWorld {
       text += FixturePackageSection(package, PackageFolder(package));
     }
     text += L"[Application]\r\nAppUserModelId=" + std::wstring(kReaderApp) + L"\r\nResult=0\r\nProcessId=4242\r\n\r\n";
-    text += L"[Application]\r\nAppUserModelId=" + std::wstring(kTwinsLeftApp) + L"\r\nResult=0\r\nProcessId=4343\r\n\r\n";
+    text +=
+        L"[Application]\r\nAppUserModelId=" + std::wstring(kTwinsLeftApp) + L"\r\nResult=0\r\nProcessId=4343\r\n\r\n";
     text += L"[Activation]\r\nUnknownResult=0x80270254\r\n";
     if (serviceFailure_ != S_OK) {
       const std::string code = Hex(serviceFailure_);

@@ -37,13 +37,14 @@ std::string ActivationLine(const char* server, const std::wstring& id, const wch
 std::wstring RegisteredActivationServer() {
   wchar_t path[MAX_PATH + 1] = {};
   LONG size = sizeof path - sizeof(wchar_t);
-  const LONG status = RegQueryValueW(
-      HKEY_LOCAL_MACHINE, L"Software\\Classes\\CLSID\\{45BA127D-10A8-46EA-8AB7-56EA9078943C}\\InprocServer32", path,
-      &size);
+  const LONG status =
+      RegQueryValueW(HKEY_LOCAL_MACHINE,
+                     L"Software\\Classes\\CLSID\\{45BA127D-10A8-46EA-8AB7-56EA9078943C}\\InprocServer32", path, &size);
   if (status != ERROR_SUCCESS) {
-    Fail(Format("the activation manager double is not registered (RegQueryValueW gave %ld); run "
-                "register_doubles.sh register",
-                status));
+    Fail(
+        Format("the activation manager double is not registered (RegQueryValueW gave %ld); run "
+               "register_doubles.sh register",
+               status));
   }
   return path;
 }
@@ -57,7 +58,8 @@ class LocalActivationServer {
     HMODULE module = LoadLibraryW(path.c_str());
     if (module == nullptr) Fail(Format("LoadLibraryW(%s) failed with %lu", Narrow(path).c_str(), GetLastError()));
     using Create = HRESULT(WINAPI*)(IClassFactory**);
-    auto create = reinterpret_cast<Create>(reinterpret_cast<void*>(GetProcAddress(module, "CreateLocalServerClassObject")));
+    auto create =
+        reinterpret_cast<Create>(reinterpret_cast<void*>(GetProcAddress(module, "CreateLocalServerClassObject")));
     if (create == nullptr) Fail(Narrow(path) + " has no CreateLocalServerClassObject");
     HRESULT hr = create(&factory_);
     if (FAILED(hr)) Fail("CreateLocalServerClassObject returned " + Hex(hr));
@@ -145,8 +147,7 @@ void ActivationWithoutArgumentsUsesTheLocalServer(const std::wstring& dllPath) {
     // The narrow export has no arguments: the same form.
     ExpectResult(KEL(library, KelLaunchByAppUserModelIdA)("Kel.Twins_8h9j0k1m2n3p4!Left"), S_OK,
                  "KelLaunchByAppUserModelIdA(Kel.Twins!Left)", [&] { return world.Detail(); });
-    ExpectJournalLine(world, ActivationLine("localserver", kTwinsLeftApp, nullptr, S_OK),
-                      "the narrow activation");
+    ExpectJournalLine(world, ActivationLine("localserver", kTwinsLeftApp, nullptr, S_OK), "the narrow activation");
 
     ExpectResult(launch(kUnknownApp, nullptr), kUnknownAppResult, "KelLaunchByAppUserModelIdW(Kel.Unknown!App, NULL)",
                  [&] { return world.Detail(); });

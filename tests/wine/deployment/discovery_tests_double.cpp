@@ -123,7 +123,8 @@ void DeploymentDoubleAnswersTheCurrentUserOnly(const std::wstring&) {
     Held<IPackageIterable> found;
     hr = manager.p->FindPackagesByUserSecurityId(sid.get(), &found.p);
     if (FAILED(hr)) Fail("FindPackagesByUserSecurityId(current user) returned " + Hex(hr), world.Detail());
-    if (Describe(found.p) != expected) Fail("FindPackagesByUserSecurityId(current user) gave other packages", world.Detail());
+    if (Describe(found.p) != expected)
+      Fail("FindPackagesByUserSecurityId(current user) gave other packages", world.Detail());
   }
   {
     RuntimeString sid(world.CurrentUserSid());
@@ -144,10 +145,9 @@ void DeploymentDoubleAnswersTheCurrentUserOnly(const std::wstring&) {
     if (FAILED(hr)) Fail("FindPackagesByUserSecurityId(another user) returned " + Hex(hr), world.Detail());
     if (!Describe(found.p).empty()) Fail("FindPackagesByUserSecurityId(another user) gave packages", world.Detail());
   }
-  ExpectJournalLine(world,
-                    "SidMismatch\tFindPackagesByUserSecurityId\t" + Narrow(otherUser) + "\t" +
-                        Narrow(world.CurrentUserSid()),
-                    "a query for another user");
+  ExpectJournalLine(
+      world, "SidMismatch\tFindPackagesByUserSecurityId\t" + Narrow(otherUser) + "\t" + Narrow(world.CurrentUserSid()),
+      "a query for another user");
 }
 
 }  // namespace discovery_tests

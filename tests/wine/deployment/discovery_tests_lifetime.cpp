@@ -65,9 +65,10 @@ void FinalizeInTheFirstSecondWritesNoDataFile(const std::wstring& dllPath) {
     }
     return;
   }
-  Fail("in none of five rounds did KelFinalize return within 1 s of KelInitialize with the thread's entry line "
-       "logged; the test cannot tell",
-       slowRounds + world.Detail());
+  Fail(
+      "in none of five rounds did KelFinalize return within 1 s of KelInitialize with the thread's entry line "
+      "logged; the test cannot tell",
+      slowRounds + world.Detail());
 }
 
 // The library logs while it is unloaded (the catalogue is cleared as the
@@ -97,7 +98,8 @@ std::string NothingStrayAfterUnload(const std::wstring& root) {
     } while (FindNextFileW(find, &entry));
     FindClose(find);
   }
-  const std::vector<std::string> log = CompleteLines(ReadBytes(root + L"\\LocalAppData\\Osk\\Kelbrook\\KelbrookLogFS.txt"));
+  const std::vector<std::string> log =
+      CompleteLines(ReadBytes(root + L"\\LocalAppData\\Osk\\Kelbrook\\KelbrookLogFS.txt"));
   const std::string last = log.empty() ? std::string() : log.back();
   const std::string wanted = "CKELAppNameList::Clear OUT";
   if (last.size() < wanted.size() || last.compare(last.size() - wanted.size(), wanted.size(), wanted) != 0) {

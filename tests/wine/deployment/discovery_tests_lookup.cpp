@@ -48,7 +48,8 @@ void DisplayNameComesFromTheManifest(const std::wstring& dllPath) {
   LPWSTR name = sentinel;
   ExpectResult(displayName(kReader, &name), S_OK, "KelGetAppDisplayNameByPFNW(Kel.Reader)",
                [&] { return world.Detail(); });
-  if (name == sentinel || name == nullptr) Fail("KelGetAppDisplayNameByPFNW(Kel.Reader) returned no name", world.Detail());
+  if (name == sentinel || name == nullptr)
+    Fail("KelGetAppDisplayNameByPFNW(Kel.Reader) returned no name", world.Detail());
   const std::wstring got = name;
   release(name);
   if (got != L"kel reader") {

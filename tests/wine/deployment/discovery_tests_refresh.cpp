@@ -313,8 +313,7 @@ void NewerVersionRefreshEndsAtItsExitLine(const std::wstring& dllPath) {
   };
   if (traced != expected) {
     Fail("the refresh of " + Narrow(kReader) + " is not traced as its steps are",
-         Indented("expected catalogue lines", expected) + Indented("logged catalogue lines", traced) +
-             world.Detail());
+         Indented("expected catalogue lines", expected) + Indented("logged catalogue lines", traced) + world.Detail());
   }
 }
 
@@ -333,8 +332,11 @@ void RefreshPassTracesTheManifestWalk(const std::wstring& dllPath) {
   for (const std::string& line : FirstRefreshPassLog(dllPath, world)) {
     if (line.rfind(prefix, 0) == 0) reader.push_back(line.substr(prefix.size()));
   }
-  std::vector<std::string> expected = {"AddAppsToPackage IN", "LoadSetting IN", "LoadSetting OUT",
-                                       "GetAppNameUsingXmlParser IN", "MoveToElementByName(Applications) IN",
+  std::vector<std::string> expected = {"AddAppsToPackage IN",
+                                       "LoadSetting IN",
+                                       "LoadSetting OUT",
+                                       "GetAppNameUsingXmlParser IN",
+                                       "MoveToElementByName(Applications) IN",
                                        "MoveToElementByName OUT(0x00000000)"};
   for (int application = 0; application < 2; ++application) {
     for (const char* line : {"MoveToElementByName(Application) IN", "MoveToElementByName OUT(0x00000000)",

@@ -27,8 +27,8 @@ bool ClipboardHasText();
 // The world a test runs in
 
 // Every test runs in a private copy of this program, KelSearchHost.exe.
-const PrivateHost kPrivateHost = {L"kelsearch", L"KelSearchHost.exe", L"KEL_SEARCH_ROOT", L"KEL_SEARCH_REPORT",
-                                  L"KEL_SEARCH_KEEP", 150000};
+const PrivateHost kPrivateHost = {L"kelsearch",         L"KelSearchHost.exe", L"KEL_SEARCH_ROOT",
+                                  L"KEL_SEARCH_REPORT", L"KEL_SEARCH_KEEP",   150000};
 
 class World : public HostWorld {
  public:
@@ -54,7 +54,8 @@ class World : public HostWorld {
   [[nodiscard]] std::string Detail() const {
     std::string text = Indented("library log, last lines (" + Narrow(LogFile()) + ")", LogLines(), 60);
     if (FileExists(DataFile())) text += Indented("catalogue file", CompleteLines(ReadBytes(DataFile())));
-    if (FileExists(Journal())) text += Indented("journal of the deployment double", CompleteLines(ReadBytes(Journal())));
+    if (FileExists(Journal()))
+      text += Indented("journal of the deployment double", CompleteLines(ReadBytes(Journal())));
     return text;
   }
 };

@@ -232,13 +232,14 @@ void BrowserLaunchLeavesTheAssociationValueAsFound(const Paths& paths) {
                   ValueChanges(world, logSize, "CKELReg::SetCurrentAssociationMode(", "CKELReg::DeleteAssociationMode"),
                   c.changes);
     const std::string line = Narrow(url);
-    if (!WaitUntil([&] {
-          for (const std::string& got : CompleteLines(ReadBytes(world.RecorderLog()))) {
-            if (got == line) return true;
-          }
-          return false;
-        },
-        20000)) {
+    if (!WaitUntil(
+            [&] {
+              for (const std::string& got : CompleteLines(ReadBytes(world.RecorderLog()))) {
+                if (got == line) return true;
+              }
+              return false;
+            },
+            20000)) {
       Fail("the http handler did not receive " + Quoted(line) + " within 20 s of " + call,
            Indented("handler received", CompleteLines(ReadBytes(world.RecorderLog()))) + world.Detail());
     }
@@ -259,8 +260,11 @@ void IESearchLeavesTheTileValueAsFound(const Paths& paths) {
   const RegValue association = DwordValue(1);
   const ValueCase cases[] = {
       {AbsentValue(), 1, {"CKELReg::DeleteTileImmersiveActivation IN"}},
-      {AbsentValue(), 0, {"CKELReg::SetCurrentTileImmersiveActivation(0) IN", "CKELReg::DeleteTileImmersiveActivation IN"}},
-      {DwordValue(1), 0,
+      {AbsentValue(),
+       0,
+       {"CKELReg::SetCurrentTileImmersiveActivation(0) IN", "CKELReg::DeleteTileImmersiveActivation IN"}},
+      {DwordValue(1),
+       0,
        {"CKELReg::SetCurrentTileImmersiveActivation(0) IN", "CKELReg::SetCurrentTileImmersiveActivation(1) IN"}},
       {DwordValue(0), 2, {}},
       {StringValue(L"1"), 0, {}},

@@ -103,9 +103,10 @@ DWORD WINAPI RunSearchCall(void* parameter) {
 void MessagingKeywordShowsTheNoticeOnWindows81(const Paths& paths) {
   const OSVERSIONINFOEXW version = ReportedVersion();
   if (version.dwMajorVersion != 6 || version.dwMinorVersion != 3) {
-    Fail(Format("the host is told it runs Windows %lu.%lu, expected 6.3 (the manifest declares 8.1 and the parent "
-                "sets Version win81 for the host's name)",
-                version.dwMajorVersion, version.dwMinorVersion));
+    Fail(
+        Format("the host is told it runs Windows %lu.%lu, expected 6.3 (the manifest declares 8.1 and the parent "
+               "sets Version win81 for the host's name)",
+               version.dwMajorVersion, version.dwMinorVersion));
   }
   SearchSession s(paths.dll, paths.desktop);
   s.Start({});
@@ -145,10 +146,12 @@ void MessagingKeywordShowsTheNoticeOnWindows81(const Paths& paths) {
   }
   if (notice.visibleButtons.size() != 1 || notice.visibleButtons[0].first != IDOK) {
     std::string buttons;
-    for (const auto& button : notice.visibleButtons) buttons += Format(" [%d %s]", button.first, Narrow(button.second).c_str());
+    for (const auto& button : notice.visibleButtons)
+      buttons += Format(" [%d %s]", button.first, Narrow(button.second).c_str());
     Fail("the notice should have one button, OK; it has:" + (buttons.empty() ? std::string(" none") : buttons));
   }
-  if (!WaitUntil([] { return FindNoticeWindow().window == nullptr; }, 10000)) Fail("the notice is still up 10 s after OK");
+  if (!WaitUntil([] { return FindNoticeWindow().window == nullptr; }, 10000))
+    Fail("the notice is still up 10 s after OK");
 
   // No key was sent: the desktop saw nothing. No exit line follows the entry line.
   s.ExpectLogLine("KelLaunchBySearchW(" + Narrow(kMessaging) + ", 0, 0) IN", "the entry line");
@@ -165,9 +168,10 @@ void MessagingKeywordShowsTheNoticeOnWindows81(const Paths& paths) {
 void MessagingKeywordIsSearchedBeforeWindows81(const Paths& paths) {
   const OSVERSIONINFOEXW version = ReportedVersion();
   if (version.dwMinorVersion >= 3) {
-    Fail(Format("the host is told it runs Windows %lu.%lu; this test needs a prefix that reports a minor version "
-                "below 3 (Windows 7 or 8, or 10)",
-                version.dwMajorVersion, version.dwMinorVersion));
+    Fail(
+        Format("the host is told it runs Windows %lu.%lu; this test needs a prefix that reports a minor version "
+               "below 3 (Windows 7 or 8, or 10)",
+               version.dwMajorVersion, version.dwMinorVersion));
   }
   SearchSession s(paths.dll, paths.desktop);
   s.Start({});

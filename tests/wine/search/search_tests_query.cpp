@@ -17,11 +17,23 @@ const wchar_t kUnknown[] = L"Kel.Unknown_0a0a0a0a0a0a0";
 // The installed test packages of the deployment double, one application
 // each.
 const TestPackage kFixturePackages[] = {
-    {kReader, L"Kel.Reader_1.2.3.4_x64__1a2b3c4d5e6f7", L"Kel.Reader", L"1.2.3.4", L"Reader",
+    {kReader,
+     L"Kel.Reader_1.2.3.4_x64__1a2b3c4d5e6f7",
+     L"Kel.Reader",
+     L"1.2.3.4",
+     L"Reader",
      {{L"App", L"Kel Reader", L"Reader"}}},
-    {L"Kel.ReaderNotes_9z8y7x6w5v4u3", L"Kel.ReaderNotes_1.0.0.0_x64__9z8y7x6w5v4u3", L"Kel.ReaderNotes",
-     L"1.0.0.0", L"ReaderNotes", {{L"App", L"Kel Reader Notes", L"Notes"}}},
-    {L"Kel.Album_4u5v6w7x8y9z0", L"Kel.Album_3.0.0.0_x64__4u5v6w7x8y9z0", L"Kel.Album", L"3.0.0.0", L"Album",
+    {L"Kel.ReaderNotes_9z8y7x6w5v4u3",
+     L"Kel.ReaderNotes_1.0.0.0_x64__9z8y7x6w5v4u3",
+     L"Kel.ReaderNotes",
+     L"1.0.0.0",
+     L"ReaderNotes",
+     {{L"App", L"Kel Reader Notes", L"Notes"}}},
+    {L"Kel.Album_4u5v6w7x8y9z0",
+     L"Kel.Album_3.0.0.0_x64__4u5v6w7x8y9z0",
+     L"Kel.Album",
+     L"3.0.0.0",
+     L"Album",
      {{L"App", L"Kel Album", L"Album"}}},
 };
 
@@ -47,7 +59,8 @@ void QuotedKeywordIsSubmittedWithoutOption(const Paths& paths) {
   s.ExpectResult(search(L"Photo", KEL_SEARCH_SUBMIT_QUERY, 0), S_OK, "KelLaunchBySearchW(Photo, 0, 0)");
   const std::vector<std::string> expected = SearchEvents(L"\"Photo\"", 1);
   s.desktop->ExpectEventsFrom(0, expected, "for KelLaunchBySearchW(Photo, 0, 0)", s.Detail());
-  if (PaneInFront()) Fail("the search pane is still in front after the search was submitted", s.desktop->EventsDetail());
+  if (PaneInFront())
+    Fail("the search pane is still in front after the search was submitted", s.desktop->EventsDetail());
   s.ExpectLogLine("KelLaunchBySearchW szKeyword = \"Photo\" ", "the query");
   s.ExpectLogLine("KelLaunchBySearchW OUT(0x00000000)", "the exit line");
   s.ExpectClipboardCleared("the search launch");

@@ -103,7 +103,8 @@ class Desktop {
     }
     lines.erase(lines.begin());
     if (lines != expected) {
-      Fail("the test desktop recorded other events than expected", EventsDetail() + Indented("expected events", expected));
+      Fail("the test desktop recorded other events than expected",
+           EventsDetail() + Indented("expected events", expected));
     }
   }
 

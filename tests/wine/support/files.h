@@ -21,8 +21,8 @@ inline bool FileExists(const std::wstring& path) { return GetFileAttributesW(pat
 // The whole file as bytes; empty when it cannot be opened. Opened with full
 // sharing so that a writer holding it open is not disturbed.
 inline std::string ReadBytes(const std::wstring& path) {
-  HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                            nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) return std::string();
   std::string content;
   char buffer[4096];
@@ -85,7 +85,7 @@ inline std::wstring CreateTempFolder(const wchar_t* prefix) {
   if (length == 0 || length > MAX_PATH) Fail("GetTempPathW failed");
   for (unsigned attempt = 0; attempt < 100; ++attempt) {
     std::wstring path = std::wstring(temp) + prefix + L"-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
-                              std::to_wstring(GetTickCount64()) + L"-" + std::to_wstring(attempt);
+                        std::to_wstring(GetTickCount64()) + L"-" + std::to_wstring(attempt);
     if (CreateDirectoryW(path.c_str(), nullptr)) return path;
   }
   Fail("cannot create a temporary folder under " + Narrow(temp));

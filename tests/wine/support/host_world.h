@@ -46,10 +46,13 @@ inline std::wstring ManifestFor(const TestPackage& package) {
   std::wstring text =
       L"<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n"
       L"<Package xmlns=\"http://schemas.microsoft.com/appx/2010/manifest\">\r\n"
-      L"  <Identity Name=\"" + std::wstring(package.name) + L"\" Publisher=\"CN=Kelbrook Test Packages\" Version=\"" +
-      package.version + L"\" ProcessorArchitecture=\"x64\" />\r\n"
+      L"  <Identity Name=\"" +
+      std::wstring(package.name) + L"\" Publisher=\"CN=Kelbrook Test Packages\" Version=\"" + package.version +
+      L"\" ProcessorArchitecture=\"x64\" />\r\n"
       L"  <Properties>\r\n"
-      L"    <DisplayName>" + std::wstring(package.name) + L"</DisplayName>\r\n"
+      L"    <DisplayName>" +
+      std::wstring(package.name) +
+      L"</DisplayName>\r\n"
       L"    <PublisherDisplayName>Kelbrook Tests</PublisherDisplayName>\r\n"
       L"    <Logo>Assets\\StoreLogo.png</Logo>\r\n"
       L"  </Properties>\r\n"
@@ -64,10 +67,12 @@ inline std::wstring ManifestFor(const TestPackage& package) {
   for (const ManifestApplication& application : package.applications) {
     text += L"    <Application Id=\"" + std::wstring(application.id) +
             L"\" Executable=\"App.exe\" EntryPoint=\"App.App\">\r\n"
-            L"      <VisualElements DisplayName=\"" + std::wstring(application.displayName) +
+            L"      <VisualElements DisplayName=\"" +
+            std::wstring(application.displayName) +
             L"\" Logo=\"Assets\\Logo.png\" SmallLogo=\"Assets\\SmallLogo.png\" Description=\"Test\""
             L" ForegroundText=\"light\" BackgroundColor=\"#464646\">\r\n"
-            L"        <DefaultTile ShowName=\"allLogos\" ShortName=\"" + std::wstring(application.shortName) +
+            L"        <DefaultTile ShowName=\"allLogos\" ShortName=\"" +
+            std::wstring(application.shortName) +
             L"\" />\r\n"
             L"        <SplashScreen Image=\"Assets\\SplashScreen.png\" />\r\n"
             L"      </VisualElements>\r\n"
@@ -140,7 +145,9 @@ class HostWorld {
   [[nodiscard]] const std::wstring& AppData() const { return appData_; }
   [[nodiscard]] std::wstring CommonPrograms() const { return allUsersProfile_ + kStartMenuPrograms; }
   [[nodiscard]] std::wstring UserPrograms() const { return appData_ + kStartMenuPrograms; }
-  [[nodiscard]] std::wstring PackageFolder(const TestPackage& package) const { return root_ + L"\\Packages\\" + package.folder; }
+  [[nodiscard]] std::wstring PackageFolder(const TestPackage& package) const {
+    return root_ + L"\\Packages\\" + package.folder;
+  }
   [[nodiscard]] std::wstring FixturePath() const { return root_ + L"\\deployment.ini"; }
   [[nodiscard]] std::wstring RecorderLog() const { return root_ + L"\\recorder.txt"; }
   [[nodiscard]] std::wstring PresetPath() const { return hostFolder_ + L"\\PresetAppNameList.xml"; }

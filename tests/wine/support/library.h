@@ -19,7 +19,8 @@ class Library {
  public:
   explicit Library(const std::wstring& path) {
     module_ = LoadLibraryW(path.c_str());
-    if (module_ == nullptr) Fail(Format("LoadLibraryW(%s) failed with error %lu", Narrow(path).c_str(), GetLastError()));
+    if (module_ == nullptr)
+      Fail(Format("LoadLibraryW(%s) failed with error %lu", Narrow(path).c_str(), GetLastError()));
   }
 
   [[nodiscard]] HMODULE Module() const { return module_; }

@@ -18,7 +18,8 @@ namespace wine_test {
 inline void WriteUserValue(const wchar_t* keyName, const wchar_t* name, DWORD type, const void* data, DWORD size) {
   HKEY key = nullptr;
   LONG status = RegCreateKeyExW(HKEY_CURRENT_USER, keyName, 0, nullptr, 0, KEY_SET_VALUE, nullptr, &key, nullptr);
-  if (status != ERROR_SUCCESS) Fail(Format("RegCreateKeyExW(HKCU\\%s) failed with %ld", Narrow(keyName).c_str(), status));
+  if (status != ERROR_SUCCESS)
+    Fail(Format("RegCreateKeyExW(HKCU\\%s) failed with %ld", Narrow(keyName).c_str(), status));
   status = RegSetValueExW(key, name, 0, type, static_cast<const BYTE*>(data), size);
   RegCloseKey(key);
   if (status != ERROR_SUCCESS) Fail(Format("RegSetValueExW(%s) failed with %ld", Narrow(name).c_str(), status));

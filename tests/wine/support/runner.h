@@ -210,7 +210,8 @@ inline int RunInPrivateHost(const PrivateHost& host, const char* name, const std
     const std::wstring hostFolder = root + L"\\host";
     MakeFolders(hostFolder);
     const std::wstring exe = hostFolder + L"\\" + host.exeName;
-    if (!CopyFileW(ProgramPath().c_str(), exe.c_str(), FALSE)) Fail(Format("cannot copy the test program (error %lu)", GetLastError()));
+    if (!CopyFileW(ProgramPath().c_str(), exe.c_str(), FALSE))
+      Fail(Format("cannot copy the test program (error %lu)", GetLastError()));
     const std::wstring reportFile = root + L"\\report.txt";
     SetEnvironment(host.rootVariable, root);
     SetEnvironment(host.reportVariable, reportFile);
