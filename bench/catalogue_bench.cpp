@@ -17,10 +17,10 @@
 #include <pugixml.hpp>
 
 #include "catalogue_data.h"
-#include "quick_platform.h"
-#include "scoped_platform.h"
 #include "contest.h"
 #include "frame/format.h"
+#include "quick_platform.h"
+#include "scoped_platform.h"
 
 namespace kel::bench {
 namespace {
@@ -52,7 +52,7 @@ __attribute__((noinline)) std::size_t TimedLibxml2Walk(const std::string& bytes)
 }
 
 __attribute__((noinline)) pugi::xml_parse_status TimedPugixmlParse(pugi::xml_document& document,
-                                                                     const std::string& bytes) {
+                                                                   const std::string& bytes) {
   return document.load_buffer(bytes.data(), bytes.size()).status;
 }
 
@@ -76,7 +76,7 @@ struct Utf8Records {
 };
 
 const Utf8Records& PeerRecords() {
-  static const Utf8Records records = [] {
+  static const Utf8Records kRecords = [] {
     Utf8Records out;
     for (const PackageEntry& entry : GeneratedPackages()) {
       Utf8Records::Package package{ToUtf8(entry.familyName), entry.version, {}};
@@ -90,7 +90,7 @@ const Utf8Records& PeerRecords() {
     }
     return out;
   }();
-  return records;
+  return kRecords;
 }
 
 void WriteAttribute(xmlTextWriterPtr writer, const char* name, const std::string& value) {

@@ -19,14 +19,14 @@ WString Lowered(WString text) {
 }
 
 // Names of the kind a PC's Start menu and Store apps carry.
-constexpr const char* kWords[] = {"Photo",  "Music",   "Video",   "Mail",    "Calendar", "Notes",   "Paint",
-                                  "Backup", "Scanner", "Player",  "Reader",  "Editor",   "Manager", "Studio",
+constexpr const char* kWords[] = {"Photo",  "Music",    "Video",   "Mail",   "Calendar", "Notes",   "Paint",
+                                  "Backup", "Scanner",  "Player",  "Reader", "Editor",   "Manager", "Studio",
                                   "Viewer", "Recorder", "Weather", "Maps",   "Camera",   "Browser"};
 constexpr const char* kKinds[] = {"App", "Tool", "Suite", "Pro", "Lite"};
-const WString kJapaneseWords[] = {u"写真", u"音楽", u"動画", u"メール", u"予定表", u"メモ", u"お絵かき",
-                                  u"バックアップ", u"スキャナー", u"プレーヤー", u"リーダー", u"エディター",
-                                  u"マネージャー", u"スタジオ", u"ビューアー", u"レコーダー", u"天気", u"地図",
-                                  u"カメラ", u"ブラウザー"};
+const WString kJapaneseWords[] = {u"写真",       u"音楽",       u"動画",         u"メール",     u"予定表",
+                                  u"メモ",       u"お絵かき",   u"バックアップ", u"スキャナー", u"プレーヤー",
+                                  u"リーダー",   u"エディター", u"マネージャー", u"スタジオ",   u"ビューアー",
+                                  u"レコーダー", u"天気",       u"地図",         u"カメラ",     u"ブラウザー"};
 const WString kJapaneseKinds[] = {u"アプリ", u"ツール", u"スイート", u"プロ", u"ライト"};
 const WString kPublishers[] = {u"8wekyb3d8bbwe", u"cw5n1h2txyewy", u"k1x2p7q9r3s4t", u"a5b6c7d8e9f0g"};
 const WString kPrograms = u"C:\\ProgramData\\Microsoft\\Windows\\Start Menu\\Programs";
@@ -61,7 +61,8 @@ std::vector<DesktopAppEntry> MakeDesktopApps() {
     const int kind = (i / 20) % 5;
     const WString display = Wide(kWords[word]) + u" " + Wide(kKinds[kind]) + u" " + Number(i);
     entry.displayName = Lowered(display);
-    entry.lnkFileName = kPrograms + u"\\Vendor " + Number(i % 500) + u"\\" + display + u".lnk";
+    entry.lnkFileName = kPrograms + u"\\Vendor " + Number(i % 500);
+    entry.lnkFileName += u"\\" + display + u".lnk";
     if (i % 4 == 3) entry.localizeName = kJapaneseWords[word] + kJapaneseKinds[kind] + u" " + Number(i);
   }
   return apps;
@@ -85,7 +86,7 @@ std::string MakeFile() {
     Attribute(out, "PackageFamilyName", package.familyName);
     Attribute(out, "Version",
               FormatWide(u"%d.%d.%d.%d", {package.version.Major, package.version.Minor, package.version.Build,
-                                           package.version.Revision}));
+                                          package.version.Revision}));
     out += '>';
     for (const MetroAppEntry& app : package.apps) {
       out += "\r\n      <MetroApp";
@@ -131,26 +132,26 @@ void CheckRoundTrip(const std::string& bytes) {
 }  // namespace
 
 const std::vector<PackageEntry>& GeneratedPackages() {
-  static const std::vector<PackageEntry> packages = MakePackages();
-  return packages;
+  static const std::vector<PackageEntry> kPackages = MakePackages();
+  return kPackages;
 }
 
 const std::vector<DesktopAppEntry>& GeneratedDesktopApps() {
-  static const std::vector<DesktopAppEntry> apps = MakeDesktopApps();
-  return apps;
+  static const std::vector<DesktopAppEntry> kApps = MakeDesktopApps();
+  return kApps;
 }
 
 const std::string& CatalogueFileBytes() {
-  static const std::string bytes = [] {
+  static const std::string kBytes = [] {
     std::string made = MakeFile();
     CheckRoundTrip(made);
     return made;
   }();
-  return bytes;
+  return kBytes;
 }
 
 const std::vector<WString>& SearchedNames() {
-  static const std::vector<WString> names = [] {
+  static const std::vector<WString> kNames = [] {
     std::vector<WString> out;
     for (const PackageEntry& package : GeneratedPackages()) {
       for (const MetroAppEntry& app : package.apps) {
@@ -164,7 +165,7 @@ const std::vector<WString>& SearchedNames() {
     }
     return out;
   }();
-  return names;
+  return kNames;
 }
 
 std::size_t StoredStringBytes(const CKELAppNameList& list) {

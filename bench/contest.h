@@ -25,7 +25,7 @@ class CpuTimer {
  public:
   void Start() { started_ = Now(); }
   void Stop() { total_ += Now() - started_; }
-  double TotalNs() const { return total_; }
+  [[nodiscard]] double TotalNs() const { return total_; }
 
  private:
   static double Now() {

@@ -61,7 +61,7 @@ std::vector<std::string> Pieces() {
 }
 
 const std::string& Text() {
-  static const std::string text = [] {
+  static const std::string kText = [] {
     const std::vector<std::string> pieces = Pieces();
     std::string out;
     for (std::size_t i = 0;; ++i) {
@@ -72,16 +72,16 @@ const std::string& Text() {
     out.resize(kTextBytes, ' ');
     return out;
   }();
-  return text;
+  return kText;
 }
 
 // The library's result and iconv's are the same code units.
 void CheckAgreement() {
-  static const bool checked = [] {
+  static const bool kChecked = [] {
     const std::string& text = Text();
     std::u16string ours(text.size(), u'\0');
-    const int n = cp932::MultiByteToWide(text.data(), static_cast<int>(text.size()), ours.data(),
-                                         static_cast<int>(ours.size()));
+    const int n =
+        cp932::MultiByteToWide(text.data(), static_cast<int>(text.size()), ours.data(), static_cast<int>(ours.size()));
     if (n <= 0) Fail("MultiByteToWide failed");
     ours.resize(static_cast<std::size_t>(n));
     const std::string theirs = Convert("UTF-16LE", "CP932", text);
@@ -90,7 +90,7 @@ void CheckAgreement() {
     }
     return true;
   }();
-  (void)checked;
+  (void)kChecked;
 }
 
 // The timed calls, out of line so a profiler can collect them alone.

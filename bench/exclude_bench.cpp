@@ -12,10 +12,10 @@
 #include <benchmark/benchmark.h>
 
 #include "catalogue_data.h"
-#include "quick_platform.h"
-#include "scoped_platform.h"
 #include "contest.h"
 #include "frame/exports.h"
+#include "quick_platform.h"
+#include "scoped_platform.h"
 
 namespace kel::bench {
 namespace {

@@ -9,11 +9,11 @@
 
 #include <cstdio>
 
-#include "posix_file_platform.h"
-#include "scoped_platform.h"
 #include "contest.h"
 #include "empty_trace.h"
 #include "frame/log.h"
+#include "posix_file_platform.h"
+#include "scoped_platform.h"
 
 namespace kel::bench {
 namespace {
@@ -48,8 +48,8 @@ __attribute__((noinline)) int TimedPlainCLine(const char* path, const platform::
   if (fd < 0) return -1;
   lseek(fd, 0, SEEK_END);
   char stamp[64];
-  const int stampLength = std::snprintf(stamp, sizeof stamp, "[%04d/%02d/%02d %02d:%02d:%02d.%03d]", t.wYear,
-                                        t.wMonth, t.wDay, t.wHour, t.wMinute, t.wSecond, t.wMilliseconds);
+  const int stampLength = std::snprintf(stamp, sizeof stamp, "[%04d/%02d/%02d %02d:%02d:%02d.%03d]", t.wYear, t.wMonth,
+                                        t.wDay, t.wHour, t.wMinute, t.wSecond, t.wMilliseconds);
   benchmark::DoNotOptimize(write(fd, stamp, static_cast<std::size_t>(stampLength)));
   char message[1024];
   const int messageLength = std::snprintf(message, sizeof message, "%s IN\r\n", name);
@@ -82,7 +82,8 @@ void BM_TraceOn(benchmark::State& state) {
             }},
            {"plainc", [&](CpuTimer& timer) {
               timer.Start();
-              for (int i = 0; i < kOnBatch; ++i) benchmark::DoNotOptimize(TimedPlainCLine(theirs.path.c_str(), t, "Name"));
+              for (int i = 0; i < kOnBatch; ++i)
+                benchmark::DoNotOptimize(TimedPlainCLine(theirs.path.c_str(), t, "Name"));
               timer.Stop();
             }}});
   g_bLogEnabled.store(0);

@@ -12,7 +12,7 @@
 namespace {
 
 struct HeapCount {
-  long long bytes = 0;   // as asked for
+  long long bytes = 0;  // as asked for
   long long blocks = 0;
   long long chunks = 0;  // as glibc's malloc lays the blocks out on x86-64 (header, 16-byte steps, 32 at least)
   long long made = 0;    // blocks allocated so far, freed or not

@@ -112,12 +112,18 @@ std::uint64_t QuickPlatform::VerSetConditionMask(std::uint64_t mask, DWORD typeB
 BOOL QuickPlatform::VerifyVersionInfo(platform::OsVersionInfoEx& info, DWORD typeMask, std::uint64_t conditionMask) {
   auto passes = [](DWORD actual, DWORD wanted, unsigned condition) {
     switch (condition) {
-      case 1: return actual == wanted;
-      case 2: return actual > wanted;
-      case 3: return actual >= wanted;
-      case 4: return actual < wanted;
-      case 5: return actual <= wanted;
-      default: return false;
+      case 1:
+        return actual == wanted;
+      case 2:
+        return actual > wanted;
+      case 3:
+        return actual >= wanted;
+      case 4:
+        return actual < wanted;
+      case 5:
+        return actual <= wanted;
+      default:
+        return false;
     }
   };
   bool ok = true;

@@ -59,29 +59,29 @@ __attribute__((noinline)) WalkResult TimedReaderWalk(xml::XmlReader& reader, con
 }
 
 const std::string& NamespacesDocument() {
-  static const std::string document = [] {
+  static const std::string kDocument = [] {
     std::string out = "<r";
     for (int i = 0; i < 30000; ++i) out += " xmlns:p" + std::to_string(i) + "='u'";
     out += ">";
     for (int i = 0; i < 30000; ++i) out += "<p" + std::to_string(i) + ":e/>";
     return out + "</r>";
   }();
-  return document;
+  return kDocument;
 }
 
 const std::string& UnprefixedDocument() {
-  static const std::string document = [] {
+  static const std::string kDocument = [] {
     std::string out = NamespacesDocument();
     for (char& c : out) {
       if (c == ':') c = '_';
     }
     return out;
   }();
-  return document;
+  return kDocument;
 }
 
 const std::string& AttributesDocument() {
-  static const std::string document = [] {
+  static const std::string kDocument = [] {
     const std::size_t size = NamespacesDocument().size();
     std::string out = "<r";
     for (int i = 0; out.size() + 16 < size; ++i) out += " a" + std::to_string(i) + "=''";
@@ -89,7 +89,7 @@ const std::string& AttributesDocument() {
     out.resize(size, ' ');
     return out;
   }();
-  return document;
+  return kDocument;
 }
 
 // The catalogue file up to the last whole line that fits in `size` bytes,

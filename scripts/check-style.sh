@@ -116,7 +116,7 @@ echo "== style: clang-tidy ($(clang-tidy --version | grep -o 'version [0-9.]*'))
 start=$SECONDS
 log=${KEL_STYLE_LOG:-$(mktemp -d)}
 mkdir -p "$log"
-rm -f "$log"/*.txt
+rm -f "$log"/*.txt "$log/failed"
 
 declare -A tidied=()
 for preset in native fuzz bench win64 win32; do

@@ -3,9 +3,9 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "catalogue/records.h"
 
@@ -32,7 +32,8 @@ class CKELAppNameList {
   [[nodiscard]] HRESULT AddMetroPackage(CKELPackage* package);
   [[nodiscard]] HRESULT AddDesktopApp(const char16_t* displayName, const char16_t* shortcutPath);
   [[nodiscard]] BOOL IsInDesktopAppList(const char16_t* shortcutPath);
-  [[nodiscard]] HRESULT GetExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList, BOOL* pFound);
+  [[nodiscard]] HRESULT GetExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
+                                              BOOL* pFound);
   [[nodiscard]] HRESULT ReadDesktopApps(xml::XmlReader* reader);
   void RefreshInstalledFlags();
 
@@ -56,8 +57,8 @@ class CKELAppNameList {
 
   // Records are reached through pointers that stay where they are while the
   // lists grow; a walk that lets go of the lock keeps its place by index.
-  const std::vector<std::unique_ptr<CKELPackage>>& Packages() const { return m_Packages; }
-  const std::vector<RecordRef<CKELDesktopApp>>& DesktopApps() const { return m_DesktopApps; }
+  [[nodiscard]] const std::vector<std::unique_ptr<CKELPackage>>& Packages() const { return m_Packages; }
+  [[nodiscard]] const std::vector<RecordRef<CKELDesktopApp>>& DesktopApps() const { return m_DesktopApps; }
 
  private:
   // The operations' bodies, for callers that already hold the lock.
@@ -74,7 +75,7 @@ class CKELAppNameList {
   [[nodiscard]] BOOL IsInDesktopAppListHeld(const char16_t* shortcutPath);
   void ReleaseRecordsHeld() noexcept;
   // Whether the calling thread is bound to records that are gone.
-  bool IsStaleForThisThreadHeld() const;
+  [[nodiscard]] bool IsStaleForThisThreadHeld() const;
 
   std::mutex m_Lock;
   // Counts the emptyings of the records; guarded by m_Lock.

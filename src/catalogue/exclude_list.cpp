@@ -91,9 +91,8 @@ void ExcludeAppNameList::ReleaseOwners() noexcept {
 
 ExcludeAppNameList::ExcludeAppNameList(const ExcludeAppNameList& other) {
   for (const Entry& entry : other.entries_) {
-    const HRESULT added = entry.owner != nullptr
-                              ? AddUnique(*entry.owner, RecordText(entry.text, entry.length))
-                              : AddUnique(WString(entry.text, entry.length));
+    const HRESULT added = entry.owner != nullptr ? AddUnique(*entry.owner, RecordText(entry.text, entry.length))
+                                                 : AddUnique(WString(entry.text, entry.length));
     if (added == E_OUTOFMEMORY) throw std::bad_alloc();
   }
 }

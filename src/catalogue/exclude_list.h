@@ -73,10 +73,10 @@ class ExcludeAppNameList {
   // keeps alive with a reference to `owner`.
   [[nodiscard]] HRESULT AddUnique(const CKELApp& owner, const RecordText& name);
 
-  const_iterator begin() const { return const_iterator(entries_.data()); }
-  const_iterator end() const { return const_iterator(entries_.data() + entries_.size()); }
-  std::size_t size() const { return entries_.size(); }
-  bool empty() const { return entries_.empty(); }
+  [[nodiscard]] const_iterator begin() const { return const_iterator(entries_.data()); }
+  [[nodiscard]] const_iterator end() const { return const_iterator(entries_.data() + entries_.size()); }
+  [[nodiscard]] std::size_t size() const { return entries_.size(); }
+  [[nodiscard]] bool empty() const { return entries_.empty(); }
 
   // Copies index their own names; a copy that cannot take every name
   // throws std::bad_alloc.

@@ -19,7 +19,7 @@ constexpr CharClass AsciiClass(char16_t c) {
   return (c == u'/' || c == u'_' || (c >= u'0' && c <= u'9') || (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z'))
              ? CharClass::Run
          : c == u'\\' ? CharClass::Single
-                       : CharClass::Ignored;
+                      : CharClass::Ignored;
 }
 
 struct AsciiClasses {

@@ -9,7 +9,7 @@ namespace kel {
 class RecordText : public std::u16string_view {
  public:
   constexpr RecordText(const char16_t* text, size_type length) noexcept : std::u16string_view(text, length) {}
-  const char16_t* c_str() const noexcept { return data(); }
+  [[nodiscard]] const char16_t* c_str() const noexcept { return data(); }
 };
 
 }  // namespace kel

@@ -94,7 +94,7 @@ struct Position {
 Position Current(XmlReader& reader) {
   Position position;
   (void)reader.GetNodeType(&position.type);  // never fails with a place to put it
-  (void)reader.GetDepth(&position.depth);  // never fails with a place to put it
+  (void)reader.GetDepth(&position.depth);    // never fails with a place to put it
   const char16_t* name = nullptr;
   UINT length = 0;
   if (Succeeded(reader.GetLocalName(&name, &length)) && name != nullptr) position.name = {name, length};
@@ -146,8 +146,7 @@ HRESULT CKELPackage::ToXmlNode(XmlWriter* writer) const {
   if (Failed(hr)) return TraceExit(kName, hr);
   hr = WriteAttribute(*writer, u"PackageFamilyName", PackageFamilyName);
   if (Succeeded(hr)) {
-    const WString version =
-        FormatWide(u"%d.%d.%d.%d", {Version.Major, Version.Minor, Version.Build, Version.Revision});
+    const WString version = FormatWide(u"%d.%d.%d.%d", {Version.Major, Version.Minor, Version.Build, Version.Revision});
     hr = WriteAttribute(*writer, u"Version", version);
     if (Succeeded(hr) && NeedReserve) hr = WriteAttribute(*writer, u"NeedReserve", u"1");
   }

@@ -82,8 +82,7 @@ CKELMetroApp::CKELMetroApp(const std::u16string_view (&texts)[kStrings]) noexcep
               (1u << kDisplayName) | (1u << kShortName)) {}
 
 RecordRef<CKELMetroApp> CKELMetroApp::Create(std::u16string_view displayName, std::u16string_view shortName,
-                                             std::u16string_view rubyDisplayName,
-                                             std::u16string_view rubyShortName) {
+                                             std::u16string_view rubyDisplayName, std::u16string_view rubyShortName) {
   std::u16string_view texts[kStrings];
   texts[kDisplayName] = displayName;
   texts[kRubyDisplayName] = rubyDisplayName;
@@ -157,9 +156,8 @@ CKELDesktopApp::CKELDesktopApp(const std::u16string_view (&texts)[kStrings], BOO
       IsDualMode(isDualMode) {}
 
 RecordRef<CKELDesktopApp> CKELDesktopApp::Create(std::u16string_view displayName, std::u16string_view lnkFileName,
-                                                 std::u16string_view localizeName,
-                                                 std::u16string_view rubyDisplayName, BOOL needReserve,
-                                                 BOOL isInstalled, BOOL isDualMode) {
+                                                 std::u16string_view localizeName, std::u16string_view rubyDisplayName,
+                                                 BOOL needReserve, BOOL isInstalled, BOOL isDualMode) {
   std::u16string_view texts[kStrings];
   texts[kDisplayName] = displayName;
   texts[kRubyDisplayName] = rubyDisplayName;
@@ -172,8 +170,8 @@ RecordRef<CKELDesktopApp> CKELDesktopApp::Create(std::u16string_view displayName
 RecordRef<CKELDesktopApp> CKELDesktopApp::Create(const char16_t* displayName, const char16_t* lnkFileName,
                                                  const char16_t* localizeName, const char16_t* rubyDisplayName,
                                                  BOOL needReserve, BOOL isInstalled, BOOL isDualMode) {
-  return Create(ViewOf(displayName), ViewOf(lnkFileName), ViewOf(localizeName), ViewOf(rubyDisplayName),
-                needReserve, isInstalled, isDualMode);
+  return Create(ViewOf(displayName), ViewOf(lnkFileName), ViewOf(localizeName), ViewOf(rubyDisplayName), needReserve,
+                isInstalled, isDualMode);
 }
 
 BOOL CKELDesktopApp::IsSameShortcut(const char16_t* path) const {
@@ -244,9 +242,10 @@ CKELPackage::CKELPackage(platform::Package& package) {
   IsInstalled = 1;
 }
 
-CKELPackage::CKELPackage(const char16_t* packageFamilyName, PackageVersion version, BOOL needReserve,
-                         BOOL isInstalled)
-    : PackageFamilyName(packageFamilyName == nullptr ? WString() : WString(packageFamilyName)), Version(version), NeedReserve(needReserve),
+CKELPackage::CKELPackage(const char16_t* packageFamilyName, PackageVersion version, BOOL needReserve, BOOL isInstalled)
+    : PackageFamilyName(packageFamilyName == nullptr ? WString() : WString(packageFamilyName)),
+      Version(version),
+      NeedReserve(needReserve),
       IsInstalled(isInstalled) {}
 
 CKELPackage::~CKELPackage() {

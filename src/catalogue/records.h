@@ -52,7 +52,7 @@ class RecordRef {
   RecordRef& operator=(const RecordRef&) = delete;
   ~RecordRef() { reset(); }
 
-  T* get() const noexcept { return record_; }
+  [[nodiscard]] T* get() const noexcept { return record_; }
   T* operator->() const noexcept { return record_; }
   T& operator*() const noexcept { return *record_; }
   explicit operator bool() const noexcept { return record_ != nullptr; }
@@ -262,19 +262,19 @@ class CKELPackage {
      private:
       const CKELMetroApp* at_ = nullptr;
     };
-    const_iterator begin() const { return const_iterator(owner_->firstApp_); }
-    const_iterator end() const { return const_iterator(); }
-    std::size_t size() const { return owner_->appCount_; }
-    bool empty() const { return owner_->appCount_ == 0; }
-    const CKELMetroApp* front() const { return owner_->firstApp_; }
-    const CKELMetroApp* back() const { return owner_->lastApp_; }
+    [[nodiscard]] const_iterator begin() const { return const_iterator(owner_->firstApp_); }
+    [[nodiscard]] const_iterator end() const { return const_iterator(); }
+    [[nodiscard]] std::size_t size() const { return owner_->appCount_; }
+    [[nodiscard]] bool empty() const { return owner_->appCount_ == 0; }
+    [[nodiscard]] const CKELMetroApp* front() const { return owner_->firstApp_; }
+    [[nodiscard]] const CKELMetroApp* back() const { return owner_->lastApp_; }
 
    private:
     friend class CKELPackage;
     explicit AppList(const CKELPackage* owner) : owner_(owner) {}
     const CKELPackage* owner_;
   };
-  AppList Applications() const { return AppList(this); }
+  [[nodiscard]] AppList Applications() const { return AppList(this); }
   // Moves the other record's applications to the end of this one's.
   void TakeApplicationsFrom(CKELPackage& other) noexcept;
   // Whether deleting the record writes DeleteAllApp's trace lines. A record

@@ -5,9 +5,9 @@
 #include "frame/export_guard.h"
 #include "frame/lifecycle.h"
 #include "frame/log.h"
-#include "frame/trace_exit.h"
 #include "frame/pfn_substitution.h"
 #include "frame/reg.h"
+#include "frame/trace_exit.h"
 #include "launch/monitor_mode.h"
 #include "package_discovery/package_manager.h"
 
@@ -76,8 +76,7 @@ extern "C" HRESULT KELAPI KelIsInstalledW(const char16_t* pszPackageFamilyName, 
   });
 }
 
-extern "C" HRESULT KELAPI KelGetAppDisplayNameByPFNW(const char16_t* pszPackageFamilyName,
-                                                     char16_t** ppszDisplayName) {
+extern "C" HRESULT KELAPI KelGetAppDisplayNameByPFNW(const char16_t* pszPackageFamilyName, char16_t** ppszDisplayName) {
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelGetAppDisplayNameByPFNW";
     WriteDebugLog("%S(%S, 0x%08X) IN\r\n", kName, pszPackageFamilyName,
@@ -85,8 +84,7 @@ extern "C" HRESULT KELAPI KelGetAppDisplayNameByPFNW(const char16_t* pszPackageF
     KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszPackageFamilyName, ppszDisplayName));
     const char16_t* name = EffectivePFN(pszPackageFamilyName);
     const HRESULT result = ThePackageManager().GetAppDisplayNameByPFN(name, ppszDisplayName);
-    WriteDebugLog("%S OUT(0x%08X) DisplayName = %s\r\n", kName, result,
-                  static_cast<const char16_t*>(*ppszDisplayName));
+    WriteDebugLog("%S OUT(0x%08X) DisplayName = %s\r\n", kName, result, static_cast<const char16_t*>(*ppszDisplayName));
     return result;
   });
 }
@@ -117,9 +115,8 @@ extern "C" HRESULT KELAPI KelLaunchByAppUserModelIdW(const char16_t* pszAppUserM
     RereadLogSwitch();
     WriteDebugLog("%S(%S) IN\r\n", kName, pszAppUserModelId);
     if (pszAppUserModelId == nullptr) return TraceExit(kName, E_POINTER);
-    const HRESULT result = pszArguments != nullptr
-                               ? ThePackageManager().LaunchStoreApp(pszAppUserModelId, pszArguments)
-                               : ThePackageManager().LaunchStoreApp(pszAppUserModelId);
+    const HRESULT result = pszArguments != nullptr ? ThePackageManager().LaunchStoreApp(pszAppUserModelId, pszArguments)
+                                                   : ThePackageManager().LaunchStoreApp(pszAppUserModelId);
     return TraceExit(kName, result);
   });
 }

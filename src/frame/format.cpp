@@ -184,8 +184,7 @@ void PutInteger(Sink& out, const Spec& spec, std::uint32_t bits) {
   switch (spec.conversion) {
     case 'd':
     case 'i': {
-      const std::int64_t signedValue = spec.half ? static_cast<std::int16_t>(value)
-                                                 : static_cast<std::int32_t>(value);
+      const std::int64_t signedValue = spec.half ? static_cast<std::int16_t>(value) : static_cast<std::int32_t>(value);
       negative = signedValue < 0;
       std::uint64_t magnitude =
           negative ? static_cast<std::uint64_t>(-signedValue) : static_cast<std::uint64_t>(signedValue);

@@ -30,10 +30,10 @@ class FormatArg {
   template <typename T, typename = std::enable_if_t<std::is_integral_v<T> || std::is_enum_v<T>>>
   FormatArg(T value) noexcept  // NOLINT(google-explicit-constructor): built from call arguments
       : kind_(Kind::Integer), bits_(static_cast<std::uint32_t>(value)) {}
-  FormatArg(const char* text) noexcept : kind_(Kind::Narrow), narrow_(text) {}  // NOLINT
-  FormatArg(const char16_t* text) noexcept : kind_(Kind::Wide), wide_(text) {}  // NOLINT
+  FormatArg(const char* text) noexcept : kind_(Kind::Narrow), narrow_(text) {}                 // NOLINT
+  FormatArg(const char16_t* text) noexcept : kind_(Kind::Wide), wide_(text) {}                 // NOLINT
   FormatArg(const std::string& text) noexcept : kind_(Kind::Narrow), narrow_(text.c_str()) {}  // NOLINT
-  FormatArg(const WString& text) noexcept : kind_(Kind::Wide), wide_(text.c_str()) {}  // NOLINT
+  FormatArg(const WString& text) noexcept : kind_(Kind::Wide), wide_(text.c_str()) {}          // NOLINT
 
   [[nodiscard]] Kind GetKind() const { return kind_; }
   [[nodiscard]] std::uint32_t Bits() const { return bits_; }

@@ -91,7 +91,7 @@ extern "C" HRESULT KELAPI KelIsInstalledA(const char* pszPackageFamilyName, BOOL
     WriteDebugLog("%S(%s) IN\r\n", kName, pszPackageFamilyName);
     KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszPackageFamilyName, pIsInstalled));
     return TraceExit(kName, ConvertAndCall(pszPackageFamilyName,
-                                      [&](const char16_t* w) { return KelIsInstalledW(w, pIsInstalled); }));
+                                           [&](const char16_t* w) { return KelIsInstalledW(w, pIsInstalled); }));
   });
 }
 
@@ -101,8 +101,8 @@ extern "C" HRESULT KELAPI KelLaunchBySearchA(const char* pszKeyword, DWORD dwMod
     WriteDebugLog("%S(%s, %d, %d) IN\r\n", kName, pszKeyword, dwMode, nOption);
     KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszKeyword));
     if (dwMode > 2) return TraceExit(kName, E_INVALIDARG);
-    return TraceExit(kName, ConvertAndCall(pszKeyword,
-                                      [&](const char16_t* w) { return KelLaunchBySearchW(w, dwMode, nOption); }));
+    return TraceExit(
+        kName, ConvertAndCall(pszKeyword, [&](const char16_t* w) { return KelLaunchBySearchW(w, dwMode, nOption); }));
   });
 }
 
@@ -113,7 +113,7 @@ extern "C" HRESULT KELAPI KelLaunchByPFNA(const char* pszPackageFamilyName, DWOR
     KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszPackageFamilyName));
     if (dwMode > 2) return TraceExit(kName, E_INVALIDARG);
     return TraceExit(kName, ConvertAndCall(pszPackageFamilyName,
-                                      [&](const char16_t* w) { return KelLaunchByPFNW(w, dwMode, nOption); }));
+                                           [&](const char16_t* w) { return KelLaunchByPFNW(w, dwMode, nOption); }));
   });
 }
 
@@ -125,8 +125,8 @@ extern "C" HRESULT KELAPI KelLaunchBrowserByProtocolA(const char* pszUrl, DWORD 
     // The shortest address the wide export accepts, "http:", is five bytes.
     if (std::strlen(pszUrl) < 5 || dwAssociationMode > 2) return TraceExit(kName, E_INVALIDARG);
     return TraceExit(kName, ConvertAndCall(pszUrl, [&](const char16_t* w) {
-                  return KelLaunchBrowserByProtocolW(w, dwAssociationMode);
-                }));
+                       return KelLaunchBrowserByProtocolW(w, dwAssociationMode);
+                     }));
   });
 }
 
@@ -138,7 +138,7 @@ extern "C" HRESULT KELAPI KelLaunchByAppUserModelIdA(const char* pszAppUserModel
     // An empty ID is handed on as an empty wide ID without a conversion.
     if (IsEmpty(pszAppUserModelId)) return TraceExit(kName, KelLaunchByAppUserModelIdW(u"", nullptr));
     return TraceExit(kName, ConvertAndCall(pszAppUserModelId,
-                                      [](const char16_t* w) { return KelLaunchByAppUserModelIdW(w, nullptr); }));
+                                           [](const char16_t* w) { return KelLaunchByAppUserModelIdW(w, nullptr); }));
   });
 }
 

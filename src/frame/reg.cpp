@@ -17,11 +17,11 @@ using platform::UniqueRegKey;
 // default, keep the stored value only when it was read as a DWORD, and take
 // a value above the largest allowed as that largest.
 enum class OwnSetting : std::size_t {
-  kDebugLog,
-  kManifestReader,
-  kRefreshInterval,
-  kClearClipboardWaitTime,
-  kRestoreRegistryWaitTime,
+  DebugLog,
+  ManifestReader,
+  RefreshInterval,
+  ClearClipboardWaitTime,
+  RestoreRegistryWaitTime,
 };
 
 struct SettingEntry {
@@ -36,15 +36,15 @@ constexpr DWORD kAnyDword = 0xFFFFFFFFu;
 
 constexpr SettingEntry kOwnSettings[] = {
     // The switch: any value other than 0 turns the log on.
-    {OwnSetting::kDebugLog, u"CKELReg::IsDebugLogOn", kDebugLogValue, 0, 1},
+    {OwnSetting::DebugLog, u"CKELReg::IsDebugLogOn", kDebugLogValue, 0, 1},
     // 1 reads manifests with the library's XML reader, 0 through the packaging API.
-    {OwnSetting::kManifestReader, u"CKELReg::GetManifestReaderSetting", kManifestReaderSettingValue,
+    {OwnSetting::ManifestReader, u"CKELReg::GetManifestReaderSetting", kManifestReaderSettingValue,
      CKELReg::kDefaultManifestReaderSetting, 1},
-    {OwnSetting::kRefreshInterval, u"CKELReg::GetRefreshInterval", kRefreshIntervalValue,
+    {OwnSetting::RefreshInterval, u"CKELReg::GetRefreshInterval", kRefreshIntervalValue,
      CKELReg::kDefaultRefreshInterval, kAnyDword},
-    {OwnSetting::kClearClipboardWaitTime, u"CKELReg::GetClearClipboardWaitTime", kClearClipboardWaitTimeValue,
+    {OwnSetting::ClearClipboardWaitTime, u"CKELReg::GetClearClipboardWaitTime", kClearClipboardWaitTimeValue,
      CKELReg::kDefaultClearClipboardWaitTime, kAnyDword},
-    {OwnSetting::kRestoreRegistryWaitTime, u"CKELReg::GetRestoreRegistryWaitTime", kRestoreRegistryWaitTimeValue,
+    {OwnSetting::RestoreRegistryWaitTime, u"CKELReg::GetRestoreRegistryWaitTime", kRestoreRegistryWaitTimeValue,
      CKELReg::kDefaultRestoreRegistryWaitTime, kAnyDword},
 };
 
@@ -77,9 +77,9 @@ struct BrowserValue {
   const char16_t* deleteName;
 };
 
-constexpr BrowserValue kAssociationMode{
-    kAssociationActivationModeValue, u"CKELReg::GetCurrentAssociationMode",
-    "%S OUT(*pdwAssociationMode = %d)\r\n", u"CKELReg::SetCurrentAssociationMode", u"CKELReg::DeleteAssociationMode"};
+constexpr BrowserValue kAssociationMode{kAssociationActivationModeValue, u"CKELReg::GetCurrentAssociationMode",
+                                        "%S OUT(*pdwAssociationMode = %d)\r\n", u"CKELReg::SetCurrentAssociationMode",
+                                        u"CKELReg::DeleteAssociationMode"};
 
 constexpr BrowserValue kTileImmersiveActivation{
     kTileImmersiveActivationValue, u"CKELReg::GetCurrentTileImmersiveActivation",
@@ -101,8 +101,8 @@ constexpr BrowserValue kTileImmersiveActivation{
   if (code == ERROR_SUCCESS) {
     DWORD type = platform::REG_DWORD;
     DWORD size = sizeof(DWORD);
-    code = Sys().RegQueryValueEx(key.get(), browserValue.valueName, &type, reinterpret_cast<std::uint8_t*>(value),
-                                 &size);
+    code =
+        Sys().RegQueryValueEx(key.get(), browserValue.valueName, &type, reinterpret_cast<std::uint8_t*>(value), &size);
     key.reset();
     if (code == ERROR_SUCCESS && type != platform::REG_DWORD) code = ERROR_BAD_FILE_TYPE;
   }
@@ -161,15 +161,15 @@ bool CKELReg::GetDWORDRegVal(const char16_t* name, DWORD* value) {
   return ok;
 }
 
-bool CKELReg::IsDebugLogOn() { return ReadSetting(OwnSetting::kDebugLog) != 0; }
+bool CKELReg::IsDebugLogOn() { return ReadSetting(OwnSetting::DebugLog) != 0; }
 
-DWORD CKELReg::GetManifestReaderSetting() { return ReadSetting(OwnSetting::kManifestReader); }
+DWORD CKELReg::GetManifestReaderSetting() { return ReadSetting(OwnSetting::ManifestReader); }
 
-DWORD CKELReg::GetRefreshInterval() { return ReadSetting(OwnSetting::kRefreshInterval); }
+DWORD CKELReg::GetRefreshInterval() { return ReadSetting(OwnSetting::RefreshInterval); }
 
-DWORD CKELReg::GetClearClipboardWaitTime() { return ReadSetting(OwnSetting::kClearClipboardWaitTime); }
+DWORD CKELReg::GetClearClipboardWaitTime() { return ReadSetting(OwnSetting::ClearClipboardWaitTime); }
 
-DWORD CKELReg::GetRestoreRegistryWaitTime() { return ReadSetting(OwnSetting::kRestoreRegistryWaitTime); }
+DWORD CKELReg::GetRestoreRegistryWaitTime() { return ReadSetting(OwnSetting::RestoreRegistryWaitTime); }
 
 LONG CKELReg::GetCurrentAssociationMode(DWORD* pdwAssociationMode) {
   return GetBrowserValue(kAssociationMode, pdwAssociationMode);

@@ -11,8 +11,8 @@ namespace kel {
 class CKELReg {
  public:
   static constexpr DWORD kDefaultManifestReaderSetting = 1;
-  static constexpr DWORD kDefaultRefreshInterval = 720;          // minutes
-  static constexpr DWORD kDefaultClearClipboardWaitTime = 1000;  // milliseconds
+  static constexpr DWORD kDefaultRefreshInterval = 720;           // minutes
+  static constexpr DWORD kDefaultClearClipboardWaitTime = 1000;   // milliseconds
   static constexpr DWORD kDefaultRestoreRegistryWaitTime = 1000;  // milliseconds
 
   // Own settings under HKCU\Software\Osk\Kelbrook.

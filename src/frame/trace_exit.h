@@ -22,8 +22,8 @@ template <typename Char, typename... Out>
 // Leaves the calling operation through TraceExit(name, ...) when
 // `expression` (evaluated once) is a failure. A macro because only a macro
 // can return from its caller; it is the one such macro of the library.
-#define KEL_RETURN_IF_FAILED_TRACED(name, expression)                                 \
-  do {                                                                                \
-    const ::kel::HRESULT kelTracedResult = (expression);                              \
+#define KEL_RETURN_IF_FAILED_TRACED(name, expression)                                     \
+  do {                                                                                    \
+    const ::kel::HRESULT kelTracedResult = (expression);                                  \
     if (::kel::Failed(kelTracedResult)) return ::kel::TraceExit((name), kelTracedResult); \
   } while (false)

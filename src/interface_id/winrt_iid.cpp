@@ -19,7 +19,7 @@ std::array<std::uint8_t, 20> Sha1(const std::vector<std::uint8_t>& message) {
 
   for (std::size_t chunk = 0; chunk < data.size(); chunk += 64) {
     std::uint32_t w[80];
-    for (int i = 0; i < 16; ++i) {
+    for (std::size_t i = 0; i < 16; ++i) {
       w[i] = (static_cast<std::uint32_t>(data[chunk + 4 * i]) << 24) |
              (static_cast<std::uint32_t>(data[chunk + 4 * i + 1]) << 16) |
              (static_cast<std::uint32_t>(data[chunk + 4 * i + 2]) << 8) | data[chunk + 4 * i + 3];

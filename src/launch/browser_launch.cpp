@@ -4,8 +4,8 @@
 #include "frame/export_guard.h"
 #include "frame/exports.h"
 #include "frame/log.h"
-#include "frame/trace_exit.h"
 #include "frame/reg.h"
+#include "frame/trace_exit.h"
 #include "frame/wide.h"
 #include "platform/platform.h"
 

@@ -64,8 +64,7 @@ HRESULT HandOver(platform::Platform& sys, const char16_t* name, const char16_t* 
   (void)sys.GlobalUnlock(block.Get());
   (void)sys.EmptyClipboard();
   if (sys.SetClipboardData(platform::CF_UNICODETEXT, block.Get()) == nullptr) {
-    WriteDebugLog("%S ERROR SetClipboardData(CF_UNICODETEXT, hg) Failed. ErrCode = %d\r\n", name,
-                  sys.GetLastError());
+    WriteDebugLog("%S ERROR SetClipboardData(CF_UNICODETEXT, hg) Failed. ErrCode = %d\r\n", name, sys.GetLastError());
   }
   return S_OK;
 }

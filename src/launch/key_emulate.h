@@ -23,7 +23,7 @@ class CKELKeyEmulate {
   static void SendInput_Shift_Insert();  // paste
   static void SendInput_Win_Q();         // the search charm
   static void SendInput_Enter();
-  static void Sendinput_Win();           // the Windows key alone
+  static void Sendinput_Win();  // the Windows key alone
 };
 
 }  // namespace kel

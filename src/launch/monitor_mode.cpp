@@ -52,8 +52,8 @@ HRESULT CKELMonitorMode::GetIMetroMode(platform::AppVisibility** object, BOOL* n
   WriteDebugLog("%S IN\r\n", kName);
   if (object == nullptr || needUninitialize == nullptr) return TraceExit(kName, E_POINTER);
   platform::ScopedComApartment apartment(platform::COINIT_APARTMENTTHREADED);
-  if (!apartment) return TraceExit(kName, apartment.result());
-  *needUninitialize = apartment.owned() ? 1 : 0;
+  if (!apartment) return TraceExit(kName, apartment.Result());
+  *needUninitialize = apartment.Owned() ? 1 : 0;
   *object = nullptr;
   platform::ComPtr<platform::AppVisibility> created;
   const HRESULT hr =

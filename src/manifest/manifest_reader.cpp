@@ -5,8 +5,8 @@
 
 #include "frame/format.h"
 #include "frame/log.h"
-#include "frame/trace_exit.h"
 #include "frame/reg.h"
+#include "frame/trace_exit.h"
 #include "frame/wide.h"
 #include "platform/apartment.h"
 #include "platform/com_ptr.h"
@@ -36,7 +36,7 @@ void ResolveName(WString& name, const CKELPackage& package) {
   if (!IsResourceReference(name)) return;
   std::vector<char16_t> buffer(CKELManifestReader::kNameBufferCharacters, 0);
   if (CKELManifestReader::ConvertMsResourceToString(name, package.FullName.c_str(), package.Name.c_str(),
-                                                     buffer.data())) {
+                                                    buffer.data())) {
     name = buffer.data();
   }
 }
@@ -100,7 +100,7 @@ HRESULT ReadApplication(xml::XmlReader& reader, const CKELPackage& package, Unre
 // The objects are released, and the apartment left, before this returns.
 [[nodiscard]] HRESULT AddApplicationsThroughApi(const char16_t* manifestPath, CKELPackage& package) {
   platform::ScopedComApartment apartment(platform::COINIT_APARTMENTTHREADED);
-  if (!apartment) return apartment.result();
+  if (!apartment) return apartment.Result();
   platform::ComPtr<platform::AppxManifestReader> manifest;
   platform::ComPtr<platform::AppxApplicationsEnumerator> applications;
   HRESULT hr = platform::RequireObject(Sys().CreateAppxManifestReader(manifestPath, manifest.put()), manifest);

@@ -25,7 +25,8 @@ class CKELManifestReader {
   [[nodiscard]] static HRESULT GetAttributeValueByName(xml::XmlReader* reader, const char16_t* name, WString& value);
 
   [[nodiscard]] static HRESULT GetAppNameUsingXmlParser(const char16_t* manifestPath, CKELPackage* package);
-  [[nodiscard]] static HRESULT IsCanGetAppNameFromManifest(const char16_t* manifestPath, CKELPackage* package, BOOL* canGet);
+  [[nodiscard]] static HRESULT IsCanGetAppNameFromManifest(const char16_t* manifestPath, CKELPackage* package,
+                                                           BOOL* canGet);
   [[nodiscard]] static HRESULT GetAppNameUsingAPI(const char16_t* manifestPath, CKELPackage* package);
 
   // The display name of a package with exactly one application, in a
@@ -36,8 +37,8 @@ class CKELManifestReader {
 
   // Resolves an "ms-resource:" reference through the shell's indirect
   // strings into `buffer` (256 characters).
-  static BOOL ConvertMsResourceToString(WString reference, const char16_t* packageFullName,
-                                        const char16_t* packageName, char16_t* buffer);
+  static BOOL ConvertMsResourceToString(WString reference, const char16_t* packageFullName, const char16_t* packageName,
+                                        char16_t* buffer);
 };
 
 }  // namespace kel

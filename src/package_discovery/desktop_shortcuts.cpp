@@ -48,8 +48,7 @@ HRESULT CKELPackageManager::RefreshDesktopApps(const char16_t* folder) {
       if (FormatWideInto(subfolder, kMaxPath, u"%s\\%s", {folder, found.cFileName})) {
         (void)RefreshDesktopApps(subfolder.c_str());  // a nested failure is only logged
       } else {
-        WriteDebugLog("%S folder path longer than %d characters, skipped\r\n", kName,
-                      static_cast<int>(kMaxPath - 1));
+        WriteDebugLog("%S folder path longer than %d characters, skipped\r\n", kName, static_cast<int>(kMaxPath - 1));
       }
     }
   } while (sys.FindNextFile(search.get(), found));

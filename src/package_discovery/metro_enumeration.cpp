@@ -65,10 +65,10 @@ platform::ComPtr<platform::DeploymentPackageManager> CKELPackageManager::GetPack
   auto& sys = Sys();
   platform::ScopedRuntimeApartment runtime(platform::RO_INIT_SINGLETHREADED);
   if (!runtime) {
-    WriteExitLine(kName, runtime.result());
+    WriteExitLine(kName, runtime.Result());
     return nullptr;
   }
-  *needRoUninitialize = runtime.owned() ? 1 : 0;
+  *needRoUninitialize = runtime.Owned() ? 1 : 0;
   platform::ComPtr<platform::DeploymentPackageManager> manager;
   const HRESULT hr = platform::RequireObject(sys.ActivatePackageManager(manager.put()), manager);
   if (Failed(hr)) {

@@ -105,8 +105,7 @@ HRESULT CKELPackageManager::CreateAppNameListFolder(WString& path) {
 
   WString folder;
   if (!FormatWideInto(folder, kMaxPath, u"%s\\Osk\\Kelbrook%s", {localAppData, suffix})) {
-    WriteDebugLog("%S data folder path longer than %d characters, skipped\r\n", kName,
-                  static_cast<int>(kMaxPath - 1));
+    WriteDebugLog("%S data folder path longer than %d characters, skipped\r\n", kName, static_cast<int>(kMaxPath - 1));
     WriteDebugLog("%S OUT(%d)\r\n", kName, 0);
     return E_FAIL;
   }
@@ -132,8 +131,7 @@ bool CKELPackageManager::GetPresetAppNameFullPath(WString& path) {
   host.resize(lastSlash);
   WString preset;
   if (!FormatWideInto(preset, kMaxPath, u"%s\\%s", {host, kPresetAppNameListFileName})) {
-    WriteDebugLog("%S preset file path longer than %d characters, skipped\r\n", kName,
-                  static_cast<int>(kMaxPath - 1));
+    WriteDebugLog("%S preset file path longer than %d characters, skipped\r\n", kName, static_cast<int>(kMaxPath - 1));
     WriteDebugLog("%S OUT(%d)\r\n", kName, 0);
     return false;
   }
@@ -203,7 +201,8 @@ DWORD CKELPackageManager::RefreshThread(void* parameter) noexcept {
     WriteExitLine(kName, E_POINTER);
     return static_cast<DWORD>(E_POINTER);
   }
-  const HRESULT result = CaughtResult([&] { return static_cast<HRESULT>(start->manager->RunRefreshThread(*start->run)); });
+  const HRESULT result =
+      CaughtResult([&] { return static_cast<HRESULT>(start->manager->RunRefreshThread(*start->run)); });
   return static_cast<DWORD>(result);
 }
 
@@ -262,8 +261,7 @@ void CKELPackageManager::RunRefreshPass(const WString& allUsersFolder, const WSt
     if (PollExitEvent() != platform::WAIT_TIMEOUT) continue;
     const HRESULT hr = CaughtResult([&] { return RefreshDesktopApps(folder->c_str()); });
     if (Failed(hr)) {
-      WriteDebugLog("%S pKelPackageManager->RefreshDesktopApps(%s) failed. ErrCode = 0x%08X \r\n", kName, *folder,
-                    hr);
+      WriteDebugLog("%S pKelPackageManager->RefreshDesktopApps(%s) failed. ErrCode = 0x%08X \r\n", kName, *folder, hr);
     }
   }
   if (PollExitEvent() != platform::WAIT_TIMEOUT) return;

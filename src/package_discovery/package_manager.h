@@ -61,7 +61,8 @@ class CKELPackageManager {
   [[nodiscard]] HRESULT LaunchStoreApp(const char16_t* appUserModelId, const char16_t* arguments);
   [[nodiscard]] HRESULT IsInstalled(const char16_t* packageFamilyName, BOOL* pIsInstalled);
   [[nodiscard]] HRESULT GetAppDisplayNameByPFN(const char16_t* packageFamilyName, char16_t** ppDisplayName);
-  [[nodiscard]] HRESULT GetExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList, BOOL* pFound);
+  [[nodiscard]] HRESULT GetExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
+                                              BOOL* pFound);
 
   // A stop check between the steps of a refresh pass: WAIT_OBJECT_0 once the
   // calling thread's start was given up on (without asking the platform),

@@ -2,10 +2,10 @@
 // activation, installed checks, display names and the exclusion list.
 #include "frame/constants.h"
 #include "frame/format.h"
-#include "frame/log.h"
-#include "frame/trace_exit.h"
-#include "frame/reg.h"
 #include "frame/lifecycle.h"
+#include "frame/log.h"
+#include "frame/reg.h"
+#include "frame/trace_exit.h"
 #include "manifest/manifest_reader.h"
 #include "package_discovery/package_manager.h"
 #include "platform/com_ptr.h"

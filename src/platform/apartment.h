@@ -45,12 +45,12 @@ class ScopedApartment {
       : result_(other.result_), owned_(std::exchange(other.owned_, false)) {}
 
   // The initialisation's own answer.
-  [[nodiscard]] HRESULT result() const { return result_; }
+  [[nodiscard]] HRESULT Result() const { return result_; }
   // The thread is in an apartment the scope may use.
-  [[nodiscard]] bool usable() const { return Succeeded(result_) || result_ == RPC_E_CHANGED_MODE; }
-  explicit operator bool() const { return usable(); }
+  [[nodiscard]] bool Usable() const { return Succeeded(result_) || result_ == RPC_E_CHANGED_MODE; }
+  explicit operator bool() const { return Usable(); }
   // This scope still has to undo the initialisation.
-  [[nodiscard]] bool owned() const { return owned_; }
+  [[nodiscard]] bool Owned() const { return owned_; }
 
   // Undoes the initialisation now if this scope owns it; the scope's end
   // then does nothing. For callers whose order of calls puts the

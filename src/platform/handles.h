@@ -26,9 +26,9 @@ class UniqueResource {
   }
   ~UniqueResource() { reset(); }
 
-  Value get() const { return value_; }
-  bool valid() const { return Traits::IsValid(value_); }
-  explicit operator bool() const { return valid(); }
+  [[nodiscard]] Value get() const { return value_; }
+  [[nodiscard]] bool Valid() const { return Traits::IsValid(value_); }
+  explicit operator bool() const { return Valid(); }
   Value* put() {
     reset();
     return &value_;

@@ -247,10 +247,11 @@ class PackageCollection {
 // Windows.Management.Deployment.PackageManager through IPackageManager.
 class DeploymentPackageManager {
  public:
-  [[nodiscard]] virtual HRESULT FindPackagesByUserSecurityId(const WCHAR* userSecurityId, PackageCollection** packages) = 0;
+  [[nodiscard]] virtual HRESULT FindPackagesByUserSecurityId(const WCHAR* userSecurityId,
+                                                             PackageCollection** packages) = 0;
   [[nodiscard]] virtual HRESULT FindPackagesByUserSecurityIdPackageFamilyName(const WCHAR* userSecurityId,
-                                                                const WCHAR* packageFamilyName,
-                                                                PackageCollection** packages) = 0;
+                                                                              const WCHAR* packageFamilyName,
+                                                                              PackageCollection** packages) = 0;
   virtual void Release() = 0;
 
  protected:
@@ -262,7 +263,7 @@ constexpr int AO_NONE = 0;
 class ApplicationActivationManager {
  public:
   [[nodiscard]] virtual HRESULT ActivateApplication(const WCHAR* appUserModelId, const WCHAR* arguments, int options,
-                                      DWORD* processId) = 0;
+                                                    DWORD* processId) = 0;
   virtual void Release() = 0;
 
  protected:
@@ -290,7 +291,7 @@ class Platform {
 
   // Files and folders.
   [[nodiscard]] virtual Handle CreateFile(const WCHAR* path, DWORD access, DWORD share, DWORD disposition,
-                            DWORD attributes) = 0;
+                                          DWORD attributes) = 0;
   [[nodiscard]] virtual DWORD SetFilePointer(Handle file, LONG distance, DWORD method) = 0;
   [[nodiscard]] virtual BOOL WriteFile(Handle file, const void* data, DWORD length, DWORD* written) = 0;
   [[nodiscard]] virtual BOOL CloseHandle(Handle handle) = 0;
@@ -310,23 +311,22 @@ class Platform {
 
   // Registry.
   [[nodiscard]] virtual LONG RegOpenKeyEx(RootKey root, const WCHAR* subKey, DWORD options, DWORD access,
-                            Handle* key) = 0;
+                                          Handle* key) = 0;
   [[nodiscard]] virtual LONG RegQueryValueEx(Handle key, const WCHAR* name, DWORD* type, std::uint8_t* data,
-                               DWORD* size) = 0;
+                                             DWORD* size) = 0;
   [[nodiscard]] virtual LONG RegSetValueEx(Handle key, const WCHAR* name, DWORD type, const std::uint8_t* data,
-                             DWORD size) = 0;
+                                           DWORD size) = 0;
   [[nodiscard]] virtual LONG RegDeleteValue(Handle key, const WCHAR* name) = 0;
   [[nodiscard]] virtual LONG RegCloseKey(Handle key) = 0;
 
   // Version test.
   [[nodiscard]] virtual std::uint64_t VerSetConditionMask(std::uint64_t mask, DWORD typeBit,
-                                            std::uint8_t condition) = 0;
-  [[nodiscard]] virtual BOOL VerifyVersionInfo(OsVersionInfoEx& info, DWORD typeMask,
-                                 std::uint64_t conditionMask) = 0;
+                                                          std::uint8_t condition) = 0;
+  [[nodiscard]] virtual BOOL VerifyVersionInfo(OsVersionInfoEx& info, DWORD typeMask, std::uint64_t conditionMask) = 0;
 
   // Code pages (MultiByteToWideChar).
   [[nodiscard]] virtual int MultiByteToWideChar(UINT codePage, DWORD flags, const char* source, int sourceLength,
-                                  WCHAR* buffer, int capacity) = 0;
+                                                WCHAR* buffer, int capacity) = 0;
 
   // Local heap: strings handed to the host.
   [[nodiscard]] virtual void* LocalAlloc(UINT flags, std::size_t bytes) = 0;
@@ -334,8 +334,8 @@ class Platform {
 
   // Shell.
   [[nodiscard]] virtual std::intptr_t ShellExecute(Handle window, const WCHAR* verb, const WCHAR* file,
-                                     const WCHAR* parameters, const WCHAR* directory,
-                                     int showCommand) = 0;
+                                                   const WCHAR* parameters, const WCHAR* directory,
+                                                   int showCommand) = 0;
 
   // Threads and events.
   [[nodiscard]] virtual Handle CreateEvent(bool manualReset, bool initialState, const WCHAR* name) = 0;
@@ -384,14 +384,15 @@ class Platform {
   [[nodiscard]] virtual WString DescribeError(HRESULT error) = 0;
   // CoCreateInstance(CLSID_ApplicationActivationManager, NULL, context,
   // IID_IApplicationActivationManager).
-  [[nodiscard]] virtual HRESULT CreateApplicationActivationManager(DWORD context, ApplicationActivationManager** manager) = 0;
+  [[nodiscard]] virtual HRESULT CreateApplicationActivationManager(DWORD context,
+                                                                   ApplicationActivationManager** manager) = 0;
   // CoAllowSetForegroundWindow(manager, NULL).
   [[nodiscard]] virtual HRESULT CoAllowSetForegroundWindow(ApplicationActivationManager* manager) = 0;
 
   // Security: the current user's SID.
   [[nodiscard]] virtual BOOL GetUserName(WCHAR* buffer, DWORD* size) = 0;
   [[nodiscard]] virtual BOOL LookupAccountName(const WCHAR* systemName, const WCHAR* accountName, void* sid,
-                                 DWORD* sidSize, WCHAR* domain, DWORD* domainSize) = 0;
+                                               DWORD* sidSize, WCHAR* domain, DWORD* domainSize) = 0;
   // The string comes from the local heap; the caller frees it with LocalFree.
   [[nodiscard]] virtual BOOL ConvertSidToStringSid(void* sid, WCHAR** stringSid) = 0;
 

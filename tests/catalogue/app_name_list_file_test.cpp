@@ -45,9 +45,10 @@ TEST_F(AppNameListFile, SavedFileHasTheDocumentedForm) {
   auto* package = new CKELPackage(u"Example.Reader_1a2b3c4d5e6f7", {6, 2, 9200, 16384}, 0, 1);
   ASSERT_EQ(package->AddApplication(CKELMetroApp::Create(u"Reader", u"Reader", u"riida", nullptr).release()), S_OK);
   (void)list.AddMetroPackage(package);
-  (void)list.AddDesktopApp(u"Sample Tool", u"C:\\ProgramData\\Microsoft\\Windows\\Start Menu\\Programs\\Sample Tool.lnk");
+  (void)list.AddDesktopApp(u"Sample Tool",
+                           u"C:\\ProgramData\\Microsoft\\Windows\\Start Menu\\Programs\\Sample Tool.lnk");
   (void)list.AddDesktopApp(u"Notepad",
-                     u"C:\\ProgramData\\Microsoft\\Windows\\Start Menu\\Programs\\Accessories\\Notepad.lnk");
+                           u"C:\\ProgramData\\Microsoft\\Windows\\Start Menu\\Programs\\Accessories\\Notepad.lnk");
   const auto& apps = list.DesktopApps();
   apps.front()->NeedReserve = 1;
   apps.front()->IsInstalled = 0;
@@ -74,8 +75,9 @@ TEST_F(AppNameListFile, UninstalledUnreservedRecordsAreLeftOut) {
   (void)list.Save(kFile.c_str());
   const std::string text = fake->FileContent(kFile);
   EXPECT_EQ(text.find("Gone"), std::string::npos);
-  EXPECT_NE(text.find("<Package PackageFamilyName=\"Kept_b\" Version=\"0.0.0.0\" NeedReserve=\"1\" IsInstalled=\"0\" />"),
-            std::string::npos);
+  EXPECT_NE(
+      text.find("<Package PackageFamilyName=\"Kept_b\" Version=\"0.0.0.0\" NeedReserve=\"1\" IsInstalled=\"0\" />"),
+      std::string::npos);
 }
 
 TEST_F(AppNameListFile, SavedFileLoadsBackWithItsInstalledAndReservedRecords) {
@@ -128,9 +130,10 @@ TEST_F(AppNameListFile, EmptyFileLoadsNothing) {
 }
 
 TEST_F(AppNameListFile, NamesInOtherCaseAreAccepted) {
-  LoadText("<applications><package packagefamilyname=\"A_b\" version=\"1.0.0.0\"><metroapp displayname=\"X\" />"
-           "</package><desktopapps><desktopapp displayname=\"Y\" lnkfilename=\"C:\\y.lnk\" /></desktopapps>"
-           "</applications>");
+  LoadText(
+      "<applications><package packagefamilyname=\"A_b\" version=\"1.0.0.0\"><metroapp displayname=\"X\" />"
+      "</package><desktopapps><desktopapp displayname=\"Y\" lnkfilename=\"C:\\y.lnk\" /></desktopapps>"
+      "</applications>");
   ASSERT_EQ(list.Packages().size(), 1u);
   EXPECT_EQ(list.Packages().front()->Applications().front()->DisplayName(), u"x");
   ASSERT_EQ(list.DesktopApps().size(), 1u);
@@ -142,16 +145,18 @@ TEST_F(AppNameListFile, ClosedDocumentEndsTheScanAtItsEnd) {
 }
 
 TEST_F(AppNameListFile, VersionPartsThatDoNotParseStayZero) {
-  LoadText("<a><Package PackageFamilyName=\"A_b\" Version=\"1.2\" /><Package PackageFamilyName=\"C_d\" "
-           "Version=\"a.b\" /></a>");
+  LoadText(
+      "<a><Package PackageFamilyName=\"A_b\" Version=\"1.2\" /><Package PackageFamilyName=\"C_d\" "
+      "Version=\"a.b\" /></a>");
   ASSERT_EQ(list.Packages().size(), 2u);
   EXPECT_EQ(list.Packages().front()->Version, (PackageVersion{1, 2, 0, 0}));
   EXPECT_EQ(list.Packages().back()->Version, (PackageVersion{0, 0, 0, 0}));
 }
 
 TEST_F(AppNameListFile, GarbledFlagsReadAsTheirPresets) {
-  LoadText("<a><DesktopApps><DesktopApp DisplayName=\"x\" LnkFileName=\"C:\\x.lnk\" NeedReserve=\"yes\" "
-           "IsDualMode=\"yes\" IsInstalled=\"\" /></DesktopApps></a>");
+  LoadText(
+      "<a><DesktopApps><DesktopApp DisplayName=\"x\" LnkFileName=\"C:\\x.lnk\" NeedReserve=\"yes\" "
+      "IsDualMode=\"yes\" IsInstalled=\"\" /></DesktopApps></a>");
   ASSERT_EQ(list.DesktopApps().size(), 1u);
   EXPECT_EQ(list.DesktopApps().front()->NeedReserve, 1);
   EXPECT_EQ(list.DesktopApps().front()->IsDualMode, 0);
@@ -170,8 +175,9 @@ TEST_F(AppNameListFile, TwoEmptyPackagesInARowBothLoad) {
 }
 
 TEST_F(AppNameListFile, MetroAppEndTagDoesNotEndItsPackage) {
-  LoadText("<a><Package PackageFamilyName=\"A_b\"><MetroApp DisplayName=\"one\"></MetroApp>"
-           "<MetroApp DisplayName=\"two\" /></Package></a>");
+  LoadText(
+      "<a><Package PackageFamilyName=\"A_b\"><MetroApp DisplayName=\"one\"></MetroApp>"
+      "<MetroApp DisplayName=\"two\" /></Package></a>");
   ASSERT_EQ(list.Packages().size(), 1u);
   EXPECT_EQ(list.Packages().front()->Applications().size(), 2u);
 }
@@ -193,8 +199,9 @@ TEST_F(AppNameListFile, ShortcutPathTooLongOnceExpandedIsKeptAsStored) {
 }
 
 TEST_F(AppNameListFile, MalformedInputKeepsWhatWasReadBeforeIt) {
-  const HRESULT hr = LoadText("<a><Package PackageFamilyName=\"A_b\" /><DesktopApps><DesktopApp DisplayName=\"x\" "
-                              "LnkFileName=\"C:\\x.lnk\" /><DesktopApp <<<</DesktopApps></a>");
+  const HRESULT hr = LoadText(
+      "<a><Package PackageFamilyName=\"A_b\" /><DesktopApps><DesktopApp DisplayName=\"x\" "
+      "LnkFileName=\"C:\\x.lnk\" /><DesktopApp <<<</DesktopApps></a>");
   EXPECT_TRUE(Failed(hr));
   EXPECT_EQ(list.Packages().size(), 1u);
   EXPECT_EQ(list.DesktopApps().size(), 1u);
@@ -239,8 +246,8 @@ TEST_F(AppNameListFile, LargeCatalogueSurvivesARoundTrip) {
   // this round trip is about.
   std::string desktop = "<DesktopApps>";
   for (int d = 0; d < 10000; ++d) {
-    desktop += Utf8(FormatWide(u"<DesktopApp DisplayName=\"Desktop %d\" LnkFileName=\"C:\\Start\\d%d.lnk\" />",
-                               {d, d}).c_str());
+    desktop += Utf8(
+        FormatWide(u"<DesktopApp DisplayName=\"Desktop %d\" LnkFileName=\"C:\\Start\\d%d.lnk\" />", {d, d}).c_str());
   }
   desktop += "</DesktopApps>";
   WriteFile(desktop);

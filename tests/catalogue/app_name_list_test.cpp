@@ -18,8 +18,8 @@ class AppNameList : public testing::LibraryTest {
  protected:
   AppNameList() { fake->AddFile(kManifest, kMailManifest); }
 
-  fakes::FakePackage mail{u"Example.Mail_abc", u"Example.Mail_2.0.0.0_x86__abc", u"Example.Mail", {2, 0, 0, 0},
-                          kInstalled};
+  fakes::FakePackage mail{
+      u"Example.Mail_abc", u"Example.Mail_2.0.0.0_x86__abc", u"Example.Mail", {2, 0, 0, 0}, kInstalled};
   CKELAppNameList list;
   ExcludeAppNameList excluded;
   BOOL found = 7;
@@ -92,8 +92,8 @@ TEST_F(AppNameList, PlatformFailureBecomesFailAndIsTraced) {
   EXPECT_EQ(LogLines().back(), "CKELAppNameList::AddMetroPackage OUT(0x80004005)\r\n");
   const std::vector<std::string> lines = LogLines();
   ASSERT_GE(lines.size(), 2u);
-  EXPECT_EQ(lines[lines.size() - 2], "CKELAppNameList::AddMetroPackage OUT(" +
-                                         fakes::Narrow(fake->DescribeError(mail.failWith)) + ")\r\n");
+  EXPECT_EQ(lines[lines.size() - 2],
+            "CKELAppNameList::AddMetroPackage OUT(" + fakes::Narrow(fake->DescribeError(mail.failWith)) + ")\r\n");
   EXPECT_EQ(list.AddMetroPackage(static_cast<platform::Package*>(nullptr)), E_POINTER);
 }
 
@@ -151,8 +151,8 @@ TEST_F(AppNameList, UninstalledPackageContributesNothing) {
 }
 
 TEST_F(AppNameList, InstalledMarksFollowTheDeploymentServiceAndTheShortcutFiles) {
-  fakes::FakePackage other{u"Example.Other_abc", u"Example.Other_1.0.0.0_x86__abc", u"Example.Other", {1, 0, 0, 0},
-                           kInstalled};
+  fakes::FakePackage other{
+      u"Example.Other_abc", u"Example.Other_1.0.0.0_x86__abc", u"Example.Other", {1, 0, 0, 0}, kInstalled};
   fake->deployed.push_back({fake->userSid, &mail});
   (void)list.AddMetroPackage(new CKELPackage(u"Example.Mail_abc", {}, 0, 0));
   (void)list.AddMetroPackage(new CKELPackage(u"Example.Other_abc", {}, 0, 1));

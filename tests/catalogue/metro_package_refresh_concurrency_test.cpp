@@ -29,8 +29,7 @@ class CatalogueRefreshUnderLoad : public testing::LibraryTest {
   // Versions 2.0.0.0 and 3.0.0.0 in turn, so every call finds a change.
   void NextVersion(int round) { mail.SetVersion({static_cast<WORD>(2 + round % 2), 0, 0, 0}); }
 
-  fakes::FakePackage mail{u"Example.Mail_abc", u"Example.Mail_1_x86__abc", u"Example.Mail", {1, 0, 0, 0},
-                          kInstalled};
+  fakes::FakePackage mail{u"Example.Mail_abc", u"Example.Mail_1_x86__abc", u"Example.Mail", {1, 0, 0, 0}, kInstalled};
   CKELAppNameList list;
 };
 
@@ -57,6 +56,7 @@ TEST_F(CatalogueRefreshUnderLoad, SearchesSeeWholeApplicationsWhileAPackageIsRef
     }
   };
   std::vector<std::thread> searchers;
+  searchers.reserve(2);
   for (int i = 0; i < 2; ++i) searchers.emplace_back(searcher);
   refresher.join();
   for (auto& t : searchers) t.join();
@@ -100,6 +100,7 @@ TEST_F(CatalogueRefreshUnderLoad, NamesHandedToASearchStayReadableWhileRefreshes
     }
   };
   std::vector<std::thread> readers;
+  readers.reserve(2);
   for (int i = 0; i < 2; ++i) readers.emplace_back(reader);
   refresher.join();
   for (auto& t : readers) t.join();

@@ -48,7 +48,7 @@ class CountingPackage final : public platform::Package {
   void AddRef() override {}
   void Release() override {}
 
-  int Calls(Query query) const { return calls_[static_cast<int>(query)]; }
+  [[nodiscard]] int Calls(Query query) const { return calls_[static_cast<int>(query)]; }
 
   Query failing = Query::None;
   int failOn = 1;
@@ -144,8 +144,8 @@ TEST_F(MetroPackageRefresh, ChangedVersionWithUnreadableNamesEndsAtItsExitLineAn
   ASSERT_GE(lines.size(), 2u);
   EXPECT_EQ(lines[lines.size() - 2].rfind("CKELManifestReader::IsCanGetAppNameFromManifest OUT(", 0), 0u)
       << lines[lines.size() - 2];
-  EXPECT_EQ(lines.back(), "CKELAppNameList::AddMetroPackage OUT(" + fakes::Narrow(FormatWide(u"0x%08X", {result})) +
-                              ")\r\n");
+  EXPECT_EQ(lines.back(),
+            "CKELAppNameList::AddMetroPackage OUT(" + fakes::Narrow(FormatWide(u"0x%08X", {result})) + ")\r\n");
   EXPECT_EQ(LogLines().back(), lines.back());
   EXPECT_TRUE(LogLinesStartingWith("CKELPackage::DeleteAllApp").empty());
   EXPECT_TRUE(LogLinesStartingWith("CKELManifestReader::AddAppsToPackage").empty());
@@ -207,8 +207,8 @@ TEST_P(FailingPackageQuery, TracesThePlatformsTextForItsCodeAndGivesFail) {
   EXPECT_EQ(list.AddMetroPackage(&mail), E_FAIL);
   const std::vector<std::string> lines = LogLines();
   ASSERT_GE(lines.size(), 2u);
-  EXPECT_EQ(lines[lines.size() - 2], "CKELAppNameList::AddMetroPackage OUT(" +
-                                         fakes::Narrow(fake->DescribeError(kNotFound)) + ")\r\n");
+  EXPECT_EQ(lines[lines.size() - 2],
+            "CKELAppNameList::AddMetroPackage OUT(" + fakes::Narrow(fake->DescribeError(kNotFound)) + ")\r\n");
   EXPECT_EQ(lines.back(), "CKELAppNameList::AddMetroPackage OUT(0x80004005)\r\n");
   ASSERT_EQ(list.Packages().size(), c.packages);
   if (c.packages == 0) return;
@@ -218,19 +218,20 @@ TEST_P(FailingPackageQuery, TracesThePlatformsTextForItsCodeAndGivesFail) {
 
 INSTANTIATE_TEST_SUITE_P(
     AddMetroPackage, FailingPackageQuery,
-    ::testing::Values(FailureCase{"FamilyNameOfANewPackage", false, Query::FamilyName, 1, 0, {}, 0},
-                      FailureCase{"FullNameOfANewPackage", false, Query::FullName, 1, 0, {}, 0},
-                      FailureCase{"NameOfANewPackage", false, Query::Name, 1, 0, {}, 0},
-                      FailureCase{"VersionOfANewPackage", false, Query::Version, 1, 0, {}, 0},
-                      FailureCase{"InstalledLocationOfANewPackage", false, Query::InstalledLocation, 1, 0, {}, 0},
-                      FailureCase{"VersionOfACataloguedPackage", true, Query::Version, 1, 1, {1, 0, 0, 0}, 1},
-                      FailureCase{"FullNameOfACataloguedPackage", true, Query::FullName, 1, 1, {1, 0, 0, 0}, 1},
-                      FailureCase{"FirstInstalledLocationOfACataloguedPackage", true, Query::InstalledLocation, 1, 1,
-                                  {1, 0, 0, 0}, 1},
-                      // The applications were deleted and the version stored
-                      // before the manifest path is built the second time.
-                      FailureCase{"SecondInstalledLocationOfACataloguedPackage", true, Query::InstalledLocation, 2, 1,
-                                  {2, 0, 0, 0}, 0}),
+    ::testing::Values(
+        FailureCase{"FamilyNameOfANewPackage", false, Query::FamilyName, 1, 0, {}, 0},
+        FailureCase{"FullNameOfANewPackage", false, Query::FullName, 1, 0, {}, 0},
+        FailureCase{"NameOfANewPackage", false, Query::Name, 1, 0, {}, 0},
+        FailureCase{"VersionOfANewPackage", false, Query::Version, 1, 0, {}, 0},
+        FailureCase{"InstalledLocationOfANewPackage", false, Query::InstalledLocation, 1, 0, {}, 0},
+        FailureCase{"VersionOfACataloguedPackage", true, Query::Version, 1, 1, {1, 0, 0, 0}, 1},
+        FailureCase{"FullNameOfACataloguedPackage", true, Query::FullName, 1, 1, {1, 0, 0, 0}, 1},
+        FailureCase{
+            "FirstInstalledLocationOfACataloguedPackage", true, Query::InstalledLocation, 1, 1, {1, 0, 0, 0}, 1},
+        // The applications were deleted and the version stored
+        // before the manifest path is built the second time.
+        FailureCase{
+            "SecondInstalledLocationOfACataloguedPackage", true, Query::InstalledLocation, 2, 1, {2, 0, 0, 0}, 0}),
     [](const ::testing::TestParamInfo<FailureCase>& info) { return std::string(info.param.name); });
 
 TEST_F(MetroPackageRefresh, NewPackageWhoseLocationFailsGoesWithoutATraceOfItsDeletion) {

@@ -16,6 +16,9 @@ const WString kPresetFile = u"C:\\Program Files\\Launcher\\PresetAppNameList.xml
 // Display names メモ帳プラス, ソフト表示 (the trail bytes of ソ and 表 are
 // backslashes), 表示設定ツール and "ＡＢＣ ｶﾒﾗ ①" (full-width letters, half-width
 // katakana, a circled digit), with readings and shortcut paths in Japanese.
+// A hex escape runs on through any hex digit, so a literal ends where one
+// follows an escape; the lines keep each element whole.
+// clang-format off
 constexpr char kShiftJisPreset[] =
     "<?xml version=\"1.0\" encoding=\"Shift_JIS\"?>\r\n"
     "<Applications>\r\n"
@@ -38,6 +41,7 @@ constexpr char kShiftJisPreset[] =
     "LnkFileName=\"C:\\Programs\\\x82`\x82" "a\x82" "b\\\x83J\x83\x81\x83\x89.lnk\" />\r\n"
     "  </DesktopApps>\r\n"
     "</Applications>\r\n";
+// clang-format on
 
 constexpr char kUtf8Preset[] =
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n"
@@ -76,14 +80,14 @@ std::u16string Describe(const CKELAppNameList& list) {
             number(v.Major) + u"." + number(v.Minor) + u"." + number(v.Build) + u"." + number(v.Revision) + u"|" +
             number(package->NeedReserve) + u"|" + number(package->IsInstalled) + u"\n";
     for (const auto& app : package->Applications()) {
-      text += u"  app " + WString(app->DisplayName()) + u"|" + WString(app->ShortName()) + u"|" + WString(app->RubyDisplayName()) + u"|" +
-              WString(app->RubyShortName()) + u"\n";
+      text += u"  app " + WString(app->DisplayName()) + u"|" + WString(app->ShortName()) + u"|" +
+              WString(app->RubyDisplayName()) + u"|" + WString(app->RubyShortName()) + u"\n";
     }
   }
   for (const auto& app : list.DesktopApps()) {
-    text += u"desktop " + WString(app->DisplayName()) + u"|" + WString(app->LnkFileName()) + u"|" + WString(app->LocalizeName()) + u"|" +
-            WString(app->RubyDisplayName()) + u"|" + number(app->NeedReserve) + u"|" + number(app->IsInstalled) + u"|" +
-            number(app->IsDualMode) + u"\n";
+    text += u"desktop " + WString(app->DisplayName()) + u"|" + WString(app->LnkFileName()) + u"|" +
+            WString(app->LocalizeName()) + u"|" + WString(app->RubyDisplayName()) + u"|" + number(app->NeedReserve) +
+            u"|" + number(app->IsInstalled) + u"|" + number(app->IsDualMode) + u"\n";
   }
   return text;
 }

@@ -185,10 +185,10 @@ TEST_F(Records, PackageTracesItsApplications) {
     CKELPackage package(u"A_b", {}, 0, 1);
     (void)package.AddApplication(u"Mail", u"M");
   }
-  EXPECT_EQ(LogLines(), (std::vector<std::string>{"CKELPackage::AddApplication(Mail, M) IN\r\n",
-                                                  "CKELPackage::AddApplication OUT(0x00000000)\r\n",
-                                                  "CKELPackage::DeleteAllApp IN\r\n",
-                                                  "CKELPackage::DeleteAllApp OUT\r\n"}));
+  EXPECT_EQ(LogLines(),
+            (std::vector<std::string>{"CKELPackage::AddApplication(Mail, M) IN\r\n",
+                                      "CKELPackage::AddApplication OUT(0x00000000)\r\n",
+                                      "CKELPackage::DeleteAllApp IN\r\n", "CKELPackage::DeleteAllApp OUT\r\n"}));
 }
 
 constexpr HRESULT kElementNotFound = static_cast<HRESULT>(0x80070490u);
@@ -235,13 +235,14 @@ TEST_P(PackageFromThePlatform, RaisesTheFailingQuerysCodeWithThePlatformsText) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Records, PackageFromThePlatform,
-    ::testing::Values(FailingIdentityQuery{"FamilyName", kElementNotFound, S_OK, S_OK, S_OK},
-                      FailingIdentityQuery{"FullName", S_OK, kElementNotFound, S_OK, S_OK},
-                      FailingIdentityQuery{"Name", S_OK, S_OK, kElementNotFound, S_OK},
-                      FailingIdentityQuery{"Version", S_OK, S_OK, S_OK, kElementNotFound}),
-    [](const ::testing::TestParamInfo<FailingIdentityQuery>& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Records, PackageFromThePlatform,
+                         ::testing::Values(FailingIdentityQuery{"FamilyName", kElementNotFound, S_OK, S_OK, S_OK},
+                                           FailingIdentityQuery{"FullName", S_OK, kElementNotFound, S_OK, S_OK},
+                                           FailingIdentityQuery{"Name", S_OK, S_OK, kElementNotFound, S_OK},
+                                           FailingIdentityQuery{"Version", S_OK, S_OK, S_OK, kElementNotFound}),
+                         [](const ::testing::TestParamInfo<FailingIdentityQuery>& info) {
+                           return std::string(info.param.name);
+                         });
 
 }  // namespace
 }  // namespace kel

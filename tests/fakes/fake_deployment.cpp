@@ -42,16 +42,16 @@ void FakePlatform::HoldIfPackageQueriesAreHeld() {
   const unsigned releases = packageQueryReleases_;
   ++heldPackageQueries_;
   eventChanged_.notify_all();
-  eventChanged_.wait(lock, [&] {
-    return !holdPackageQueries_ || shuttingDown_ || packageQueryReleases_ != releases;
-  });
+  eventChanged_.wait(lock, [&] { return !holdPackageQueries_ || shuttingDown_ || packageQueryReleases_ != releases; });
   --heldPackageQueries_;
   eventChanged_.notify_all();
 }
 
 HRESULT FakePlatform::RoInitialize(int initType) {
   Record("RoInitialize", Arg(static_cast<DWORD>(initType)));
-  if (Inject()) { return E_OUTOFMEMORY; }
+  if (Inject()) {
+    return E_OUTOFMEMORY;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   return roInitializeResult;
 }
@@ -70,7 +70,10 @@ class FakePlatform::PackageIteratorObject final : public ComObject<platform::Pac
   HRESULT GetCurrent(platform::Package** package) override {
     owner_.Record("get_Current", "");
     if (next_ >= packages_.size()) return E_FAIL;
-    if (owner_.GivesNoObject("get_Current")) { *package = nullptr; return S_OK; }
+    if (owner_.GivesNoObject("get_Current")) {
+      *package = nullptr;
+      return S_OK;
+    }
     packages_[next_]->AddRef();
     *package = packages_[next_];
     Handle eventToSet = nullptr;
@@ -99,7 +102,10 @@ class FakePlatform::PackageCollectionObject final : public ComObject<platform::P
       : ComObject(owner, owner.deploymentObjectsAlive, "PackageCollection"), packages_(std::move(packages)) {}
   HRESULT First(platform::PackageIterator** iterator) override {
     owner_.Record("First", "");
-    if (owner_.GivesNoObject("First")) { *iterator = nullptr; return S_OK; }
+    if (owner_.GivesNoObject("First")) {
+      *iterator = nullptr;
+      return S_OK;
+    }
     *iterator = new PackageIteratorObject(owner_, packages_);
     return S_OK;
   }
@@ -133,7 +139,8 @@ class FakePlatform::PackageManagerObject final : public ComObject<platform::Depl
     std::vector<FakePackage*> found;
     for (const auto& entry : owner_.deployed) {
       if (entry.userSid != sid) continue;
-      if (familyName != nullptr && entry.package->StoredFamilyName() != familyName) continue;  // exact, as the service compares
+      if (familyName != nullptr && entry.package->StoredFamilyName() != familyName)
+        continue;  // exact, as the service compares
       found.push_back(entry.package);
     }
     *packages = new PackageCollectionObject(owner_, std::move(found));
@@ -143,7 +150,10 @@ class FakePlatform::PackageManagerObject final : public ComObject<platform::Depl
 
 HRESULT FakePlatform::ActivatePackageManager(platform::DeploymentPackageManager** manager) {
   Record("RoActivateInstance", "Windows.Management.Deployment.PackageManager");
-  if (Inject()) { *manager = nullptr; return E_OUTOFMEMORY; }
+  if (Inject()) {
+    *manager = nullptr;
+    return E_OUTOFMEMORY;
+  }
   *manager = nullptr;
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (Failed(activatePackageManagerResult)) return activatePackageManagerResult;
@@ -152,8 +162,6 @@ HRESULT FakePlatform::ActivatePackageManager(platform::DeploymentPackageManager*
   return S_OK;
 }
 
-WString FakePlatform::DescribeError(HRESULT error) {
-  return FormatWide(u"runtime error 0x%08X", {error});
-}
+WString FakePlatform::DescribeError(HRESULT error) { return FormatWide(u"runtime error 0x%08X", {error}); }
 
 }  // namespace kel::fakes

@@ -16,19 +16,22 @@ void FakePlatform::SetShellExecuteResult(std::intptr_t result) {
   shellExecuteResult_ = result;
 }
 
-std::intptr_t FakePlatform::ShellExecute(Handle window, const WCHAR* verb, const WCHAR* file,
-                                         const WCHAR* parameters, const WCHAR* directory, int showCommand) {
-  Record("ShellExecute", std::string(window == nullptr ? "null" : "hwnd") + ", " + Arg(verb) + ", " + Arg(file) +
-                             ", " + Arg(parameters) + ", " + Arg(directory) + ", " +
-                             Arg(static_cast<DWORD>(showCommand)));
-  if (Inject()) { return 5; }
+std::intptr_t FakePlatform::ShellExecute(Handle window, const WCHAR* verb, const WCHAR* file, const WCHAR* parameters,
+                                         const WCHAR* directory, int showCommand) {
+  Record("ShellExecute", std::string(window == nullptr ? "null" : "hwnd") + ", " + Arg(verb) + ", " + Arg(file) + ", " +
+                             Arg(parameters) + ", " + Arg(directory) + ", " + Arg(static_cast<DWORD>(showCommand)));
+  if (Inject()) {
+    return 5;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   return shellExecuteResult_;
 }
 
 UINT FakePlatform::SendInput(const platform::KeyboardInput& input) {
   Record("SendInput", Hex(input.wVk) + ", " + Hex(input.wScan) + ", " + Hex(input.dwFlags));
-  if (Inject()) { return 0; }
+  if (Inject()) {
+    return 0;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   inputs.push_back(input);
   if (input.wVk == 0x2D && input.dwFlags == platform::KEYEVENTF_EXTENDEDKEY) pasted.push_back(clipboardText);
@@ -45,19 +48,28 @@ UINT FakePlatform::SendInput(const platform::KeyboardInput& input) {
 
 UINT FakePlatform::MapVirtualKey(UINT code, UINT mapType) {
   Record("MapVirtualKey", Hex(code) + ", " + Arg(mapType));
-  if (Inject()) { return 0; }
+  if (Inject()) {
+    return 0;
+  }
   switch (code) {
-    case 0x10: return 0x2A;  // shift
-    case 0x51: return 0x10;  // Q
-    case 0x0D: return 0x1C;  // enter
-    case 0x2D: return 0x52;  // insert
-    default: return 0;
+    case 0x10:
+      return 0x2A;  // shift
+    case 0x51:
+      return 0x10;  // Q
+    case 0x0D:
+      return 0x1C;  // enter
+    case 0x2D:
+      return 0x52;  // insert
+    default:
+      return 0;
   }
 }
 
 BOOL FakePlatform::OpenClipboard(Handle) {
   Record("OpenClipboard", "");
-  if (Inject()) { return 0; }
+  if (Inject()) {
+    return 0;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (openClipboardFails) return 0;
   clipboardOpen_ = true;
@@ -66,7 +78,9 @@ BOOL FakePlatform::OpenClipboard(Handle) {
 
 BOOL FakePlatform::EmptyClipboard() {
   Record("EmptyClipboard", "");
-  if (Inject()) { return 0; }
+  if (Inject()) {
+    return 0;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   clipboardText.clear();
   return clipboardOpen_ ? 1 : 0;
@@ -74,7 +88,10 @@ BOOL FakePlatform::EmptyClipboard() {
 
 Handle FakePlatform::SetClipboardData(UINT format, Handle memory) {
   Record("SetClipboardData", Arg(format));
-  if (Inject()) { lastError_ = 1418; return nullptr; }
+  if (Inject()) {
+    lastError_ = 1418;
+    return nullptr;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (setClipboardDataFails) lastError_ = setClipboardDataError;
   if (setClipboardDataFails || !clipboardOpen_ || memory == nullptr) return nullptr;
@@ -84,7 +101,9 @@ Handle FakePlatform::SetClipboardData(UINT format, Handle memory) {
 
 BOOL FakePlatform::CloseClipboard() {
   Record("CloseClipboard", "");
-  if (Inject()) { return 0; }
+  if (Inject()) {
+    return 0;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   clipboardOpen_ = false;
   return 1;
@@ -92,7 +111,9 @@ BOOL FakePlatform::CloseClipboard() {
 
 Handle FakePlatform::GlobalAlloc(UINT flags, std::size_t bytes) {
   Record("GlobalAlloc", Hex(flags) + ", " + Arg(static_cast<DWORD>(bytes)));
-  if (Inject()) { return nullptr; }
+  if (Inject()) {
+    return nullptr;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (globalAllocFails) return nullptr;
   Handle h = std::calloc(1, bytes == 0 ? 1 : bytes);
@@ -102,7 +123,9 @@ Handle FakePlatform::GlobalAlloc(UINT flags, std::size_t bytes) {
 
 void* FakePlatform::GlobalLock(Handle memory) {
   Record("GlobalLock", "");
-  if (Inject()) { return nullptr; }
+  if (Inject()) {
+    return nullptr;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   return globalLockFails ? nullptr : memory;
 }
@@ -122,7 +145,9 @@ Handle FakePlatform::GlobalFree(Handle memory) {
 
 Handle FakePlatform::GetForegroundWindow() {
   Record("GetForegroundWindow", "");
-  if (Inject()) { return nullptr; }
+  if (Inject()) {
+    return nullptr;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (!foregroundSequence.empty()) {
     currentForeground_ = foregroundSequence.front();
@@ -135,24 +160,30 @@ Handle FakePlatform::GetForegroundWindow() {
 
 int FakePlatform::GetClassName(Handle, WCHAR* buffer, int capacity) {
   Record("GetClassName", Arg(static_cast<DWORD>(capacity)));
-  if (Inject()) { return 0; }
+  if (Inject()) {
+    return 0;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   const int n = static_cast<int>(std::min<std::size_t>(currentForeground_.size(), capacity - 1));
-  std::memcpy(buffer, currentForeground_.data(), n * 2);
+  std::memcpy(buffer, currentForeground_.data(), static_cast<std::size_t>(n) * 2);
   buffer[n] = 0;
   return n;
 }
 
 Handle FakePlatform::MonitorFromPoint(platform::Point point, DWORD flags) {
-  Record("MonitorFromPoint", Arg(static_cast<DWORD>(point.x)) + ", " + Arg(static_cast<DWORD>(point.y)) + ", " +
-                                 Arg(flags));
-  if (Inject()) { return nullptr; }
+  Record("MonitorFromPoint",
+         Arg(static_cast<DWORD>(point.x)) + ", " + Arg(static_cast<DWORD>(point.y)) + ", " + Arg(flags));
+  if (Inject()) {
+    return nullptr;
+  }
   return reinterpret_cast<Handle>(0x10001);
 }
 
 int FakePlatform::MessageBox(Handle, const WCHAR* text, const WCHAR* caption, UINT type) {
   Record("MessageBox", Arg(text) + ", " + Arg(caption) + ", " + Hex(type));
-  if (Inject()) { return 0; }
+  if (Inject()) {
+    return 0;
+  }
   return 1;
 }
 

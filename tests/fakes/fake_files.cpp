@@ -27,11 +27,10 @@ bool Matches(const char16_t* pattern, const char16_t* name) {
 void FakePlatform::AddDirectory(const WString& path) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   WString key = Key(path);
-  WString display = path;
   while (!key.empty() && key.size() > 2) {
     auto& node = files_[key];
     node.directory = true;
-    if (node.displayPath.empty()) node.displayPath = display.substr(0, key.size());
+    if (node.displayPath.empty()) node.displayPath = path.substr(0, key.size());
     key = Parent(key);
   }
 }
@@ -71,9 +70,12 @@ void FakePlatform::RemoveFile(const WString& path) {
 }
 
 Handle FakePlatform::CreateFile(const WCHAR* path, DWORD access, DWORD share, DWORD disposition, DWORD attributes) {
-  Record("CreateFile", Arg(path) + ", " + Hex(access) + ", " + Arg(share) + ", " + Arg(disposition) + ", " +
-                           Hex(attributes));
-  if (Inject()) { lastError_ = ERROR_ACCESS_DENIED; return platform::InvalidHandleValue(); }
+  Record("CreateFile",
+         Arg(path) + ", " + Hex(access) + ", " + Arg(share) + ", " + Arg(disposition) + ", " + Hex(attributes));
+  if (Inject()) {
+    lastError_ = ERROR_ACCESS_DENIED;
+    return platform::InvalidHandleValue();
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   const WString key = Key(path == nullptr ? WString() : WString(path));
   auto parent = files_.find(Parent(key));
@@ -102,7 +104,9 @@ Handle FakePlatform::CreateFile(const WCHAR* path, DWORD access, DWORD share, DW
 
 DWORD FakePlatform::SetFilePointer(Handle file, LONG distance, DWORD method) {
   Record("SetFilePointer", Arg(static_cast<DWORD>(distance)) + ", " + Arg(method));
-  if (Inject()) { return platform::INVALID_SET_FILE_POINTER; }
+  if (Inject()) {
+    return platform::INVALID_SET_FILE_POINTER;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = openFiles_.find(file);
   if (it == openFiles_.end()) return platform::INVALID_SET_FILE_POINTER;
@@ -113,7 +117,10 @@ DWORD FakePlatform::SetFilePointer(Handle file, LONG distance, DWORD method) {
 
 BOOL FakePlatform::WriteFile(Handle file, const void* data, DWORD length, DWORD* written) {
   Record("WriteFile", std::string(static_cast<const char*>(data), length));
-  if (Inject()) { if (written != nullptr) *written = 0; return 0; }
+  if (Inject()) {
+    if (written != nullptr) *written = 0;
+    return 0;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = openFiles_.find(file);
   if (it == openFiles_.end()) return 0;
@@ -128,7 +135,9 @@ BOOL FakePlatform::WriteFile(Handle file, const void* data, DWORD length, DWORD*
 
 DWORD FakePlatform::GetFileAttributes(const WCHAR* path) {
   Record("GetFileAttributes", Arg(path));
-  if (Inject()) { return platform::INVALID_FILE_ATTRIBUTES; }
+  if (Inject()) {
+    return platform::INVALID_FILE_ATTRIBUTES;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = files_.find(Key(path));
   if (it == files_.end()) return platform::INVALID_FILE_ATTRIBUTES;
@@ -137,13 +146,17 @@ DWORD FakePlatform::GetFileAttributes(const WCHAR* path) {
 
 BOOL FakePlatform::PathFileExists(const WCHAR* path) {
   Record("PathFileExists", Arg(path));
-  if (Inject()) { return 0; }
+  if (Inject()) {
+    return 0;
+  }
   return Exists(path) ? 1 : 0;
 }
 
 int FakePlatform::SHCreateDirectoryEx(const WCHAR* path) {
   Record("SHCreateDirectoryEx", Arg(path));
-  if (Inject()) { return ERROR_ACCESS_DENIED; }
+  if (Inject()) {
+    return ERROR_ACCESS_DENIED;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (Exists(path)) return ERROR_ALREADY_EXISTS;
   AddDirectory(path);
@@ -152,7 +165,9 @@ int FakePlatform::SHCreateDirectoryEx(const WCHAR* path) {
 
 HRESULT FakePlatform::ReadFileBytes(const WCHAR* path, std::string& bytes) {
   Record("ReadFileBytes", Arg(path));
-  if (Inject()) { return HresultFromWin32(ERROR_ACCESS_DENIED); }
+  if (Inject()) {
+    return HresultFromWin32(ERROR_ACCESS_DENIED);
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = files_.find(Key(path));
   if (it == files_.end()) {
@@ -171,7 +186,9 @@ HRESULT FakePlatform::ReadFileBytes(const WCHAR* path, std::string& bytes) {
 
 HRESULT FakePlatform::ReplaceFileAtomically(const WCHAR* path, const std::string& bytes) {
   Record("ReplaceFileAtomically", Arg(path) + ", " + std::to_string(bytes.size()));
-  if (Inject()) { return HresultFromWin32(112); }
+  if (Inject()) {
+    return HresultFromWin32(112);
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (Failed(replaceFileResult)) return replaceFileResult;  // the old content stays
   const WString key = Key(path);
@@ -183,7 +200,10 @@ HRESULT FakePlatform::ReplaceFileAtomically(const WCHAR* path, const std::string
 
 Handle FakePlatform::FindFirstFile(const WCHAR* pattern, platform::FindData& found) {
   Record("FindFirstFile", Arg(pattern));
-  if (Inject()) { lastError_ = ERROR_ACCESS_DENIED; return platform::InvalidHandleValue(); }
+  if (Inject()) {
+    lastError_ = ERROR_ACCESS_DENIED;
+    return platform::InvalidHandleValue();
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   const WString full = pattern;
   const std::size_t slash = full.rfind(u'\\');
@@ -207,8 +227,7 @@ Handle FakePlatform::FindFirstFile(const WCHAR* pattern, platform::FindData& fou
       continue;
     }
     search.names.push_back(name);
-    search.attributes.push_back(node.directory ? platform::FILE_ATTRIBUTE_DIRECTORY
-                                               : platform::FILE_ATTRIBUTE_NORMAL);
+    search.attributes.push_back(node.directory ? platform::FILE_ATTRIBUTE_DIRECTORY : platform::FILE_ATTRIBUTE_NORMAL);
   }
   if (search.names.empty()) {
     lastError_ = ERROR_FILE_NOT_FOUND;
@@ -224,7 +243,10 @@ Handle FakePlatform::FindFirstFile(const WCHAR* pattern, platform::FindData& fou
 
 BOOL FakePlatform::FindNextFile(Handle handle, platform::FindData& found) {
   Record("FindNextFile", "");
-  if (Inject()) { lastError_ = ERROR_ACCESS_DENIED; return 0; }
+  if (Inject()) {
+    lastError_ = ERROR_ACCESS_DENIED;
+    return 0;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = searches_.find(handle);
   if (it == searches_.end() || it->second.next >= it->second.names.size()) {

@@ -42,8 +42,7 @@ void FakePlatform::FailCall(int n) {
 
 std::size_t FakePlatform::OpenHandles() const {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  return openFiles_.size() + openKeys_.size() + searches_.size() + globalAllocations_.size() +
-         localAllocations_.size();
+  return openFiles_.size() + openKeys_.size() + searches_.size() + globalAllocations_.size() + localAllocations_.size();
 }
 
 void FakePlatform::Record(const char* name, std::string args) {

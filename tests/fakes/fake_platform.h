@@ -14,12 +14,12 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
-#include <memory>
 
 #include "fakes/fake_package.h"
 #include "platform/platform.h"

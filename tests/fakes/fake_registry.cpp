@@ -63,7 +63,9 @@ DWORD FakePlatform::DwordValue(const WString& key, const WString& name) const {
 
 LONG FakePlatform::RegOpenKeyEx(platform::RootKey, const WCHAR* subKey, DWORD options, DWORD access, Handle* key) {
   Record("RegOpenKeyEx", "HKCU\\" + Arg(subKey) + ", " + Arg(options) + ", " + Hex(access));
-  if (Inject()) { return ERROR_ACCESS_DENIED; }
+  if (Inject()) {
+    return ERROR_ACCESS_DENIED;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (registry_.count(Key(subKey)) == 0) return ERROR_FILE_NOT_FOUND;
   *key = NewHandle();
@@ -73,7 +75,9 @@ LONG FakePlatform::RegOpenKeyEx(platform::RootKey, const WCHAR* subKey, DWORD op
 
 LONG FakePlatform::RegQueryValueEx(Handle key, const WCHAR* name, DWORD* type, std::uint8_t* data, DWORD* size) {
   Record("RegQueryValueEx", Arg(name) + ", " + Arg(size == nullptr ? 0 : *size));
-  if (Inject()) { return ERROR_ACCESS_DENIED; }
+  if (Inject()) {
+    return ERROR_ACCESS_DENIED;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto open = openKeys_.find(key);
   if (open == openKeys_.end()) return ERROR_INVALID_PARAMETER;
@@ -88,7 +92,7 @@ LONG FakePlatform::RegQueryValueEx(Handle key, const WCHAR* name, DWORD* type, s
     if (size != nullptr) *size = needed;
     return ERROR_MORE_DATA;
   }
-  if (data != nullptr) std::memcpy(data, it->second.bytes.data(), needed);
+  if (data != nullptr) std::copy_n(it->second.bytes.data(), needed, data);
   if (size != nullptr) *size = needed;
   return ERROR_SUCCESS;
 }
@@ -101,7 +105,9 @@ LONG FakePlatform::RegSetValueEx(Handle key, const WCHAR* name, DWORD type, cons
     args += Arg(value);
   }
   Record("RegSetValueEx", args + ", " + Arg(size));
-  if (Inject()) { return ERROR_ACCESS_DENIED; }
+  if (Inject()) {
+    return ERROR_ACCESS_DENIED;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto open = openKeys_.find(key);
   if (open == openKeys_.end()) return ERROR_INVALID_PARAMETER;
@@ -114,7 +120,9 @@ LONG FakePlatform::RegSetValueEx(Handle key, const WCHAR* name, DWORD type, cons
 
 LONG FakePlatform::RegDeleteValue(Handle key, const WCHAR* name) {
   Record("RegDeleteValue", Arg(name));
-  if (Inject()) { return ERROR_ACCESS_DENIED; }
+  if (Inject()) {
+    return ERROR_ACCESS_DENIED;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto open = openKeys_.find(key);
   if (open == openKeys_.end()) return ERROR_INVALID_PARAMETER;

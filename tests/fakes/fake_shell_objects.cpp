@@ -14,7 +14,9 @@ namespace kel::fakes {
 
 HRESULT FakePlatform::CoInitializeEx(DWORD coInit) {
   Record("CoInitializeEx", Arg(coInit));
-  if (Inject()) { return E_OUTOFMEMORY; }
+  if (Inject()) {
+    return E_OUTOFMEMORY;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   return coInitializeResult;
 }
@@ -72,7 +74,10 @@ class FakePlatform::AppxApplicationsObject final : public ComObject<platform::Ap
       const auto failure = owner_.appxGetCurrentFailures.find(next_);
       if (failure != owner_.appxGetCurrentFailures.end()) return failure->second;
     }
-    if (owner_.GivesNoObject("GetCurrent")) { *application = nullptr; return S_OK; }
+    if (owner_.GivesNoObject("GetCurrent")) {
+      *application = nullptr;
+      return S_OK;
+    }
     *application = new AppxApplicationObject(owner_, names_[next_]);
     return S_OK;
   }
@@ -99,7 +104,10 @@ class FakePlatform::AppxManifestReaderObject final : public ComObject<platform::
       : ComObject(owner, owner.appxObjectsAlive, "AppxManifestReader"), names_(std::move(names)) {}
   HRESULT GetApplications(platform::AppxApplicationsEnumerator** applications) override {
     owner_.Record("GetApplications", "");
-    if (owner_.GivesNoObject("GetApplications")) { *applications = nullptr; return S_OK; }
+    if (owner_.GivesNoObject("GetApplications")) {
+      *applications = nullptr;
+      return S_OK;
+    }
     *applications = new AppxApplicationsObject(owner_, names_);
     return S_OK;
   }
@@ -110,7 +118,10 @@ class FakePlatform::AppxManifestReaderObject final : public ComObject<platform::
 
 HRESULT FakePlatform::CreateAppxManifestReader(const WCHAR* manifestPath, platform::AppxManifestReader** reader) {
   Record("CreateAppxManifestReader", Arg(manifestPath));
-  if (Inject()) { *reader = nullptr; return E_OUTOFMEMORY; }
+  if (Inject()) {
+    *reader = nullptr;
+    return E_OUTOFMEMORY;
+  }
   *reader = nullptr;
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (Failed(createAppxManifestReaderResult)) return createAppxManifestReaderResult;
@@ -129,9 +140,12 @@ void FakePlatform::CoTaskMemFree(void* memory) {
 }
 
 HRESULT FakePlatform::CreateAppVisibility(DWORD context, platform::AppVisibility** object) {
-  Record("CoCreateInstance", "{7E5FE3D9-985F-4908-91F9-EE19F9FD1514}, null, " + Arg(context) +
-                                 ", {2246EA2D-CAEA-4444-A3C4-6DE827E44313}");
-  if (Inject()) { *object = nullptr; return E_OUTOFMEMORY; }
+  Record("CoCreateInstance",
+         "{7E5FE3D9-985F-4908-91F9-EE19F9FD1514}, null, " + Arg(context) + ", {2246EA2D-CAEA-4444-A3C4-6DE827E44313}");
+  if (Inject()) {
+    *object = nullptr;
+    return E_OUTOFMEMORY;
+  }
   *object = nullptr;
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (Succeeded(createAppVisibilityResult) && createAppVisibilityGivesObject) {
@@ -152,10 +166,14 @@ class FakePlatform::ActivationManagerObject final : public ComObject<platform::A
   }
 };
 
-HRESULT FakePlatform::CreateApplicationActivationManager(DWORD context, platform::ApplicationActivationManager** manager) {
-  Record("CoCreateInstance", "{45BA127D-10A8-46EA-8AB7-56EA9078943C}, null, " + Arg(context) +
-                                 ", {2E941141-7F97-4756-BA1D-9DECDE894A3D}");
-  if (Inject()) { *manager = nullptr; return E_OUTOFMEMORY; }
+HRESULT FakePlatform::CreateApplicationActivationManager(DWORD context,
+                                                         platform::ApplicationActivationManager** manager) {
+  Record("CoCreateInstance",
+         "{45BA127D-10A8-46EA-8AB7-56EA9078943C}, null, " + Arg(context) + ", {2E941141-7F97-4756-BA1D-9DECDE894A3D}");
+  if (Inject()) {
+    *manager = nullptr;
+    return E_OUTOFMEMORY;
+  }
   *manager = nullptr;
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (Succeeded(createActivationManagerResult) && createActivationManagerGivesObject) {
@@ -166,7 +184,9 @@ HRESULT FakePlatform::CreateApplicationActivationManager(DWORD context, platform
 
 HRESULT FakePlatform::CoAllowSetForegroundWindow(platform::ApplicationActivationManager*) {
   Record("CoAllowSetForegroundWindow", "");
-  if (Inject()) { return static_cast<HRESULT>(0x80070005u); }
+  if (Inject()) {
+    return static_cast<HRESULT>(0x80070005u);
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   return allowForegroundResult;
 }

@@ -44,7 +44,9 @@ std::size_t FakePlatform::LiveLocalAllocations() const {
 
 bool FakePlatform::GetEnvironmentVariable(const WCHAR* name, WString& value) {
   Record("GetEnvironmentVariable", Arg(name));
-  if (Inject()) { return false; }
+  if (Inject()) {
+    return false;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = env_.find(name);
   if (it == env_.end()) return false;
@@ -54,7 +56,9 @@ bool FakePlatform::GetEnvironmentVariable(const WCHAR* name, WString& value) {
 
 DWORD FakePlatform::ExpandEnvironmentStrings(const WCHAR* source, WCHAR* buffer, DWORD capacity) {
   Record("ExpandEnvironmentStrings", Arg(source));
-  if (Inject()) { return 0; }
+  if (Inject()) {
+    return 0;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   WString out;
   for (const WCHAR* p = source; *p != 0; ++p) {
@@ -71,13 +75,15 @@ DWORD FakePlatform::ExpandEnvironmentStrings(const WCHAR* source, WCHAR* buffer,
     out.push_back(*p);
   }
   const DWORD needed = static_cast<DWORD>(out.size() + 1);
-  if (buffer != nullptr && capacity >= needed) std::memcpy(buffer, out.c_str(), needed * 2);
+  if (buffer != nullptr && capacity >= needed) std::memcpy(buffer, out.c_str(), static_cast<std::size_t>(needed) * 2);
   return needed;
 }
 
 DWORD FakePlatform::GetModuleFileName(WCHAR* buffer, DWORD capacity) {
   Record("GetModuleFileName", Arg(capacity));
-  if (Inject()) { return 0; }
+  if (Inject()) {
+    return 0;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (modulePath_.empty() || capacity == 0) return 0;
   const std::size_t n = std::min<std::size_t>(modulePath_.size(), capacity - 1);
@@ -96,16 +102,24 @@ std::uint64_t FakePlatform::VerSetConditionMask(std::uint64_t mask, DWORD typeBi
 BOOL FakePlatform::VerifyVersionInfo(platform::OsVersionInfoEx& info, DWORD typeMask, std::uint64_t conditionMask) {
   Record("VerifyVersionInfo", Arg(info.dwOSVersionInfoSize) + ", " + Arg(info.dwMajorVersion) + ", " +
                                   Arg(info.dwMinorVersion) + ", " + Arg(typeMask) + ", " + Hex(conditionMask));
-  if (Inject()) { return 0; }
+  if (Inject()) {
+    return 0;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto passes = [](DWORD actual, DWORD wanted, unsigned condition) {
     switch (condition) {
-      case 1: return actual == wanted;
-      case 2: return actual > wanted;
-      case 3: return actual >= wanted;
-      case 4: return actual < wanted;
-      case 5: return actual <= wanted;
-      default: return false;
+      case 1:
+        return actual == wanted;
+      case 2:
+        return actual > wanted;
+      case 3:
+        return actual >= wanted;
+      case 4:
+        return actual < wanted;
+      case 5:
+        return actual <= wanted;
+      default:
+        return false;
     }
   };
   bool ok = true;
@@ -114,11 +128,13 @@ BOOL FakePlatform::VerifyVersionInfo(platform::OsVersionInfoEx& info, DWORD type
   return ok ? 1 : 0;
 }
 
-int FakePlatform::MultiByteToWideChar(UINT codePage, DWORD flags, const char* source, int sourceLength,
-                                      WCHAR* buffer, int capacity) {
+int FakePlatform::MultiByteToWideChar(UINT codePage, DWORD flags, const char* source, int sourceLength, WCHAR* buffer,
+                                      int capacity) {
   Record("MultiByteToWideChar", Arg(codePage) + ", " + Arg(flags) + ", " + Arg(static_cast<DWORD>(sourceLength)) +
                                     ", " + Arg(static_cast<DWORD>(capacity)));
-  if (Inject()) { return 0; }
+  if (Inject()) {
+    return 0;
+  }
   {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
     if (failMultiByte_) return 0;
@@ -129,7 +145,9 @@ int FakePlatform::MultiByteToWideChar(UINT codePage, DWORD flags, const char* so
 
 void* FakePlatform::LocalAlloc(UINT flags, std::size_t bytes) {
   Record("LocalAlloc", Arg(flags) + ", " + Arg(static_cast<DWORD>(bytes)));
-  if (Inject()) { return nullptr; }
+  if (Inject()) {
+    return nullptr;
+  }
   void* p = std::calloc(1, bytes == 0 ? 1 : bytes);
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   localAllocations_.insert(p);
@@ -146,7 +164,9 @@ void* FakePlatform::LocalFree(void* memory) {
 
 BOOL FakePlatform::GetUserName(WCHAR* buffer, DWORD* size) {
   Record("GetUserName", Arg(*size));
-  if (Inject()) { return 0; }
+  if (Inject()) {
+    return 0;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (userName.size() + 1 > *size) return 0;
   std::memcpy(buffer, userName.c_str(), (userName.size() + 1) * 2);
@@ -157,7 +177,9 @@ BOOL FakePlatform::GetUserName(WCHAR* buffer, DWORD* size) {
 BOOL FakePlatform::LookupAccountName(const WCHAR*, const WCHAR* accountName, void* sid, DWORD* sidSize, WCHAR* domain,
                                      DWORD* domainSize) {
   Record("LookupAccountName", Arg(accountName) + ", " + Arg(*sidSize) + ", " + Arg(*domainSize));
-  if (Inject()) { return 0; }
+  if (Inject()) {
+    return 0;
+  }
   constexpr DWORD kSidSize = 28;
   constexpr char16_t kDomain[] = u"KELPC";
   if (sid == nullptr || *sidSize < kSidSize || domain == nullptr || *domainSize < 6) {
@@ -172,7 +194,10 @@ BOOL FakePlatform::LookupAccountName(const WCHAR*, const WCHAR* accountName, voi
 
 BOOL FakePlatform::ConvertSidToStringSid(void*, WCHAR** stringSid) {
   Record("ConvertSidToStringSid", "");
-  if (Inject()) { *stringSid = nullptr; return 0; }
+  if (Inject()) {
+    *stringSid = nullptr;
+    return 0;
+  }
   WString sid;
   {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
@@ -187,7 +212,9 @@ BOOL FakePlatform::ConvertSidToStringSid(void*, WCHAR** stringSid) {
 
 HRESULT FakePlatform::SHLoadIndirectString(const WCHAR* source, WCHAR* buffer, UINT capacity) {
   Record("SHLoadIndirectString", Arg(source) + ", " + Arg(capacity));
-  if (Inject()) { return E_FAIL; }
+  if (Inject()) {
+    return E_FAIL;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = indirectStrings.find(source);
   if (it == indirectStrings.end()) return E_FAIL;

@@ -97,9 +97,12 @@ void FakePlatform::Sleep(DWORD milliseconds) {
 }
 
 Handle FakePlatform::CreateEvent(bool manualReset, bool initialState, const WCHAR* name) {
-  Record("CreateEvent", Arg(static_cast<DWORD>(manualReset)) + ", " + Arg(static_cast<DWORD>(initialState)) + ", " +
-                            Arg(name));
-  if (Inject()) { lastError_ = ERROR_ACCESS_DENIED; return nullptr; }
+  Record("CreateEvent",
+         Arg(static_cast<DWORD>(manualReset)) + ", " + Arg(static_cast<DWORD>(initialState)) + ", " + Arg(name));
+  if (Inject()) {
+    lastError_ = ERROR_ACCESS_DENIED;
+    return nullptr;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (createEventFails) {
     lastError_ = 6;  // ERROR_INVALID_HANDLE: the name is taken by another kind of object
@@ -117,7 +120,9 @@ BOOL FakePlatform::ResetEvent(Handle event) { return ChangeEvent("ResetEvent", e
 // A set wakes the waits; a reset has nobody to wake.
 BOOL FakePlatform::ChangeEvent(const char* call, Handle event, bool signalled) {
   Record(call, "");
-  if (Inject()) { return 0; }
+  if (Inject()) {
+    return 0;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = events_.find(event);
   if (it == events_.end()) {
@@ -131,7 +136,9 @@ BOOL FakePlatform::ChangeEvent(const char* call, Handle event, bool signalled) {
 
 DWORD FakePlatform::WaitForSingleObject(Handle object, DWORD milliseconds) {
   Record("WaitForSingleObject", Arg(milliseconds));
-  if (Inject()) { return platform::WAIT_FAILED; }
+  if (Inject()) {
+    return platform::WAIT_FAILED;
+  }
   std::unique_lock<std::recursive_mutex> lock(mutex_);
   auto thread = threads_.find(object);
   if (thread != threads_.end()) {
@@ -176,7 +183,10 @@ DWORD FakePlatform::WaitForSingleObject(Handle object, DWORD milliseconds) {
 
 Handle FakePlatform::CreateThread(platform::ThreadProc start, void* parameter) {
   Record("CreateThread", "");
-  if (Inject()) { lastError_ = 8; return nullptr; }
+  if (Inject()) {
+    lastError_ = 8;
+    return nullptr;
+  }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (createThreadFails) return nullptr;
   Handle h = NewHandle();

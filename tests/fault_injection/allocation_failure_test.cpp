@@ -86,7 +86,8 @@ class AllocationFailure : public ::testing::Test {
     }
     // A failed expectation keeps its message: the count is only telling
     // when all went well.
-    if (countBlocks && !HasFailure()) EXPECT_EQ(FailingAllocations::LiveBlocks(), blocksBefore) << "blocks left allocated";
+    if (countBlocks && !HasFailure())
+      EXPECT_EQ(FailingAllocations::LiveBlocks(), blocksBefore) << "blocks left allocated";
     return counted;
   }
 };
@@ -117,8 +118,8 @@ TEST_F(AllocationFailure, InitializeWithAFirstRefreshPassAndSave) {
         // Either the old list or a complete new one.
         const std::string list = fake.FileContent(kDataFile);
         const bool old = list == kOldList;
-        const bool complete = list.rfind("</DesktopApps>") == list.size() - 14 ||
-                              list.rfind("<DesktopApps />") == list.size() - 15;
+        const bool complete =
+            list.rfind("</DesktopApps>") == list.size() - 14 || list.rfind("<DesktopApps />") == list.size() - 15;
         EXPECT_TRUE(old || complete) << list;
       });
 }
@@ -264,19 +265,20 @@ std::vector<std::string> Describe(const CKELAppNameList& list) {
   for (const auto& package : list.Packages()) {
     const PackageVersion& v = package->Version;
     lines.push_back("package " + fakes::Narrow(package->PackageFamilyName) + " " + std::to_string(v.Major) + "." +
-                    std::to_string(v.Minor) + "." + std::to_string(v.Build) + "." + std::to_string(v.Revision) +
-                    " " + std::to_string(package->NeedReserve) + std::to_string(package->IsInstalled));
+                    std::to_string(v.Minor) + "." + std::to_string(v.Build) + "." + std::to_string(v.Revision) + " " +
+                    std::to_string(package->NeedReserve) + std::to_string(package->IsInstalled));
     for (const auto& app : package->Applications()) {
-      lines.push_back("  app " + fakes::Narrow(package->PackageFamilyName) + ": " + fakes::Narrow(WString(app->DisplayName())) +
-                      "|" + fakes::Narrow(WString(app->ShortName())) + "|" + fakes::Narrow(WString(app->RubyDisplayName())) + "|" +
+      lines.push_back("  app " + fakes::Narrow(package->PackageFamilyName) + ": " +
+                      fakes::Narrow(WString(app->DisplayName())) + "|" + fakes::Narrow(WString(app->ShortName())) +
+                      "|" + fakes::Narrow(WString(app->RubyDisplayName())) + "|" +
                       fakes::Narrow(WString(app->RubyShortName())));
     }
   }
   for (const auto& app : list.DesktopApps()) {
-    lines.push_back("desktop " + fakes::Narrow(WString(app->DisplayName())) + "|" + fakes::Narrow(WString(app->LnkFileName())) + "|" +
-                    fakes::Narrow(WString(app->LocalizeName())) + "|" + fakes::Narrow(WString(app->RubyDisplayName())) + "|" +
-                    std::to_string(app->NeedReserve) + std::to_string(app->IsInstalled) +
-                    std::to_string(app->IsDualMode));
+    lines.push_back("desktop " + fakes::Narrow(WString(app->DisplayName())) + "|" +
+                    fakes::Narrow(WString(app->LnkFileName())) + "|" + fakes::Narrow(WString(app->LocalizeName())) +
+                    "|" + fakes::Narrow(WString(app->RubyDisplayName())) + "|" + std::to_string(app->NeedReserve) +
+                    std::to_string(app->IsInstalled) + std::to_string(app->IsDualMode));
   }
   return lines;
 }
@@ -336,7 +338,8 @@ TEST_F(AllocationFailure, CatalogueLoadSkipsOnlyWhatItCouldNotBuild) {
         EXPECT_TRUE(IsSubsequence(records, everything)) << ::testing::PrintToString(records);
         // The reader goes on past a record it could not build: at most one
         // is missing (a package with its apps) unless the scan gave up.
-        if (loaded != E_OUTOFMEMORY) EXPECT_LE(MissingRecords(records, everything), 1) << ::testing::PrintToString(records);
+        if (loaded != E_OUTOFMEMORY)
+          EXPECT_LE(MissingRecords(records, everything), 1) << ::testing::PrintToString(records);
         std::vector<std::string>().swap(records);
       });
 }

@@ -70,8 +70,8 @@ TEST_F(FaultInjection, InitializeWithAFirstRefreshPassAndSave) {
         // Either the old list or a complete new one.
         const std::string list = fake.FileContent(kDataFile);
         const bool old = list == kOldList;
-        const bool complete = list.rfind("</DesktopApps>") == list.size() - 14 ||
-                              list.rfind("<DesktopApps />") == list.size() - 15;
+        const bool complete =
+            list.rfind("</DesktopApps>") == list.size() - 14 || list.rfind("<DesktopApps />") == list.size() - 15;
         EXPECT_TRUE(old || complete) << list;
       });
 }

@@ -27,8 +27,7 @@ inline constexpr char kOldList[] =
 
 struct World {
   fakes::FakePlatform& fake;
-  fakes::FakePackage mail{u"Example.Mail_abc", u"Example.Mail_1_x86__abc", u"Example.Mail", {1, 0, 0, 0},
-                          kMailFolder};
+  fakes::FakePackage mail{u"Example.Mail_abc", u"Example.Mail_1_x86__abc", u"Example.Mail", {1, 0, 0, 0}, kMailFolder};
 
   explicit World(fakes::FakePlatform& platform, DWORD debugLog = 1) : fake(platform) {
     fake.SetModulePath(kHostFolder + u"\\Launcher.exe");

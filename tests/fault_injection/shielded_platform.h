@@ -165,7 +165,8 @@ class ShieldedPlatform final : public platform::Platform {
   Handle CreateThread(platform::ThreadProc start, void* parameter) override {
     AllocationsUncounted shield;
     std::lock_guard<std::mutex> lock(startsLock_);
-    starts_.push_back(std::make_unique<ThreadStart>(ThreadStart{start, parameter, FailingAllocations::ThisThreadArmed()}));
+    starts_.push_back(
+        std::make_unique<ThreadStart>(ThreadStart{start, parameter, FailingAllocations::ThisThreadArmed()}));
     return inner_.CreateThread(&ShieldedPlatform::StartArmed, starts_.back().get());
   }
   UINT SendInput(const platform::KeyboardInput& input) override {
@@ -416,8 +417,8 @@ class ShieldedPlatform final : public platform::Platform {
     HRESULT FindPackagesByUserSecurityIdPackageFamilyName(const WCHAR* userSecurityId, const WCHAR* packageFamilyName,
                                                           platform::PackageCollection** packages) override {
       AllocationsUncounted shield;
-      return Wrapped(
-          inner_->FindPackagesByUserSecurityIdPackageFamilyName(userSecurityId, packageFamilyName, packages), packages);
+      return Wrapped(inner_->FindPackagesByUserSecurityIdPackageFamilyName(userSecurityId, packageFamilyName, packages),
+                     packages);
     }
     void Release() override {
       AllocationsUncounted shield;

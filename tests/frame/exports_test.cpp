@@ -59,9 +59,9 @@ TEST_F(Lifecycle, SwitchReadingIsTracedUnderTheSwitchAsItStoodBefore) {
   EnableLog();
   fake->SetDword(kSettingsKey, kDebugLogValue, 0);
   (void)KelInitialize();
-  EXPECT_EQ(LogLines(), (std::vector<std::string>{"CKELReg::IsDebugLogOn IN\r\n", "CKELReg::GetDWORDRegVal IN\r\n",
-                                                  "CKELReg::GetDWORDRegVal OUT(1)\r\n",
-                                                  "CKELReg::IsDebugLogOn OUT(0)\r\n"}));
+  EXPECT_EQ(LogLines(),
+            (std::vector<std::string>{"CKELReg::IsDebugLogOn IN\r\n", "CKELReg::GetDWORDRegVal IN\r\n",
+                                      "CKELReg::GetDWORDRegVal OUT(1)\r\n", "CKELReg::IsDebugLogOn OUT(0)\r\n"}));
 }
 
 TEST_F(Lifecycle, InitializeCreatesTheDataFolderUnderLocalAppData) {
@@ -113,10 +113,9 @@ TEST_F(ArgumentChecks, FailedCheckWritesItsExitLineAtOnce) {
   EnableLog();
   (void)KelLaunchBySearchW(u"x", 3, 0);
   (void)KelGetMonitorMode(nullptr);
-  EXPECT_EQ(LogLines(), (std::vector<std::string>{"KelLaunchBySearchW(x, 3, 0) IN\r\n",
-                                                  "KelLaunchBySearchW OUT(0x80070057)\r\n",
-                                                  "KelGetMonitorMode IN\r\n",
-                                                  "KelGetMonitorMode OUT(0x80004003)\r\n"}));
+  EXPECT_EQ(LogLines(),
+            (std::vector<std::string>{"KelLaunchBySearchW(x, 3, 0) IN\r\n", "KelLaunchBySearchW OUT(0x80070057)\r\n",
+                                      "KelGetMonitorMode IN\r\n", "KelGetMonitorMode OUT(0x80004003)\r\n"}));
 }
 
 TEST_F(ArgumentChecks, EntryLinesShowTheArguments) {

@@ -12,7 +12,9 @@ TEST(Format, WideArgumentOfCapitalSIsWrittenAsUtf8) {
 
 TEST(Format, UnpairedSurrogateBecomesReplacementCharacter) {
   const char16_t text[] = {u'a', 0xD800, u'b', 0};
-  EXPECT_EQ(FormatNarrow("%S", {text}), "a\xEF\xBF\xBD" "b");
+  EXPECT_EQ(FormatNarrow("%S", {text}),
+            "a\xEF\xBF\xBD"
+            "b");
 }
 
 TEST(Format, SurrogatePairBecomesOneFourByteSequence) {
@@ -80,9 +82,7 @@ TEST(Format, BoundedWideFormatRefusesWhatDoesNotFit) {
 namespace kel {
 namespace {
 
-TEST(Format, AbsurdFieldWidthIsCapped) {
-  EXPECT_EQ(FormatNarrow("%99999999999999999999d", {1}).size(), 4096u);
-}
+TEST(Format, AbsurdFieldWidthIsCapped) { EXPECT_EQ(FormatNarrow("%99999999999999999999d", {1}).size(), 4096u); }
 
 }  // namespace
 }  // namespace kel
@@ -129,9 +129,16 @@ TEST(Format, FixedBufferKeepsWhatCuttingTheWholeTextKeeps) {
     std::size_t utf8Bytes;
   };
   const std::vector<Unit> units = {{u"a", 1}, {u"\u00e9", 2}, {u"\u3042", 3}, {u"\U0001F600", 4}, {u"\xD800", 3}};
-  const std::vector<const char*> formats = {"%S",        "%S\r\n", "%S(%d, %s, %S) IN\r\n", "x%S\r",
-                                            "%S\n",      "%S OUT(0x%08X)\r\n",  "%S%-5d|%9s|%-7S|%c\r\n",
-                                            "%S%%\r\n", "%S %2000d\r\n",       "%S %-2000d|%s\r\n"};
+  const std::vector<const char*> formats = {"%S",
+                                            "%S\r\n",
+                                            "%S(%d, %s, %S) IN\r\n",
+                                            "x%S\r",
+                                            "%S\n",
+                                            "%S OUT(0x%08X)\r\n",
+                                            "%S%-5d|%9s|%-7S|%c\r\n",
+                                            "%S%%\r\n",
+                                            "%S %2000d\r\n",
+                                            "%S %-2000d|%s\r\n"};
   int cases = 0;
   for (const Unit& unit : units) {
     std::vector<std::size_t> counts = {0, 1, 100};

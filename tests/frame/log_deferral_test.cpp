@@ -50,9 +50,9 @@ TEST_F(LogUnderCatalogueLock, LinesWaitUntilTheLockEndsAndKeepTheTimeOfTheirTrac
             "[2013/05/20 09:04:07.031]CKELAppNameList::AddDesktopApp IN\r\n"
             "[2013/05/20 09:04:08.500]CKELAppNameList::AddDesktopApp OUT(0x00000000)\r\n");
   // Each waiting line is written the way any line is.
-  EXPECT_EQ(fake->CallNames(), (std::vector<std::string>{"CreateFile", "SetFilePointer", "WriteFile", "WriteFile",
-                                                         "CloseHandle", "CreateFile", "SetFilePointer", "WriteFile",
-                                                         "WriteFile", "CloseHandle"}));
+  EXPECT_EQ(fake->CallNames(),
+            (std::vector<std::string>{"CreateFile", "SetFilePointer", "WriteFile", "WriteFile", "CloseHandle",
+                                      "CreateFile", "SetFilePointer", "WriteFile", "WriteFile", "CloseHandle"}));
 }
 
 TEST_F(LogUnderCatalogueLock, LettingGoForASlowCallWritesTheWaitingLinesFirst) {
@@ -131,8 +131,8 @@ TEST_F(LogUnderCatalogueLock, CatalogueOperationsNeverOpenTheLogWhileHoldingTheL
   fake->AddFile(installed + u"\\AppxManifest.xml",
                 "<Package><Applications><Application><VisualElements DisplayName=\"Mail Box\"><DefaultTile "
                 "ShortName=\"Mail\"/></VisualElements></Application></Applications></Package>");
-  fakes::FakePackage mail{u"Example.Mail_abc", u"Example.Mail_2.0.0.0_x86__abc", u"Example.Mail", {2, 0, 0, 0},
-                          installed};
+  fakes::FakePackage mail{
+      u"Example.Mail_abc", u"Example.Mail_2.0.0.0_x86__abc", u"Example.Mail", {2, 0, 0, 0}, installed};
   fake->deployed.push_back({fake->userSid, &mail});
   fake->AddFile(u"C:\\Start\\Mail Merge.lnk", "");
   CKELAppNameList list;

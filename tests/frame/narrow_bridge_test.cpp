@@ -46,8 +46,10 @@ TEST_F(NarrowBridge, ConversionTracesItsSourceAndResult) {
 
 TEST_F(NarrowBridge, InvalidShiftJisIsReplacedNotRefused) {
   char16_t* wide = nullptr;
+  // clang-format off
   ASSERT_EQ(ShiftJisToWideChar("a\x81\x20" "b\x81", &wide), S_OK);
   EXPECT_EQ(WString(wide), u"a\u30fb" u"b\u30fb");
+  // clang-format on
   std::free(wide);
 }
 
@@ -133,10 +135,10 @@ TEST_F(NarrowBridge, NarrowEntryLinesShowTheirArguments) {
   EnableLog();
   (void)KelLaunchBySearchA("", 1, 2);
   (void)KelLaunchBrowserByProtocolA("ftp", 1);
-  EXPECT_EQ(LogLines(), (std::vector<std::string>{"KelLaunchBySearchA(, 1, 2) IN\r\n",
-                                                  "KelLaunchBySearchA OUT(0x80070057)\r\n",
-                                                  "KelLaunchBrowserByProtocolA(ftp, 1) IN\r\n",
-                                                  "KelLaunchBrowserByProtocolA OUT(0x80070057)\r\n"}));
+  EXPECT_EQ(LogLines(),
+            (std::vector<std::string>{"KelLaunchBySearchA(, 1, 2) IN\r\n", "KelLaunchBySearchA OUT(0x80070057)\r\n",
+                                      "KelLaunchBrowserByProtocolA(ftp, 1) IN\r\n",
+                                      "KelLaunchBrowserByProtocolA OUT(0x80070057)\r\n"}));
 }
 
 TEST_F(NarrowBridge, ReleaseOfNullWritesItsTwoLinesAndNothingElse) {

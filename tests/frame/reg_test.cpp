@@ -96,7 +96,8 @@ TEST_F(Settings, GetDWORDRegValWithoutKeyWritesPlainExitLine) {
   fake->RemoveKey(kSettingsKey);
   DWORD value = 0;
   EXPECT_FALSE(CKELReg::GetDWORDRegVal(u"RefreshInterval", &value));
-  EXPECT_EQ(LogLines(), (std::vector<std::string>{"CKELReg::GetDWORDRegVal IN\r\n", "CKELReg::GetDWORDRegVal OUT\r\n"}));
+  EXPECT_EQ(LogLines(),
+            (std::vector<std::string>{"CKELReg::GetDWORDRegVal IN\r\n", "CKELReg::GetDWORDRegVal OUT\r\n"}));
 }
 
 TEST_F(Settings, ReaderTracesItsNameAndResult) {
@@ -121,8 +122,9 @@ TEST_F(BrowserValues, GetterWithoutKeyReturnsFileNotFoundAndTracesTheUnchangedVa
   DWORD value = 77;
   EXPECT_EQ(CKELReg::GetCurrentAssociationMode(&value), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(value, 77u);
-  EXPECT_EQ(LogLines(), (std::vector<std::string>{"CKELReg::GetCurrentAssociationMode IN\r\n",
-                                                  "CKELReg::GetCurrentAssociationMode OUT(*pdwAssociationMode = 77)\r\n"}));
+  EXPECT_EQ(LogLines(),
+            (std::vector<std::string>{"CKELReg::GetCurrentAssociationMode IN\r\n",
+                                      "CKELReg::GetCurrentAssociationMode OUT(*pdwAssociationMode = 77)\r\n"}));
 }
 
 TEST_F(BrowserValues, GetterReadsAStoredDword) {

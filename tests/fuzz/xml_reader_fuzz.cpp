@@ -18,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     (void)reader.GetPrefix(&text, &length);
     (void)reader.GetValue(&text, &length);
     (void)reader.GetDepth(&depth);
-    reader.IsEmptyElement();
+    (void)reader.IsEmptyElement();
     while (reader.MoveToNextAttribute() == kel::S_OK) {
       (void)reader.GetLocalName(&text, &length);
       (void)reader.GetValue(&text, &length);

@@ -4,7 +4,7 @@
 #include "Kelbrook.h"
 
 /* External, so that nothing here is unused. */
-#define KEL_CHECK_TYPE(name) PFN_##name const kel_check_##name = &name;
+#define KEL_CHECK_TYPE(name) PFN_##name const kel_check_##name = &(name);
 
 #include "each_export.inc"
 
@@ -14,4 +14,4 @@ _Static_assert(FAILED(E_KEL_DISPLAY_NAME_FAILED), "E_KEL_DISPLAY_NAME_FAILED is 
 _Static_assert(KEL_SEARCH_AUTO == 2u && KEL_MONITOR_START_SCREEN == 2u, "modes run from 0 to 2");
 _Static_assert(KELBROOK_VERSION_MAJOR >= 1, "the version macros are numbers");
 
-const char kel_check_version[] = KELBROOK_VERSION_STRING;
+const char kKelCheckVersion[] = KELBROOK_VERSION_STRING;

@@ -16,8 +16,7 @@
 #define KEL_EXPORT_COUNT 21
 
 /* Returns how many calls failed; *calls says how many were made. */
-static int CallEveryExport(int *calls)
-{
+static int CallEveryExport(int* calls) {
   int failures = 0;
   int made = 0;
 #define KEL_EXPECT(name, call, expected) (++made, failures += CheckResult(name, call, expected))

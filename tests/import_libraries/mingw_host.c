@@ -11,8 +11,7 @@
 
 #include "Kelbrook.h"
 
-static int CheckResult(const char *name, HRESULT result, HRESULT expected)
-{
+static int CheckResult(const char* name, HRESULT result, HRESULT expected) {
   if (result != expected) {
     printf("FAIL %s: returned 0x%08lX, expected 0x%08lX\n", name, (unsigned long)result, (unsigned long)expected);
     return 1;
@@ -21,24 +20,21 @@ static int CheckResult(const char *name, HRESULT result, HRESULT expected)
   return 0;
 }
 
-static int CheckReturned(const char *name)
-{
+static int CheckReturned(const char* name) {
   printf("PASS %s returned\n", name);
   return 0;
 }
 
 #include "every_export.h"
 
-int main(void)
-{
+int main(void) {
   int calls = 0;
   const int failures = CallEveryExport(&calls);
   if (calls != KEL_EXPORT_COUNT) {
     printf("FAIL %d exports called, expected %d\n", calls, KEL_EXPORT_COUNT);
     return 1;
   }
-  printf("%s %d exports called through libKelbrook.a, %d failed\n", failures == 0 ? "PASS" : "FAIL", calls,
-         failures);
+  printf("%s %d exports called through libKelbrook.a, %d failed\n", failures == 0 ? "PASS" : "FAIL", calls, failures);
   fflush(stdout);
   return failures == 0 ? 0 : 1;
 }

@@ -14,19 +14,19 @@
  */
 #define WINAPI __stdcall
 #define IMPORTED __declspec(dllimport)
-#define NULL ((void *)0)
+#define NULL ((void*)0)
 
 typedef long HRESULT;
 typedef int BOOL;
 typedef int INT;
 typedef unsigned int UINT;
 typedef unsigned long DWORD;
-typedef void *HANDLE;
-typedef char *LPSTR;
-typedef const char *LPCSTR;
+typedef void* HANDLE;
+typedef char* LPSTR;
+typedef const char* LPCSTR;
 typedef unsigned short WCHAR;
-typedef WCHAR *LPWSTR;
-typedef const WCHAR *LPCWSTR;
+typedef WCHAR* LPWSTR;
+typedef const WCHAR* LPCWSTR;
 
 #define S_OK ((HRESULT)0)
 #define E_POINTER ((HRESULT)0x80004003L)
@@ -34,17 +34,17 @@ typedef const WCHAR *LPCWSTR;
 #define STD_OUTPUT_HANDLE ((DWORD)-11)
 
 IMPORTED HANDLE WINAPI GetStdHandle(DWORD nStdHandle);
-IMPORTED BOOL WINAPI WriteFile(HANDLE hFile, const void *lpBuffer, DWORD nNumberOfBytesToWrite,
-                               DWORD *lpNumberOfBytesWritten, void *lpOverlapped);
+IMPORTED BOOL WINAPI WriteFile(HANDLE hFile, const void* lpBuffer, DWORD nNumberOfBytesToWrite,
+                               DWORD* lpNumberOfBytesWritten, void* lpOverlapped);
 IMPORTED void WINAPI ExitProcess(UINT uExitCode);
 
 /* The exports as Kelbrook.h declares them. */
 IMPORTED void WINAPI KelFinalize(void);
-IMPORTED HRESULT WINAPI KelGetAppDisplayNameByPFNW(LPCWSTR pszPackageFamilyName, LPWSTR *ppszDisplayName);
-IMPORTED HRESULT WINAPI KelGetMonitorMode(UINT *puMonitorMode);
+IMPORTED HRESULT WINAPI KelGetAppDisplayNameByPFNW(LPCWSTR pszPackageFamilyName, LPWSTR* ppszDisplayName);
+IMPORTED HRESULT WINAPI KelGetMonitorMode(UINT* puMonitorMode);
 IMPORTED HRESULT WINAPI KelInitialize(void);
-IMPORTED HRESULT WINAPI KelIsInstalledA(LPCSTR pszPackageFamilyName, BOOL *pIsInstalled);
-IMPORTED HRESULT WINAPI KelIsInstalledW(LPCWSTR pszPackageFamilyName, BOOL *pIsInstalled);
+IMPORTED HRESULT WINAPI KelIsInstalledA(LPCSTR pszPackageFamilyName, BOOL* pIsInstalled);
+IMPORTED HRESULT WINAPI KelIsInstalledW(LPCWSTR pszPackageFamilyName, BOOL* pIsInstalled);
 IMPORTED HRESULT WINAPI KelLaunchBrowserByProtocolA(LPCSTR pszUrl, DWORD dwAssociationMode);
 IMPORTED HRESULT WINAPI KelLaunchBrowserByProtocolW(LPCWSTR pszUrl, DWORD dwAssociationMode);
 IMPORTED HRESULT WINAPI KelLaunchByAppUserModelIdA(LPCSTR pszAppUserModelId);
@@ -61,27 +61,22 @@ IMPORTED HRESULT WINAPI KelLaunchStoreW(LPCWSTR pszPackageFamilyName);
 IMPORTED void WINAPI KelReleaseStringA(LPSTR pszString);
 IMPORTED void WINAPI KelReleaseStringW(LPWSTR pszString);
 
-static void Write(const char *text)
-{
+static void Write(const char* text) {
   DWORD length = 0;
-  while (text[length] != '\0')
-    ++length;
+  while (text[length] != '\0') ++length;
   DWORD written = 0;
   WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), text, length, &written, NULL);
 }
 
-static void WriteHex(unsigned long value)
-{
+static void WriteHex(unsigned long value) {
   static const char kDigits[] = "0123456789ABCDEF";
   char text[11] = "0x";
-  for (int i = 0; i < 8; ++i)
-    text[2 + i] = kDigits[(value >> (28 - 4 * i)) & 0xF];
+  for (int i = 0; i < 8; ++i) text[2 + i] = kDigits[(value >> (28 - 4 * i)) & 0xF];
   text[10] = '\0';
   Write(text);
 }
 
-static void WriteCount(int value)
-{
+static void WriteCount(int value) {
   char text[12];
   int at = (int)sizeof text - 1;
   text[at] = '\0';
@@ -92,8 +87,7 @@ static void WriteCount(int value)
   Write(text + at);
 }
 
-static int CheckResult(const char *name, HRESULT result, HRESULT expected)
-{
+static int CheckResult(const char* name, HRESULT result, HRESULT expected) {
   if (result != expected) {
     Write("FAIL ");
     Write(name);
@@ -112,8 +106,7 @@ static int CheckResult(const char *name, HRESULT result, HRESULT expected)
   return 0;
 }
 
-static int CheckReturned(const char *name)
-{
+static int CheckReturned(const char* name) {
   Write("PASS ");
   Write(name);
   Write(" returned\n");
@@ -122,8 +115,7 @@ static int CheckReturned(const char *name)
 
 #include "every_export.h"
 
-void start(void)
-{
+void start(void) {
   int calls = 0;
   const int failures = CallEveryExport(&calls);
   if (calls != KEL_EXPORT_COUNT) {

@@ -112,8 +112,9 @@ TEST_F(BrowserLaunch, TileAbsentModeOneWritesNothingSearchesThenDeletes) {
 TEST_F(BrowserLaunch, TileOneModeZeroWritesZeroAndWritesOneBackWithoutWaiting) {
   SetTile(1);
   EXPECT_EQ(KelLaunchIEBySearch(0, 1, 0), S_OK);
-  EXPECT_EQ(RegistryChanges(), (std::vector<std::string>{"RegSetValueEx(ApplicationTileImmersiveActivation, 4, 0, 4)",
-                                                         "RegSetValueEx(ApplicationTileImmersiveActivation, 4, 1, 4)"}));
+  EXPECT_EQ(RegistryChanges(),
+            (std::vector<std::string>{"RegSetValueEx(ApplicationTileImmersiveActivation, 4, 0, 4)",
+                                      "RegSetValueEx(ApplicationTileImmersiveActivation, 4, 1, 4)"}));
   EXPECT_EQ(fake->DwordValue(kBrowserKey, kTileImmersiveActivationValue), 1u);
   // The only waits are the search launch's own; the restore follows at once.
   EXPECT_EQ(fake->Sleeps().back(), 1000u);  // the clipboard wait of the paste-only mode

@@ -12,7 +12,7 @@ class Clipboard : public testing::LibraryTest {
   std::vector<std::string> ClipboardCalls() {
     std::vector<std::string> names;
     for (const auto& c : fake->CallsNamed({"OpenClipboard", "GlobalAlloc", "GlobalLock", "GlobalUnlock",
-                                          "EmptyClipboard", "SetClipboardData", "GlobalFree", "CloseClipboard"})) {
+                                           "EmptyClipboard", "SetClipboardData", "GlobalFree", "CloseClipboard"})) {
       names.push_back(c.name);
     }
     return names;
@@ -22,9 +22,9 @@ class Clipboard : public testing::LibraryTest {
 TEST_F(Clipboard, TextIsHandedOverAsUnicodeTextAndTheBlockFreedAfterwards) {
   EXPECT_EQ(CKELClipboard::SetClipboardData(u"\"x\" NOT(\"a\")"), S_OK);
   EXPECT_EQ(fake->clipboardText, u"\"x\" NOT(\"a\")");
-  EXPECT_EQ(ClipboardCalls(), (std::vector<std::string>{"OpenClipboard", "GlobalAlloc", "GlobalLock", "GlobalUnlock",
-                                                        "EmptyClipboard", "SetClipboardData", "GlobalFree",
-                                                        "CloseClipboard"}));
+  EXPECT_EQ(ClipboardCalls(),
+            (std::vector<std::string>{"OpenClipboard", "GlobalAlloc", "GlobalLock", "GlobalUnlock", "EmptyClipboard",
+                                      "SetClipboardData", "GlobalFree", "CloseClipboard"}));
   EXPECT_EQ(fake->CallsNamed({"SetClipboardData"}).at(0).args, "13");
 }
 

@@ -34,7 +34,8 @@ class SearchLaunch : public testing::LibraryTest {
   std::vector<std::string> ClipboardClearing() {
     std::vector<std::string> names;
     const auto calls = fake->CallsNamed({"OpenClipboard", "EmptyClipboard", "CloseClipboard", "SetClipboardData"});
-    for (std::size_t i = calls.size() >= 3 ? calls.size() - 3 : 0; i < calls.size(); ++i) names.push_back(calls[i].name);
+    for (std::size_t i = calls.size() >= 3 ? calls.size() - 3 : 0; i < calls.size(); ++i)
+      names.push_back(calls[i].name);
     return names;
   }
 };

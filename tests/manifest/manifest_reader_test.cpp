@@ -40,8 +40,7 @@ class ManifestReader : public testing::LibraryTest {
   }
 
   CKELPackage package{u"Example_abc", {}, 0, 1};
-  fakes::FakePackage platformPackage{u"Example_abc", u"Example_1.0.0.0_x86__abc", u"Example", {1, 0, 0, 0},
-                                     kInstalled};
+  fakes::FakePackage platformPackage{u"Example_abc", u"Example_1.0.0.0_x86__abc", u"Example", {1, 0, 0, 0}, kInstalled};
 };
 
 TEST_F(ManifestReader, SettingAboveOneSelectsTheXmlReaderAndZeroThePackagingApi) {
@@ -66,8 +65,7 @@ TEST_F(ManifestReader, MissingDefaultTileTakesTheNextApplicationsShortName) {
 TEST_F(ManifestReader, MissingDefaultTileAtTheEndLeavesTheShortNameEmpty) {
   UseManifest("two_apps_second_without_tile.xml");
   EXPECT_EQ(CKELManifestReader::GetAppNameUsingXmlParser(kManifest.c_str(), &package), S_FALSE);
-  EXPECT_EQ(Names(),
-            (std::vector<std::pair<WString, WString>>{{u"suite mail", u"mail"}, {u"suite calendar", u""}}));
+  EXPECT_EQ(Names(), (std::vector<std::pair<WString, WString>>{{u"suite mail", u"mail"}, {u"suite calendar", u""}}));
 }
 
 TEST_F(ManifestReader, NamesMatchWhateverTheirCase) {
@@ -83,8 +81,8 @@ TEST_F(ManifestReader, ResourceReferencesAreResolvedAndHandedOnInTheirCase) {
   package.Name = u"Example.Weather";
   fake->indirectStrings[u"@{Example.Weather_6.3.9600.16384_x64__abc?ms-resource://Example.Weather/resources/appname}"] =
       u"Weather";
-  fake->indirectStrings[u"@{Example.Weather_6.3.9600.16384_x64__abc?ms-resource://Example.Weather/resources/shortname}"] =
-      u"Wx";
+  fake->indirectStrings
+      [u"@{Example.Weather_6.3.9600.16384_x64__abc?ms-resource://Example.Weather/resources/shortname}"] = u"Wx";
   (void)CKELManifestReader::GetAppNameUsingXmlParser(kManifest.c_str(), &package);
   EXPECT_FALSE(LogLinesStartingWith("CKELPackage::AddApplication(Weather, Wx) IN").empty());
   // The record itself keeps its names lower-cased.
@@ -96,8 +94,9 @@ TEST_F(ManifestReader, UnresolvedReferenceStaysLowerCased) {
   package.FullName = u"F";
   package.Name = u"N";
   (void)CKELManifestReader::GetAppNameUsingXmlParser(kManifest.c_str(), &package);
-  EXPECT_EQ(Names(), (std::vector<std::pair<WString, WString>>{
-                         {u"ms-resource:appname", u"ms-resource:///resources/shortname"}}));
+  EXPECT_EQ(
+      Names(),
+      (std::vector<std::pair<WString, WString>>{{u"ms-resource:appname", u"ms-resource:///resources/shortname"}}));
 }
 
 TEST_F(ManifestReader, UnresolvedReferenceMeansNamesCannotBeHadYet) {
@@ -328,10 +327,9 @@ TEST_F(ManifestReader, AddingAppsReadsTheSettingFirst) {
   const std::vector<std::string> lines = ReaderLines();
   ASSERT_GE(lines.size(), 4u);
   EXPECT_EQ(std::vector<std::string>(lines.begin(), lines.begin() + 4),
-            (std::vector<std::string>{"CKELManifestReader::AddAppsToPackage IN\r\n",
-                                      "CKELManifestReader::LoadSetting IN\r\n",
-                                      "CKELManifestReader::LoadSetting OUT\r\n",
-                                      "CKELManifestReader::GetAppNameUsingXmlParser IN\r\n"}));
+            (std::vector<std::string>{
+                "CKELManifestReader::AddAppsToPackage IN\r\n", "CKELManifestReader::LoadSetting IN\r\n",
+                "CKELManifestReader::LoadSetting OUT\r\n", "CKELManifestReader::GetAppNameUsingXmlParser IN\r\n"}));
   EXPECT_EQ(lines.back(), "CKELManifestReader::AddAppsToPackage OUT(0x00000001)\r\n");
 }
 
@@ -367,7 +365,8 @@ TEST_F(ManifestReader, ANameThatStaysAReferenceEndsTheTestRightAfterItsRead) {
       {"display name, no tile", unresolvedDisplayNameWithoutTile,
        Joined({walkToDisplayName, {"CKELManifestReader::IsCanGetAppNameFromManifest OUT(0x00000000)\r\n"}})},
       {"short name", unresolvedShortName,
-       Joined({walkToDisplayName, Traced("MoveToElementByName", "DefaultTile", "0x00000000"),
+       Joined({walkToDisplayName,
+               Traced("MoveToElementByName", "DefaultTile", "0x00000000"),
                Traced("GetAttributeValueByName", "ShortName", "0x00000000"),
                {"CKELManifestReader::IsCanGetAppNameFromManifest OUT(0x00000000)\r\n"}})},
   };

@@ -73,7 +73,8 @@ TEST_F(ResourceReference, AttemptsAreTraced) {
   const auto lines = LogLines();
   ASSERT_EQ(lines.size(), 4u);
   EXPECT_EQ(lines[0], "CKELManifestReader::ConvertMsResourceToString(ms-resource:Name, F, N, , 256) IN\r\n");
-  EXPECT_EQ(lines[1], "CKELManifestReader::ConvertMsResourceToString ms-resource = @{F?ms-resource://N/resources/name})\r\n");
+  EXPECT_EQ(lines[1],
+            "CKELManifestReader::ConvertMsResourceToString ms-resource = @{F?ms-resource://N/resources/name})\r\n");
   EXPECT_EQ(lines[3], "CKELManifestReader::ConvertMsResourceToString OUT(pStr = )\r\n");
 }
 

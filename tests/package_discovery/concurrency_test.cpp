@@ -22,8 +22,8 @@ class CatalogueUnderLoad : public testing::LibraryTest {};
 TEST_F(CatalogueUnderLoad, ExportsReadWhileTheRefreshThreadRewritesTheCatalogue) {
   fake->SetDword(kSettingsKey, kRefreshIntervalValue, 0);
   fake->SetModulePath(u"C:\\Program Files\\Launcher\\Launcher.exe");
-  fakes::FakePackage mail{u"Example.Mail_abc", u"Example.Mail_1_x86__abc", u"Example.Mail", {1, 0, 0, 0},
-                          u"C:\\Apps\\Mail"};
+  fakes::FakePackage mail{
+      u"Example.Mail_abc", u"Example.Mail_1_x86__abc", u"Example.Mail", {1, 0, 0, 0}, u"C:\\Apps\\Mail"};
   fake->AddFile(u"C:\\Apps\\Mail\\AppxManifest.xml",
                 "<Package><Applications><Application><VisualElements DisplayName=\"Mail Box\"><DefaultTile "
                 "ShortName=\"Mail\"/></VisualElements></Application></Applications></Package>");

@@ -30,11 +30,12 @@ TEST_F(DataFolders, ExistingFolderIsLoggedButNotAFailure) {
   fake->AddDirectory(u"C:\\Users\\kel\\AppData\\Local\\Osk\\Kelbrook\\Launcher");
   WString folder;
   EXPECT_EQ(CKELPackageManager::CreateAppNameListFolder(folder), S_OK);
-  EXPECT_EQ(LogLines(), (std::vector<std::string>{
-                            "CKELPackageManager::CreateAppNameListFolder IN\r\n",
-                            "CKELPackageManager::CreateAppNameListFolder SHCreateDirectoryEx failed. ErrCode = (183)\r\n",
-                            "CKELPackageManager::CreateAppNameListFolder OUT(C)\r\n",
-                        }));
+  EXPECT_EQ(LogLines(),
+            (std::vector<std::string>{
+                "CKELPackageManager::CreateAppNameListFolder IN\r\n",
+                "CKELPackageManager::CreateAppNameListFolder SHCreateDirectoryEx failed. ErrCode = (183)\r\n",
+                "CKELPackageManager::CreateAppNameListFolder OUT(C)\r\n",
+            }));
 }
 
 TEST_F(DataFolders, MissingLocalAppDataFails) {

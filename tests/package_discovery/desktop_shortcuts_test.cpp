@@ -12,7 +12,8 @@ class DesktopShortcuts : public testing::LibraryTest {
  protected:
   std::vector<std::pair<WString, WString>> Catalogued() {
     std::vector<std::pair<WString, WString>> out;
-    for (const auto& app : manager.m_AppNameList.DesktopApps()) out.emplace_back(app->DisplayName(), app->LnkFileName());
+    for (const auto& app : manager.m_AppNameList.DesktopApps())
+      out.emplace_back(app->DisplayName(), app->LnkFileName());
     return out;
   }
   CKELPackageManager manager;

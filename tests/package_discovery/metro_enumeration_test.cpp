@@ -23,10 +23,10 @@ class MetroEnumeration : public testing::LibraryTest {
     return names;
   }
 
-  fakes::FakePackage mail{u"Example.Mail_abc", u"Example.Mail_1.0.0.0_x86__abc", u"Example.Mail", {1, 0, 0, 0},
-                          kInstalled};
-  fakes::FakePackage news{u"Example.News_abc", u"Example.News_1.0.0.0_x86__abc", u"Example.News", {1, 0, 0, 0},
-                          kInstalled};
+  fakes::FakePackage mail{
+      u"Example.Mail_abc", u"Example.Mail_1.0.0.0_x86__abc", u"Example.Mail", {1, 0, 0, 0}, kInstalled};
+  fakes::FakePackage news{
+      u"Example.News_abc", u"Example.News_1.0.0.0_x86__abc", u"Example.News", {1, 0, 0, 0}, kInstalled};
   CKELPackageManager manager;
 };
 
@@ -40,7 +40,8 @@ TEST_F(MetroEnumeration, SidComesFromTheUserNameThroughTheAccountLookup) {
             (std::vector<std::string>{"GetUserName(260)", "LookupAccountName(kel, 0, 0)", "LocalAlloc(64, 28)",
                                       "LookupAccountName(kel, 28, 6)", "ConvertSidToStringSid", "LocalAlloc(64, 40)",
                                       "LocalFree", "LocalFree"}));
-  EXPECT_EQ(LogLines().back(), "CKELPackageManager::GetCurrentUserSid OUT(0x00000000 pszSid = S-1-5-21-1-2-3-1001)\r\n");
+  EXPECT_EQ(LogLines().back(),
+            "CKELPackageManager::GetCurrentUserSid OUT(0x00000000 pszSid = S-1-5-21-1-2-3-1001)\r\n");
   EXPECT_EQ(fake->LiveLocalAllocations(), 0u);
   EXPECT_EQ(CKELPackageManager::GetCurrentUserSid(nullptr), E_POINTER);
 }
@@ -68,13 +69,13 @@ TEST_F(MetroEnumeration, EveryPackageIsHandedToTheCatalogueInServiceOrder) {
 TEST_F(MetroEnumeration, CallsComeInTheirOrderAndEverythingIsReleased) {
   fake->deployed.push_back({fake->userSid, &mail});
   (void)manager.RefreshMetroApps();
-  EXPECT_EQ(Names({"GetUserName", "RoInitialize", "RoActivateInstance", "FindPackagesByUserSecurityId", "First",
-                   "Release", "RoUninitialize"}),
-            (std::vector<std::string>{"GetUserName(260)", "RoInitialize(0)",
-                                      "RoActivateInstance(Windows.Management.Deployment.PackageManager)",
-                                      "FindPackagesByUserSecurityId(S-1-5-21-1-2-3-1001)", "First",
-                                      "Release(PackageIterator)", "Release(PackageCollection)",
-                                      "Release(PackageManager)", "RoUninitialize"}));
+  EXPECT_EQ(
+      Names({"GetUserName", "RoInitialize", "RoActivateInstance", "FindPackagesByUserSecurityId", "First", "Release",
+             "RoUninitialize"}),
+      (std::vector<std::string>{
+          "GetUserName(260)", "RoInitialize(0)", "RoActivateInstance(Windows.Management.Deployment.PackageManager)",
+          "FindPackagesByUserSecurityId(S-1-5-21-1-2-3-1001)", "First", "Release(PackageIterator)",
+          "Release(PackageCollection)", "Release(PackageManager)", "RoUninitialize"}));
 }
 
 TEST_F(MetroEnumeration, ExitEventSetBeforeTheFirstPackageAddsNothing) {

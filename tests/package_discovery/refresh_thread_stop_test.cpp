@@ -49,8 +49,8 @@ class RefreshThreadGivenUp : public testing::LibraryTest {
     return static_cast<int>(LogLinesStartingWith("CKELPackageManager::RefreshThread Refresh app name list!").size());
   }
 
-  fakes::FakePackage mail{u"Example.Mail_abc", u"Example.Mail_1_x86__abc", u"Example.Mail", {1, 0, 0, 0},
-                          u"C:\\Apps\\Mail"};
+  fakes::FakePackage mail{
+      u"Example.Mail_abc", u"Example.Mail_1_x86__abc", u"Example.Mail", {1, 0, 0, 0}, u"C:\\Apps\\Mail"};
 };
 
 TEST_F(RefreshThreadGivenUp, PassHeldPastTheStopNeverTouchesTheNextStart) {

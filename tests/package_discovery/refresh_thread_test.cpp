@@ -28,7 +28,9 @@ class RefreshThread : public testing::LibraryTest {
     fake->StartThreads();
     ASSERT_TRUE(fake->WaitForBlockedWaits(1));
   }
-  int Passes() { return static_cast<int>(LogLinesStartingWith("CKELPackageManager::RefreshThread Refresh app name list!").size()); }
+  int Passes() {
+    return static_cast<int>(LogLinesStartingWith("CKELPackageManager::RefreshThread Refresh app name list!").size());
+  }
 };
 
 TEST_F(RefreshThread, SecondInitializeWhileRunningReturnsSFalseAndStartsNothing) {
@@ -60,8 +62,8 @@ TEST_F(RefreshThread, FirstPassRunsAfterTheFirstSecondAndSavesTheCatalogue) {
   fake->AddFile(kAllUsersPrograms + u"\\Notepad.lnk", "");
   fake->AddFile(kUserPrograms + u"\\Paint.lnk", "");
   StartAndReachFirstWait();
-  fake->GrantTimeouts(1);                      // the first second passes
-  ASSERT_TRUE(fake->WaitForBlockedWaits(2));   // the thread waits for the interval
+  fake->GrantTimeouts(1);                     // the first second passes
+  ASSERT_TRUE(fake->WaitForBlockedWaits(2));  // the thread waits for the interval
   EXPECT_EQ(Passes(), 1);
   const std::string saved = fake->FileContent(kDataFile);
   const std::size_t notepad = saved.find("notepad");
@@ -129,26 +131,30 @@ TEST_F(RefreshThread, WithoutDataAndPresetFilesTheLoadFailureIsLoggedAndTheFirst
 }
 
 TEST_F(RefreshThread, PresetListIsLoadedWhenThereIsNoDataFile) {
-  fake->AddFile(kPresetFile, "<Applications><DesktopApps><DesktopApp DisplayName=\"Preset\" "
-                             "LnkFileName=\"C:\\p.lnk\" NeedReserve=\"1\" /></DesktopApps>");
+  fake->AddFile(kPresetFile,
+                "<Applications><DesktopApps><DesktopApp DisplayName=\"Preset\" "
+                "LnkFileName=\"C:\\p.lnk\" NeedReserve=\"1\" /></DesktopApps>");
   ASSERT_EQ(KelInitialize(), S_OK);
   ASSERT_EQ(ThePackageManager().m_AppNameList.DesktopApps().size(), 1u);
   EXPECT_EQ(ThePackageManager().m_AppNameList.DesktopApps().front()->DisplayName(), u"preset");
 }
 
 TEST_F(RefreshThread, DataFileIsPreferredToThePresetList) {
-  fake->AddFile(kPresetFile, "<Applications><DesktopApps><DesktopApp DisplayName=\"Preset\" "
-                             "LnkFileName=\"C:\\p.lnk\" /></DesktopApps>");
-  fake->AddFile(kDataFile, "<Applications><DesktopApps><DesktopApp DisplayName=\"Saved\" "
-                           "LnkFileName=\"C:\\s.lnk\" /></DesktopApps>");
+  fake->AddFile(kPresetFile,
+                "<Applications><DesktopApps><DesktopApp DisplayName=\"Preset\" "
+                "LnkFileName=\"C:\\p.lnk\" /></DesktopApps>");
+  fake->AddFile(kDataFile,
+                "<Applications><DesktopApps><DesktopApp DisplayName=\"Saved\" "
+                "LnkFileName=\"C:\\s.lnk\" /></DesktopApps>");
   ASSERT_EQ(KelInitialize(), S_OK);
   ASSERT_EQ(ThePackageManager().m_AppNameList.DesktopApps().size(), 1u);
   EXPECT_EQ(ThePackageManager().m_AppNameList.DesktopApps().front()->DisplayName(), u"saved");
 }
 
 TEST_F(RefreshThread, RestartAfterStopDoesNotDoubleTheCatalogue) {
-  fake->AddFile(kDataFile, "<Applications><DesktopApps><DesktopApp DisplayName=\"Saved\" "
-                           "LnkFileName=\"C:\\s.lnk\" /></DesktopApps>");
+  fake->AddFile(kDataFile,
+                "<Applications><DesktopApps><DesktopApp DisplayName=\"Saved\" "
+                "LnkFileName=\"C:\\s.lnk\" /></DesktopApps>");
   ASSERT_EQ(KelInitialize(), S_OK);
   KelFinalize();
   ASSERT_EQ(KelInitialize(), S_OK);

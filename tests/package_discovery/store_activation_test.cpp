@@ -18,8 +18,8 @@ class StoreActivation : public testing::LibraryTest {
                   "</Applications></Package>");
   }
   CKELPackageManager& manager = ThePackageManager();
-  fakes::FakePackage mail{u"Example.Mail_abc", u"Example.Mail_1.0.0.0_x86__abc", u"Example.Mail", {1, 0, 0, 0},
-                          kInstalled};
+  fakes::FakePackage mail{
+      u"Example.Mail_abc", u"Example.Mail_1.0.0.0_x86__abc", u"Example.Mail", {1, 0, 0, 0}, kInstalled};
 };
 
 TEST_F(StoreActivation, StorePageAddressCarriesTheFamilyNameUnchanged) {
@@ -41,7 +41,8 @@ TEST_F(StoreActivation, OneArgumentFormActivatesOutOfProcessWithForegroundPermis
             "{45BA127D-10A8-46EA-8AB7-56EA9078943C}, null, 4, {2E941141-7F97-4756-BA1D-9DECDE894A3D}");
   EXPECT_EQ(fake->CallsNamed({"CoAllowSetForegroundWindow"}).size(), 1u);
   EXPECT_EQ(fake->CallsNamed({"ActivateApplication"}).at(0).args, "Example.Mail_abc!App, null, 0");
-  EXPECT_EQ(LogLines(), (std::vector<std::string>{"CKELPackageManager::LaunchStoreApp OUT(ActivateApplication hr = 0)\r\n"}));
+  EXPECT_EQ(LogLines(),
+            (std::vector<std::string>{"CKELPackageManager::LaunchStoreApp OUT(ActivateApplication hr = 0)\r\n"}));
   EXPECT_EQ(fake->activationObjectsAlive, 0);
 }
 
@@ -49,7 +50,8 @@ TEST_F(StoreActivation, OneArgumentFormReportsEachFailureInSignedDecimal) {
   EnableLog();
   fake->allowForegroundResult = static_cast<HRESULT>(0x80070005u);
   EXPECT_EQ(manager.LaunchStoreApp(u"x"), static_cast<HRESULT>(0x80070005u));
-  EXPECT_EQ(LogLines().back(), "CKELPackageManager::LaunchStoreApp OUT(CoAllowSetForegroundWindow hr = -2147024891)\r\n");
+  EXPECT_EQ(LogLines().back(),
+            "CKELPackageManager::LaunchStoreApp OUT(CoAllowSetForegroundWindow hr = -2147024891)\r\n");
   EXPECT_EQ(fake->activationObjectsAlive, 0);
   fake->createActivationManagerResult = REGDB_E_CLASSNOTREG;
   EXPECT_EQ(manager.LaunchStoreApp(u"x"), REGDB_E_CLASSNOTREG);

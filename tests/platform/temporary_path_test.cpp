@@ -24,20 +24,18 @@ TEST_P(TemporaryPath, LiesBesideTheTargetAndIsNoLongerThanIt) {
 
 INSTANTIATE_TEST_SUITE_P(
     Names, TemporaryPath,
-    testing::Values(
-        TemporaryPathCase{u"C:\\Data\\AppNameList1.0.4.0.xml", 0x0012ABCD, u"C:\\Data\\~kel0012ABCD"},
-        TemporaryPathCase{u"C:\\Data\\abcdefghijkl", 0xFFFFFFFF, u"C:\\Data\\~kelFFFFFFFF"},
-        // Too short for the prefix: "~" and the low digits that fit.
-        TemporaryPathCase{u"C:\\Data\\abcdefghijk", 0x12345678, u"C:\\Data\\~12345678"},
-        TemporaryPathCase{u"C:\\Data\\a.xml", 0x12345678, u"C:\\Data\\~5678"},
-        TemporaryPathCase{u"C:\\Data\\ab", 0x1234567A, u"C:\\Data\\~A"},
-        // No room for even one digit.
-        TemporaryPathCase{u"C:\\Data\\a", 0x1, u""},
-        TemporaryPathCase{u"C:\\Data\\", 0x1, u""},
-        // Forward slashes and a bare drive name separate a folder too.
-        TemporaryPathCase{u"C:/Data/AppNameList1.0.4.0.xml", 0x1, u"C:/Data/~kel00000001"},
-        TemporaryPathCase{u"C:AppNameList1.0.4.0.xml", 0x1, u"C:~kel00000001"},
-        TemporaryPathCase{u"AppNameList1.0.4.0.xml", 0xA, u"~kel0000000A"}));
+    testing::Values(TemporaryPathCase{u"C:\\Data\\AppNameList1.0.4.0.xml", 0x0012ABCD, u"C:\\Data\\~kel0012ABCD"},
+                    TemporaryPathCase{u"C:\\Data\\abcdefghijkl", 0xFFFFFFFF, u"C:\\Data\\~kelFFFFFFFF"},
+                    // Too short for the prefix: "~" and the low digits that fit.
+                    TemporaryPathCase{u"C:\\Data\\abcdefghijk", 0x12345678, u"C:\\Data\\~12345678"},
+                    TemporaryPathCase{u"C:\\Data\\a.xml", 0x12345678, u"C:\\Data\\~5678"},
+                    TemporaryPathCase{u"C:\\Data\\ab", 0x1234567A, u"C:\\Data\\~A"},
+                    // No room for even one digit.
+                    TemporaryPathCase{u"C:\\Data\\a", 0x1, u""}, TemporaryPathCase{u"C:\\Data\\", 0x1, u""},
+                    // Forward slashes and a bare drive name separate a folder too.
+                    TemporaryPathCase{u"C:/Data/AppNameList1.0.4.0.xml", 0x1, u"C:/Data/~kel00000001"},
+                    TemporaryPathCase{u"C:AppNameList1.0.4.0.xml", 0x1, u"C:~kel00000001"},
+                    TemporaryPathCase{u"AppNameList1.0.4.0.xml", 0xA, u"~kel0000000A"}));
 
 TEST(TemporaryPathBeside, FitsWhereATargetOf256To259CharactersFits) {
   for (std::size_t length = 256; length <= 259; ++length) {

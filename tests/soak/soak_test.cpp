@@ -44,22 +44,33 @@ class Arguments {
   // Null, empty, ordinary, very long or odd wide text.
   const char16_t* Wide() {
     switch (Pick(6)) {
-      case 0: return nullptr;
-      case 1: return u"";
-      case 2: return u"Example.Mail_abc";
-      case 3: return u"mail";
-      case 4: return Long();
-      default: return u"\xD800odd\u3042";
+      case 0:
+        return nullptr;
+      case 1:
+        return u"";
+      case 2:
+        return u"Example.Mail_abc";
+      case 3:
+        return u"mail";
+      case 4:
+        return Long();
+      default:
+        return u"\xD800odd\u3042";
     }
   }
   // Null, empty, Shift JIS, invalid Shift JIS or very long narrow text.
   const char* Narrow() {
     switch (Pick(5)) {
-      case 0: return nullptr;
-      case 1: return "";
-      case 2: return "\x83\x81\x81\x5B\x83\x8B";
-      case 3: return "\x81\x20\xFD\x81";
-      default: return longNarrow_.c_str();
+      case 0:
+        return nullptr;
+      case 1:
+        return "";
+      case 2:
+        return "\x83\x81\x81\x5B\x83\x8B";
+      case 3:
+        return "\x81\x20\xFD\x81";
+      default:
+        return longNarrow_.c_str();
     }
   }
   DWORD Mode() {
@@ -80,24 +91,54 @@ void CallSomeExport(Arguments& args) {
   UINT mode = 0;
   char16_t* name = nullptr;
   switch (args.Pick(16)) {
-    case 0: (void)KelIsInstalledW(args.Wide(), args.Pick(4) == 0 ? nullptr : &installed); break;
-    case 1: (void)KelIsInstalledA(args.Narrow(), &installed); break;
-    case 2: (void)KelLaunchStoreW(args.Wide()); break;
-    case 3: (void)KelLaunchStoreA(args.Narrow()); break;
-    case 4: (void)KelLaunchByProtocolW(args.Wide()); break;
-    case 5: (void)KelLaunchByProtocolA(args.Narrow()); break;
-    case 6: (void)KelLaunchBySearchW(args.Wide(), args.Mode(), args.Pick(2)); break;
-    case 7: (void)KelLaunchBySearchA(args.Narrow(), args.Mode(), args.Pick(2)); break;
-    case 8: (void)KelLaunchByPFNW(args.Wide(), args.Mode(), args.Pick(2)); break;
-    case 9: (void)KelLaunchBrowserByProtocolW(args.Pick(2) ? u"http://example.invalid" : args.Wide(), args.Mode()); break;
-    case 10: (void)KelLaunchBrowserByProtocolA(args.Narrow(), args.Mode()); break;
-    case 11: (void)KelLaunchIEBySearch(args.Mode(), args.Mode(), args.Pick(2)); break;
-    case 12: (void)KelGetMonitorMode(args.Pick(4) == 0 ? nullptr : &mode); break;
+    case 0:
+      (void)KelIsInstalledW(args.Wide(), args.Pick(4) == 0 ? nullptr : &installed);
+      break;
+    case 1:
+      (void)KelIsInstalledA(args.Narrow(), &installed);
+      break;
+    case 2:
+      (void)KelLaunchStoreW(args.Wide());
+      break;
+    case 3:
+      (void)KelLaunchStoreA(args.Narrow());
+      break;
+    case 4:
+      (void)KelLaunchByProtocolW(args.Wide());
+      break;
+    case 5:
+      (void)KelLaunchByProtocolA(args.Narrow());
+      break;
+    case 6:
+      (void)KelLaunchBySearchW(args.Wide(), args.Mode(), args.Pick(2));
+      break;
+    case 7:
+      (void)KelLaunchBySearchA(args.Narrow(), args.Mode(), args.Pick(2));
+      break;
+    case 8:
+      (void)KelLaunchByPFNW(args.Wide(), args.Mode(), args.Pick(2));
+      break;
+    case 9:
+      (void)KelLaunchBrowserByProtocolW(args.Pick(2) ? u"http://example.invalid" : args.Wide(), args.Mode());
+      break;
+    case 10:
+      (void)KelLaunchBrowserByProtocolA(args.Narrow(), args.Mode());
+      break;
+    case 11:
+      (void)KelLaunchIEBySearch(args.Mode(), args.Mode(), args.Pick(2));
+      break;
+    case 12:
+      (void)KelGetMonitorMode(args.Pick(4) == 0 ? nullptr : &mode);
+      break;
     case 13:
       if (Succeeded(KelGetAppDisplayNameByPFNW(args.Wide(), &name)) && name != nullptr) KelReleaseStringW(name);
       break;
-    case 14: (void)KelLaunchByAppUserModelIdW(args.Wide(), args.Pick(2) ? nullptr : args.Wide()); break;
-    default: (void)KelLaunchByAppUserModelIdA(args.Narrow()); break;
+    case 14:
+      (void)KelLaunchByAppUserModelIdW(args.Wide(), args.Pick(2) ? nullptr : args.Wide());
+      break;
+    default:
+      (void)KelLaunchByAppUserModelIdA(args.Narrow());
+      break;
   }
 }
 
@@ -144,8 +185,8 @@ class Soak : public testing::LibraryTest {
     fake->recordCalls = false;
   }
 
-  fakes::FakePackage mail{u"Example.Mail_abc", u"Example.Mail_1_x86__abc", u"Example.Mail", {1, 0, 0, 0},
-                          u"C:\\Apps\\Mail"};
+  fakes::FakePackage mail{
+      u"Example.Mail_abc", u"Example.Mail_1_x86__abc", u"Example.Mail", {1, 0, 0, 0}, u"C:\\Apps\\Mail"};
 };
 
 TEST_F(Soak, RandomCallsFromThreeThreadsWhileTheCatalogueIsRefreshed) {
@@ -192,7 +233,7 @@ TEST_F(Soak, HeapStaysFlatAfterTheFirstRound) {
   // Measured: a few hundred bytes at most, once, whatever the number of
   // calls (the containers of the fake and the runtime settling). A block of
   // 48 bytes lost by one export in sixteen passes the bound within the run.
-  constexpr std::size_t kSlack = 2 * 1024;
+  constexpr std::size_t kSlack = std::size_t{2} * 1024;
   for (int round = 1; round < kRounds; ++round) {
     EXPECT_LE(heap[round], heap[0] + kSlack) << "round " << round << " after " << heap[0] << " bytes";
   }

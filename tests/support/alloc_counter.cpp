@@ -1,6 +1,5 @@
 #include "alloc_counter.h"
 
-
 namespace kel::testing {
 namespace {
 

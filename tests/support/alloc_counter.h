@@ -14,8 +14,8 @@ class AllocationCounter {
   AllocationCounter(const AllocationCounter&) = delete;
   AllocationCounter& operator=(const AllocationCounter&) = delete;
 
-  std::size_t Count() const;  // allocations so far
-  std::size_t Bytes() const;  // bytes asked for so far
+  [[nodiscard]] std::size_t Count() const;  // allocations so far
+  [[nodiscard]] std::size_t Bytes() const;  // bytes asked for so far
 
  private:
   bool wasArmed_;

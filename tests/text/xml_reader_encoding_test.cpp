@@ -74,12 +74,12 @@ TEST(XmlReader, ShiftJisIsDecodedForItsNamesInAnyCaseAndNoOthers) {
     bool decoded;
   };
   const Case cases[] = {
-      {"Shift_JIS", true},       {"shift_jis", true},        {"SHIFT_JIS", true},      {"shift-jis", true},
-      {"Shift-JIS", true},       {"x-sjis", true},           {"X-SJIS", true},         {"X-Sjis", true},
-      {"windows-31j", true},     {"Windows-31J", true},      {"cp932", true},          {"CP932", true},
-      {"EUC-JP", false},         {"euc-jp", false},          {"ISO-2022-JP", false},   {"csISO2022JP", false},
-      {"Shift_JIS_X0213", false}, {"Shift_JIS-2004", false}, {"shift jis", false},     {"sjis-x", false},
-      {"cp9320", false},         {"windows-31", false},      {"x-sjis ", false},       {"x-unknown", false},
+      {"Shift_JIS", true},        {"shift_jis", true},       {"SHIFT_JIS", true},    {"shift-jis", true},
+      {"Shift-JIS", true},        {"x-sjis", true},          {"X-SJIS", true},       {"X-Sjis", true},
+      {"windows-31j", true},      {"Windows-31J", true},     {"cp932", true},        {"CP932", true},
+      {"EUC-JP", false},          {"euc-jp", false},         {"ISO-2022-JP", false}, {"csISO2022JP", false},
+      {"Shift_JIS_X0213", false}, {"Shift_JIS-2004", false}, {"shift jis", false},   {"sjis-x", false},
+      {"cp9320", false},          {"windows-31", false},     {"x-sjis ", false},     {"x-unknown", false},
   };
   for (const Case& c : cases) {
     // あ and 表 (whose trail byte is a backslash), the single-byte ｱ, and ソ.
@@ -167,9 +167,9 @@ TEST(XmlReader, ShiftJisTextDecodesAsTheNarrowExportsDecodeIt) {
       {"\x81\x45", u"\u30FB"},  // the code page's default character, written on purpose
       {"\x80", u"\u0080"},
       {"\xA1\xDF", u"\uFF61\uFF9F"},
-      {"\x87\x40", u"\u2460"},  // NEC row 13
-      {"\xED\x40", u"\u7E8A"},  // NEC's selection of IBM extensions
-      {"\xFA\x40", u"\u2170"},  // IBM extensions
+      {"\x87\x40", u"\u2460"},                // NEC row 13
+      {"\xED\x40", u"\u7E8A"},                // NEC's selection of IBM extensions
+      {"\xFA\x40", u"\u2170"},                // IBM extensions
       {"\xF0\x40\xF9\xFC", u"\uE000\uE757"},  // the user-defined area
       {"\x5C\x7E", u"\\~"},
   };

@@ -93,12 +93,9 @@ const EndCase kSecondRoots[] = {
 INSTANTIATE_TEST_SUITE_P(SecondRootElementIsSyntaxError, XmlReaderEnd, ::testing::ValuesIn(kSecondRoots), CaseName);
 
 const EndCase kBadElementNames[] = {
-    {"ColonFirst", "<:a/>", NC_E_QNAMECHARACTER},
-    {"SpaceBeforeTheName", "< a/>", NC_E_QNAMECHARACTER},
-    {"EndTagWithoutStart", "</a>", NC_E_QNAMECHARACTER},
-    {"DigitFirst", "<1a/>", NC_E_QNAMECHARACTER},
-    {"TwoColons", "<a:b:c />", NC_E_QNAMECOLON},
-    {"ColonFirstAndAnother", "<:b:c />", NC_E_QNAMECHARACTER},
+    {"ColonFirst", "<:a/>", NC_E_QNAMECHARACTER},        {"SpaceBeforeTheName", "< a/>", NC_E_QNAMECHARACTER},
+    {"EndTagWithoutStart", "</a>", NC_E_QNAMECHARACTER}, {"DigitFirst", "<1a/>", NC_E_QNAMECHARACTER},
+    {"TwoColons", "<a:b:c />", NC_E_QNAMECOLON},         {"ColonFirstAndAnother", "<:b:c />", NC_E_QNAMECHARACTER},
 };
 INSTANTIATE_TEST_SUITE_P(BadElementNamesAreErrors, XmlReaderEnd, ::testing::ValuesIn(kBadElementNames), CaseName);
 

@@ -300,14 +300,14 @@ std::u16string ReadLocalName(XmlReader& reader) {
 }
 
 std::u16string RandomValue(std::mt19937& random) {
-  static const std::u16string pieces[] = {
+  static const std::u16string kPieces[] = {
       u"&",      u"<",      u">",      u"\"",     u"'",          u"\t",         u"\r",     u"\n",     u"\r\n",
       u" ",      u"  ",     u"a",      u"Z",      u"0",          u";",          u"&amp;",  u"&#x9;",  u"]]>",
       u"\u00E9", u"\u30C6", u"\u20AC", u"\uFFFD", u"\U0001F600", u"\U0010FFFF", u"\u0085", u"\u2028",
   };
   std::u16string value;
   const int count = static_cast<int>(random() % 12);
-  for (int i = 0; i < count; ++i) value += pieces[random() % (sizeof pieces / sizeof pieces[0])];
+  for (int i = 0; i < count; ++i) value += kPieces[random() % (sizeof kPieces / sizeof kPieces[0])];
   return value;
 }
 

@@ -34,14 +34,14 @@ extern "C" {
 // bytes the call left on the stack (negative if it removed more than was
 // pushed). 64 spare bytes below the saved registers catch a callee that
 // reads or writes beyond the arguments it was given.
-int __cdecl kelStackLeftOver(const void* function, const DWORD* arguments, int count, DWORD* result);
+int __cdecl KelStackLeftOver(const void* function, const DWORD* arguments, int count, DWORD* result);
 }
 
 asm(R"(
     .text
-    .globl _kelStackLeftOver
-    .def _kelStackLeftOver; .scl 2; .type 32; .endef
-_kelStackLeftOver:
+    .globl _KelStackLeftOver
+    .def _KelStackLeftOver; .scl 2; .type 32; .endef
+_KelStackLeftOver:
     pushl %ebp
     movl %esp, %ebp
     pushl %ebx
@@ -75,10 +75,10 @@ namespace {
 constexpr DWORD kNoResult = 0xFFFFFFFF;  // for the two exports that return nothing
 
 struct ExportCall {
-    const char* name;
-    int argumentCount;  // 32-bit words, as in the decorated name Name@<4 * count>
-    DWORD arguments[3];
-    DWORD expected;  // the result, or kNoResult
+  const char* name;
+  int argumentCount;  // 32-bit words, as in the decorated name Name@<4 * count>
+  DWORD arguments[3];
+  DWORD expected;  // the result, or kNoResult
 };
 
 // In the order a host would call them: KelInitialize first, KelFinalize last.
@@ -106,31 +106,29 @@ const ExportCall kCalls[] = {
     {"KelFinalize", 0, {}, kNoResult},
 };
 
-void ExportsRemoveTheirOwnArguments(const std::wstring& dllPath)
-{
-    static_assert(sizeof kCalls / sizeof kCalls[0] == 21, "every export is called once");
-    SettingsScope settings;
-    TempFolder localAppData(L"kelstdcall");
-    setEnvironment(L"LOCALAPPDATA", localAppData.path());
+void ExportsRemoveTheirOwnArguments(const std::wstring& dllPath) {
+  static_assert(sizeof kCalls / sizeof kCalls[0] == 21, "every export is called once");
+  SettingsScope settings;
+  TempFolder localAppData(L"kelstdcall");
+  SetEnvironment(L"LOCALAPPDATA", localAppData.Path());
 
-    Library library(dllPath);
-    for (const ExportCall& call : kCalls) {
-        const void* function = reinterpret_cast<const void*>(GetProcAddress(library.module(), call.name));
-        if (function == nullptr)
-            fail(format("GetProcAddress(\"%s\") failed", call.name));
-        DWORD result = 0;
-        const int leftOver = kelStackLeftOver(function, call.arguments, call.argumentCount, &result);
-        if (leftOver != 0)
-            fail(format("%s with %d argument(s) left %d bytes on the stack; a stdcall export leaves 0", call.name,
-                        call.argumentCount, leftOver));
-        if (call.expected != kNoResult && result != call.expected)
-            fail(format("%s returned 0x%08lX, expected 0x%08lX", call.name, result, call.expected));
-    }
+  Library library(dllPath);
+  for (const ExportCall& call : kCalls) {
+    const void* function = reinterpret_cast<const void*>(GetProcAddress(library.Module(), call.name));
+    if (function == nullptr) Fail(Format("GetProcAddress(\"%s\") failed", call.name));
+    DWORD result = 0;
+    const int leftOver = KelStackLeftOver(function, call.arguments, call.argumentCount, &result);
+    if (leftOver != 0)
+      Fail(Format("%s with %d argument(s) left %d bytes on the stack; a stdcall export leaves 0", call.name,
+                  call.argumentCount, leftOver));
+    if (call.expected != kNoResult && result != call.expected)
+      Fail(Format("%s returned 0x%08lX, expected 0x%08lX", call.name, result, call.expected));
+  }
 }
 
 struct Test {
-    const char* name;
-    void (*run)(const std::wstring& dllPath);
+  const char* name;
+  void (*run)(const std::wstring& dllPath);
 };
 
 const Test kTests[] = {
@@ -139,9 +137,6 @@ const Test kTests[] = {
 
 const char kUsage[] = "stdcall_exports.exe DLLPATH TESTNAME";
 
-} // namespace
+}  // namespace
 
-int main()
-{
-    return runDllTestNamedOnCommandLine(kUsage, kTests);
-}
+int main() { return RunDllTestNamedOnCommandLine(kUsage, kTests); }

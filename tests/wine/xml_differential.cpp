@@ -289,8 +289,8 @@ bool IsShiftJisName(const std::string& name) {
 // system, its declaration naming UTF-16 instead; false when the system's
 // converter refuses a byte of it.
 bool TranscodeShiftJis(const std::string& bytes, const std::string& name, std::string& twin) {
-  const int units = MultiByteToWideChar(932, MB_ERR_INVALID_CHARS, bytes.data(), static_cast<int>(bytes.size()),
-                                        nullptr, 0);
+  const int units =
+      MultiByteToWideChar(932, MB_ERR_INVALID_CHARS, bytes.data(), static_cast<int>(bytes.size()), nullptr, 0);
   if (units <= 0) return false;
   std::wstring text(static_cast<std::size_t>(units), L'\0');
   MultiByteToWideChar(932, MB_ERR_INVALID_CHARS, bytes.data(), static_cast<int>(bytes.size()), text.data(), units);
@@ -383,8 +383,9 @@ int main(int argc, char** argv) {
   int reported = 0;
   int knownDifferences = 0;
   int passedThroughTwin = 0;
+  const std::wstring prefix = folder + L"\\";
   for (const std::wstring& name : files) {
-    const std::wstring path = folder + L"\\" + name;
+    const std::wstring path = prefix + name;
     const std::string file = Narrow(name);
 
     IXmlReader* system = nullptr;
@@ -409,9 +410,10 @@ int main(int argc, char** argv) {
     const bool throughTwin =
         systemWalk.nodes.empty() && systemWalk.end == kEncodingNameRefused && IsShiftJisName(encodingName);
     if (throughTwin) {
-      std::printf("%s: the system's reader refuses the encoding name \"%s\" (%s): compared with its reading of the "
-                  "system's UTF-16 conversion instead\n",
-                  file.c_str(), encodingName.c_str(), Hex(systemWalk.end).c_str());
+      std::printf(
+          "%s: the system's reader refuses the encoding name \"%s\" (%s): compared with its reading of the "
+          "system's UTF-16 conversion instead\n",
+          file.c_str(), encodingName.c_str(), Hex(systemWalk.end).c_str());
       std::string twin;
       if (!TranscodeShiftJis(bytes, encodingName, twin)) {
         std::printf("%s: the system's code page 932 converter refuses the document\n", file.c_str());
@@ -474,9 +476,10 @@ int main(int argc, char** argv) {
   std::printf("known differences of Wine's reader: %d\n", knownDifferences);
   std::printf("xml differential: %d passed, %d failed\n", passed, failed);
   if (passedThroughTwin > 0) {
-    std::printf("of the passed, %d agree only with the system's reading of their UTF-16 conversion: the system's "
-                "reader refused their encoding name\n",
-                passedThroughTwin);
+    std::printf(
+        "of the passed, %d agree only with the system's reading of their UTF-16 conversion: the system's "
+        "reader refused their encoding name\n",
+        passedThroughTwin);
   }
   return failed == 0 ? 0 : 1;
 }

@@ -13,27 +13,24 @@ namespace kelcli {
 namespace {
 
 // Prints the result line and answers whether the result is a success.
-bool report(const char* exportName, HRESULT result)
-{
-    write(widen(exportName) + L" -> " + resultName(result) + L" (" + hex(result) + L")\n");
-    return SUCCEEDED(result);
+bool Report(const char* exportName, HRESULT result) {
+  Write(Widen(exportName) + L" -> " + ResultName(result) + L" (" + Hex(result) + L")\n");
+  return SUCCEEDED(result);
 }
 
 // Whether the word starts the next command (the table is further down).
-bool isCommandName(const std::wstring& word);
+bool IsCommandName(const std::wstring& word);
 
 // Wide text as Shift JIS, the narrow encoding of the library's A exports.
-std::string toShiftJis(const wchar_t* command, const std::wstring& text)
-{
-    if (text.empty())
-        return std::string();
-    int bytes = WideCharToMultiByte(932, 0, text.c_str(), static_cast<int>(text.size()), nullptr, 0, nullptr, nullptr);
-    if (bytes <= 0)
-        throw UsageError{std::wstring(command) + L": cannot convert \"" + text + L"\" to Shift JIS (error " +
-                         std::to_wstring(GetLastError()) + L")"};
-    std::string result(bytes, '\0');
-    WideCharToMultiByte(932, 0, text.c_str(), static_cast<int>(text.size()), &result[0], bytes, nullptr, nullptr);
-    return result;
+std::string ToShiftJis(const wchar_t* command, const std::wstring& text) {
+  if (text.empty()) return std::string();
+  int bytes = WideCharToMultiByte(932, 0, text.c_str(), static_cast<int>(text.size()), nullptr, 0, nullptr, nullptr);
+  if (bytes <= 0)
+    throw UsageError{std::wstring(command) + L": cannot convert \"" + text + L"\" to Shift JIS (error " +
+                     std::to_wstring(GetLastError()) + L")"};
+  std::string result(bytes, '\0');
+  WideCharToMultiByte(932, 0, text.c_str(), static_cast<int>(text.size()), &result[0], bytes, nullptr, nullptr);
+  return result;
 }
 
 using Parser = Call (*)(const wchar_t* command, Arguments& args);
@@ -41,94 +38,83 @@ using Parser = Call (*)(const wchar_t* command, Arguments& args);
 // An export by its type and name, for the calls the table builds.
 template <typename Function>
 struct Export {
-    const char* name;
+  const char* name;
 };
-#define KEL_EXPORT(name) Export<decltype(name)>{#name}
+#define KEL_EXPORT(name) \
+  Export<decltype(name)> { #name }
 
 // The text argument of a W export as given, of an A export in Shift JIS.
-std::wstring takeWide(const wchar_t* command, Arguments& args, const wchar_t* what)
-{
-    return args.take(command, what);
-}
-std::string takeNarrow(const wchar_t* command, Arguments& args, const wchar_t* what)
-{
-    return toShiftJis(command, args.take(command, what));
+std::wstring TakeWide(const wchar_t* command, Arguments& args, const wchar_t* what) { return args.Take(command, what); }
+std::string TakeNarrow(const wchar_t* command, Arguments& args, const wchar_t* what) {
+  return ToShiftJis(command, args.Take(command, what));
 }
 
 // What an export is handed for a value kept in a call: strings as their text.
 template <typename Value>
-auto passed(const Value& value)
-{
-    if constexpr (std::is_same_v<Value, std::wstring> || std::is_same_v<Value, std::string>)
-        return value.c_str();
-    else
-        return value;
+auto Passed(const Value& value) {
+  if constexpr (std::is_same_v<Value, std::wstring> || std::is_same_v<Value, std::string>)
+    return value.c_str();
+  else
+    return value;
 }
 
 // A call of the export with the values, reporting its result.
 template <typename Function, typename... Values>
-Call reporting(Export<Function> e, Values... values)
-{
-    return [=](const Library& lib) {
-        auto f = lib.get<Function*>(e.name);
-        return f && report(e.name, f(passed(values)...));
-    };
+Call Reporting(Export<Function> e, Values... values) {
+  return [=](const Library& lib) {
+    auto f = lib.get<Function*>(e.name);
+    return f && Report(e.name, f(Passed(values)...));
+  };
 }
 
 // A call of an export that returns nothing, saying it was made.
 template <typename Function, typename... Values>
-Call done(Export<Function> e, Values... values)
-{
-    return [=](const Library& lib) {
-        auto f = lib.get<Function*>(e.name);
-        if (f) {
-            f(passed(values)...);
-            write(widen(e.name) + L" -> done\n");
-        }
-        return f != nullptr;
-    };
+Call Done(Export<Function> e, Values... values) {
+  return [=](const Library& lib) {
+    auto f = lib.get<Function*>(e.name);
+    if (f) {
+      f(Passed(values)...);
+      Write(Widen(e.name) + L" -> done\n");
+    }
+    return f != nullptr;
+  };
 }
 
 // TEXT MODE OPTION, the arguments of the search-style exports, in order.
 template <typename Function, typename Take>
-Call textModeOption(Export<Function> e, const wchar_t* c, Arguments& args, const wchar_t* what, Take take)
-{
-    auto text = take(c, args, what);
-    DWORD mode = args.takeNumber(c, L"MODE");
-    INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
-    return reporting(e, text, mode, option);
+Call TextModeOption(Export<Function> e, const wchar_t* c, Arguments& args, const wchar_t* what, Take take) {
+  auto text = take(c, args, what);
+  DWORD mode = args.TakeNumber(c, L"MODE");
+  INT option = static_cast<INT>(args.TakeNumber(c, L"OPTION"));
+  return Reporting(e, text, mode, option);
 }
 
 // URL MODE, the arguments of the browser launch, in order.
 template <typename Function, typename Take>
-Call urlMode(Export<Function> e, const wchar_t* c, Arguments& args, Take take)
-{
-    auto url = take(c, args, L"URL");
-    DWORD mode = args.takeNumber(c, L"MODE");
-    return reporting(e, url, mode);
+Call UrlMode(Export<Function> e, const wchar_t* c, Arguments& args, Take take) {
+  auto url = take(c, args, L"URL");
+  DWORD mode = args.TakeNumber(c, L"MODE");
+  return Reporting(e, url, mode);
 }
 
 // The installed check, printing the answer when the call succeeded.
 template <typename Function, typename Text>
-Call installed(Export<Function> e, Text pfn)
-{
-    return [=](const Library& lib) {
-        auto f = lib.get<Function*>(e.name);
-        if (!f)
-            return false;
-        BOOL installed = FALSE;
-        bool ok = report(e.name, f(pfn.c_str(), &installed));
-        if (ok)
-            write(L"installed = " + std::to_wstring(installed) + L"\n");
-        return ok;
-    };
+Call Installed(Export<Function> e, Text pfn) {
+  return [=](const Library& lib) {
+    auto f = lib.get<Function*>(e.name);
+    if (!f) return false;
+    BOOL installed = FALSE;
+    bool ok = Report(e.name, f(pfn.c_str(), &installed));
+    if (ok) Write(L"installed = " + std::to_wstring(installed) + L"\n");
+    return ok;
+  };
 }
 
 struct Command {
-    const wchar_t* name;
-    const wchar_t* arguments;  // as the usage line shows them
-    const wchar_t* help;       // the export it calls and what that does
-    Parser parse;
+  const wchar_t* name;
+  const wchar_t* arguments;  // as the usage line shows them
+  const wchar_t* help;       // the export it calls and what that does
+  Parser parse;
 };
 
 const Command kCommands[] = {
@@ -138,7 +124,7 @@ const Command kCommands[] = {
      L"told and whether the Windows 8.1 behaviour applies, each setting under HKCU\\Software\\Osk\\Kelbrook "
      L"with its value or \"(default N)\", the log file, the data folder for kelcli.exe, the data file and "
      L"the preset file with how many packages and desktop apps each holds.",
-     [](const wchar_t*, Arguments&) -> Call { return printInfo; }},
+     [](const wchar_t*, Arguments&) -> Call { return PrintInfo; }},
     {L"selftest", L"[--report FILE|FOLDER] [--intrusive [--url URL]]",
      L"Checks that the library works on this machine, as a host would use it, and prints one line per "
      L"check: PASS, FAIL or INFO, its name, what was expected, what was seen and how long it took. It checks "
@@ -153,163 +139,170 @@ const Command kCommands[] = {
      L"and the library's log of the run are also written to FILE (or to a file named by computer and time "
      L"in FOLDER), with a JSON twin. Runs alone, not with other commands; exit code 0 when no check failed.",
      [](const wchar_t* c, Arguments&) -> Call {
-         throw UsageError{std::wstring(c) + L" runs alone: kelcli selftest [--report FILE|FOLDER] [--intrusive [--url URL]]"};
+       throw UsageError{std::wstring(c) +
+                        L" runs alone: kelcli selftest [--report FILE|FOLDER] [--intrusive [--url URL]]"};
      }},
     {L"initialize", L"",
      L"KelInitialize. The first call starts the package manager: it loads the data file (the preset file "
      L"while there is no data file) and starts the refresh thread, which finds the installed packages and "
      L"Start menu shortcuts and writes the data file. Later calls only count up.",
-     [](const wchar_t*, Arguments&) { return reporting(KEL_EXPORT(KelInitialize)); }},
-    {L"finalize", L"",
-     L"KelFinalize. Counts one initialize down; at zero it stops the refresh thread.",
-     [](const wchar_t*, Arguments&) { return done(KEL_EXPORT(KelFinalize)); }},
+     [](const wchar_t*, Arguments&) { return Reporting(KEL_EXPORT(KelInitialize)); }},
+    {L"finalize", L"", L"KelFinalize. Counts one initialize down; at zero it stops the refresh thread.",
+     [](const wchar_t*, Arguments&) { return Done(KEL_EXPORT(KelFinalize)); }},
     {L"launch-protocol", L"URL",
      L"KelLaunchByProtocolW. Opens URL (any protocol, e.g. http:, mailto:, an app's own) with the handler "
      L"Windows has registered for it.",
-     [](const wchar_t* c, Arguments& args) { return reporting(KEL_EXPORT(KelLaunchByProtocolW), takeWide(c, args, L"URL")); }},
+     [](const wchar_t* c, Arguments& args) {
+       return Reporting(KEL_EXPORT(KelLaunchByProtocolW), TakeWide(c, args, L"URL"));
+     }},
     {L"launch-protocol-a", L"URL", L"KelLaunchByProtocolA: launch-protocol with the URL in Shift JIS.",
-     [](const wchar_t* c, Arguments& args) { return reporting(KEL_EXPORT(KelLaunchByProtocolA), takeNarrow(c, args, L"URL")); }},
+     [](const wchar_t* c, Arguments& args) {
+       return Reporting(KEL_EXPORT(KelLaunchByProtocolA), TakeNarrow(c, args, L"URL"));
+     }},
     {L"launch-store", L"PFN",
      L"KelLaunchStoreW. Opens the Store page of the package family PFN (ms-windows-store:PDP?PFN=...).",
-     [](const wchar_t* c, Arguments& args) { return reporting(KEL_EXPORT(KelLaunchStoreW), takeWide(c, args, L"PFN")); }},
+     [](const wchar_t* c, Arguments& args) {
+       return Reporting(KEL_EXPORT(KelLaunchStoreW), TakeWide(c, args, L"PFN"));
+     }},
     {L"launch-store-a", L"PFN", L"KelLaunchStoreA: launch-store with the PFN in Shift JIS.",
-     [](const wchar_t* c, Arguments& args) { return reporting(KEL_EXPORT(KelLaunchStoreA), takeNarrow(c, args, L"PFN")); }},
+     [](const wchar_t* c, Arguments& args) {
+       return Reporting(KEL_EXPORT(KelLaunchStoreA), TakeNarrow(c, args, L"PFN"));
+     }},
     {L"is-installed", L"PFN",
      L"KelIsInstalledW. Prints \"installed = 1\" when a package of the family PFN is installed for the "
      L"current user, \"installed = 0\" otherwise.",
-     [](const wchar_t* c, Arguments& args) { return installed(KEL_EXPORT(KelIsInstalledW), takeWide(c, args, L"PFN")); }},
+     [](const wchar_t* c, Arguments& args) {
+       return Installed(KEL_EXPORT(KelIsInstalledW), TakeWide(c, args, L"PFN"));
+     }},
     {L"is-installed-a", L"PFN", L"KelIsInstalledA: is-installed with the PFN in Shift JIS.",
-     [](const wchar_t* c, Arguments& args) { return installed(KEL_EXPORT(KelIsInstalledA), takeNarrow(c, args, L"PFN")); }},
+     [](const wchar_t* c, Arguments& args) {
+       return Installed(KEL_EXPORT(KelIsInstalledA), TakeNarrow(c, args, L"PFN"));
+     }},
     {L"launch-search", L"KEYWORD MODE OPTION",
      L"KelLaunchBySearchW. Opens the Start screen's search pane and types KEYWORD into it through the "
      L"clipboard and the keyboard, as MODE and OPTION say (below). Blocks for several seconds.",
      [](const wchar_t* c, Arguments& args) {
-         return textModeOption(KEL_EXPORT(KelLaunchBySearchW), c, args, L"KEYWORD", takeWide);
+       return TextModeOption(KEL_EXPORT(KelLaunchBySearchW), c, args, L"KEYWORD", TakeWide);
      }},
     {L"launch-search-a", L"KEYWORD MODE OPTION", L"KelLaunchBySearchA: launch-search with the KEYWORD in Shift JIS.",
      [](const wchar_t* c, Arguments& args) {
-         return textModeOption(KEL_EXPORT(KelLaunchBySearchA), c, args, L"KEYWORD", takeNarrow);
+       return TextModeOption(KEL_EXPORT(KelLaunchBySearchA), c, args, L"KEYWORD", TakeNarrow);
      }},
     {L"launch-pfn", L"PFN MODE OPTION",
      L"KelLaunchByPFNW. Looks up the display name of the package family PFN and searches for it as "
      L"launch-search does.",
      [](const wchar_t* c, Arguments& args) {
-         return textModeOption(KEL_EXPORT(KelLaunchByPFNW), c, args, L"PFN", takeWide);
+       return TextModeOption(KEL_EXPORT(KelLaunchByPFNW), c, args, L"PFN", TakeWide);
      }},
     {L"launch-pfn-a", L"PFN MODE OPTION", L"KelLaunchByPFNA: launch-pfn with the PFN in Shift JIS.",
      [](const wchar_t* c, Arguments& args) {
-         return textModeOption(KEL_EXPORT(KelLaunchByPFNA), c, args, L"PFN", takeNarrow);
+       return TextModeOption(KEL_EXPORT(KelLaunchByPFNA), c, args, L"PFN", TakeNarrow);
      }},
     {L"launch-browser", L"URL MODE",
      L"KelLaunchBrowserByProtocolW. Opens an http: or https: URL in Internet Explorer with the association "
      L"mode MODE (below) set for the launch.",
-     [](const wchar_t* c, Arguments& args) { return urlMode(KEL_EXPORT(KelLaunchBrowserByProtocolW), c, args, takeWide); }},
+     [](const wchar_t* c, Arguments& args) {
+       return UrlMode(KEL_EXPORT(KelLaunchBrowserByProtocolW), c, args, TakeWide);
+     }},
     {L"launch-browser-a", L"URL MODE", L"KelLaunchBrowserByProtocolA: launch-browser with the URL in Shift JIS.",
-     [](const wchar_t* c, Arguments& args) { return urlMode(KEL_EXPORT(KelLaunchBrowserByProtocolA), c, args, takeNarrow); }},
+     [](const wchar_t* c, Arguments& args) {
+       return UrlMode(KEL_EXPORT(KelLaunchBrowserByProtocolA), c, args, TakeNarrow);
+     }},
     {L"launch-ie", L"TILEMODE SEARCHMODE OPTION",
      L"KelLaunchIEBySearch. Starts Internet Explorer by searching for it as launch-search does (with the "
      L"search mode SEARCHMODE and OPTION), with the tile mode TILEMODE (below) set for the launch.",
      [](const wchar_t* c, Arguments& args) -> Call {
-         DWORD tileMode = args.takeNumber(c, L"TILEMODE");
-         DWORD searchMode = args.takeNumber(c, L"SEARCHMODE");
-         INT option = static_cast<INT>(args.takeNumber(c, L"OPTION"));
-         return [=](const Library& lib) {
-             auto f = KEL(lib, KelLaunchIEBySearch);
-             return f && report("KelLaunchIEBySearch", f(tileMode, searchMode, option));
-         };
+       DWORD tileMode = args.TakeNumber(c, L"TILEMODE");
+       DWORD searchMode = args.TakeNumber(c, L"SEARCHMODE");
+       INT option = static_cast<INT>(args.TakeNumber(c, L"OPTION"));
+       return [=](const Library& lib) {
+         auto f = KEL(lib, KelLaunchIEBySearch);
+         return f && Report("KelLaunchIEBySearch", f(tileMode, searchMode, option));
+       };
      }},
     {L"launch-app", L"AUMID [ARGS]",
      L"KelLaunchByAppUserModelIdW. Starts the Store app AUMID (PackageFamilyName!AppId) and hands it ARGS; "
      L"without ARGS the arguments are NULL. The word after AUMID is taken as ARGS unless it is a command.",
      [](const wchar_t* c, Arguments& args) -> Call {
-         std::wstring id = args.take(c, L"AUMID");
-         bool hasArguments = !args.done() && !isCommandName(args.peek());
-         std::wstring arguments = hasArguments ? args.take(c, L"ARGS") : std::wstring();
-         return [=](const Library& lib) {
-             auto f = KEL(lib, KelLaunchByAppUserModelIdW);
-             return f &&
-                    report("KelLaunchByAppUserModelIdW", f(id.c_str(), hasArguments ? arguments.c_str() : nullptr));
-         };
+       std::wstring id = args.Take(c, L"AUMID");
+       bool hasArguments = !args.Done() && !IsCommandName(args.Peek());
+       std::wstring arguments = hasArguments ? args.Take(c, L"ARGS") : std::wstring();
+       return [=](const Library& lib) {
+         auto f = KEL(lib, KelLaunchByAppUserModelIdW);
+         return f && Report("KelLaunchByAppUserModelIdW", f(id.c_str(), hasArguments ? arguments.c_str() : nullptr));
+       };
      }},
     {L"launch-app-a", L"AUMID", L"KelLaunchByAppUserModelIdA: launch-app with the AUMID in Shift JIS and no ARGS.",
-     [](const wchar_t* c, Arguments& args) { return reporting(KEL_EXPORT(KelLaunchByAppUserModelIdA), takeNarrow(c, args, L"AUMID")); }},
+     [](const wchar_t* c, Arguments& args) {
+       return Reporting(KEL_EXPORT(KelLaunchByAppUserModelIdA), TakeNarrow(c, args, L"AUMID"));
+     }},
     {L"display-name", L"PFN",
      L"KelGetAppDisplayNameByPFNW, then KelReleaseStringW. Prints the display name of the application of "
      L"the package family PFN, read from the package's manifest.",
      [](const wchar_t* c, Arguments& args) -> Call {
-         std::wstring pfn = args.take(c, L"PFN");
-         return [pfn](const Library& lib) {
-             auto f = KEL(lib, KelGetAppDisplayNameByPFNW);
-             auto release = KEL(lib, KelReleaseStringW);
-             if (!f || !release)
-                 return false;
-             LPWSTR name = nullptr;
-             bool ok = report("KelGetAppDisplayNameByPFNW", f(pfn.c_str(), &name));
-             if (name != nullptr) {
-                 write(L"display name = " + std::wstring(name) + L"\n");
-                 release(name);
-             }
-             return ok;
-         };
+       std::wstring pfn = args.Take(c, L"PFN");
+       return [pfn](const Library& lib) {
+         auto f = KEL(lib, KelGetAppDisplayNameByPFNW);
+         auto release = KEL(lib, KelReleaseStringW);
+         if (!f || !release) return false;
+         LPWSTR name = nullptr;
+         bool ok = Report("KelGetAppDisplayNameByPFNW", f(pfn.c_str(), &name));
+         if (name != nullptr) {
+           Write(L"display name = " + std::wstring(name) + L"\n");
+           release(name);
+         }
+         return ok;
+       };
      }},
     {L"monitor-mode", L"",
      L"KelGetMonitorMode. Prints what the user has in front: mode = 0 the desktop, 1 a Store app, "
      L"2 the Start screen.",
      [](const wchar_t*, Arguments&) -> Call {
-         return [](const Library& lib) {
-             auto f = KEL(lib, KelGetMonitorMode);
-             if (!f)
-                 return false;
-             UINT mode = 0;
-             bool ok = report("KelGetMonitorMode", f(&mode));
-             if (ok)
-                 write(L"mode = " + std::to_wstring(mode) + L"\n");
-             return ok;
-         };
+       return [](const Library& lib) {
+         auto f = KEL(lib, KelGetMonitorMode);
+         if (!f) return false;
+         UINT mode = 0;
+         bool ok = Report("KelGetMonitorMode", f(&mode));
+         if (ok) Write(L"mode = " + std::to_wstring(mode) + L"\n");
+         return ok;
+       };
      }},
     {L"release-string-a", L"", L"KelReleaseStringA(NULL): frees nothing; shows that the export is there.",
-     [](const wchar_t*, Arguments&) { return done(KEL_EXPORT(KelReleaseStringA), nullptr); }},
+     [](const wchar_t*, Arguments&) { return Done(KEL_EXPORT(KelReleaseStringA), nullptr); }},
     {L"release-string-w", L"", L"KelReleaseStringW(NULL): frees nothing; shows that the export is there.",
-     [](const wchar_t*, Arguments&) { return done(KEL_EXPORT(KelReleaseStringW), nullptr); }},
+     [](const wchar_t*, Arguments&) { return Done(KEL_EXPORT(KelReleaseStringW), nullptr); }},
 };
 
-bool isCommandName(const std::wstring& word)
-{
-    for (const Command& command : kCommands)
-        if (word == command.name)
-            return true;
-    return false;
+bool IsCommandName(const std::wstring& word) {
+  for (const Command& command : kCommands)
+    if (word == command.name) return true;
+  return false;
 }
 
-std::wstring synopsis(const Command& command)
-{
-    std::wstring text = command.name;
-    if (*command.arguments != L'\0')
-        text += std::wstring(L" ") + command.arguments;
-    return text;
+std::wstring Synopsis(const Command& command) {
+  std::wstring text = command.name;
+  if (*command.arguments != L'\0') text += std::wstring(L" ") + command.arguments;
+  return text;
 }
 
 // Breaks `text` into lines of at most `width` characters, each indented.
-std::wstring wrap(const std::wstring& text, size_t indent, size_t width)
-{
-    std::wstring result;
-    std::wstring current;
-    size_t at = 0;
-    while (at < text.size()) {
-        size_t end = text.find(L' ', at);
-        if (end == std::wstring::npos)
-            end = text.size();
-        std::wstring word = text.substr(at, end - at);
-        if (!current.empty() && indent + current.size() + 1 + word.size() > width) {
-            result += std::wstring(indent, L' ') + current + L"\n";
-            current.clear();
-        }
-        current += (current.empty() ? L"" : L" ") + word;
-        at = end + 1;
+std::wstring Wrap(const std::wstring& text, size_t indent, size_t width) {
+  std::wstring result;
+  std::wstring current;
+  size_t at = 0;
+  while (at < text.size()) {
+    size_t end = text.find(L' ', at);
+    if (end == std::wstring::npos) end = text.size();
+    std::wstring word = text.substr(at, end - at);
+    if (!current.empty() && indent + current.size() + 1 + word.size() > width) {
+      result += std::wstring(indent, L' ') + current + L"\n";
+      current.clear();
     }
-    if (!current.empty())
-        result += std::wstring(indent, L' ') + current + L"\n";
-    return result;
+    current += (current.empty() ? L"" : L" ") + word;
+    at = end + 1;
+  }
+  if (!current.empty()) result += std::wstring(indent, L' ') + current + L"\n";
+  return result;
 }
 
 const wchar_t kHelpIntroduction[] =
@@ -368,58 +361,54 @@ const wchar_t kHelpModes[] =
 }  // namespace
 
 // Reads one sub-command with its arguments and returns the call it stands for.
-Call parseCommand(Arguments& args)
-{
-    const std::wstring word = args.take(L"kelcli", L"sub-command");
-    for (const Command& command : kCommands)
-        if (word == command.name)
-            return command.parse(command.name, args);
-    throw UsageError{L"unknown sub-command \"" + word + L"\""};
+Call ParseCommand(Arguments& args) {
+  const std::wstring word = args.Take(L"kelcli", L"sub-command");
+  for (const Command& command : kCommands)
+    if (word == command.name) return command.parse(command.name, args);
+  throw UsageError{L"unknown sub-command \"" + word + L"\""};
 }
 
 // The short form, shown on bad usage.
-std::wstring usage()
-{
-    std::wstring text = L"usage: kelcli COMMAND [ARGS...] [COMMAND [ARGS...]]...\n"
-                        L"Commands:\n";
-    for (const Command& command : kCommands)
-        text += L"  " + synopsis(command) + L"\n";
-    return text + L"kelcli --help explains every command, mode and option.\n";
+std::wstring Usage() {
+  std::wstring text =
+      L"usage: kelcli COMMAND [ARGS...] [COMMAND [ARGS...]]...\n"
+      L"Commands:\n";
+  for (const Command& command : kCommands) text += L"  " + Synopsis(command) + L"\n";
+  return text + L"kelcli --help explains every command, mode and option.\n";
 }
 
 // The long form, for --help.
-std::wstring help()
-{
-    constexpr size_t kWidth = 100;
-    std::wstring text;
-    std::wstring introduction = kHelpIntroduction;
-    // The two usage lines stand as they are; the paragraph after them wraps.
-    size_t paragraph = introduction.find(L"\n\n") + 2;
-    text += introduction.substr(0, paragraph) + wrap(introduction.substr(paragraph, introduction.size() - paragraph - 1), 0, kWidth);
-    text += L"\nCommands:\n";
-    for (const Command& command : kCommands)
-        text += L"  " + synopsis(command) + L"\n" + wrap(command.help, 6, kWidth);
-    text += L"\n";
-    // Each line of the modes wraps on its own, continued under its text.
-    std::wstring modes = kHelpModes;
-    size_t at = 0;
-    while (at < modes.size()) {
-        size_t end = modes.find(L'\n', at);
-        std::wstring one = modes.substr(at, end - at);
-        size_t indent = one.find_first_not_of(L' ');
-        if (indent > 0) {
-            // "  0  text" and "  DebugLog   text": continuation under the text.
-            size_t gap = one.find(L"  ", indent);
-            size_t textAt = gap == std::wstring::npos ? indent : one.find_first_not_of(L' ', gap);
-            std::wstring head = one.substr(0, textAt);
-            std::wstring body = wrap(one.substr(textAt), textAt, kWidth);
-            text += head + body.substr(textAt);
-        } else {
-            text += wrap(one, 0, kWidth);
-        }
-        at = end + 1;
+std::wstring Help() {
+  constexpr size_t kWidth = 100;
+  std::wstring text;
+  std::wstring introduction = kHelpIntroduction;
+  // The two usage lines stand as they are; the paragraph after them wraps.
+  size_t paragraph = introduction.find(L"\n\n") + 2;
+  text += introduction.substr(0, paragraph) +
+          Wrap(introduction.substr(paragraph, introduction.size() - paragraph - 1), 0, kWidth);
+  text += L"\nCommands:\n";
+  for (const Command& command : kCommands) text += L"  " + Synopsis(command) + L"\n" + Wrap(command.help, 6, kWidth);
+  text += L"\n";
+  // Each line of the modes wraps on its own, continued under its text.
+  std::wstring modes = kHelpModes;
+  size_t at = 0;
+  while (at < modes.size()) {
+    size_t end = modes.find(L'\n', at);
+    std::wstring one = modes.substr(at, end - at);
+    size_t indent = one.find_first_not_of(L' ');
+    if (indent > 0) {
+      // "  0  text" and "  DebugLog   text": continuation under the text.
+      size_t gap = one.find(L"  ", indent);
+      size_t textAt = gap == std::wstring::npos ? indent : one.find_first_not_of(L' ', gap);
+      std::wstring head = one.substr(0, textAt);
+      std::wstring body = Wrap(one.substr(textAt), textAt, kWidth);
+      text += head + body.substr(textAt);
+    } else {
+      text += Wrap(one, 0, kWidth);
     }
-    return text;
+    at = end + 1;
+  }
+  return text;
 }
 
 }  // namespace kelcli

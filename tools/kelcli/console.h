@@ -8,14 +8,14 @@
 
 namespace kelcli {
 
-void write(const std::wstring& text);
-void writeError(const std::wstring& text);
-std::wstring widen(const char* text);
+void Write(const std::wstring& text);
+void WriteError(const std::wstring& text);
+std::wstring Widen(const char* text);
 // "0x%08X".
-std::wstring hex(HRESULT value);
+std::wstring Hex(HRESULT value);
 // The name of a result the library returns, or "HRESULT".
-const wchar_t* resultName(HRESULT value);
+const wchar_t* ResultName(HRESULT value);
 // A label and its value, the values lined up in one column.
-void line(const std::wstring& label, const std::wstring& value);
+void Line(const std::wstring& label, const std::wstring& value);
 
 }  // namespace kelcli

@@ -10,42 +10,42 @@
 
 namespace kelcli {
 
-bool environmentVariable(const wchar_t* name, std::wstring& value);
+bool EnvironmentVariable(const wchar_t* name, std::wstring& value);
 
-std::wstring moduleFileName(HMODULE module);
+std::wstring ModuleFileName(HMODULE module);
 
 // The library builds its paths in buffers of MAX_PATH characters and skips
 // a path that does not fit, terminator included.
-bool fitsThePathBuffer(const std::wstring& path);
+bool FitsThePathBuffer(const std::wstring& path);
 
 inline constexpr wchar_t kTooLong[] = L"(longer than 259 characters: the library skips it)";
 
-std::wstring fileVersion(const std::wstring& path);
+std::wstring FileVersion(const std::wstring& path);
 
 // The machine field of the loaded image's own PE header.
-std::wstring architecture(HMODULE module);
+std::wstring Architecture(HMODULE module);
 
 // Windows tells a process the version its manifest declares support for, at
 // most; GetVersionExW answers with that same version.
-std::wstring reportedWindowsVersion();
+std::wstring ReportedWindowsVersion();
 
 // The library's own test, made the same way: the condition mask names the
 // major and the minor version but the type mask only the minor one, so 6.3
 // passes while 6.2 and 10.0 do not.
-bool libraryVersionTestPasses();
+bool LibraryVersionTestPasses();
 
 // Whether this executable's embedded manifest lists Windows 8.1 among the
 // systems it supports.
-bool manifestDeclaresWindows81();
+bool ManifestDeclaresWindows81();
 
 // One of the library's own settings under HKCU\Software\Osk\Kelbrook, read
 // as the library reads it: only a REG_DWORD of 4 bytes counts.
 struct Setting {
-    const wchar_t* name;
-    DWORD defaultValue;
-    // The highest value the library takes as it is; above, it takes `clampTo`.
-    DWORD largestAccepted;
-    DWORD clampTo;
+  const wchar_t* name;
+  DWORD defaultValue;
+  // The highest value the library takes as it is; above, it takes `clampTo`.
+  DWORD largestAccepted;
+  DWORD clampTo;
 };
 
 inline constexpr Setting kSettings[] = {
@@ -61,34 +61,34 @@ inline constexpr wchar_t kSettingsKey[] = L"Software\\Osk\\Kelbrook";
 // One setting as the library takes it: the text info prints after "NAME = ",
 // the value in effect, and whether a stored value is ignored.
 struct SettingInEffect {
-    std::wstring text;
-    DWORD value = 0;
-    bool storedValueIgnored = false;
+  std::wstring text;
+  DWORD value = 0;
+  bool storedValueIgnored = false;
 };
 
 // Every setting, in the order of kSettings.
-std::vector<SettingInEffect> settingsInEffect();
+std::vector<SettingInEffect> SettingsInEffect();
 
 // The whole file, or false with the Windows error code.
-bool readWholeFile(const std::wstring& path, std::string& bytes, DWORD& error);
+bool ReadWholeFile(const std::wstring& path, std::string& bytes, DWORD& error);
 
 // "N packages, M desktop apps" of a catalogue file, or why there is none.
-std::wstring catalogueContents(const std::wstring& path);
+std::wstring CatalogueContents(const std::wstring& path);
 
 // The library's files for this host, its paths built the same way; a path
 // the library would skip is empty, with the reason in its `...WhyNone`.
 struct LibraryFiles {
-    std::wstring log;
-    std::wstring logWhyNone;
-    std::wstring folder;
-    std::wstring folderWhyNone;
-    std::wstring dataFile;
-    std::wstring preset;
-    std::wstring presetWhyNone;
+  std::wstring log;
+  std::wstring logWhyNone;
+  std::wstring folder;
+  std::wstring folderWhyNone;
+  std::wstring dataFile;
+  std::wstring preset;
+  std::wstring presetWhyNone;
 };
 
-LibraryFiles libraryFiles();
+LibraryFiles FindLibraryFiles();
 
-bool directoryExists(const std::wstring& path);
+bool DirectoryExists(const std::wstring& path);
 
 }  // namespace kelcli

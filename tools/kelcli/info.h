@@ -6,6 +6,6 @@
 
 namespace kelcli {
 
-bool printInfo(const Library& lib);
+bool PrintInfo(const Library& lib);
 
 }  // namespace kelcli

@@ -31,64 +31,60 @@
 
 using namespace kelcli;
 
-int main()
-{
-    int argc = 0;
-    LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
-    if (argv == nullptr || argc < 2) {
-        writeError(usage());
-        return 2;
-    }
-    std::wstring first = argv[1];
-    if (first == L"-h" || first == L"--help" || first == L"/?") {
-        write(help());
-        return 0;
-    }
+int main() {
+  int argc = 0;
+  LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
+  if (argv == nullptr || argc < 2) {
+    WriteError(Usage());
+    return 2;
+  }
+  std::wstring first = argv[1];
+  if (first == L"-h" || first == L"--help" || first == L"/?") {
+    Write(Help());
+    return 0;
+  }
 
-    if (first == L"selftest") {
-        SelfTestOptions options;
-        for (int i = 2; i < argc; ++i) {
-            std::wstring option = argv[i];
-            if (option == L"--report" && i + 1 < argc) {
-                options.reportPath = argv[++i];
-            } else if (option == L"--intrusive") {
-                options.intrusive = true;
-            } else if (option == L"--url" && i + 1 < argc) {
-                options.url = argv[++i];
-            } else {
-                writeError(L"kelcli: selftest: unknown option \"" + option + L"\"\n\n" + usage());
-                return 2;
-            }
-        }
-        LocalFree(argv);
-        if (!options.url.empty() && !options.intrusive) {
-            writeError(L"kelcli: selftest: --url is for the protocol launch, which only --intrusive makes\n\n" +
-                       usage());
-            return 2;
-        }
-        return runSelfTest(options);
-    }
-
-    // Every sub-command is checked before the first call is made.
-    std::vector<Call> calls;
-    try {
-        Arguments args(argv, argc);
-        while (!args.done())
-            calls.push_back(parseCommand(args));
-    } catch (const UsageError& error) {
-        writeError(L"kelcli: " + error.message + L"\n\n" + usage());
+  if (first == L"selftest") {
+    SelfTestOptions options;
+    for (int i = 2; i < argc; ++i) {
+      std::wstring option = argv[i];
+      if (option == L"--report" && i + 1 < argc) {
+        options.reportPath = argv[++i];
+      } else if (option == L"--intrusive") {
+        options.intrusive = true;
+      } else if (option == L"--url" && i + 1 < argc) {
+        options.url = argv[++i];
+      } else {
+        WriteError(L"kelcli: selftest: unknown option \"" + option + L"\"\n\n" + Usage());
         return 2;
+      }
     }
     LocalFree(argv);
-
-    Library library;
-    std::wstring error;
-    if (!library.load(error)) {
-        writeError(error);
-        return 1;
+    if (!options.url.empty() && !options.intrusive) {
+      WriteError(L"kelcli: selftest: --url is for the protocol launch, which only --intrusive makes\n\n" + Usage());
+      return 2;
     }
-    bool allSucceeded = true;
-    for (const Call& call : calls)
-        allSucceeded = call(library) && allSucceeded;
-    return allSucceeded ? 0 : 1;
+    return RunSelfTest(options);
+  }
+
+  // Every sub-command is checked before the first call is made.
+  std::vector<Call> calls;
+  try {
+    Arguments args(argv, argc);
+    while (!args.Done()) calls.push_back(ParseCommand(args));
+  } catch (const UsageError& error) {
+    WriteError(L"kelcli: " + error.message + L"\n\n" + Usage());
+    return 2;
+  }
+  LocalFree(argv);
+
+  Library library;
+  std::wstring error;
+  if (!library.Load(error)) {
+    WriteError(error);
+    return 1;
+  }
+  bool allSucceeded = true;
+  for (const Call& call : calls) allSucceeded = call(library) && allSucceeded;
+  return allSucceeded ? 0 : 1;
 }

@@ -10,10 +10,10 @@
 namespace kelcli {
 
 struct ProbeResult {
-    bool passed = false;
-    // What was seen, in words: the object made, or the call that failed
-    // with its result.
-    std::wstring seen;
+  bool passed = false;
+  // What was seen, in words: the object made, or the call that failed
+  // with its result.
+  std::wstring seen;
 };
 
 using Probe = ProbeResult (*)();

@@ -34,7 +34,7 @@ class ComWrapper : public SeamInterface {
   ComWrapper(const ComWrapper&) = delete;
   ComWrapper& operator=(const ComWrapper&) = delete;
   void Release() override { delete this; }
-  ComInterface* get() const { return object_.get(); }
+  [[nodiscard]] ComInterface* get() const { return object_.get(); }
 
  protected:
   ~ComWrapper() override = default;

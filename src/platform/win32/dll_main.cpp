@@ -12,16 +12,14 @@ namespace {
 // destroyed: the library's static objects that trace on their way out at
 // unload (the package manager and its records) still find it, whatever order
 // the linker put their destructors in.
-alignas(kel::platform::win32::Win32Platform) unsigned char g_platformStorage[sizeof(
-    kel::platform::win32::Win32Platform)];
+alignas(
+    kel::platform::win32::Win32Platform) unsigned char g_platformStorage[sizeof(kel::platform::win32::Win32Platform)];
 
 // Installs it before every other static constructor of the library runs
 // (the lowest priority number a program may use), so none of them can reach
 // the seam before it is there. The installer has no destructor to run.
 struct InstallRealPlatform {
-  InstallRealPlatform() {
-    kel::platform::Install(new (g_platformStorage) kel::platform::win32::Win32Platform());
-  }
+  InstallRealPlatform() { kel::platform::Install(new (g_platformStorage) kel::platform::win32::Win32Platform()); }
 };
 
 __attribute__((init_priority(101))) InstallRealPlatform g_installRealPlatform;

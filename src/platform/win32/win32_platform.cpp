@@ -2,11 +2,11 @@
 // must not be defined while it is read.
 #include "platform/win32/win32_platform.h"
 #include "platform/temporary_path.h"
-#include "platform/win32/com_support.h"
 #include "text/xml/xml_reader.h"
-#include "platform/win32/windows_headers.h"
-#include "platform/win32/appx_interfaces.h"
 #include "platform/win32/abi_layout.h"
+#include "platform/win32/appx_interfaces.h"
+#include "platform/win32/com_support.h"
+#include "platform/win32/windows_headers.h"
 
 #include <algorithm>
 #include <atomic>
@@ -116,10 +116,10 @@ class ScopedKernelHandle {
   ScopedKernelHandle(const ScopedKernelHandle&) = delete;
   ScopedKernelHandle& operator=(const ScopedKernelHandle&) = delete;
   ~ScopedKernelHandle() { Close(); }
-  HANDLE get() const { return handle_; }
-  bool valid() const { return handle_ != nullptr && handle_ != INVALID_HANDLE_VALUE; }
+  [[nodiscard]] HANDLE get() const { return handle_; }
+  [[nodiscard]] bool Valid() const { return handle_ != nullptr && handle_ != INVALID_HANDLE_VALUE; }
   void Close() {
-    if (valid()) ::CloseHandle(handle_);
+    if (Valid()) ::CloseHandle(handle_);
     handle_ = nullptr;
   }
 
@@ -143,8 +143,8 @@ HANDLE CreateTemporaryBeside(const WCHAR* target, WString& temporary, HRESULT& h
       hr = HRESULT_FROM_WIN32(ERROR_FILENAME_EXCED_RANGE);
       return INVALID_HANDLE_VALUE;
     }
-    HANDLE file = ::CreateFileW(W(temporary.c_str()), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL,
-                                nullptr);
+    HANDLE file =
+        ::CreateFileW(W(temporary.c_str()), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file != INVALID_HANDLE_VALUE) return file;
     const ::DWORD error = ::GetLastError();
     hr = HRESULT_FROM_WIN32(error);
@@ -213,8 +213,8 @@ BOOL Win32Platform::PathFileExists(const WCHAR* path) { return ::PathFileExistsW
 int Win32Platform::SHCreateDirectoryEx(const WCHAR* path) { return ::SHCreateDirectoryExW(nullptr, W(path), nullptr); }
 
 HRESULT Win32Platform::ReadFileBytes(const WCHAR* path, std::string& bytes) {
-  HANDLE file = ::CreateFileW(W(path), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL,
-                              nullptr);
+  HANDLE file =
+      ::CreateFileW(W(path), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) return HRESULT_FROM_WIN32(::GetLastError());
   bytes.clear();
   // A file too large for the reader is refused before anything is read. It
@@ -260,7 +260,7 @@ HRESULT Win32Platform::ReplaceFileAtomically(const WCHAR* path, const std::strin
   WString temporary;
   HRESULT hr = S_OK;
   ScopedKernelHandle file(CreateTemporaryBeside(path, temporary, hr));
-  if (!file.valid()) return hr;
+  if (!file.Valid()) return hr;
   std::size_t written = 0;
   while (written < bytes.size()) {
     ::DWORD count = 0;
@@ -336,18 +336,18 @@ BOOL Win32Platform::VerifyVersionInfo(OsVersionInfoEx& info, DWORD typeMask, std
   return ::VerifyVersionInfoW(&native, typeMask, conditionMask);
 }
 
-int Win32Platform::MultiByteToWideChar(UINT codePage, DWORD flags, const char* source, int sourceLength,
-                                       WCHAR* buffer, int capacity) {
+int Win32Platform::MultiByteToWideChar(UINT codePage, DWORD flags, const char* source, int sourceLength, WCHAR* buffer,
+                                       int capacity) {
   return ::MultiByteToWideChar(codePage, flags, source, sourceLength, W(buffer), capacity);
 }
 
 void* Win32Platform::LocalAlloc(UINT flags, std::size_t bytes) { return ::LocalAlloc(flags, bytes); }
 void* Win32Platform::LocalFree(void* memory) { return ::LocalFree(memory); }
 
-std::intptr_t Win32Platform::ShellExecute(Handle window, const WCHAR* verb, const WCHAR* file,
-                                          const WCHAR* parameters, const WCHAR* directory, int showCommand) {
-  HINSTANCE result = ::ShellExecuteW(static_cast<HWND>(window), W(verb), W(file), W(parameters), W(directory),
-                                     showCommand);
+std::intptr_t Win32Platform::ShellExecute(Handle window, const WCHAR* verb, const WCHAR* file, const WCHAR* parameters,
+                                          const WCHAR* directory, int showCommand) {
+  HINSTANCE result =
+      ::ShellExecuteW(static_cast<HWND>(window), W(verb), W(file), W(parameters), W(directory), showCommand);
   return reinterpret_cast<std::intptr_t>(result);
 }
 
@@ -418,9 +418,7 @@ HRESULT Win32Platform::CreateAppVisibility(DWORD context, AppVisibility** object
   return HandOut<ComAppVisibility>(hr, std::move(created), object);
 }
 
-HRESULT Win32Platform::RoInitialize(int initType) {
-  return ::RoInitialize(static_cast<RO_INIT_TYPE>(initType));
-}
+HRESULT Win32Platform::RoInitialize(int initType) { return ::RoInitialize(static_cast<RO_INIT_TYPE>(initType)); }
 
 void Win32Platform::RoUninitialize() { ::RoUninitialize(); }
 

@@ -27,8 +27,10 @@ class Win32Platform final : public Platform {
   BOOL FindNextFile(Handle search, FindData& found) override;
   BOOL FindClose(Handle search) override;
   [[nodiscard]] LONG RegOpenKeyEx(RootKey root, const WCHAR* subKey, DWORD options, DWORD access, Handle* key) override;
-  [[nodiscard]] LONG RegQueryValueEx(Handle key, const WCHAR* name, DWORD* type, std::uint8_t* data, DWORD* size) override;
-  [[nodiscard]] LONG RegSetValueEx(Handle key, const WCHAR* name, DWORD type, const std::uint8_t* data, DWORD size) override;
+  [[nodiscard]] LONG RegQueryValueEx(Handle key, const WCHAR* name, DWORD* type, std::uint8_t* data,
+                                     DWORD* size) override;
+  [[nodiscard]] LONG RegSetValueEx(Handle key, const WCHAR* name, DWORD type, const std::uint8_t* data,
+                                   DWORD size) override;
   [[nodiscard]] LONG RegDeleteValue(Handle key, const WCHAR* name) override;
   [[nodiscard]] LONG RegCloseKey(Handle key) override;
   std::uint64_t VerSetConditionMask(std::uint64_t mask, DWORD typeBit, std::uint8_t condition) override;
@@ -67,7 +69,8 @@ class Win32Platform final : public Platform {
   void RoUninitialize() override;
   [[nodiscard]] HRESULT ActivatePackageManager(DeploymentPackageManager** manager) override;
   WString DescribeError(HRESULT error) override;
-  [[nodiscard]] HRESULT CreateApplicationActivationManager(DWORD context, ApplicationActivationManager** manager) override;
+  [[nodiscard]] HRESULT CreateApplicationActivationManager(DWORD context,
+                                                           ApplicationActivationManager** manager) override;
   [[nodiscard]] HRESULT CoAllowSetForegroundWindow(ApplicationActivationManager* manager) override;
   BOOL GetUserName(WCHAR* buffer, DWORD* size) override;
   BOOL LookupAccountName(const WCHAR* systemName, const WCHAR* accountName, void* sid, DWORD* sidSize, WCHAR* domain,

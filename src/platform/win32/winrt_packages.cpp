@@ -7,9 +7,9 @@
 #include <memory>
 #include <utility>
 
+#include "interface_id/winrt_iid.h"
 #include "platform/win32/windows_headers.h"
 #include "platform/win32/winrt_interfaces.h"
-#include "interface_id/winrt_iid.h"
 
 namespace kel::platform::win32 {
 namespace {
@@ -33,13 +33,13 @@ class RuntimeString {
     const UINT32 length = wide != nullptr ? static_cast<UINT32>(wcslen(wide)) : 0;
     return ::WindowsCreateString(wide, length, &value_);
   }
-  HSTRING get() const { return value_; }
+  [[nodiscard]] HSTRING get() const { return value_; }
   HSTRING* put() {
     if (value_ != nullptr) ::WindowsDeleteString(value_);
     value_ = nullptr;
     return &value_;
   }
-  WString Text() const {
+  [[nodiscard]] WString Text() const {
     UINT32 length = 0;
     const wchar_t* raw = ::WindowsGetStringRawBuffer(value_, &length);
     return WString(reinterpret_cast<const char16_t*>(raw), length);
@@ -182,9 +182,9 @@ class ComActivationManager final : public ComWrapper<ApplicationActivationManage
   HRESULT ActivateApplication(const WCHAR* appUserModelId, const WCHAR* arguments, int options,
                               DWORD* processId) override {
     ::DWORD pid = 0;
-    const HRESULT hr = object_->ActivateApplication(reinterpret_cast<LPCWSTR>(appUserModelId),
-                                                     reinterpret_cast<LPCWSTR>(arguments),
-                                                     static_cast<ACTIVATEOPTIONS>(options), &pid);
+    const HRESULT hr =
+        object_->ActivateApplication(reinterpret_cast<LPCWSTR>(appUserModelId), reinterpret_cast<LPCWSTR>(arguments),
+                                     static_cast<ACTIVATEOPTIONS>(options), &pid);
     if (processId != nullptr) *processId = pid;
     return hr;
   }
@@ -207,9 +207,9 @@ HRESULT Win32Platform::ActivatePackageManager(DeploymentPackageManager** manager
 
 WString Win32Platform::DescribeError(HRESULT error) {
   wchar_t* raw = nullptr;
-  const ::DWORD length = ::FormatMessageW(
-      FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-      static_cast<::DWORD>(error), 0, reinterpret_cast<LPWSTR>(&raw), 0, nullptr);
+  const ::DWORD length =
+      ::FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+                       nullptr, static_cast<::DWORD>(error), 0, reinterpret_cast<LPWSTR>(&raw), 0, nullptr);
   // The system's buffer is given back however the copy below ends.
   const std::unique_ptr<wchar_t, LocalBufferFree> text(raw);
   WString message;

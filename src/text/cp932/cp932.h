@@ -25,8 +25,8 @@ int MultiByteToWide(const char* source, int sourceLength, char16_t* buffer, int 
 
 // How far DecodeValid got.
 struct Decoded {
-    std::size_t bytes;  // the source bytes taken
-    std::size_t units;  // the char16_t units written for them
+  std::size_t bytes;  // the source bytes taken
+  std::size_t units;  // the char16_t units written for them
 };
 
 // Decodes `length` bytes of `source` into `buffer`, which must have room for

@@ -248,8 +248,7 @@ std::size_t DecodeUtf16(const unsigned char* s, std::size_t i, std::size_t n, bo
                         HRESULT& error) {
   std::size_t o = 0;
   auto unitAt = [&](std::size_t at) -> char16_t {
-    return little ? static_cast<char16_t>(s[at] | (s[at + 1] << 8))
-                  : static_cast<char16_t>((s[at] << 8) | s[at + 1]);
+    return little ? static_cast<char16_t>(s[at] | (s[at + 1] << 8)) : static_cast<char16_t>((s[at] << 8) | s[at + 1]);
   };
   for (; n - i >= 2; i += 2) {
     const char16_t c = unitAt(i);
@@ -329,13 +328,18 @@ std::size_t DecodeSingleByte(const unsigned char* s, std::size_t i, std::size_t 
 std::size_t DecodeAs(Encoding encoding, const unsigned char* s, std::size_t i, std::size_t n, char16_t* out,
                      HRESULT& error) {
   switch (encoding) {
-    case Encoding::Utf8: return DecodeUtf8(s, i, n, out, error);
-    case Encoding::Utf16Le: return DecodeUtf16(s, i, n, true, out, error);
-    case Encoding::Utf16Be: return DecodeUtf16(s, i, n, false, out, error);
-    case Encoding::ShiftJis: return DecodeShiftJis(s, i, n, out, error);
+    case Encoding::Utf8:
+      return DecodeUtf8(s, i, n, out, error);
+    case Encoding::Utf16Le:
+      return DecodeUtf16(s, i, n, true, out, error);
+    case Encoding::Utf16Be:
+      return DecodeUtf16(s, i, n, false, out, error);
+    case Encoding::ShiftJis:
+      return DecodeShiftJis(s, i, n, out, error);
     case Encoding::Latin1:
     case Encoding::Ascii:
-    case Encoding::Windows1252: return DecodeSingleByte(s, i, n, encoding, out, error);
+    case Encoding::Windows1252:
+      return DecodeSingleByte(s, i, n, encoding, out, error);
   }
   return 0;
 }

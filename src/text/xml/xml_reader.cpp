@@ -268,8 +268,10 @@ HRESULT XmlReader::ParseAttributeValue(char16_t*& p, Span& value) {
     const char16_t c = *p;
     if (c == quote) break;
     switch (c) {
-      case 0: return EndError();
-      case '<': return WC_E_LESSTHAN;
+      case 0:
+        return EndError();
+      case '<':
+        return WC_E_LESSTHAN;
       case '&': {
         const HRESULT hr = ParseReference(p, out);
         if (Failed(hr)) return hr;
@@ -285,7 +287,9 @@ HRESULT XmlReader::ParseAttributeValue(char16_t*& p, Span& value) {
         *out++ = ' ';
         ++p;
         continue;
-      default: *out++ = c; ++p;
+      default:
+        *out++ = c;
+        ++p;
     }
   }
   value = {start, static_cast<UINT>(out - start)};
@@ -404,7 +408,8 @@ HRESULT XmlReader::ParseText() {
     const char16_t c = *p;
     if (c == '<') break;
     switch (c) {
-      case 0: return EndError();
+      case 0:
+        return EndError();
       case '&': {
         whitespace = false;
         const HRESULT hr = ParseReference(p, out);
@@ -422,8 +427,10 @@ HRESULT XmlReader::ParseText() {
         break;
       case ' ':
       case '\n':
-      case '\t': break;
-      default: whitespace = false;
+      case '\t':
+        break;
+      default:
+        whitespace = false;
     }
     *out++ = c;
     ++p;
@@ -531,4 +538,3 @@ bool XmlReader::IsEmptyElement() const { return currentAttribute_ < 0 && emptyEl
 UINT XmlReader::GetAttributeCount() const { return static_cast<UINT>(attributes_.size()); }
 
 }  // namespace kel::xml
-

@@ -127,8 +127,8 @@ class XmlReader {
   [[nodiscard]] HRESULT MoveToElement();
 
   [[nodiscard]] HRESULT GetDepth(UINT* depth) const;
-  bool IsEmptyElement() const;
-  UINT GetAttributeCount() const;
+  [[nodiscard]] bool IsEmptyElement() const;
+  [[nodiscard]] UINT GetAttributeCount() const;
 
  private:
   struct Span {
@@ -183,8 +183,8 @@ class XmlReader {
   void ReservePrefixSlots(std::size_t more);
   void Bind(const Span& prefix, std::uint32_t hash, std::size_t depth);
   void UnbindFrom(std::size_t depth);
-  bool IsBound(const Span& prefix) const;
-  std::size_t PrefixSlot(const Span& prefix, std::uint32_t hash) const;
+  [[nodiscard]] bool IsBound(const Span& prefix) const;
+  [[nodiscard]] std::size_t PrefixSlot(const Span& prefix, std::uint32_t hash) const;
   [[nodiscard]] HRESULT EndError() const;
   void Terminate(char16_t* at);
 

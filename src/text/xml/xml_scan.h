@@ -31,7 +31,8 @@ KEL_XML_INLINE bool IsXmlChar(std::uint32_t v) {
 
 // Name characters of the ASCII range, without the colon: namespaces give the
 // colon its own meaning, so every name is scanned as colon-free parts.
-enum : std::uint8_t { kNameStart = 1, kNamePart = 2 };
+inline constexpr std::uint8_t kNameStart = 1;
+inline constexpr std::uint8_t kNamePart = 2;
 
 struct AsciiNameTable {
   std::uint8_t bits[128] = {};

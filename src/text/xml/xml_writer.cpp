@@ -41,14 +41,22 @@ void AppendUtf8(std::string& out, std::uint32_t cp) {
 // as references too.
 std::string_view AttributeReference(char16_t c) {
   switch (c) {
-    case '&': return "&amp;";
-    case '<': return "&lt;";
-    case '>': return "&gt;";
-    case '"': return "&quot;";
-    case '\t': return "&#x9;";
-    case '\n': return "&#xA;";
-    case '\r': return "&#xD;";
-    default: return {};
+    case '&':
+      return "&amp;";
+    case '<':
+      return "&lt;";
+    case '>':
+      return "&gt;";
+    case '"':
+      return "&quot;";
+    case '\t':
+      return "&#x9;";
+    case '\n':
+      return "&#xA;";
+    case '\r':
+      return "&#xD;";
+    default:
+      return {};
   }
 }
 
@@ -69,7 +77,7 @@ std::size_t PlainRunEnd(std::u16string_view text, std::size_t i, bool escape) {
   while (n - i >= 8) {
     const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(units + i));
     __m128i bad = _mm_cmpeq_epi16(_mm_and_si128(v, nonAscii), _mm_setzero_si128());  // ASCII lanes
-    bad = _mm_and_si128(bad, _mm_cmpgt_epi16(v, control));                             // and printable
+    bad = _mm_and_si128(bad, _mm_cmpgt_epi16(v, control));                           // and printable
     if (escape) {
       const __m128i special = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, amp), _mm_cmpeq_epi16(v, lt)),
                                            _mm_or_si128(_mm_cmpeq_epi16(v, gt), _mm_cmpeq_epi16(v, quot)));

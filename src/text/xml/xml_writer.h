@@ -26,14 +26,15 @@ class XmlWriter {
   [[nodiscard]] HRESULT WriteStartDocument();
   // `prefix` and `namespaceUri` may be null. A namespace that is not yet in
   // scope is declared on the element.
-  [[nodiscard]] HRESULT WriteStartElement(const char16_t* prefix, const char16_t* localName, const char16_t* namespaceUri);
+  [[nodiscard]] HRESULT WriteStartElement(const char16_t* prefix, const char16_t* localName,
+                                          const char16_t* namespaceUri);
   // Only while a start tag is open (before the element's first child).
   // `value` may be null for an empty value.
-  [[nodiscard]] HRESULT WriteAttributeString(const char16_t* prefix, const char16_t* localName, const char16_t* namespaceUri,
-                               const char16_t* value);
+  [[nodiscard]] HRESULT WriteAttributeString(const char16_t* prefix, const char16_t* localName,
+                                             const char16_t* namespaceUri, const char16_t* value);
   // The same, for a value whose length is known.
-  [[nodiscard]] HRESULT WriteAttributeString(const char16_t* prefix, const char16_t* localName, const char16_t* namespaceUri,
-                               std::u16string_view value);
+  [[nodiscard]] HRESULT WriteAttributeString(const char16_t* prefix, const char16_t* localName,
+                                             const char16_t* namespaceUri, std::u16string_view value);
   [[nodiscard]] HRESULT WriteEndElement();
   // Closes every open element; nothing can be written afterwards.
   [[nodiscard]] HRESULT WriteEndDocument();
@@ -41,7 +42,7 @@ class XmlWriter {
   [[nodiscard]] HRESULT Flush();
 
   // What was written so far (a start tag may still be open).
-  const std::string& Output() const { return output_; }
+  [[nodiscard]] const std::string& Output() const { return output_; }
   // Hands over what was written and starts afresh, ready for a new document.
   std::string TakeOutput();
 
@@ -60,14 +61,15 @@ class XmlWriter {
   void WritePendingDeclarations();
   void CloseStartTag();
   void NewLine(std::size_t depth);
-  const std::u16string* LookupPrefix(const std::u16string& prefix) const;
-  const std::u16string* LookupUri(const std::u16string& uri, bool allowDefault) const;
+  [[nodiscard]] const std::u16string* LookupPrefix(const std::u16string& prefix) const;
+  [[nodiscard]] const std::u16string* LookupUri(const std::u16string& uri, bool allowDefault) const;
   void WriteNamespaceDeclaration(const std::u16string& prefix, const std::u16string& uri);
   // Whether the open start tag already has an attribute of this name.
-  bool HasAttributeNamed(std::string_view name) const;
+  [[nodiscard]] bool HasAttributeNamed(std::string_view name) const;
   // Ends the attribute whose name stands at `nameAt` with its quoted value
   // and records the name; on failure the output goes back to `mark`.
-  [[nodiscard]] HRESULT FinishAttribute(std::size_t mark, std::size_t nameAt, std::size_t nameLength, std::u16string_view value);
+  [[nodiscard]] HRESULT FinishAttribute(std::size_t mark, std::size_t nameAt, std::size_t nameLength,
+                                        std::u16string_view value);
 
   enum class State { Initial, Prolog, Content, Epilog, Closed, Failed };
 

@@ -8,14 +8,15 @@
 #pragma once
 
 #include <windows.h>
-#include <inspectable.h>
 #include <activation.h>
+#include <inspectable.h>
 #include <winstring.h>
 
 namespace deployment_abi {
 
 // Windows.Management.Deployment.IPackageManager
-inline constexpr GUID kIidPackageManager = {0x9A7D4B65, 0x5E8F, 0x4FC7, {0xA2, 0xE5, 0x7F, 0x69, 0x25, 0xCB, 0x8B, 0x53}};
+inline constexpr GUID kIidPackageManager = {
+    0x9A7D4B65, 0x5E8F, 0x4FC7, {0xA2, 0xE5, 0x7F, 0x69, 0x25, 0xCB, 0x8B, 0x53}};
 // Windows.ApplicationModel.IPackage
 inline constexpr GUID kIidPackage = {0x163C792F, 0xBD75, 0x413C, {0xBF, 0x23, 0xB1, 0xFE, 0x7B, 0x95, 0xD8, 0x25}};
 // Windows.ApplicationModel.IPackageId
@@ -23,14 +24,18 @@ inline constexpr GUID kIidPackageId = {0x1ADB665E, 0x37C7, 0x4790, {0x99, 0x80, 
 // Windows.Storage.IStorageItem
 inline constexpr GUID kIidStorageItem = {0x4207A996, 0xCA2F, 0x42F7, {0xBD, 0xE8, 0x8B, 0x10, 0x45, 0x7A, 0x7F, 0x30}};
 // Windows.Storage.IStorageFolder
-inline constexpr GUID kIidStorageFolder = {0x72D1CB78, 0xB3EF, 0x4F75, {0xA8, 0x0B, 0x6F, 0xD9, 0xDA, 0xE2, 0x94, 0x4B}};
+inline constexpr GUID kIidStorageFolder = {
+    0x72D1CB78, 0xB3EF, 0x4F75, {0xA8, 0x0B, 0x6F, 0xD9, 0xDA, 0xE2, 0x94, 0x4B}};
 // Windows.Foundation.Collections.IIterable<Windows.ApplicationModel.Package>
-inline constexpr GUID kIidIterableOfPackage = {0x69AD6AA7, 0x0C49, 0x5F27, {0xA5, 0xEB, 0xEF, 0x4D, 0x59, 0x46, 0x7B, 0x6D}};
+inline constexpr GUID kIidIterableOfPackage = {
+    0x69AD6AA7, 0x0C49, 0x5F27, {0xA5, 0xEB, 0xEF, 0x4D, 0x59, 0x46, 0x7B, 0x6D}};
 // Windows.Foundation.Collections.IIterator<Windows.ApplicationModel.Package>
-inline constexpr GUID kIidIteratorOfPackage = {0x0217F069, 0x025C, 0x5EE6, {0xA8, 0x7F, 0xE7, 0x82, 0xE3, 0xB6, 0x23, 0xAE}};
+inline constexpr GUID kIidIteratorOfPackage = {
+    0x0217F069, 0x025C, 0x5EE6, {0xA8, 0x7F, 0xE7, 0x82, 0xE3, 0xB6, 0x23, 0xAE}};
 // IInspectable, IActivationFactory and IAgileObject (not all in libuuid).
 inline constexpr GUID kIidInspectable = {0xAF86E2E0, 0xB12D, 0x4C6A, {0x9C, 0x5A, 0xD7, 0xAA, 0x65, 0x10, 0x1E, 0x90}};
-inline constexpr GUID kIidActivationFactory = {0x00000035, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
+inline constexpr GUID kIidActivationFactory = {
+    0x00000035, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
 inline constexpr GUID kIidAgileObject = {0x94EA2B94, 0xE9CC, 0x49E0, {0xC0, 0xFF, 0xEE, 0x64, 0xCA, 0x8F, 0x5B, 0x90}};
 
 inline constexpr wchar_t kPackageManagerClass[] = L"Windows.Management.Deployment.PackageManager";
@@ -111,8 +116,7 @@ struct IPackageManager : public IInspectable {
   virtual HRESULT STDMETHODCALLTYPE RemovePackageAsync(HSTRING packageFullName, IInspectable** operation) = 0;
   virtual HRESULT STDMETHODCALLTYPE StagePackageAsync(IInspectable* packageUri, IInspectable* dependencyPackageUris,
                                                       IInspectable** operation) = 0;
-  virtual HRESULT STDMETHODCALLTYPE RegisterPackageAsync(IInspectable* manifestUri,
-                                                         IInspectable* dependencyPackageUris,
+  virtual HRESULT STDMETHODCALLTYPE RegisterPackageAsync(IInspectable* manifestUri, IInspectable* dependencyPackageUris,
                                                          INT32 deploymentOptions, IInspectable** operation) = 0;
   virtual HRESULT STDMETHODCALLTYPE FindPackages(IPackageIterable** packages) = 0;
   virtual HRESULT STDMETHODCALLTYPE FindPackagesByUserSecurityId(HSTRING userSecurityId,

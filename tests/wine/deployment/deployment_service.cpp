@@ -43,7 +43,9 @@ class PackageManager final : public IPackageManager {
   HRESULT STDMETHODCALLTYPE GetIids(ULONG* count, IID** ids) override {
     return CopyIids({kIidPackageManager}, count, ids);
   }
-  HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING* name) override { return NewString(kPackageManagerClass, name); }
+  HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING* name) override {
+    return NewString(kPackageManagerClass, name);
+  }
   HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override { return BaseTrustLevel(level); }
 
   HRESULT STDMETHODCALLTYPE AddPackageAsync(IInspectable*, IInspectable*, INT32, IInspectable**) override {
@@ -77,9 +79,7 @@ class PackageManager final : public IPackageManager {
   HRESULT STDMETHODCALLTYPE FindUsers(HSTRING, IInspectable**) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE SetPackageState(HSTRING, INT32) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE FindPackageByPackageFullName(HSTRING, IPackage**) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE CleanupPackageForUserAsync(HSTRING, HSTRING, IInspectable**) override {
-    return E_NOTIMPL;
-  }
+  HRESULT STDMETHODCALLTYPE CleanupPackageForUserAsync(HSTRING, HSTRING, IInspectable**) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE FindPackagesByPackageFamilyName(HSTRING, IPackageIterable**) override {
     Journal(deployment_double::LoadFixture(),
             L"FindPackagesByPackageFamilyName\t" + deployment_double::Hex(E_ACCESSDENIED));
@@ -128,8 +128,8 @@ class PackageManager final : public IPackageManager {
     } else {
       for (const auto& record : PackagesOf(fixture)) {
         // Family names are compared as the service compares them: ignoring case.
-        if (familyName != nullptr && CompareStringOrdinal(record->familyName.c_str(), -1, family.c_str(), -1,
-                                                          TRUE) != CSTR_EQUAL) {
+        if (familyName != nullptr &&
+            CompareStringOrdinal(record->familyName.c_str(), -1, family.c_str(), -1, TRUE) != CSTR_EQUAL) {
           continue;
         }
         found.push_back(record);
@@ -156,7 +156,9 @@ class PackageManagerFactory final : public IActivationFactory {
   HRESULT STDMETHODCALLTYPE GetIids(ULONG* count, IID** ids) override {
     return CopyIids({kIidActivationFactory}, count, ids);
   }
-  HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING* name) override { return NewString(kPackageManagerClass, name); }
+  HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING* name) override {
+    return NewString(kPackageManagerClass, name);
+  }
   HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override { return BaseTrustLevel(level); }
 
   HRESULT STDMETHODCALLTYPE ActivateInstance(IInspectable** instance) override {

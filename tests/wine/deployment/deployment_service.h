@@ -6,8 +6,8 @@
 #pragma once
 
 #include <windows.h>
-#include <inspectable.h>
 #include <activation.h>
+#include <inspectable.h>
 #include <winstring.h>
 
 #include <initializer_list>
@@ -26,13 +26,13 @@ using deployment_double::FixtureSection;
 
 inline LONG g_liveObjects = 0;  // for DllCanUnloadNow
 
-#define DOUBLE_REFERENCE_COUNT                                   \
+#define DOUBLE_REFERENCE_COUNT                                                             \
   ULONG STDMETHODCALLTYPE AddRef() override { return InterlockedIncrement(&references_); } \
-  ULONG STDMETHODCALLTYPE Release() override {                  \
-    const LONG left = InterlockedDecrement(&references_);       \
-    if (left == 0) delete this;                                 \
-    return left;                                                \
-  }                                                             \
+  ULONG STDMETHODCALLTYPE Release() override {                                             \
+    const LONG left = InterlockedDecrement(&references_);                                  \
+    if (left == 0) delete this;                                                            \
+    return left;                                                                           \
+  }                                                                                        \
   LONG references_ = 1;
 
 // Counts the objects alive, for DllCanUnloadNow.

@@ -63,7 +63,9 @@ class StorageFolder final : public IStorageFolder, public IStorageItem {
   HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override { return BaseTrustLevel(level); }
 
   // IStorageFolder: nothing of it is served.
-  HRESULT STDMETHODCALLTYPE CreateFileAsyncOverloadDefaultOptions(HSTRING, IInspectable**) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE CreateFileAsyncOverloadDefaultOptions(HSTRING, IInspectable**) override {
+    return E_NOTIMPL;
+  }
   HRESULT STDMETHODCALLTYPE CreateFileAsync(HSTRING, INT32, IInspectable**) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE CreateFolderAsyncOverloadDefaultOptions(HSTRING, IInspectable**) override {
     return E_NOTIMPL;
@@ -140,9 +142,7 @@ class PackageIdObject final : public IPackageId {
   }
   HRESULT STDMETHODCALLTYPE get_ResourceId(HSTRING* value) override { return NewString(record_->resourceId, value); }
   HRESULT STDMETHODCALLTYPE get_Publisher(HSTRING* value) override { return NewString(record_->publisher, value); }
-  HRESULT STDMETHODCALLTYPE get_PublisherId(HSTRING* value) override {
-    return NewString(record_->publisherId, value);
-  }
+  HRESULT STDMETHODCALLTYPE get_PublisherId(HSTRING* value) override { return NewString(record_->publisherId, value); }
   HRESULT STDMETHODCALLTYPE get_FullName(HSTRING* value) override { return NewString(record_->fullName, value); }
   HRESULT STDMETHODCALLTYPE get_FamilyName(HSTRING* value) override { return NewString(record_->familyName, value); }
 

@@ -33,28 +33,44 @@ namespace discovery_tests {
 
 // The installed test packages, in the order the deployment service lists
 // them.
-const std::vector<TestPackage>& fixturePackages() {
-  static const std::vector<TestPackage> packages = {
-      {kReader, L"Kel.Reader_1.2.3.4_x64__1a2b3c4d5e6f7", L"Kel.Reader", L"1.2.3.4", L"Reader",
+const std::vector<TestPackage>& FixturePackages() {
+  static const std::vector<TestPackage> kPackages = {
+      {kReader,
+       L"Kel.Reader_1.2.3.4_x64__1a2b3c4d5e6f7",
+       L"Kel.Reader",
+       L"1.2.3.4",
+       L"Reader",
        {{L"App1", L"Kel Reader", L"Reader"}}},
-      {kTwins, L"Kel.Twins_2.0.0.5_x64__8h9j0k1m2n3p4", L"Kel.Twins", L"2.0.0.5", L"Twins",
+      {kTwins,
+       L"Kel.Twins_2.0.0.5_x64__8h9j0k1m2n3p4",
+       L"Kel.Twins",
+       L"2.0.0.5",
+       L"Twins",
        {{L"App1", L"Twin Left", L"Left"}, {L"App2", L"Twin Right", L"Right"}}},
-      {kResource, L"Kel.Resource_3.1.0.0_neutral__5q6r7s8t9v0w1", L"Kel.Resource", L"3.1.0.0", L"Resource",
+      {kResource,
+       L"Kel.Resource_3.1.0.0_neutral__5q6r7s8t9v0w1",
+       L"Kel.Resource",
+       L"3.1.0.0",
+       L"Resource",
        {{L"App1", L"ms-resource:AppName", L"ms-resource:ShortName"}}},
-      {kPinned, L"Kel.Pinned_2.0.0.0_x64__3x4y5z6a7b8c9", L"Kel.Pinned", L"2.0.0.0", L"Pinned",
+      {kPinned,
+       L"Kel.Pinned_2.0.0.0_x64__3x4y5z6a7b8c9",
+       L"Kel.Pinned",
+       L"2.0.0.0",
+       L"Pinned",
        {{L"App1", L"Pinned New", L"New"}}},
   };
-  return packages;
+  return kPackages;
 }
 
-bool contains(const std::vector<std::string>& lines, const std::string& wanted) {
+bool Contains(const std::vector<std::string>& lines, const std::string& wanted) {
   for (const std::string& line : lines) {
     if (line == wanted) return true;
   }
   return false;
 }
 
-std::size_t countStartingWith(const std::vector<std::string>& lines, const std::string& prefix) {
+std::size_t CountStartingWith(const std::vector<std::string>& lines, const std::string& prefix) {
   std::size_t count = 0;
   for (const std::string& line : lines) {
     if (line.compare(0, prefix.size(), prefix) == 0) ++count;
@@ -63,17 +79,19 @@ std::size_t countStartingWith(const std::vector<std::string>& lines, const std::
 }
 
 // Waits (bounded) until the journal holds `line`.
-void expectJournalLine(const World& world, const std::string& line, const std::string& what) {
-  if (!waitUntil([&] { return contains(world.journalLines(), line); }, 10000)) {
-    fail(what + ": within 10 s the journal of the doubles got no line " + quoted(line), world.detail());
+void ExpectJournalLine(const World& world, const std::string& line, const std::string& what) {
+  if (!WaitUntil([&] { return Contains(world.JournalLines(), line); }, 10000)) {
+    Fail(what + ": within 10 s the journal of the doubles got no line " + Quoted(line), world.Detail());
   }
 }
 
-void expectNoSidMismatch(const World& world) {
-  if (countStartingWith(world.journalLines(), "SidMismatch\t") != 0) {
-    fail("the deployment service was asked for another user's packages (SidMismatch in the journal); the current "
-         "user is " + narrow(world.currentUserSid()),
-         world.detail());
+void ExpectNoSidMismatch(const World& world) {
+  if (CountStartingWith(world.JournalLines(), "SidMismatch\t") != 0) {
+    Fail(
+        "the deployment service was asked for another user's packages (SidMismatch in the journal); the current "
+        "user is " +
+            Narrow(world.CurrentUserSid()),
+        world.Detail());
   }
 }
 
@@ -116,16 +134,16 @@ using namespace discovery_tests;
 int main() {
   int argc = 0;
   LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
-  if (argv == nullptr || argc != 3) return usage(kUsage, kTests);
+  if (argv == nullptr || argc != 3) return Usage(kUsage, kTests);
   // The test runs in another folder: the path is made absolute here.
-  const std::wstring dllPath = absolutePath(usablePath(argv[1]));
-  const std::string name = narrow(argv[2]);
+  const std::wstring dllPath = AbsolutePath(UsablePath(argv[1]));
+  const std::string name = Narrow(argv[2]);
   LocalFree(argv);
 
-  const Test* test = findTest(kTests, name);
-  if (test == nullptr) return usage(kUsage, kTests);
-  if (environmentValue(kPrivateHost.rootVariable).empty()) {
-    return runInPrivateHost(kPrivateHost, test->name, L"\"" + dllPath + L"\"", nullptr, test->afterExit);
+  const Test* test = FindTest(kTests, name);
+  if (test == nullptr) return Usage(kUsage, kTests);
+  if (EnvironmentValue(kPrivateHost.rootVariable).empty()) {
+    return RunInPrivateHost(kPrivateHost, test->name, L"\"" + dllPath + L"\"", nullptr, test->afterExit);
   }
-  return runInHost(kPrivateHost, test->name, [&] { test->run(dllPath); });
+  return RunInHost(kPrivateHost, test->name, [&] { test->run(dllPath); });
 }

@@ -16,8 +16,8 @@ namespace discovery_tests {
 using namespace wine_test;
 
 // Every test runs in a private copy of this program, Kel.Launcher.exe.
-const PrivateHost kPrivateHost = {L"keldisc", L"Kel.Launcher.exe", L"KEL_DISCOVERY_ROOT", L"KEL_DISCOVERY_REPORT",
-                                  L"KEL_DISCOVERY_KEEP", 90000};
+const PrivateHost kPrivateHost = {
+    L"keldisc", L"Kel.Launcher.exe", L"KEL_DISCOVERY_ROOT", L"KEL_DISCOVERY_REPORT", L"KEL_DISCOVERY_KEEP", 90000};
 
 // ---------------------------------------------------------------------------
 // The world a test runs in: folders, packages, shortcuts and the fixture
@@ -34,63 +34,64 @@ const HRESULT kUnknownAppResult = static_cast<HRESULT>(0x80270254L);  // the fix
 
 // The installed test packages, in the order the deployment service lists
 // them.
-const std::vector<TestPackage>& fixturePackages();
+const std::vector<TestPackage>& FixturePackages();
 
 class World : public HostWorld {
  public:
   World() : HostWorld(kPrivateHost, "discovery_tests.exe DLLPATH TESTNAME") {
-    for (const TestPackage& package : fixturePackages()) installPackage(package);
-    useJournal(L"journal.txt");
+    for (const TestPackage& package : FixturePackages()) InstallPackage(package);
+    UseJournal(L"journal.txt");
 
     currentUserSid_ = deployment_double::CurrentUserSid();
-    if (currentUserSid_.empty()) fail("cannot find the current user's SID (GetUserNameW/LookupAccountNameW)");
+    if (currentUserSid_.empty()) Fail("cannot find the current user's SID (GetUserNameW/LookupAccountNameW)");
   }
 
   // Writes the fixture file with a journal of this name under the root.
-  void useJournal(const std::wstring& name) {
-    journal_ = root() + L"\\" + name;
-    std::wstring text = fixtureHeader(L"The deployment service and the activation manager of the test.", journal_);
-    for (const TestPackage& package : fixturePackages()) {
-      text += fixturePackageSection(package, packageFolder(package));
+  void UseJournal(const std::wstring& name) {
+    journal_ = Root() + L"\\" + name;
+    std::wstring text = FixtureHeader(L"The deployment service and the activation manager of the test.", journal_);
+    for (const TestPackage& package : FixturePackages()) {
+      text += FixturePackageSection(package, PackageFolder(package));
     }
     text += L"[Application]\r\nAppUserModelId=" + std::wstring(kReaderApp) + L"\r\nResult=0\r\nProcessId=4242\r\n\r\n";
-    text += L"[Application]\r\nAppUserModelId=" + std::wstring(kTwinsLeftApp) + L"\r\nResult=0\r\nProcessId=4343\r\n\r\n";
+    text +=
+        L"[Application]\r\nAppUserModelId=" + std::wstring(kTwinsLeftApp) + L"\r\nResult=0\r\nProcessId=4343\r\n\r\n";
     text += L"[Activation]\r\nUnknownResult=0x80270254\r\n";
     if (serviceFailure_ != S_OK) {
-      const std::string code = hex(serviceFailure_);
+      const std::string code = Hex(serviceFailure_);
       text += L"\r\n[Service]\r\nFindResult=" + std::wstring(code.begin(), code.end()) + L"\r\n";
     }
-    writeFixture(text);
+    WriteFixture(text);
   }
 
   // From now on every query of the deployment service fails with `failure`.
-  void failServiceWith(HRESULT failure) {
+  void FailServiceWith(HRESULT failure) {
     serviceFailure_ = failure;
-    useJournal(journal_.substr(root().size() + 1));
+    UseJournal(journal_.substr(Root().size() + 1));
   }
 
   // The Start menu shortcuts: empty files are enough, the library reads
   // only their names.
-  void createShortcuts() const {
-    const std::wstring common = commonPrograms();
-    const std::wstring user = userPrograms();
-    makeFolders(common + L"\\Accessories");
+  void CreateShortcuts() const {
+    const std::wstring common = CommonPrograms();
+    const std::wstring user = UserPrograms();
+    MakeFolders(common + L"\\Accessories");
     for (const std::wstring& path :
          {common + L"\\A Tool.lnk", common + L"\\Web Link.url", common + L"\\Name.lnk2", common + L"\\Readme.txt",
           common + L"\\Accessories\\Calc.lnk", user + L"\\Mine.lnk", user + L"\\Notes.url"}) {
-      writeFile(path, std::string());
+      WriteBytes(path, std::string());
     }
   }
 
-  const std::wstring& journal() const { return journal_; }
-  const std::wstring& currentUserSid() const { return currentUserSid_; }
+  [[nodiscard]] const std::wstring& Journal() const { return journal_; }
+  [[nodiscard]] const std::wstring& CurrentUserSid() const { return currentUserSid_; }
 
-  std::vector<std::string> journalLines() const { return completeLines(readFile(journal_)); }
+  [[nodiscard]] std::vector<std::string> JournalLines() const { return CompleteLines(ReadBytes(journal_)); }
 
   // The log and the journal, for a failure report.
-  std::string detail() const {
-    return indented("journal of the doubles (" + narrow(journal_) + ")", journalLines()) +
-           indented("library log, last lines (" + narrow(logFile()) + ")", logLines(), 60);
+  [[nodiscard]] std::string Detail() const {
+    return Indented("journal of the doubles (" + Narrow(journal_) + ")", JournalLines()) +
+           Indented("library log, last lines (" + Narrow(LogFile()) + ")", LogLines(), 60);
   }
 
  private:
@@ -99,12 +100,12 @@ class World : public HostWorld {
   HRESULT serviceFailure_ = S_OK;
 };
 
-bool contains(const std::vector<std::string>& lines, const std::string& wanted);
-std::size_t countStartingWith(const std::vector<std::string>& lines, const std::string& prefix);
+bool Contains(const std::vector<std::string>& lines, const std::string& wanted);
+std::size_t CountStartingWith(const std::vector<std::string>& lines, const std::string& prefix);
 
 // Waits (bounded) until the journal holds `line`.
-void expectJournalLine(const World& world, const std::string& line, const std::string& what);
-void expectNoSidMismatch(const World& world);
+void ExpectJournalLine(const World& world, const std::string& line, const std::string& what);
+void ExpectNoSidMismatch(const World& world);
 
 // ---------------------------------------------------------------------------
 // The preset catalogue and the first refresh pass over it

@@ -21,29 +21,30 @@ class ComScope {
  public:
   ComScope() {
     const HRESULT hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-    if (FAILED(hr)) fail("CoInitializeEx returned " + hex(hr));
+    if (FAILED(hr)) Fail("CoInitializeEx returned " + Hex(hr));
   }
   ~ComScope() { CoUninitialize(); }
   ComScope(const ComScope&) = delete;
   ComScope& operator=(const ComScope&) = delete;
 };
 
-std::string activationLine(const char* server, const std::wstring& id, const wchar_t* arguments, HRESULT result) {
-  return "ActivateApplication\t" + std::string(server) + "\t" + narrow(id) + "\t" +
-         (arguments != nullptr ? narrow(arguments) : std::string("<null>")) + "\t0\t" + hex(result);
+std::string ActivationLine(const char* server, const std::wstring& id, const wchar_t* arguments, HRESULT result) {
+  return "ActivateApplication\t" + std::string(server) + "\t" + Narrow(id) + "\t" +
+         (arguments != nullptr ? Narrow(arguments) : std::string("<null>")) + "\t0\t" + Hex(result);
 }
 
 // The in-process server of the activation manager double, as registered.
-std::wstring registeredActivationServer() {
+std::wstring RegisteredActivationServer() {
   wchar_t path[MAX_PATH + 1] = {};
   LONG size = sizeof path - sizeof(wchar_t);
-  const LONG status = RegQueryValueW(
-      HKEY_LOCAL_MACHINE, L"Software\\Classes\\CLSID\\{45BA127D-10A8-46EA-8AB7-56EA9078943C}\\InprocServer32", path,
-      &size);
+  const LONG status =
+      RegQueryValueW(HKEY_LOCAL_MACHINE,
+                     L"Software\\Classes\\CLSID\\{45BA127D-10A8-46EA-8AB7-56EA9078943C}\\InprocServer32", path, &size);
   if (status != ERROR_SUCCESS) {
-    fail(format("the activation manager double is not registered (RegQueryValueW gave %ld); run "
-                "register_doubles.sh register",
-                status));
+    Fail(
+        Format("the activation manager double is not registered (RegQueryValueW gave %ld); run "
+               "register_doubles.sh register",
+               status));
   }
   return path;
 }
@@ -53,19 +54,20 @@ std::wstring registeredActivationServer() {
 class LocalActivationServer {
  public:
   LocalActivationServer() {
-    const std::wstring path = registeredActivationServer();
+    const std::wstring path = RegisteredActivationServer();
     HMODULE module = LoadLibraryW(path.c_str());
-    if (module == nullptr) fail(format("LoadLibraryW(%s) failed with %lu", narrow(path).c_str(), GetLastError()));
+    if (module == nullptr) Fail(Format("LoadLibraryW(%s) failed with %lu", Narrow(path).c_str(), GetLastError()));
     using Create = HRESULT(WINAPI*)(IClassFactory**);
-    auto create = reinterpret_cast<Create>(reinterpret_cast<void*>(GetProcAddress(module, "CreateLocalServerClassObject")));
-    if (create == nullptr) fail(narrow(path) + " has no CreateLocalServerClassObject");
+    auto create =
+        reinterpret_cast<Create>(reinterpret_cast<void*>(GetProcAddress(module, "CreateLocalServerClassObject")));
+    if (create == nullptr) Fail(Narrow(path) + " has no CreateLocalServerClassObject");
     HRESULT hr = create(&factory_);
-    if (FAILED(hr)) fail("CreateLocalServerClassObject returned " + hex(hr));
+    if (FAILED(hr)) Fail("CreateLocalServerClassObject returned " + Hex(hr));
     hr = CoRegisterClassObject(CLSID_ApplicationActivationManager, factory_, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE,
                                &cookie_);
     if (FAILED(hr)) {
       factory_->Release();
-      fail("CoRegisterClassObject(CLSID_ApplicationActivationManager, CLSCTX_LOCAL_SERVER) returned " + hex(hr));
+      Fail("CoRegisterClassObject(CLSID_ApplicationActivationManager, CLSCTX_LOCAL_SERVER) returned " + Hex(hr));
     }
   }
   ~LocalActivationServer() {
@@ -91,31 +93,31 @@ void ActivationWithArgumentsUsesTheInProcessServer(const std::wstring& dllPath) 
   auto launch = KEL(library, KelLaunchByAppUserModelIdW);
 
   // The library relies on the caller's COM: without it nothing is activated.
-  expectResult(launch(kReaderApp, L"x"), CO_E_NOTINITIALIZED,
+  ExpectResult(launch(kReaderApp, L"x"), CO_E_NOTINITIALIZED,
                "KelLaunchByAppUserModelIdW(Kel.Reader!App, L\"x\") on a thread without COM",
-               [&] { return world.detail(); });
-  if (countStartingWith(world.journalLines(), "ActivateApplication\t") != 0) {
-    fail("an activation reached the activation manager on a thread without COM", world.detail());
+               [&] { return world.Detail(); });
+  if (CountStartingWith(world.JournalLines(), "ActivateApplication\t") != 0) {
+    Fail("an activation reached the activation manager on a thread without COM", world.Detail());
   }
 
   ComScope com;
   const wchar_t arguments[] = L"--page 2 \"quoted text\"";
-  expectResult(launch(kReaderApp, arguments), S_OK, "KelLaunchByAppUserModelIdW(Kel.Reader!App, arguments)",
-               [&] { return world.detail(); });
-  expectJournalLine(world, activationLine("inproc", kReaderApp, arguments, S_OK), "the activation with arguments");
+  ExpectResult(launch(kReaderApp, arguments), S_OK, "KelLaunchByAppUserModelIdW(Kel.Reader!App, arguments)",
+               [&] { return world.Detail(); });
+  ExpectJournalLine(world, ActivationLine("inproc", kReaderApp, arguments, S_OK), "the activation with arguments");
 
   // An empty arguments string is still the form with arguments.
-  expectResult(launch(kTwinsLeftApp, L""), S_OK, "KelLaunchByAppUserModelIdW(Kel.Twins!Left, L\"\")",
-               [&] { return world.detail(); });
-  expectJournalLine(world, activationLine("inproc", kTwinsLeftApp, L"", S_OK), "the activation with empty arguments");
+  ExpectResult(launch(kTwinsLeftApp, L""), S_OK, "KelLaunchByAppUserModelIdW(Kel.Twins!Left, L\"\")",
+               [&] { return world.Detail(); });
+  ExpectJournalLine(world, ActivationLine("inproc", kTwinsLeftApp, L"", S_OK), "the activation with empty arguments");
 
   // The activation manager's failure comes back unchanged.
-  expectResult(launch(kUnknownApp, L"x"), kUnknownAppResult, "KelLaunchByAppUserModelIdW(Kel.Unknown!App, L\"x\")",
-               [&] { return world.detail(); });
-  expectJournalLine(world, activationLine("inproc", kUnknownApp, L"x", kUnknownAppResult),
+  ExpectResult(launch(kUnknownApp, L"x"), kUnknownAppResult, "KelLaunchByAppUserModelIdW(Kel.Unknown!App, L\"x\")",
+               [&] { return world.Detail(); });
+  ExpectJournalLine(world, ActivationLine("inproc", kUnknownApp, L"x", kUnknownAppResult),
                     "the activation of an unknown application");
-  if (countStartingWith(world.journalLines(), "ActivateApplication\tlocalserver\t") != 0) {
-    fail("an activation with arguments reached the local server", world.detail());
+  if (CountStartingWith(world.JournalLines(), "ActivateApplication\tlocalserver\t") != 0) {
+    Fail("an activation with arguments reached the local server", world.Detail());
   }
 }
 
@@ -131,34 +133,33 @@ void ActivationWithoutArgumentsUsesTheLocalServer(const std::wstring& dllPath) {
 
   // Before the local server is there, the in-process server registered for
   // the class is not taken instead.
-  expectResult(launch(kReaderApp, nullptr), REGDB_E_CLASSNOTREG,
+  ExpectResult(launch(kReaderApp, nullptr), REGDB_E_CLASSNOTREG,
                "KelLaunchByAppUserModelIdW(Kel.Reader!App, NULL) without a local server",
-               [&] { return world.detail(); });
+               [&] { return world.Detail(); });
 
   {
     LocalActivationServer server;
-    expectResult(launch(kReaderApp, nullptr), S_OK, "KelLaunchByAppUserModelIdW(Kel.Reader!App, NULL)",
-                 [&] { return world.detail(); });
-    expectJournalLine(world, activationLine("localserver", kReaderApp, nullptr, S_OK),
+    ExpectResult(launch(kReaderApp, nullptr), S_OK, "KelLaunchByAppUserModelIdW(Kel.Reader!App, NULL)",
+                 [&] { return world.Detail(); });
+    ExpectJournalLine(world, ActivationLine("localserver", kReaderApp, nullptr, S_OK),
                       "the activation without arguments");
 
     // The narrow export has no arguments: the same form.
-    expectResult(KEL(library, KelLaunchByAppUserModelIdA)("Kel.Twins_8h9j0k1m2n3p4!Left"), S_OK,
-                 "KelLaunchByAppUserModelIdA(Kel.Twins!Left)", [&] { return world.detail(); });
-    expectJournalLine(world, activationLine("localserver", kTwinsLeftApp, nullptr, S_OK),
-                      "the narrow activation");
+    ExpectResult(KEL(library, KelLaunchByAppUserModelIdA)("Kel.Twins_8h9j0k1m2n3p4!Left"), S_OK,
+                 "KelLaunchByAppUserModelIdA(Kel.Twins!Left)", [&] { return world.Detail(); });
+    ExpectJournalLine(world, ActivationLine("localserver", kTwinsLeftApp, nullptr, S_OK), "the narrow activation");
 
-    expectResult(launch(kUnknownApp, nullptr), kUnknownAppResult, "KelLaunchByAppUserModelIdW(Kel.Unknown!App, NULL)",
-                 [&] { return world.detail(); });
-    expectJournalLine(world, activationLine("localserver", kUnknownApp, nullptr, kUnknownAppResult),
+    ExpectResult(launch(kUnknownApp, nullptr), kUnknownAppResult, "KelLaunchByAppUserModelIdW(Kel.Unknown!App, NULL)",
+                 [&] { return world.Detail(); });
+    ExpectJournalLine(world, ActivationLine("localserver", kUnknownApp, nullptr, kUnknownAppResult),
                       "the activation of an unknown application");
   }
-  if (countStartingWith(world.journalLines(), "ActivateApplication\tinproc\t") != 0) {
-    fail("an activation without arguments reached the in-process server", world.detail());
+  if (CountStartingWith(world.JournalLines(), "ActivateApplication\tinproc\t") != 0) {
+    Fail("an activation without arguments reached the in-process server", world.Detail());
   }
-  const std::string log = readFile(world.logFile());
+  const std::string log = ReadBytes(world.LogFile());
   if (log.find("CKELPackageManager::LaunchStoreApp OUT(ActivateApplication hr = 0)") == std::string::npos) {
-    fail("the log has no line of the one-argument form's successful activation", world.detail());
+    Fail("the log has no line of the one-argument form's successful activation", world.Detail());
   }
 }
 

@@ -27,7 +27,7 @@ class RuntimeString {
  public:
   explicit RuntimeString(const std::wstring& text) {
     if (FAILED(WindowsCreateString(text.c_str(), static_cast<UINT32>(text.size()), &value_))) {
-      fail("WindowsCreateString failed");
+      Fail("WindowsCreateString failed");
     }
   }
   RuntimeString() = default;
@@ -36,9 +36,9 @@ class RuntimeString {
   }
   RuntimeString(const RuntimeString&) = delete;
   RuntimeString& operator=(const RuntimeString&) = delete;
-  HSTRING get() const { return value_; }
+  [[nodiscard]] HSTRING get() const { return value_; }
   HSTRING* put() { return &value_; }
-  std::wstring text() const {
+  [[nodiscard]] std::wstring Text() const {
     UINT32 length = 0;
     const wchar_t* raw = WindowsGetStringRawBuffer(value_, &length);
     return std::wstring(raw != nullptr ? raw : L"", length);
@@ -49,40 +49,40 @@ class RuntimeString {
 };
 
 // Family name and installed location of every package of a collection.
-std::vector<std::wstring> describe(deployment_abi::IPackageIterable* found) {
+std::vector<std::wstring> Describe(deployment_abi::IPackageIterable* found) {
   using namespace deployment_abi;
   Held<IPackageIterable> iterable;
   HRESULT hr = found->QueryInterface(kIidIterableOfPackage, reinterpret_cast<void**>(&iterable.p));
-  if (FAILED(hr)) fail("the collection does not answer IIterable<Package>: " + hex(hr));
+  if (FAILED(hr)) Fail("the collection does not answer IIterable<Package>: " + Hex(hr));
   Held<IPackageIterator> iterator;
   hr = iterable.p->First(&iterator.p);
-  if (FAILED(hr)) fail("IIterable<Package>::First returned " + hex(hr));
+  if (FAILED(hr)) Fail("IIterable<Package>::First returned " + Hex(hr));
   Held<IPackageIterator> checked;
   hr = iterator.p->QueryInterface(kIidIteratorOfPackage, reinterpret_cast<void**>(&checked.p));
-  if (FAILED(hr)) fail("the iterator does not answer IIterator<Package>: " + hex(hr));
+  if (FAILED(hr)) Fail("the iterator does not answer IIterator<Package>: " + Hex(hr));
   std::vector<std::wstring> packages;
   boolean hasCurrent = 0;
   hr = iterator.p->get_HasCurrent(&hasCurrent);
   while (SUCCEEDED(hr) && hasCurrent) {
     Held<IPackage> package;
     hr = iterator.p->get_Current(&package.p);
-    if (FAILED(hr)) fail("IIterator<Package>::get_Current returned " + hex(hr));
+    if (FAILED(hr)) Fail("IIterator<Package>::get_Current returned " + Hex(hr));
     Held<IPackageId> id;
-    if (FAILED(package.p->get_Id(&id.p))) fail("IPackage::get_Id failed");
+    if (FAILED(package.p->get_Id(&id.p))) Fail("IPackage::get_Id failed");
     RuntimeString family;
-    if (FAILED(id.p->get_FamilyName(family.put()))) fail("IPackageId::get_FamilyName failed");
+    if (FAILED(id.p->get_FamilyName(family.put()))) Fail("IPackageId::get_FamilyName failed");
     Held<IStorageFolder> folder;
-    if (FAILED(package.p->get_InstalledLocation(&folder.p))) fail("IPackage::get_InstalledLocation failed");
+    if (FAILED(package.p->get_InstalledLocation(&folder.p))) Fail("IPackage::get_InstalledLocation failed");
     Held<IStorageItem> item;
     if (FAILED(folder.p->QueryInterface(kIidStorageItem, reinterpret_cast<void**>(&item.p)))) {
-      fail("the installed location does not answer IStorageItem");
+      Fail("the installed location does not answer IStorageItem");
     }
     RuntimeString path;
-    if (FAILED(item.p->get_Path(path.put()))) fail("IStorageItem::get_Path failed");
-    packages.push_back(family.text() + L" " + path.text());
+    if (FAILED(item.p->get_Path(path.put()))) Fail("IStorageItem::get_Path failed");
+    packages.push_back(family.Text() + L" " + path.Text());
     hr = iterator.p->MoveNext(&hasCurrent);
   }
-  if (FAILED(hr)) fail("walking the collection failed with " + hex(hr));
+  if (FAILED(hr)) Fail("walking the collection failed with " + Hex(hr));
   return packages;
 }
 
@@ -95,7 +95,7 @@ void DeploymentDoubleAnswersTheCurrentUserOnly(const std::wstring&) {
   using namespace deployment_abi;
   World world;
   HRESULT hr = RoInitialize(RO_INIT_SINGLETHREADED);
-  if (FAILED(hr)) fail("RoInitialize returned " + hex(hr));
+  if (FAILED(hr)) Fail("RoInitialize returned " + Hex(hr));
   struct Uninitialize {
     ~Uninitialize() { RoUninitialize(); }
   } uninitialize;
@@ -106,34 +106,35 @@ void DeploymentDoubleAnswersTheCurrentUserOnly(const std::wstring&) {
     hr = RoActivateInstance(className.get(), &instance.p);
   }
   if (FAILED(hr)) {
-    fail("RoActivateInstance(Windows.Management.Deployment.PackageManager) returned " + hex(hr) +
+    Fail("RoActivateInstance(Windows.Management.Deployment.PackageManager) returned " + Hex(hr) +
          " (is the deployment service double registered? run register_doubles.sh register)");
   }
   Held<IPackageManager> manager;
   hr = instance.p->QueryInterface(kIidPackageManager, reinterpret_cast<void**>(&manager.p));
-  if (FAILED(hr)) fail("the package manager does not answer IPackageManager: " + hex(hr));
+  if (FAILED(hr)) Fail("the package manager does not answer IPackageManager: " + Hex(hr));
 
   std::vector<std::wstring> expected;
-  for (const TestPackage& package : fixturePackages()) {
-    expected.push_back(std::wstring(package.familyName) + L" " + world.packageFolder(package));
+  for (const TestPackage& package : FixturePackages()) {
+    expected.push_back(std::wstring(package.familyName) + L" " + world.PackageFolder(package));
   }
 
   {
-    RuntimeString sid(world.currentUserSid());
+    RuntimeString sid(world.CurrentUserSid());
     Held<IPackageIterable> found;
     hr = manager.p->FindPackagesByUserSecurityId(sid.get(), &found.p);
-    if (FAILED(hr)) fail("FindPackagesByUserSecurityId(current user) returned " + hex(hr), world.detail());
-    if (describe(found.p) != expected) fail("FindPackagesByUserSecurityId(current user) gave other packages", world.detail());
+    if (FAILED(hr)) Fail("FindPackagesByUserSecurityId(current user) returned " + Hex(hr), world.Detail());
+    if (Describe(found.p) != expected)
+      Fail("FindPackagesByUserSecurityId(current user) gave other packages", world.Detail());
   }
   {
-    RuntimeString sid(world.currentUserSid());
+    RuntimeString sid(world.CurrentUserSid());
     RuntimeString family(kTwins);
     Held<IPackageIterable> found;
     hr = manager.p->FindPackagesByUserSecurityIdPackageFamilyName(sid.get(), family.get(), &found.p);
-    if (FAILED(hr)) fail("FindPackagesByUserSecurityIdPackageFamilyName returned " + hex(hr), world.detail());
-    if (describe(found.p) != std::vector<std::wstring>{expected[1]}) {
-      fail("FindPackagesByUserSecurityIdPackageFamilyName(current user, Kel.Twins) gave other packages",
-           world.detail());
+    if (FAILED(hr)) Fail("FindPackagesByUserSecurityIdPackageFamilyName returned " + Hex(hr), world.Detail());
+    if (Describe(found.p) != std::vector<std::wstring>{expected[1]}) {
+      Fail("FindPackagesByUserSecurityIdPackageFamilyName(current user, Kel.Twins) gave other packages",
+           world.Detail());
     }
   }
   const std::wstring otherUser = L"S-1-5-21-1111111111-2222222222-3333333333-1001";
@@ -141,13 +142,12 @@ void DeploymentDoubleAnswersTheCurrentUserOnly(const std::wstring&) {
     RuntimeString sid(otherUser);
     Held<IPackageIterable> found;
     hr = manager.p->FindPackagesByUserSecurityId(sid.get(), &found.p);
-    if (FAILED(hr)) fail("FindPackagesByUserSecurityId(another user) returned " + hex(hr), world.detail());
-    if (!describe(found.p).empty()) fail("FindPackagesByUserSecurityId(another user) gave packages", world.detail());
+    if (FAILED(hr)) Fail("FindPackagesByUserSecurityId(another user) returned " + Hex(hr), world.Detail());
+    if (!Describe(found.p).empty()) Fail("FindPackagesByUserSecurityId(another user) gave packages", world.Detail());
   }
-  expectJournalLine(world,
-                    "SidMismatch\tFindPackagesByUserSecurityId\t" + narrow(otherUser) + "\t" +
-                        narrow(world.currentUserSid()),
-                    "a query for another user");
+  ExpectJournalLine(
+      world, "SidMismatch\tFindPackagesByUserSecurityId\t" + Narrow(otherUser) + "\t" + Narrow(world.CurrentUserSid()),
+      "a query for another user");
 }
 
 }  // namespace discovery_tests

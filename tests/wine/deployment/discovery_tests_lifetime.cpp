@@ -19,8 +19,8 @@ namespace discovery_tests {
 void FinalizeInTheFirstSecondWritesNoDataFile(const std::wstring& dllPath) {
   LogOnSettingsScope settings;
   World world;
-  world.createShortcuts();
-  writeFile(world.presetPath(), kPresetAppNameList);
+  world.CreateShortcuts();
+  WriteBytes(world.PresetPath(), kPresetAppNameList);
   Library library(dllPath);
   auto initialize = KEL(library, KelInitialize);
   auto finalize = KEL(library, KelFinalize);
@@ -28,46 +28,47 @@ void FinalizeInTheFirstSecondWritesNoDataFile(const std::wstring& dllPath) {
   std::string slowRounds;
   for (int round = 1; round <= 5; ++round) {
     // A fresh data folder, log and journal for each round.
-    world.useLocalAppData(L"LocalAppData" + std::to_wstring(round));
-    world.useJournal(L"journal" + std::to_wstring(round) + L".txt");
+    world.UseLocalAppData(L"LocalAppData" + std::to_wstring(round));
+    world.UseJournal(L"journal" + std::to_wstring(round) + L".txt");
     const ULONGLONG start = GetTickCount64();
     const HRESULT hr = initialize();
     finalize();
     const ULONGLONG elapsed = GetTickCount64() - start;
-    expectResult(hr, S_OK, "KelInitialize", [&] { return world.detail(); });
+    ExpectResult(hr, S_OK, "KelInitialize", [&] { return world.Detail(); });
     if (elapsed >= 1000) {
-      slowRounds += format("  round %d: KelInitialize to the end of KelFinalize took %llu ms\n", round, elapsed);
+      slowRounds += Format("  round %d: KelInitialize to the end of KelFinalize took %llu ms\n", round, elapsed);
       continue;
     }
 
-    if (!fileExists(world.dataFolder())) {
-      fail("KelInitialize did not create the data folder " + narrow(world.dataFolder()), world.detail());
+    if (!FileExists(world.DataFolder())) {
+      Fail("KelInitialize did not create the data folder " + Narrow(world.DataFolder()), world.Detail());
     }
-    if (fileExists(world.dataFile())) {
-      fail(format("KelFinalize came %llu ms after KelInitialize, yet the data file was written", elapsed),
-           world.detail());
+    if (FileExists(world.DataFile())) {
+      Fail(Format("KelFinalize came %llu ms after KelInitialize, yet the data file was written", elapsed),
+           world.Detail());
     }
-    const std::string log = readFile(world.logFile());
+    const std::string log = ReadBytes(world.LogFile());
     // Two threads tracing at once may overwrite each other's line (the log
     // takes no lock): a round whose thread left no entry line proves
     // nothing either way, and the next round is tried.
     if (log.find("CKELPackageManager::RefreshThread IN") == std::string::npos) {
-      slowRounds += format("  round %d: the refresh thread's entry line was overwritten in the log\n", round);
+      slowRounds += Format("  round %d: the refresh thread's entry line was overwritten in the log\n", round);
       continue;
     }
     if (log.find("Refresh app name list!") != std::string::npos ||
         log.find("CKELPackageManager::RefreshThread OUT") != std::string::npos) {
-      fail(format("KelFinalize came %llu ms after KelInitialize, yet the refresh thread ran a pass", elapsed),
-           world.detail());
+      Fail(Format("KelFinalize came %llu ms after KelInitialize, yet the refresh thread ran a pass", elapsed),
+           world.Detail());
     }
-    if (countStartingWith(world.journalLines(), "FindPackagesByUserSecurityId\t") != 0) {
-      fail("the deployment service was asked for the user's packages, yet no pass should have run", world.detail());
+    if (CountStartingWith(world.JournalLines(), "FindPackagesByUserSecurityId\t") != 0) {
+      Fail("the deployment service was asked for the user's packages, yet no pass should have run", world.Detail());
     }
     return;
   }
-  fail("in none of five rounds did KelFinalize return within 1 s of KelInitialize with the thread's entry line "
-       "logged; the test cannot tell",
-       slowRounds + world.detail());
+  Fail(
+      "in none of five rounds did KelFinalize return within 1 s of KelInitialize with the thread's entry line "
+      "logged; the test cannot tell",
+      slowRounds + world.Detail());
 }
 
 // The library logs while it is unloaded (the catalogue is cleared as the
@@ -77,7 +78,7 @@ void FinalizeInTheFirstSecondWritesNoDataFile(const std::wstring& dllPath) {
 void UnloadLogsToTheLogFileOnly(const std::wstring& dllPath) {
   LogOnSettingsScope settings;
   World world;
-  world.createShortcuts();
+  world.CreateShortcuts();
   RunFirstRefreshPass(dllPath, world);
   // The process ends now, and the library is unloaded with it.
 }
@@ -91,18 +92,19 @@ std::string NothingStrayAfterUnload(const std::wstring& root) {
     do {
       const std::wstring name = entry.cFileName;
       if (name == L"." || name == L".." || name == L"Kel.Launcher.exe" || name == L"PresetAppNameList.xml") continue;
-      const std::string content = readFile(host + L"\\" + name);
-      problem += "the host's folder holds a file the test did not write: " + quoted(narrow(name)) + ", " +
-                 std::to_string(content.size()) + " bytes\n" + indented("its lines", completeLines(content), 6);
+      const std::string content = ReadBytes(host + L"\\" + name);
+      problem += "the host's folder holds a file the test did not write: " + Quoted(Narrow(name)) + ", " +
+                 std::to_string(content.size()) + " bytes\n" + Indented("its lines", CompleteLines(content), 6);
     } while (FindNextFileW(find, &entry));
     FindClose(find);
   }
-  const std::vector<std::string> log = completeLines(readFile(root + L"\\LocalAppData\\Osk\\Kelbrook\\KelbrookLogFS.txt"));
+  const std::vector<std::string> log =
+      CompleteLines(ReadBytes(root + L"\\LocalAppData\\Osk\\Kelbrook\\KelbrookLogFS.txt"));
   const std::string last = log.empty() ? std::string() : log.back();
   const std::string wanted = "CKELAppNameList::Clear OUT";
   if (last.size() < wanted.size() || last.compare(last.size() - wanted.size(), wanted.size(), wanted) != 0) {
-    problem += "the log does not end with the catalogue's clearing at unload (" + quoted(wanted) + ")\n" +
-               indented("log, last lines", log, 8);
+    problem += "the log does not end with the catalogue's clearing at unload (" + Quoted(wanted) + ")\n" +
+               Indented("log, last lines", log, 8);
   }
   return problem;
 }

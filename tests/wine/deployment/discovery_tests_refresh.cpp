@@ -46,13 +46,13 @@ const char kPresetAppNameList[] =
 // Starts the library on the preset catalogue, waits until the first refresh
 // pass has written the data file, and stops the library.
 void RunFirstRefreshPass(const std::wstring& dllPath, World& world) {
-  writeFile(world.presetPath(), kPresetAppNameList);
+  WriteBytes(world.PresetPath(), kPresetAppNameList);
   Library library(dllPath);
-  expectResult(KEL(library, KelInitialize)(), S_OK, "KelInitialize", [&] { return world.detail(); });
-  const bool written = waitUntil([&] { return fileExists(world.dataFile()); }, 30000);
+  ExpectResult(KEL(library, KelInitialize)(), S_OK, "KelInitialize", [&] { return world.Detail(); });
+  const bool written = WaitUntil([&] { return FileExists(world.DataFile()); }, 30000);
   KEL(library, KelFinalize)();
   if (!written) {
-    fail("within 30 s of KelInitialize the refresh thread wrote no " + narrow(world.dataFile()), world.detail());
+    Fail("within 30 s of KelInitialize the refresh thread wrote no " + Narrow(world.DataFile()), world.Detail());
   }
 }
 
@@ -61,9 +61,11 @@ namespace {
 // What the first refresh pass writes from the preset list and what the
 // doubles and the Start menu folders hold: line by line, CRLF between lines
 // and none after the last.
-std::vector<std::string> expectedAppNameList(const World& world) {
-  const std::string common = narrow(world.allUsersProfile()) + narrow(kStartMenuPrograms);
-  const std::string user = narrow(world.appData()) + narrow(kStartMenuPrograms);
+std::vector<std::string> ExpectedAppNameList(const World& world) {
+  const std::string common = Narrow(world.AllUsersProfile()) + Narrow(kStartMenuPrograms);
+  const std::string user = Narrow(world.AppData()) + Narrow(kStartMenuPrograms);
+  // One line of the file is too long for one literal and is written as two.
+  // NOLINTBEGIN(bugprone-suspicious-missing-comma)
   return std::vector<std::string>{
       "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\"?>",
       "<Applications>",
@@ -98,7 +100,7 @@ std::vector<std::string> expectedAppNameList(const World& world) {
       // Gone Tool: shortcut missing, not reserved, dropped. My Own Name:
       // its shortcut exists (the path differs in case only) and discovery
       // does not add it again.
-      "    <DesktopApp DisplayName=\"my own name\" LnkFileName=\"" + narrow(world.appData()) +
+      "    <DesktopApp DisplayName=\"my own name\" LnkFileName=\"" + Narrow(world.AppData()) +
           "\\microsoft\\windows\\start menu\\programs\\MINE.LNK\" />",
       // All users' folder first: *.lnk (Name.lnk2 matches through its short
       // name), then *.url, then the subfolders.
@@ -110,9 +112,10 @@ std::vector<std::string> expectedAppNameList(const World& world) {
       "    <DesktopApp DisplayName=\"notes\" LnkFileName=\"" + user + "\\Notes.url\" />",
       "  </DesktopApps>",
   };
+  // NOLINTEND(bugprone-suspicious-missing-comma)
 }
 
-std::string joinCrLf(const std::vector<std::string>& lines) {
+std::string JoinCrLf(const std::vector<std::string>& lines) {
   std::string text;
   for (std::size_t i = 0; i < lines.size(); ++i) {
     if (i != 0) text += "\r\n";
@@ -122,7 +125,7 @@ std::string joinCrLf(const std::vector<std::string>& lines) {
 }
 
 // A line-by-line account of where two texts part.
-std::string difference(const std::string& expected, const std::string& actual) {
+std::string Difference(const std::string& expected, const std::string& actual) {
   std::vector<std::string> want, got;
   for (const std::string* text : {&expected, &actual}) {
     std::vector<std::string>& lines = text == &expected ? want : got;
@@ -140,11 +143,11 @@ std::string difference(const std::string& expected, const std::string& actual) {
     const std::string* w = i < want.size() ? &want[i] : nullptr;
     const std::string* g = i < got.size() ? &got[i] : nullptr;
     if (w != nullptr && g != nullptr && *w == *g) {
-      detail += "    " + quoted(*w) + "\n";
+      detail += "    " + Quoted(*w) + "\n";
       continue;
     }
-    if (w != nullptr) detail += "  - " + quoted(*w) + "\n";
-    if (g != nullptr) detail += "  + " + quoted(*g) + "\n";
+    if (w != nullptr) detail += "  - " + Quoted(*w) + "\n";
+    if (g != nullptr) detail += "  + " + Quoted(*g) + "\n";
   }
   if (expected.size() >= 2 && actual.size() >= 2 &&
       (expected.compare(expected.size() - 2, 2, "\r\n") == 0) != (actual.compare(actual.size() - 2, 2, "\r\n") == 0)) {
@@ -156,10 +159,10 @@ std::string difference(const std::string& expected, const std::string& actual) {
 // The same pass when every query of the deployment service fails: no package
 // counts as installed, so only the reserved ones stay (marked as not
 // installed), and the shortcuts are written as before.
-std::vector<std::string> expectedAppNameListWithoutService(const World& world) {
+std::vector<std::string> ExpectedAppNameListWithoutService(const World& world) {
   std::vector<std::string> lines;
   bool skipping = false;
-  for (const std::string& line : expectedAppNameList(world)) {
+  for (const std::string& line : ExpectedAppNameList(world)) {
     if (line.find("<Package ") != std::string::npos) skipping = line.find("NeedReserve=\"1\"") == std::string::npos;
     if (skipping) {
       if (line.find("</Package>") != std::string::npos) skipping = false;
@@ -176,7 +179,7 @@ std::vector<std::string> expectedAppNameListWithoutService(const World& world) {
 
 // The text the library logs for a failure code: the system's message without
 // its trailing line end.
-std::string systemMessage(HRESULT code) {
+std::string SystemMessage(HRESULT code) {
   wchar_t* text = nullptr;
   const DWORD length =
       FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
@@ -186,7 +189,7 @@ std::string systemMessage(HRESULT code) {
   while (!message.empty() && (message.back() == L'\r' || message.back() == L'\n' || message.back() == L' ')) {
     message.pop_back();
   }
-  return message.empty() ? hex(code) : narrow(message);
+  return message.empty() ? Hex(code) : Narrow(message);
 }
 
 // Gives the messages of the log a first refresh pass wrote
@@ -194,7 +197,7 @@ std::string systemMessage(HRESULT code) {
 std::vector<std::string> FirstRefreshPassLog(const std::wstring& dllPath, World& world) {
   RunFirstRefreshPass(dllPath, world);
   std::vector<std::string> log;
-  for (const std::string& line : completeLines(readFile(world.logFile()))) {
+  for (const std::string& line : CompleteLines(ReadBytes(world.LogFile()))) {
     const std::size_t close = line.find(']');
     log.push_back(!line.empty() && line[0] == '[' && close != std::string::npos ? line.substr(close + 1) : line);
   }
@@ -210,28 +213,28 @@ std::vector<std::string> FirstRefreshPassLog(const std::wstring& dllPath, World&
 void FirstRefreshWritesTheCatalogue(const std::wstring& dllPath) {
   LogOnSettingsScope settings;
   World world;
-  world.createShortcuts();
+  world.CreateShortcuts();
   RunFirstRefreshPass(dllPath, world);
 
-  const std::string expected = joinCrLf(expectedAppNameList(world));
-  const std::string actual = readFile(world.dataFile());
+  const std::string expected = JoinCrLf(ExpectedAppNameList(world));
+  const std::string actual = ReadBytes(world.DataFile());
   if (actual != expected) {
-    fail("the data file " + narrow(world.dataFile()) + " does not hold what the first pass should write",
-         difference(expected, actual) + world.detail());
+    Fail("the data file " + Narrow(world.DataFile()) + " does not hold what the first pass should write",
+         Difference(expected, actual) + world.Detail());
   }
 
   // The packages were asked for under the current user's SID, once, and the
   // installed marks of the preset's four packages one family at a time.
-  const std::string sid = narrow(world.currentUserSid());
-  expectJournalLine(world, "FindPackagesByUserSecurityId\t" + sid + "\t4", "the refresh pass");
+  const std::string sid = Narrow(world.CurrentUserSid());
+  ExpectJournalLine(world, "FindPackagesByUserSecurityId\t" + sid + "\t4", "the refresh pass");
   for (const char* family : {"Kel.Reserved_5t6y7u8i9o0p1\t0", "Kel.Gone_2w3e4r5t6y7u8\t0",
                              "Kel.Reader_1a2b3c4d5e6f7\t1", "Kel.Pinned_3x4y5z6a7b8c9\t1"}) {
-    expectJournalLine(world, "FindPackagesByUserSecurityIdPackageFamilyName\t" + sid + "\t" + family,
+    ExpectJournalLine(world, "FindPackagesByUserSecurityIdPackageFamilyName\t" + sid + "\t" + family,
                       "the installed marks of the preset's packages");
   }
-  expectNoSidMismatch(world);
-  if (countStartingWith(world.journalLines(), "FindPackagesByUserSecurityId\t") != 1) {
-    fail("the deployment service was asked for all the user's packages more than once in one pass", world.detail());
+  ExpectNoSidMismatch(world);
+  if (CountStartingWith(world.JournalLines(), "FindPackagesByUserSecurityId\t") != 1) {
+    Fail("the deployment service was asked for all the user's packages more than once in one pass", world.Detail());
   }
 }
 
@@ -240,27 +243,27 @@ void FirstRefreshWritesTheCatalogue(const std::wstring& dllPath) {
 void ServiceFailureDoesNotStopThePass(const std::wstring& dllPath) {
   LogOnSettingsScope settings;
   World world;
-  world.createShortcuts();
+  world.CreateShortcuts();
   const HRESULT failure = static_cast<HRESULT>(0x80070005L);  // E_ACCESSDENIED
-  world.failServiceWith(failure);
+  world.FailServiceWith(failure);
   RunFirstRefreshPass(dllPath, world);
 
-  const std::string expected = joinCrLf(expectedAppNameListWithoutService(world));
-  const std::string actual = readFile(world.dataFile());
+  const std::string expected = JoinCrLf(ExpectedAppNameListWithoutService(world));
+  const std::string actual = ReadBytes(world.DataFile());
   if (actual != expected) {
-    fail("with the deployment service failing, the data file does not hold what the pass should write",
-         difference(expected, actual) + world.detail());
+    Fail("with the deployment service failing, the data file does not hold what the pass should write",
+         Difference(expected, actual) + world.Detail());
   }
-  const std::string sid = narrow(world.currentUserSid());
-  expectJournalLine(world, "FindPackagesByUserSecurityId\t" + sid + "\t" + hex(failure), "the refresh pass");
-  const std::vector<std::string> log = completeLines(readFile(world.logFile()));
+  const std::string sid = Narrow(world.CurrentUserSid());
+  ExpectJournalLine(world, "FindPackagesByUserSecurityId\t" + sid + "\t" + Hex(failure), "the refresh pass");
+  const std::vector<std::string> log = CompleteLines(ReadBytes(world.LogFile()));
   for (const std::string& message :
-       {"CKELPackageManager::FindPackageByName OUT(" + systemMessage(failure) + ")",
-        "CKELPackageManager::RefreshMetroApps OUT(" + systemMessage(failure) + ")",
+       {"CKELPackageManager::FindPackageByName OUT(" + SystemMessage(failure) + ")",
+        "CKELPackageManager::RefreshMetroApps OUT(" + SystemMessage(failure) + ")",
         std::string("CKELPackageManager::RefreshThread RefreshMetroApps() failed. ErrCode = 0x80004005 ")}) {
     bool found = false;
     for (const std::string& line : log) found = found || line.find(message) != std::string::npos;
-    if (!found) fail("the log has no line " + quoted(message), world.detail());
+    if (!found) Fail("the log has no line " + Quoted(message), world.Detail());
   }
 }
 
@@ -276,13 +279,13 @@ void NewerVersionRefreshEndsAtItsExitLine(const std::wstring& dllPath) {
   // The refresh of Kel.Reader begins where the catalogue's lookup finds it.
   std::size_t begin = log.size();
   for (std::size_t i = 0; i + 1 < log.size(); ++i) {
-    if (log[i] == "CKELPackage::IsThisPackage(" + narrow(kReader) + ") IN" &&
+    if (log[i] == "CKELPackage::IsThisPackage(" + Narrow(kReader) + ") IN" &&
         log[i + 1] == "CKELPackage::IsThisPackage OUT(1)") {
       begin = i + 2;
       break;
     }
   }
-  if (begin == log.size()) fail("the log shows no lookup that found " + narrow(kReader), world.detail());
+  if (begin == log.size()) Fail("the log shows no lookup that found " + Narrow(kReader), world.Detail());
   // Its lines up to the first catalogue line after its exit line.
   std::vector<std::string> traced;
   bool ended = false;
@@ -309,9 +312,8 @@ void NewerVersionRefreshEndsAtItsExitLine(const std::wstring& dllPath) {
       "CKELAppNameList::AddMetroPackage IN",
   };
   if (traced != expected) {
-    fail("the refresh of " + narrow(kReader) + " is not traced as its steps are",
-         indented("expected catalogue lines", expected) + indented("logged catalogue lines", traced) +
-             world.detail());
+    Fail("the refresh of " + Narrow(kReader) + " is not traced as its steps are",
+         Indented("expected catalogue lines", expected) + Indented("logged catalogue lines", traced) + world.Detail());
   }
 }
 
@@ -330,8 +332,11 @@ void RefreshPassTracesTheManifestWalk(const std::wstring& dllPath) {
   for (const std::string& line : FirstRefreshPassLog(dllPath, world)) {
     if (line.rfind(prefix, 0) == 0) reader.push_back(line.substr(prefix.size()));
   }
-  std::vector<std::string> expected = {"AddAppsToPackage IN", "LoadSetting IN", "LoadSetting OUT",
-                                       "GetAppNameUsingXmlParser IN", "MoveToElementByName(Applications) IN",
+  std::vector<std::string> expected = {"AddAppsToPackage IN",
+                                       "LoadSetting IN",
+                                       "LoadSetting OUT",
+                                       "GetAppNameUsingXmlParser IN",
+                                       "MoveToElementByName(Applications) IN",
                                        "MoveToElementByName OUT(0x00000000)"};
   for (int application = 0; application < 2; ++application) {
     for (const char* line : {"MoveToElementByName(Application) IN", "MoveToElementByName OUT(0x00000000)",
@@ -351,9 +356,9 @@ void RefreshPassTracesTheManifestWalk(const std::wstring& dllPath) {
     found = std::equal(expected.begin(), expected.end(), reader.begin() + static_cast<std::ptrdiff_t>(start));
   }
   if (!found) {
-    fail("the log does not show the walk over the two-application manifest",
-         indented("expected run of the reader's lines", expected) + indented("the reader's lines", reader) +
-             world.detail());
+    Fail("the log does not show the walk over the two-application manifest",
+         Indented("expected run of the reader's lines", expected) + Indented("the reader's lines", reader) +
+             world.Detail());
   }
 }
 

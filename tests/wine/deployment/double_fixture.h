@@ -28,8 +28,8 @@ struct FixtureSection {
 };
 
 struct Fixture {
-  bool loaded = false;            // a fixture file was named and read
-  std::wstring path;              // the file it came from
+  bool loaded = false;  // a fixture file was named and read
+  std::wstring path;    // the file it came from
   std::vector<FixtureSection> sections;
 
   // The sections with this name (ignoring case), in file order.

@@ -31,7 +31,7 @@
 
 namespace {
 
-using wine_test::readControl;
+using wine_test::ReadControl;
 
 // {7E5FE3D9-985F-4908-91F9-EE19F9FD1514}
 const CLSID kClsidAppVisibility = {0x7E5FE3D9, 0x985F, 0x4908, {0x91, 0xF9, 0xEE, 0x19, 0xF9, 0xFD, 0x15, 0x14}};
@@ -43,128 +43,103 @@ std::atomic<long> g_objects{0};
 std::atomic<long> g_locks{0};
 
 class AppVisibility final : public IAppVisibility {
-public:
-    AppVisibility() { ++g_objects; }
+ public:
+  AppVisibility() { ++g_objects; }
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override
-    {
-        if (object == nullptr)
-            return E_POINTER;
-        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, kIidAppVisibility)) {
-            *object = static_cast<IAppVisibility*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *object = nullptr;
-        return E_NOINTERFACE;
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+    if (object == nullptr) return E_POINTER;
+    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, kIidAppVisibility)) {
+      *object = static_cast<IAppVisibility*>(this);
+      AddRef();
+      return S_OK;
     }
+    *object = nullptr;
+    return E_NOINTERFACE;
+  }
 
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
+  ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
 
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        ULONG left = --references_;
-        if (left == 0)
-            delete this;
-        return left;
-    }
+  ULONG STDMETHODCALLTYPE Release() override {
+    ULONG left = --references_;
+    if (left == 0) delete this;
+    return left;
+  }
 
-    HRESULT STDMETHODCALLTYPE GetAppVisibilityOnMonitor(HMONITOR monitor, MONITOR_APP_VISIBILITY* mode) override
-    {
-        if (mode == nullptr)
-            return E_POINTER;
-        MONITORINFO info = {};
-        info.cbSize = sizeof info;
-        if (monitor == nullptr || !GetMonitorInfoW(monitor, &info))
-            return E_INVALIDARG;
-        HRESULT forced = static_cast<HRESULT>(readControl(L"AppVisibilityResult", S_OK));
-        if (forced != S_OK)
-            return forced;
-        *mode = static_cast<MONITOR_APP_VISIBILITY>(readControl(L"AppVisibility", MAV_NO_APP_VISIBLE));
-        return S_OK;
-    }
+  HRESULT STDMETHODCALLTYPE GetAppVisibilityOnMonitor(HMONITOR monitor, MONITOR_APP_VISIBILITY* mode) override {
+    if (mode == nullptr) return E_POINTER;
+    MONITORINFO info = {};
+    info.cbSize = sizeof info;
+    if (monitor == nullptr || !GetMonitorInfoW(monitor, &info)) return E_INVALIDARG;
+    HRESULT forced = static_cast<HRESULT>(ReadControl(L"AppVisibilityResult", S_OK));
+    if (forced != S_OK) return forced;
+    *mode = static_cast<MONITOR_APP_VISIBILITY>(ReadControl(L"AppVisibility", MAV_NO_APP_VISIBLE));
+    return S_OK;
+  }
 
-    HRESULT STDMETHODCALLTYPE IsLauncherVisible(BOOL* visible) override
-    {
-        if (visible == nullptr)
-            return E_POINTER;
-        HRESULT forced = static_cast<HRESULT>(readControl(L"LauncherResult", S_OK));
-        if (forced != S_OK)
-            return forced;
-        *visible = readControl(L"LauncherVisible", 0) != 0 ? TRUE : FALSE;
-        return S_OK;
-    }
+  HRESULT STDMETHODCALLTYPE IsLauncherVisible(BOOL* visible) override {
+    if (visible == nullptr) return E_POINTER;
+    HRESULT forced = static_cast<HRESULT>(ReadControl(L"LauncherResult", S_OK));
+    if (forced != S_OK) return forced;
+    *visible = ReadControl(L"LauncherVisible", 0) != 0 ? TRUE : FALSE;
+    return S_OK;
+  }
 
-    HRESULT STDMETHODCALLTYPE Advise(IAppVisibilityEvents*, DWORD*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Unadvise(DWORD) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE Advise(IAppVisibilityEvents*, DWORD*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE Unadvise(DWORD) override { return E_NOTIMPL; }
 
-private:
-    ~AppVisibility() { --g_objects; }
-    std::atomic<ULONG> references_{1};
+ private:
+  ~AppVisibility() { --g_objects; }
+  std::atomic<ULONG> references_{1};
 };
 
 class ClassFactory final : public IClassFactory {
-public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override
-    {
-        if (object == nullptr)
-            return E_POINTER;
-        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IClassFactory)) {
-            *object = static_cast<IClassFactory*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *object = nullptr;
-        return E_NOINTERFACE;
+ public:
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+    if (object == nullptr) return E_POINTER;
+    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IClassFactory)) {
+      *object = static_cast<IClassFactory*>(this);
+      AddRef();
+      return S_OK;
     }
+    *object = nullptr;
+    return E_NOINTERFACE;
+  }
 
-    // The factory is a static object: its references only keep the DLL loaded.
-    ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++g_locks); }
-    ULONG STDMETHODCALLTYPE Release() override { return static_cast<ULONG>(--g_locks); }
+  // The factory is a static object: its references only keep the DLL loaded.
+  ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++g_locks); }
+  ULONG STDMETHODCALLTYPE Release() override { return static_cast<ULONG>(--g_locks); }
 
-    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** object) override
-    {
-        if (object == nullptr)
-            return E_POINTER;
-        *object = nullptr;
-        if (outer != nullptr)
-            return CLASS_E_NOAGGREGATION;
-        auto created = new (std::nothrow) AppVisibility();
-        if (created == nullptr)
-            return E_OUTOFMEMORY;
-        HRESULT hr = created->QueryInterface(iid, object);
-        created->Release();
-        return hr;
-    }
+  HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** object) override {
+    if (object == nullptr) return E_POINTER;
+    *object = nullptr;
+    if (outer != nullptr) return CLASS_E_NOAGGREGATION;
+    auto created = new (std::nothrow) AppVisibility();
+    if (created == nullptr) return E_OUTOFMEMORY;
+    HRESULT hr = created->QueryInterface(iid, object);
+    created->Release();
+    return hr;
+  }
 
-    HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override
-    {
-        if (lock)
-            ++g_locks;
-        else
-            --g_locks;
-        return S_OK;
-    }
+  HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override {
+    if (lock)
+      ++g_locks;
+    else
+      --g_locks;
+    return S_OK;
+  }
 };
 
 ClassFactory g_factory;
 
-} // namespace
+}  // namespace
 
-extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** object)
-{
-    if (object == nullptr)
-        return E_POINTER;
-    *object = nullptr;
-    if (!IsEqualCLSID(clsid, kClsidAppVisibility))
-        return CLASS_E_CLASSNOTAVAILABLE;
-    static std::atomic<bool> s_asked{false};
-    if (!s_asked.exchange(true))
-        Sleep(readControl(L"FirstCreationDelayMs", 0));
-    return g_factory.QueryInterface(iid, object);
+extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** object) {
+  if (object == nullptr) return E_POINTER;
+  *object = nullptr;
+  if (!IsEqualCLSID(clsid, kClsidAppVisibility)) return CLASS_E_CLASSNOTAVAILABLE;
+  static std::atomic<bool> firstAsked{false};
+  if (!firstAsked.exchange(true)) Sleep(ReadControl(L"FirstCreationDelayMs", 0));
+  return g_factory.QueryInterface(iid, object);
 }
 
-extern "C" HRESULT WINAPI DllCanUnloadNow()
-{
-    return g_objects == 0 && g_locks == 0 ? S_OK : S_FALSE;
-}
+extern "C" HRESULT WINAPI DllCanUnloadNow() { return g_objects == 0 && g_locks == 0 ? S_OK : S_FALSE; }

@@ -41,29 +41,23 @@ namespace {
 const wchar_t kTempPrefix[] = L"kellaunch";  // of the test's temporary folders
 
 // The test desktop records its events to a file in the test's temporary folder.
-std::wstring eventsFileIn(const TempFolder& folder)
-{
-    return folder.path() + L"\\events.txt";
-}
+std::wstring EventsFileIn(const TempFolder& folder) { return folder.Path() + L"\\events.txt"; }
 
 // ---------------------------------------------------------------------------
 // The foreground window
 
-std::string foregroundDescription()
-{
-    HWND window = GetForegroundWindow();
-    if (window == nullptr)
-        return "no foreground window";
-    return "the foreground window has class \"" + narrow(classOf(window)) + "\"";
+std::string ForegroundDescription() {
+  HWND window = GetForegroundWindow();
+  if (window == nullptr) return "no foreground window";
+  return "the foreground window has class \"" + Narrow(ClassOf(window)) + "\"";
 }
 
 // Waits (bounded) until the foreground window has exactly this class name.
-void waitForForegroundClass(const Desktop& desktop, const std::wstring& className)
-{
-    if (!waitUntil([&] { return classOf(GetForegroundWindow()) == className; }, 10000))
-        fail("no window of class \"" + narrow(className) + "\" came to the foreground within 10 s; " +
-                 foregroundDescription(),
-             desktop.eventsDetail());
+void WaitForForegroundClass(const Desktop& desktop, const std::wstring& className) {
+  if (!WaitUntil([&] { return ClassOf(GetForegroundWindow()) == className; }, 10000))
+    Fail("no window of class \"" + Narrow(className) + "\" came to the foreground within 10 s; " +
+             ForegroundDescription(),
+         desktop.EventsDetail());
 }
 
 // ---------------------------------------------------------------------------
@@ -73,145 +67,132 @@ using KelGetMonitorModeFunction = HRESULT(WINAPI*)(UINT*);
 
 // The built DLL's KelGetMonitorMode, with the checks of its answers.
 class MonitorModeLibrary {
-public:
-    explicit MonitorModeLibrary(const std::wstring& path)
-        : library_(path), getMonitorMode_(library_.get<KelGetMonitorModeFunction>("KelGetMonitorMode"))
-    {
-    }
+ public:
+  explicit MonitorModeLibrary(const std::wstring& path)
+      : library_(path), getMonitorMode_(library_.get<KelGetMonitorModeFunction>("KelGetMonitorMode")) {}
 
-    // Fails unless KelGetMonitorMode gives S_OK and `expected`.
-    void expectMode(UINT expected, const std::string& situation) const
-    {
-        UINT mode = 0xC0FFEE;
-        HRESULT hr = getMonitorMode_(&mode);
-        if (hr != S_OK)
-            fail("KelGetMonitorMode returned " + hex(hr) + " with " + situation + ", expected S_OK");
-        if (mode != expected)
-            fail(format("KelGetMonitorMode gave mode %u with %s, expected %u", mode, situation.c_str(), expected));
-    }
+  // Fails unless KelGetMonitorMode gives S_OK and `expected`.
+  void ExpectMode(UINT expected, const std::string& situation) const {
+    UINT mode = 0xC0FFEE;
+    HRESULT hr = getMonitorMode_(&mode);
+    if (hr != S_OK) Fail("KelGetMonitorMode returned " + Hex(hr) + " with " + situation + ", expected S_OK");
+    if (mode != expected)
+      Fail(Format("KelGetMonitorMode gave mode %u with %s, expected %u", mode, situation.c_str(), expected));
+  }
 
-    // Fails unless KelGetMonitorMode gives `expected` and leaves the output as it was.
-    void expectFailure(HRESULT expected, const std::string& situation) const
-    {
-        const UINT untouched = 0xC0FFEE;
-        UINT mode = untouched;
-        HRESULT hr = getMonitorMode_(&mode);
-        if (hr != expected)
-            fail("KelGetMonitorMode returned " + hex(hr) + " with " + situation + ", expected " + hex(expected));
-        if (mode != untouched)
-            fail(format("KelGetMonitorMode changed its output to %u with %s", mode, situation.c_str()));
-    }
+  // Fails unless KelGetMonitorMode gives `expected` and leaves the output as it was.
+  void ExpectFailure(HRESULT expected, const std::string& situation) const {
+    const UINT untouched = 0xC0FFEE;
+    UINT mode = untouched;
+    HRESULT hr = getMonitorMode_(&mode);
+    if (hr != expected)
+      Fail("KelGetMonitorMode returned " + Hex(hr) + " with " + situation + ", expected " + Hex(expected));
+    if (mode != untouched) Fail(Format("KelGetMonitorMode changed its output to %u with %s", mode, situation.c_str()));
+  }
 
-private:
-    Library library_;
-    KelGetMonitorModeFunction getMonitorMode_;
+ private:
+  Library library_;
+  KelGetMonitorModeFunction getMonitorMode_;
 };
 
 struct Paths {
-    std::wstring dll;
-    std::wstring desktop;
+  std::wstring dll;
+  std::wstring desktop;
 };
 
 // The test desktop with the launcher hidden and this app visibility, for the
 // test's lifetime.
 class LauncherHiddenScope {
-public:
-    explicit LauncherHiddenScope(DWORD appVisibility)
-    {
-        setControl(L"LauncherVisible", 0);
-        setControl(L"AppVisibility", appVisibility);
-    }
+ public:
+  explicit LauncherHiddenScope(DWORD appVisibility) {
+    SetControl(L"LauncherVisible", 0);
+    SetControl(L"AppVisibility", appVisibility);
+  }
 
-private:
-    ControlScope control_;
+ private:
+  ControlScope control_;
 };
 
 // ---------------------------------------------------------------------------
 // Tests: the monitor mode through the DLL
 
-void MonitorModeIsDesktopWithoutVisibleApp(const Paths& paths)
-{
-    LauncherHiddenScope desktopState(1);  // MAV_NO_APP_VISIBLE
-    MonitorModeLibrary library(paths.dll);
-    library.expectMode(0, "the launcher hidden and MAV_NO_APP_VISIBLE");
+void MonitorModeIsDesktopWithoutVisibleApp(const Paths& paths) {
+  LauncherHiddenScope desktopState(1);  // MAV_NO_APP_VISIBLE
+  MonitorModeLibrary library(paths.dll);
+  library.ExpectMode(0, "the launcher hidden and MAV_NO_APP_VISIBLE");
 }
 
-void MonitorModeIsStoreAppWithVisibleApp(const Paths& paths)
-{
-    LauncherHiddenScope desktopState(2);  // MAV_APP_VISIBLE
-    MonitorModeLibrary library(paths.dll);
-    library.expectMode(1, "the launcher hidden and MAV_APP_VISIBLE");
+void MonitorModeIsStoreAppWithVisibleApp(const Paths& paths) {
+  LauncherHiddenScope desktopState(2);  // MAV_APP_VISIBLE
+  MonitorModeLibrary library(paths.dll);
+  library.ExpectMode(1, "the launcher hidden and MAV_APP_VISIBLE");
 }
 
-void MonitorModeIsStartScreenWithVisibleLauncher(const Paths& paths)
-{
-    ControlScope control;
-    MonitorModeLibrary library(paths.dll);
-    setControl(L"LauncherVisible", 1);
-    for (DWORD visibility : {0u, 1u, 2u}) {
-        setControl(L"AppVisibility", visibility);
-        library.expectMode(2, format("the launcher visible and app visibility %lu", visibility));
-    }
+void MonitorModeIsStartScreenWithVisibleLauncher(const Paths& paths) {
+  ControlScope control;
+  MonitorModeLibrary library(paths.dll);
+  SetControl(L"LauncherVisible", 1);
+  for (DWORD visibility : {0u, 1u, 2u}) {
+    SetControl(L"AppVisibility", visibility);
+    library.ExpectMode(2, Format("the launcher visible and app visibility %lu", visibility));
+  }
 
-    // The Windows key alone brings the Start screen up on the test desktop.
-    setControl(L"LauncherVisible", 0);
-    setControl(L"AppVisibility", 2);
-    library.expectMode(1, "the launcher hidden and MAV_APP_VISIBLE");
-    TempFolder folder(kTempPrefix);
-    Desktop desktop(paths.desktop, eventsFileIn(folder));
-    kel::CKELKeyEmulate::Sendinput_Win();
-    desktop.waitForEvent("launcher shown");
-    library.expectMode(2, "the launcher shown by the Windows key");
-    desktop.stop();
-    desktop.expectEvents({"launcher shown", "stopped"});
+  // The Windows key alone brings the Start screen up on the test desktop.
+  SetControl(L"LauncherVisible", 0);
+  SetControl(L"AppVisibility", 2);
+  library.ExpectMode(1, "the launcher hidden and MAV_APP_VISIBLE");
+  TempFolder folder(kTempPrefix);
+  Desktop desktop(paths.desktop, EventsFileIn(folder));
+  kel::CKELKeyEmulate::Sendinput_Win();
+  desktop.WaitForEvent("launcher shown");
+  library.ExpectMode(2, "the launcher shown by the Windows key");
+  desktop.Stop();
+  desktop.ExpectEvents({"launcher shown", "stopped"});
 }
 
-void MonitorModeUnknownVisibilityFails(const Paths& paths)
-{
-    LauncherHiddenScope desktopState(0);  // MAV_UNKNOWN
-    MonitorModeLibrary library(paths.dll);
-    library.expectFailure(E_FAIL, "the launcher hidden and MAV_UNKNOWN");
+void MonitorModeUnknownVisibilityFails(const Paths& paths) {
+  LauncherHiddenScope desktopState(0);  // MAV_UNKNOWN
+  MonitorModeLibrary library(paths.dll);
+  library.ExpectFailure(E_FAIL, "the launcher hidden and MAV_UNKNOWN");
 }
 
-void MonitorModePassesShellFailuresOn(const Paths& paths)
-{
-    ControlScope control;
-    MonitorModeLibrary library(paths.dll);
-    setControl(L"AppVisibilityResult", static_cast<DWORD>(E_ACCESSDENIED));
-    library.expectFailure(E_ACCESSDENIED, "GetAppVisibilityOnMonitor failing with E_ACCESSDENIED");
-    setControl(L"AppVisibilityResult", 0);
-    setControl(L"LauncherResult", static_cast<DWORD>(E_UNEXPECTED));
-    library.expectFailure(E_UNEXPECTED, "IsLauncherVisible failing with E_UNEXPECTED");
+void MonitorModePassesShellFailuresOn(const Paths& paths) {
+  ControlScope control;
+  MonitorModeLibrary library(paths.dll);
+  SetControl(L"AppVisibilityResult", static_cast<DWORD>(E_ACCESSDENIED));
+  library.ExpectFailure(E_ACCESSDENIED, "GetAppVisibilityOnMonitor failing with E_ACCESSDENIED");
+  SetControl(L"AppVisibilityResult", 0);
+  SetControl(L"LauncherResult", static_cast<DWORD>(E_UNEXPECTED));
+  library.ExpectFailure(E_UNEXPECTED, "IsLauncherVisible failing with E_UNEXPECTED");
 }
 
 // A failing first launcher query ends the switch before the Windows key: the
 // app visibility object is released and no exit line of the switch follows.
-void SwitchWithAFailingLauncherQueryEndsWithoutAnExitLine(const Paths&)
-{
-    ControlScope control;
-    LogOnSettingsScope settings;
-    TempFolder localAppData(kTempPrefix);
-    setEnvironment(L"LOCALAPPDATA", localAppData.path());
-    makeFolders(localAppData.path() + L"\\Osk\\Kelbrook");
-    const std::wstring logPath = localAppData.path() + L"\\Osk\\Kelbrook\\KelbrookLogFS.txt";
-    setControl(L"LauncherResult", static_cast<DWORD>(E_UNEXPECTED));
-    kel::RereadLogSwitch();
-    const HRESULT hr = kel::CKELMonitorMode::SwitchToStartScreen();
-    expectResult(hr, E_UNEXPECTED, "SwitchToStartScreen with IsLauncherVisible failing");
+void SwitchWithAFailingLauncherQueryEndsWithoutAnExitLine(const Paths&) {
+  ControlScope control;
+  LogOnSettingsScope settings;
+  TempFolder localAppData(kTempPrefix);
+  SetEnvironment(L"LOCALAPPDATA", localAppData.Path());
+  MakeFolders(localAppData.Path() + L"\\Osk\\Kelbrook");
+  const std::wstring logPath = localAppData.Path() + L"\\Osk\\Kelbrook\\KelbrookLogFS.txt";
+  SetControl(L"LauncherResult", static_cast<DWORD>(E_UNEXPECTED));
+  kel::RereadLogSwitch();
+  const HRESULT hr = kel::CKELMonitorMode::SwitchToStartScreen();
+  ExpectResult(hr, E_UNEXPECTED, "SwitchToStartScreen with IsLauncherVisible failing");
 
-    std::vector<std::string> messages;
-    const std::string log = readFile(logPath);
-    for (const std::string& line : completeLines(log)) {
-        const size_t stampEnd = line.find(']');
-        messages.push_back(stampEnd == std::string::npos ? line : line.substr(stampEnd + 1));
-    }
-    const std::vector<std::string> expected = {
-        "CKELMonitorMode::SwitchToStartScreen IN", "CKELMonitorMode::GetIMetroMode IN",
-        "CKELMonitorMode::GetIMetroMode OUT(0x00000000)", "CKELMonitorMode::ReleaseIMetroMode IN",
-        "CKELMonitorMode::ReleaseIMetroMode OUT"};
-    if (messages != expected)
-        fail("the switch's log is not the creation, the release and nothing else",
-             indented("expected", expected) + indented("log", messages));
+  std::vector<std::string> messages;
+  const std::string log = ReadBytes(logPath);
+  for (const std::string& line : CompleteLines(log)) {
+    const size_t stampEnd = line.find(']');
+    messages.push_back(stampEnd == std::string::npos ? line : line.substr(stampEnd + 1));
+  }
+  const std::vector<std::string> expected = {
+      "CKELMonitorMode::SwitchToStartScreen IN", "CKELMonitorMode::GetIMetroMode IN",
+      "CKELMonitorMode::GetIMetroMode OUT(0x00000000)", "CKELMonitorMode::ReleaseIMetroMode IN",
+      "CKELMonitorMode::ReleaseIMetroMode OUT"};
+  if (messages != expected)
+    Fail("the switch's log is not the creation, the release and nothing else",
+         Indented("expected", expected) + Indented("log", messages));
 }
 
 // ---------------------------------------------------------------------------
@@ -219,170 +200,151 @@ void SwitchWithAFailingLauncherQueryEndsWithoutAnExitLine(const Paths&)
 
 // OpenAppSearchUI brings the search pane to the front, and the test desktop
 // records `events` up to its stop.
-void expectSearchPaneOpens(const Paths& paths, const std::vector<std::string>& events)
-{
-    TempFolder folder(kTempPrefix);
-    Desktop desktop(paths.desktop, eventsFileIn(folder));
+void ExpectSearchPaneOpens(const Paths& paths, const std::vector<std::string>& events) {
+  TempFolder folder(kTempPrefix);
+  Desktop desktop(paths.desktop, EventsFileIn(folder));
 
-    expectResult(kel::CKELMonitorMode::OpenAppSearchUI(), S_OK, "OpenAppSearchUI");
-    if (classOf(GetForegroundWindow()) != L"SearchPane")
-        fail("OpenAppSearchUI returned S_OK but " + foregroundDescription(), desktop.eventsDetail());
-    desktop.stop();
-    desktop.expectEvents(events);
+  ExpectResult(kel::CKELMonitorMode::OpenAppSearchUI(), S_OK, "OpenAppSearchUI");
+  if (ClassOf(GetForegroundWindow()) != L"SearchPane")
+    Fail("OpenAppSearchUI returned S_OK but " + ForegroundDescription(), desktop.EventsDetail());
+  desktop.Stop();
+  desktop.ExpectEvents(events);
 }
 
-void SearchPaneOpensFromTheDesktop(const Paths& paths)
-{
-    LauncherHiddenScope desktopState(1);
-    // The Start screen first (the Windows key alone), then Windows+Q.
-    expectSearchPaneOpens(paths, {"launcher shown", "hotkey win+q", "pane shown SearchPane", "stopped"});
+void SearchPaneOpensFromTheDesktop(const Paths& paths) {
+  LauncherHiddenScope desktopState(1);
+  // The Start screen first (the Windows key alone), then Windows+Q.
+  ExpectSearchPaneOpens(paths, {"launcher shown", "hotkey win+q", "pane shown SearchPane", "stopped"});
 }
 
-void SearchPaneOpensStraightFromTheStartScreen(const Paths& paths)
-{
-    ControlScope control;
-    setControl(L"LauncherVisible", 1);
-    // No Windows key alone: the Start screen already shows.
-    expectSearchPaneOpens(paths, {"hotkey win+q", "pane shown SearchPane", "stopped"});
+void SearchPaneOpensStraightFromTheStartScreen(const Paths& paths) {
+  ControlScope control;
+  SetControl(L"LauncherVisible", 1);
+  // No Windows key alone: the Start screen already shows.
+  ExpectSearchPaneOpens(paths, {"hotkey win+q", "pane shown SearchPane", "stopped"});
 }
 
-void SearchPaneThatNeverAppearsGivesEFail(const Paths& paths)
-{
-    ControlScope control;
-    setControl(L"LauncherVisible", 1);
-    setControl(L"PaneAppears", 0);
-    TempFolder folder(kTempPrefix);
-    Desktop desktop(paths.desktop, eventsFileIn(folder));
+void SearchPaneThatNeverAppearsGivesEFail(const Paths& paths) {
+  ControlScope control;
+  SetControl(L"LauncherVisible", 1);
+  SetControl(L"PaneAppears", 0);
+  TempFolder folder(kTempPrefix);
+  Desktop desktop(paths.desktop, EventsFileIn(folder));
 
-    const ULONGLONG start = GetTickCount64();
-    expectResult(kel::CKELMonitorMode::OpenAppSearchUI(), E_FAIL, "OpenAppSearchUI without a search pane");
-    const ULONGLONG elapsed = GetTickCount64() - start;
-    // 200 polls 100 ms apart, then 200 ms: the bound cannot pass sooner.
-    if (elapsed < 20000)
-        fail(format("OpenAppSearchUI gave up after %llu ms, before its bound of 200 polls 100 ms apart",
-                    static_cast<unsigned long long>(elapsed)));
-    if (kel::CKELMonitorMode::IsSearchPaneForeground())
-        fail("IsSearchPaneForeground is TRUE although no pane was shown; " + foregroundDescription());
-    desktop.stop();
-    desktop.expectEvents({"hotkey win+q", "pane not shown", "stopped"});
-    printf("OpenAppSearchUI gave E_FAIL after %llu ms\n", static_cast<unsigned long long>(elapsed));
+  const ULONGLONG start = GetTickCount64();
+  ExpectResult(kel::CKELMonitorMode::OpenAppSearchUI(), E_FAIL, "OpenAppSearchUI without a search pane");
+  const ULONGLONG elapsed = GetTickCount64() - start;
+  // 200 polls 100 ms apart, then 200 ms: the bound cannot pass sooner.
+  if (elapsed < 20000)
+    Fail(Format("OpenAppSearchUI gave up after %llu ms, before its bound of 200 polls 100 ms apart",
+                static_cast<unsigned long long>(elapsed)));
+  if (kel::CKELMonitorMode::IsSearchPaneForeground())
+    Fail("IsSearchPaneForeground is TRUE although no pane was shown; " + ForegroundDescription());
+  desktop.Stop();
+  desktop.ExpectEvents({"hotkey win+q", "pane not shown", "stopped"});
+  printf("OpenAppSearchUI gave E_FAIL after %llu ms\n", static_cast<unsigned long long>(elapsed));
 }
 
 // Shows a pane of the class `className` with Windows+Q and asks the library
 // whether the search pane is in front.
-void checkPaneClass(const Paths& paths, const wchar_t* className, bool recognised)
-{
-    ControlScope control;
-    setControlString(L"PaneClass", className);
-    TempFolder folder(kTempPrefix);
-    Desktop desktop(paths.desktop, eventsFileIn(folder));
+void CheckPaneClass(const Paths& paths, const wchar_t* className, bool recognised) {
+  ControlScope control;
+  SetControlString(L"PaneClass", className);
+  TempFolder folder(kTempPrefix);
+  Desktop desktop(paths.desktop, EventsFileIn(folder));
 
-    kel::CKELKeyEmulate::SendInput_Win_Q();
-    desktop.waitForEvent("pane shown " + narrow(className));
-    waitForForegroundClass(desktop, className);
-    BOOL answer = kel::CKELMonitorMode::IsSearchPaneForeground();
-    if ((answer != 0) != recognised)
-        fail(format("IsSearchPaneForeground is %s with a foreground window of class \"%s\"",
-                    answer ? "TRUE" : "FALSE", narrow(className).c_str()));
-    desktop.stop();
-    desktop.expectEvents({"hotkey win+q", "pane shown " + narrow(className), "stopped"});
+  kel::CKELKeyEmulate::SendInput_Win_Q();
+  desktop.WaitForEvent("pane shown " + Narrow(className));
+  WaitForForegroundClass(desktop, className);
+  BOOL answer = kel::CKELMonitorMode::IsSearchPaneForeground();
+  if ((answer != 0) != recognised)
+    Fail(Format("IsSearchPaneForeground is %s with a foreground window of class \"%s\"", answer ? "TRUE" : "FALSE",
+                Narrow(className).c_str()));
+  desktop.Stop();
+  desktop.ExpectEvents({"hotkey win+q", "pane shown " + Narrow(className), "stopped"});
 }
 
-void SearchPaneRecognisedByItsClass(const Paths& paths)
-{
-    checkPaneClass(paths, L"SearchPane", true);
-}
+void SearchPaneRecognisedByItsClass(const Paths& paths) { CheckPaneClass(paths, L"SearchPane", true); }
 
-void SearchPaneClassWithSuffixNotRecognised(const Paths& paths)
-{
-    checkPaneClass(paths, L"SearchPaneX", false);
-}
+void SearchPaneClassWithSuffixNotRecognised(const Paths& paths) { CheckPaneClass(paths, L"SearchPaneX", false); }
 
-void SearchPaneClassInOtherCaseNotRecognised(const Paths& paths)
-{
-    checkPaneClass(paths, L"searchpane", false);
-}
+void SearchPaneClassInOtherCaseNotRecognised(const Paths& paths) { CheckPaneClass(paths, L"searchpane", false); }
 
 // ---------------------------------------------------------------------------
 // Tests: typing into the pane
 
 // Brings the pane up with the library's Windows+Q and waits until it has the keyboard.
-void openPane(const Desktop& desktop)
-{
-    kel::CKELKeyEmulate::SendInput_Win_Q();
-    desktop.waitForEvent("pane shown SearchPane");
-    waitForForegroundClass(desktop, L"SearchPane");
+void OpenPane(const Desktop& desktop) {
+  kel::CKELKeyEmulate::SendInput_Win_Q();
+  desktop.WaitForEvent("pane shown SearchPane");
+  WaitForForegroundClass(desktop, L"SearchPane");
 }
 
-void putOnClipboard(const char16_t* text)
-{
-    expectResult(kel::CKELClipboard::SetClipboardData(text), S_OK,
-                 "CKELClipboard::SetClipboardData(\"" + narrow(text) + "\")");
+void PutOnClipboard(const char16_t* text) {
+  ExpectResult(kel::CKELClipboard::SetClipboardData(text), S_OK,
+               "CKELClipboard::SetClipboardData(\"" + Narrow(text) + "\")");
 }
 
-void ShiftInsertPastesTheClipboard(const Paths& paths)
-{
-    ControlScope control;
-    TempFolder folder(kTempPrefix);
-    Desktop desktop(paths.desktop, eventsFileIn(folder));
-    openPane(desktop);
+void ShiftInsertPastesTheClipboard(const Paths& paths) {
+  ControlScope control;
+  TempFolder folder(kTempPrefix);
+  Desktop desktop(paths.desktop, EventsFileIn(folder));
+  OpenPane(desktop);
 
-    const char16_t text[] = u"\"Kelbrook \u691C\u7D22 \u00FC\" NOT(\"a\" OR \"b\")";
-    putOnClipboard(text);
-    kel::CKELKeyEmulate::SendInput_Shift_Insert();
-    desktop.waitForEvent("paste " + narrow(text));
-    if (narrow(paneText()) != narrow(text))
-        fail("the edit box holds \"" + narrow(paneText()) + "\" after the paste, expected \"" + narrow(text) + "\"",
-             desktop.eventsDetail());
-    desktop.stop();
-    desktop.expectEvents({"hotkey win+q", "pane shown SearchPane", "paste " + narrow(text), "stopped"});
+  const char16_t text[] = u"\"Kelbrook \u691C\u7D22 \u00FC\" NOT(\"a\" OR \"b\")";
+  PutOnClipboard(text);
+  kel::CKELKeyEmulate::SendInput_Shift_Insert();
+  desktop.WaitForEvent("paste " + Narrow(text));
+  if (Narrow(PaneText()) != Narrow(text))
+    Fail("the edit box holds \"" + Narrow(PaneText()) + "\" after the paste, expected \"" + Narrow(text) + "\"",
+         desktop.EventsDetail());
+  desktop.Stop();
+  desktop.ExpectEvents({"hotkey win+q", "pane shown SearchPane", "paste " + Narrow(text), "stopped"});
 }
 
-void EnterSubmitsAndThePaneStaysAsTold(const Paths& paths)
-{
-    ControlScope control;
-    setControl(L"LauncherVisible", 1);
-    setControl(L"PaneStaysInFront", 2);
-    TempFolder folder(kTempPrefix);
-    Desktop desktop(paths.desktop, eventsFileIn(folder));
-    openPane(desktop);
+void EnterSubmitsAndThePaneStaysAsTold(const Paths& paths) {
+  ControlScope control;
+  SetControl(L"LauncherVisible", 1);
+  SetControl(L"PaneStaysInFront", 2);
+  TempFolder folder(kTempPrefix);
+  Desktop desktop(paths.desktop, EventsFileIn(folder));
+  OpenPane(desktop);
 
-    putOnClipboard(u"first");
-    kel::CKELKeyEmulate::SendInput_Shift_Insert();
-    size_t next = desktop.waitForEvent("paste first");
-    kel::CKELKeyEmulate::SendInput_Enter();
-    next = desktop.waitForEvent("submit first", next);
-    if (!kel::CKELMonitorMode::IsSearchPaneForeground())
-        fail("the pane left the front after the first Enter; " + foregroundDescription(), desktop.eventsDetail());
-    if (readControl(L"PaneStaysInFront", 0) != 1)
-        fail(format("PaneStaysInFront is %lu after one Enter, expected 1", readControl(L"PaneStaysInFront", 0)));
+  PutOnClipboard(u"first");
+  kel::CKELKeyEmulate::SendInput_Shift_Insert();
+  size_t next = desktop.WaitForEvent("paste first");
+  kel::CKELKeyEmulate::SendInput_Enter();
+  next = desktop.WaitForEvent("submit first", next);
+  if (!kel::CKELMonitorMode::IsSearchPaneForeground())
+    Fail("the pane left the front after the first Enter; " + ForegroundDescription(), desktop.EventsDetail());
+  if (ReadControl(L"PaneStaysInFront", 0) != 1)
+    Fail(Format("PaneStaysInFront is %lu after one Enter, expected 1", ReadControl(L"PaneStaysInFront", 0)));
 
-    // The submitted text stays selected, so the next paste replaces it.
-    putOnClipboard(u"second");
-    kel::CKELKeyEmulate::SendInput_Shift_Insert();
-    next = desktop.waitForEvent("paste second", next);
-    kel::CKELKeyEmulate::SendInput_Enter();
-    next = desktop.waitForEvent("submit second", next);
-    if (!kel::CKELMonitorMode::IsSearchPaneForeground())
-        fail("the pane left the front after the second Enter; " + foregroundDescription(), desktop.eventsDetail());
+  // The submitted text stays selected, so the next paste replaces it.
+  PutOnClipboard(u"second");
+  kel::CKELKeyEmulate::SendInput_Shift_Insert();
+  next = desktop.WaitForEvent("paste second", next);
+  kel::CKELKeyEmulate::SendInput_Enter();
+  next = desktop.WaitForEvent("submit second", next);
+  if (!kel::CKELMonitorMode::IsSearchPaneForeground())
+    Fail("the pane left the front after the second Enter; " + ForegroundDescription(), desktop.EventsDetail());
 
-    kel::CKELKeyEmulate::SendInput_Enter();
-    desktop.waitForEvent("pane hidden", next);
-    if (!waitUntil([] { return !kel::CKELMonitorMode::IsSearchPaneForeground(); }, 10000))
-        fail("the search pane is still in front 10 s after it was hidden", desktop.eventsDetail());
-    if (readControl(L"LauncherVisible", 1) != 0)
-        fail("LauncherVisible is still set after the pane hid on Enter");
-    desktop.stop();
-    desktop.expectEvents({"hotkey win+q", "pane shown SearchPane", "paste first", "submit first", "paste second",
-                          "submit second", "submit second", "pane hidden", "stopped"});
+  kel::CKELKeyEmulate::SendInput_Enter();
+  desktop.WaitForEvent("pane hidden", next);
+  if (!WaitUntil([] { return !kel::CKELMonitorMode::IsSearchPaneForeground(); }, 10000))
+    Fail("the search pane is still in front 10 s after it was hidden", desktop.EventsDetail());
+  if (ReadControl(L"LauncherVisible", 1) != 0) Fail("LauncherVisible is still set after the pane hid on Enter");
+  desktop.Stop();
+  desktop.ExpectEvents({"hotkey win+q", "pane shown SearchPane", "paste first", "submit first", "paste second",
+                        "submit second", "submit second", "pane hidden", "stopped"});
 }
 
 // ---------------------------------------------------------------------------
 // Runner
 
 struct Test {
-    const char* name;
-    void (*run)(const Paths& paths);
+  const char* name;
+  void (*run)(const Paths& paths);
 };
 
 const Test kTests[] = {
@@ -404,24 +366,21 @@ const Test kTests[] = {
 
 const char kUsage[] = "launch_logic_tests.exe TESTNAME DLLPATH DESKTOPEXE";
 
-} // namespace
+}  // namespace
 
-int main()
-{
-    // The library's calls go to Windows itself, as inside the DLL.
-    static kel::platform::win32::Win32Platform platform;
-    kel::platform::Install(&platform);
+int main() {
+  // The library's calls go to Windows itself, as inside the DLL.
+  static kel::platform::win32::Win32Platform platform;
+  kel::platform::Install(&platform);
 
-    int argc = 0;
-    LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
-    if (argv == nullptr || argc != 4)
-        return usage(kUsage, kTests);
-    std::string name = narrow(argv[1]);
-    Paths paths{usablePath(argv[2]), usablePath(argv[3])};
-    LocalFree(argv);
+  int argc = 0;
+  LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
+  if (argv == nullptr || argc != 4) return Usage(kUsage, kTests);
+  std::string name = Narrow(argv[1]);
+  Paths paths{UsablePath(argv[2]), UsablePath(argv[3])};
+  LocalFree(argv);
 
-    const Test* test = findTest(kTests, name);
-    if (test == nullptr)
-        return usage(kUsage, kTests);
-    return runTest(test->name, [&] { test->run(paths); });
+  const Test* test = FindTest(kTests, name);
+  if (test == nullptr) return Usage(kUsage, kTests);
+  return RunTest(test->name, [&] { test->run(paths); });
 }

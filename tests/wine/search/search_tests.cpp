@@ -42,9 +42,9 @@
 
 namespace search_tests {
 
-bool paneInFront() { return classOf(GetForegroundWindow()) == L"SearchPane"; }
+bool PaneInFront() { return ClassOf(GetForegroundWindow()) == L"SearchPane"; }
 
-bool clipboardHasText() {
+bool ClipboardHasText() {
   if (!OpenClipboard(nullptr)) return true;  // busy: somebody is still at it
   const bool hasText = IsClipboardFormatAvailable(CF_UNICODETEXT) != 0;
   CloseClipboard();
@@ -55,8 +55,8 @@ const wchar_t kPhotoQuery[] =
     L"\"Photo\" NOT(\"photo album\" OR \"photo camera\" OR \"\u5199\u771F\" OR \"photo editor\" OR "
     L"\"kel photo viewer\")";
 
-void writePhotoCatalogue(const World& world) {
-  writeText(world.presetPath(),
+void WritePhotoCatalogue(const World& world) {
+  WriteText(world.PresetPath(),
             L"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n"
             L"<Applications>\r\n"
             L"  <MetroApps />\r\n"
@@ -76,40 +76,40 @@ void writePhotoCatalogue(const World& world) {
                 L"\\Photo Gone.lnk\" NeedReserve=\"1\" />\r\n"
                 L"  </DesktopApps>\r\n"
                 L"</Applications>\r\n");
-  world.shortcut(world.commonPrograms(), L"Music Player.lnk");
-  world.shortcut(world.commonPrograms(), L"Photo Album.lnk");
-  world.shortcut(world.commonPrograms(), L"Photo.lnk");
-  world.shortcut(world.commonPrograms(), L"Tools\\Photo Editor.lnk");
-  world.shortcut(world.userPrograms(), L"Camera.lnk");
-  world.shortcut(world.userPrograms(), L"\u5199\u771F.lnk");
-  world.shortcut(world.userPrograms(), L"Kel Photo Viewer.url");
+  world.Shortcut(world.CommonPrograms(), L"Music Player.lnk");
+  world.Shortcut(world.CommonPrograms(), L"Photo Album.lnk");
+  world.Shortcut(world.CommonPrograms(), L"Photo.lnk");
+  world.Shortcut(world.CommonPrograms(), L"Tools\\Photo Editor.lnk");
+  world.Shortcut(world.UserPrograms(), L"Camera.lnk");
+  world.Shortcut(world.UserPrograms(), L"\u5199\u771F.lnk");
+  world.Shortcut(world.UserPrograms(), L"Kel Photo Viewer.url");
 }
 
 // KelInitialize, then waits (bounded) until the first refresh pass has
 // written the whole catalogue file and checks that it names `expected`.
-void startLibrary(const Library& library, const World& world, const std::vector<std::wstring>& expected) {
+void StartLibrary(const Library& library, const World& world, const std::vector<std::wstring>& expected) {
   const HRESULT hr = KEL(library, KelInitialize)();
-  if (hr != S_OK) fail("KelInitialize returned " + hex(hr) + ", expected S_OK", world.detail());
+  if (hr != S_OK) Fail("KelInitialize returned " + Hex(hr) + ", expected S_OK", world.Detail());
   // The writer ends the file with the end of "DesktopApps" and flushes once.
   const auto complete = [&] {
-    const std::string text = readFile(world.dataFile());
+    const std::string text = ReadBytes(world.DataFile());
     return text.find("</DesktopApps>") != std::string::npos || text.find("<DesktopApps />") != std::string::npos;
   };
-  if (!waitUntil(complete, 30000)) {
-    fail("within 30 s of KelInitialize the first refresh pass wrote no complete " + narrow(world.dataFile()),
-         world.detail());
+  if (!WaitUntil(complete, 30000)) {
+    Fail("within 30 s of KelInitialize the first refresh pass wrote no complete " + Narrow(world.DataFile()),
+         world.Detail());
   }
-  const std::string catalogue = readFile(world.dataFile());
+  const std::string catalogue = ReadBytes(world.DataFile());
   for (const std::wstring& name : expected) {
-    if (catalogue.find(narrow(name)) == std::string::npos) {
-      fail("the catalogue file does not name " + quoted(narrow(name)), world.detail());
+    if (catalogue.find(Narrow(name)) == std::string::npos) {
+      Fail("the catalogue file does not name " + Quoted(Narrow(name)), world.Detail());
     }
   }
 }
 
-std::vector<std::string> searchEvents(const std::wstring& text, int submits) {
+std::vector<std::string> SearchEvents(const std::wstring& text, int submits) {
   std::vector<std::string> events = {"launcher shown", "hotkey win+q", "pane shown SearchPane"};
-  const std::string t = narrow(text);
+  const std::string t = Narrow(text);
   events.push_back("paste " + t);
   for (int i = 0; i < submits; ++i) {
     if (i > 0) events.push_back("paste " + t);
@@ -119,7 +119,7 @@ std::vector<std::string> searchEvents(const std::wstring& text, int submits) {
   return events;
 }
 
-std::vector<std::string> withStopped(std::vector<std::string> events) {
+std::vector<std::string> WithStopped(std::vector<std::string> events) {
   events.push_back("stopped");
   return events;
 }
@@ -158,7 +158,7 @@ class HostVersionScope {
  public:
   explicit HostVersionScope(bool windows81) : set_(windows81) {
     RegDeleteTreeW(HKEY_CURRENT_USER, kHostVersionKey);
-    if (set_) writeUserString(kHostVersionKey, L"Version", L"win81");
+    if (set_) WriteUserString(kHostVersionKey, L"Version", L"win81");
   }
   ~HostVersionScope() { RegDeleteTreeW(HKEY_CURRENT_USER, kHostVersionKey); }
   HostVersionScope(const HostVersionScope&) = delete;
@@ -177,18 +177,18 @@ using namespace search_tests;
 int main() {
   int argc = 0;
   LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
-  if (argv == nullptr || argc != 4) return usage(kUsage, kTests);
+  if (argv == nullptr || argc != 4) return Usage(kUsage, kTests);
   // The test runs in another folder: the paths are made absolute.
-  const Paths paths{absolutePath(usablePath(argv[1])), absolutePath(usablePath(argv[2]))};
-  const std::string name = narrow(argv[3]);
+  const Paths paths{AbsolutePath(UsablePath(argv[1])), AbsolutePath(UsablePath(argv[2]))};
+  const std::string name = Narrow(argv[3]);
   LocalFree(argv);
 
-  const Test* test = findTest(kTests, name);
-  if (test == nullptr) return usage(kUsage, kTests);
-  if (environmentValue(kPrivateHost.rootVariable).empty()) {
+  const Test* test = FindTest(kTests, name);
+  if (test == nullptr) return Usage(kUsage, kTests);
+  if (EnvironmentValue(kPrivateHost.rootVariable).empty()) {
     std::optional<HostVersionScope> version;  // while the host runs
-    return runInPrivateHost(kPrivateHost, test->name, L"\"" + paths.dll + L"\" \"" + paths.desktop + L"\"",
+    return RunInPrivateHost(kPrivateHost, test->name, L"\"" + paths.dll + L"\" \"" + paths.desktop + L"\"",
                             [&] { version.emplace(test->windows81); });
   }
-  return runInHost(kPrivateHost, test->name, [&] { test->run(paths); });
+  return RunInHost(kPrivateHost, test->name, [&] { test->run(paths); });
 }

@@ -20,41 +20,42 @@ using namespace wine_test;
 // ---------------------------------------------------------------------------
 // The test desktop
 
-bool paneInFront();
-bool clipboardHasText();
+bool PaneInFront();
+bool ClipboardHasText();
 
 // ---------------------------------------------------------------------------
 // The world a test runs in
 
 // Every test runs in a private copy of this program, KelSearchHost.exe.
-const PrivateHost kPrivateHost = {L"kelsearch", L"KelSearchHost.exe", L"KEL_SEARCH_ROOT", L"KEL_SEARCH_REPORT",
-                                  L"KEL_SEARCH_KEEP", 150000};
+const PrivateHost kPrivateHost = {L"kelsearch",         L"KelSearchHost.exe", L"KEL_SEARCH_ROOT",
+                                  L"KEL_SEARCH_REPORT", L"KEL_SEARCH_KEEP",   150000};
 
 class World : public HostWorld {
  public:
   World() : HostWorld(kPrivateHost, "search_tests.exe DLLPATH DESKTOPEXE TESTNAME") {}
 
-  std::wstring eventsFile() const { return root() + L"\\events.txt"; }
-  std::wstring journal() const { return root() + L"\\journal.txt"; }
+  [[nodiscard]] std::wstring EventsFile() const { return Root() + L"\\events.txt"; }
+  [[nodiscard]] std::wstring Journal() const { return Root() + L"\\journal.txt"; }
 
   // A Start menu shortcut: an empty file is enough, the library reads only
   // the names.
-  void shortcut(const std::wstring& folder, const std::wstring& relativePath) const {
+  void Shortcut(const std::wstring& folder, const std::wstring& relativePath) const {
     const std::wstring path = folder + L"\\" + relativePath;
-    makeFolders(path.substr(0, path.find_last_of(L'\\')));
-    writeFile(path, std::string());
+    MakeFolders(path.substr(0, path.find_last_of(L'\\')));
+    WriteBytes(path, std::string());
   }
 
   // The packages' installed folders with their manifests, and the fixture
   // that makes the deployment double serve them.
-  void installPackages() const;
+  void InstallPackages() const;
 
   // The end of the log, the catalogue file and the doubles' journal, for a
   // failure report.
-  std::string detail() const {
-    std::string text = indented("library log, last lines (" + narrow(logFile()) + ")", logLines(), 60);
-    if (fileExists(dataFile())) text += indented("catalogue file", completeLines(readFile(dataFile())));
-    if (fileExists(journal())) text += indented("journal of the deployment double", completeLines(readFile(journal())));
+  [[nodiscard]] std::string Detail() const {
+    std::string text = Indented("library log, last lines (" + Narrow(LogFile()) + ")", LogLines(), 60);
+    if (FileExists(DataFile())) text += Indented("catalogue file", CompleteLines(ReadBytes(DataFile())));
+    if (FileExists(Journal()))
+      text += Indented("journal of the deployment double", CompleteLines(ReadBytes(Journal())));
     return text;
   }
 };
@@ -70,11 +71,11 @@ class World : public HostWorld {
 // that contain the word without being contained in it:
 extern const wchar_t kPhotoQuery[];
 
-void writePhotoCatalogue(const World& world);
+void WritePhotoCatalogue(const World& world);
 
 // KelInitialize, then waits (bounded) until the first refresh pass has
 // written the whole catalogue file and checks that it names `expected`.
-void startLibrary(const Library& library, const World& world, const std::vector<std::wstring>& expected);
+void StartLibrary(const Library& library, const World& world, const std::vector<std::wstring>& expected);
 
 // Everything a search test needs: the settings and the desktop's control key
 // cleaned up, the world, the library and the running desktop.
@@ -83,44 +84,44 @@ struct SearchSession {
                 const std::function<void(const World&)>& prepare = nullptr)
       : library(dllPath) {
     if (prepare) prepare(world);
-    desktop.reset(new Desktop(desktopPath, world.eventsFile()));
+    desktop.reset(new Desktop(desktopPath, world.EventsFile()));
   }
   ~SearchSession() {
     if (initialized) KEL(library, KelFinalize)();
   }
 
-  void start(const std::vector<std::wstring>& expected) {
-    startLibrary(library, world, expected);
+  void Start(const std::vector<std::wstring>& expected) {
+    StartLibrary(library, world, expected);
     initialized = true;
   }
 
-  std::function<std::string()> detail() const {
-    return [this] { return world.detail(); };
+  [[nodiscard]] std::function<std::string()> Detail() const {
+    return [this] { return world.Detail(); };
   }
 
-  void expectResult(HRESULT actual, HRESULT expected, const std::string& call) const {
+  void ExpectResult(HRESULT actual, HRESULT expected, const std::string& call) const {
     if (actual != expected) {
-      fail(call + " returned " + hex(actual) + ", expected " + hex(expected), desktop->eventsDetail() + world.detail());
+      Fail(call + " returned " + Hex(actual) + ", expected " + Hex(expected), desktop->EventsDetail() + world.Detail());
     }
   }
 
   // The log holds a line with this text.
-  void expectLogLine(const std::string& text, const std::string& what) const {
-    for (const std::string& line : world.logLines()) {
+  void ExpectLogLine(const std::string& text, const std::string& what) const {
+    for (const std::string& line : world.LogLines()) {
       if (line.find(text) != std::string::npos) return;
     }
-    fail("the log has no line with " + quoted(text) + " (" + what + ")", world.detail());
+    Fail("the log has no line with " + Quoted(text) + " (" + what + ")", world.Detail());
   }
 
-  void expectClipboardCleared(const std::string& after) const {
-    if (!waitUntil([] { return !clipboardHasText(); }, 5000)) {
-      fail("the clipboard still holds text 5 s after " + after, world.detail());
+  void ExpectClipboardCleared(const std::string& after) const {
+    if (!WaitUntil([] { return !ClipboardHasText(); }, 5000)) {
+      Fail("the clipboard still holds text 5 s after " + after, world.Detail());
     }
   }
 
-  void stopDesktop(const std::vector<std::string>& expected) {
-    desktop->stop();
-    desktop->expectEventsFrom(0, expected, "over the whole test", detail());
+  void StopDesktop(const std::vector<std::string>& expected) {
+    desktop->Stop();
+    desktop->ExpectEventsFrom(0, expected, "over the whole test", Detail());
   }
 
   LogOnSettingsScope settings;
@@ -134,8 +135,8 @@ struct SearchSession {
 // What the desktop records for one search launch from the desktop (the
 // Windows key alone, then Windows+Q), pasting `text` and, when `submits` > 0,
 // submitting it that many times before the pane hides.
-std::vector<std::string> searchEvents(const std::wstring& text, int submits);
-std::vector<std::string> withStopped(std::vector<std::string> events);
+std::vector<std::string> SearchEvents(const std::wstring& text, int submits);
+std::vector<std::string> WithStopped(std::vector<std::string> events);
 
 struct Paths {
   std::wstring dll;

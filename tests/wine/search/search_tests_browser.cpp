@@ -25,9 +25,9 @@ struct RegValue {
   bool operator!=(const RegValue& other) const { return !(*this == other); }
 };
 
-RegValue absentValue() { return RegValue{}; }
+RegValue AbsentValue() { return RegValue{}; }
 
-RegValue dwordValue(DWORD value) {
+RegValue DwordValue(DWORD value) {
   RegValue result;
   result.present = true;
   result.type = REG_DWORD;
@@ -36,7 +36,7 @@ RegValue dwordValue(DWORD value) {
   return result;
 }
 
-RegValue stringValue(const wchar_t* text) {
+RegValue StringValue(const wchar_t* text) {
   RegValue result;
   result.present = true;
   result.type = REG_SZ;
@@ -45,22 +45,22 @@ RegValue stringValue(const wchar_t* text) {
   return result;
 }
 
-std::string describe(const RegValue& value) {
+std::string Describe(const RegValue& value) {
   if (!value.present) return "absent";
   if (value.type == REG_DWORD && value.data.size() == sizeof(DWORD)) {
     DWORD number = 0;
     memcpy(&number, value.data.data(), sizeof number);
-    return format("REG_DWORD %lu", number);
+    return Format("REG_DWORD %lu", number);
   }
   if (value.type == REG_SZ) {
     std::wstring text(reinterpret_cast<const wchar_t*>(value.data.data()), value.data.size() / sizeof(wchar_t));
     while (!text.empty() && text.back() == L'\0') text.pop_back();
-    return "REG_SZ " + quoted(narrow(text));
+    return "REG_SZ " + Quoted(Narrow(text));
   }
-  return format("type %lu, %u bytes", value.type, static_cast<unsigned>(value.data.size()));
+  return Format("type %lu, %u bytes", value.type, static_cast<unsigned>(value.data.size()));
 }
 
-RegValue readValue(HKEY root, const wchar_t* keyName, const wchar_t* name) {
+RegValue ReadValue(HKEY root, const wchar_t* keyName, const wchar_t* name) {
   RegValue value;
   HKEY key = nullptr;
   if (RegOpenKeyExW(root, keyName, 0, KEY_QUERY_VALUE, &key) != ERROR_SUCCESS) return value;
@@ -81,10 +81,10 @@ RegValue readValue(HKEY root, const wchar_t* keyName, const wchar_t* name) {
 }
 
 // Gives the value this state: writes it, or deletes it when absent.
-void writeValue(HKEY root, const wchar_t* keyName, const wchar_t* name, const RegValue& value) {
+void WriteValue(HKEY root, const wchar_t* keyName, const wchar_t* name, const RegValue& value) {
   HKEY key = nullptr;
   LONG status = RegCreateKeyExW(root, keyName, 0, nullptr, 0, KEY_SET_VALUE, nullptr, &key, nullptr);
-  if (status != ERROR_SUCCESS) fail(format("RegCreateKeyExW(%s) failed with %ld", narrow(keyName).c_str(), status));
+  if (status != ERROR_SUCCESS) Fail(Format("RegCreateKeyExW(%s) failed with %ld", Narrow(keyName).c_str(), status));
   if (value.present) {
     status = RegSetValueExW(key, name, 0, value.type, value.data.data(), static_cast<DWORD>(value.data.size()));
   } else {
@@ -93,8 +93,8 @@ void writeValue(HKEY root, const wchar_t* keyName, const wchar_t* name, const Re
   }
   RegCloseKey(key);
   if (status != ERROR_SUCCESS) {
-    fail(format("cannot set %s\\%s to %s (error %ld)", narrow(keyName).c_str(), narrow(name).c_str(),
-                describe(value).c_str(), status));
+    Fail(Format("cannot set %s\\%s to %s (error %ld)", Narrow(keyName).c_str(), Narrow(name).c_str(),
+                Describe(value).c_str(), status));
   }
 }
 
@@ -109,12 +109,12 @@ const wchar_t kTileValue[] = L"ApplicationTileImmersiveActivation";
 class BrowserValuesScope {
  public:
   BrowserValuesScope()
-      : association_(readValue(HKEY_CURRENT_USER, kBrowserKey, kAssociationValue)),
-        tile_(readValue(HKEY_CURRENT_USER, kBrowserKey, kTileValue)) {}
+      : association_(ReadValue(HKEY_CURRENT_USER, kBrowserKey, kAssociationValue)),
+        tile_(ReadValue(HKEY_CURRENT_USER, kBrowserKey, kTileValue)) {}
   ~BrowserValuesScope() {
     try {
-      writeValue(HKEY_CURRENT_USER, kBrowserKey, kAssociationValue, association_);
-      writeValue(HKEY_CURRENT_USER, kBrowserKey, kTileValue, tile_);
+      WriteValue(HKEY_CURRENT_USER, kBrowserKey, kAssociationValue, association_);
+      WriteValue(HKEY_CURRENT_USER, kBrowserKey, kTileValue, tile_);
     } catch (const TestFailure&) {
     }
   }
@@ -131,13 +131,13 @@ class BrowserValuesScope {
 // handler the prefix had back at the end.
 class HttpHandlerScope {
  public:
-  HttpHandlerScope() : previous_(readValue(HKEY_LOCAL_MACHINE, kCommandKey, L"")) {
-    writeValue(HKEY_LOCAL_MACHINE, L"Software\\Classes\\http", L"URL Protocol", stringValue(L""));
-    writeValue(HKEY_LOCAL_MACHINE, kCommandKey, L"", stringValue(L"\"C:\\kel\\recorder.exe\" \"%1\""));
+  HttpHandlerScope() : previous_(ReadValue(HKEY_LOCAL_MACHINE, kCommandKey, L"")) {
+    WriteValue(HKEY_LOCAL_MACHINE, L"Software\\Classes\\http", L"URL Protocol", StringValue(L""));
+    WriteValue(HKEY_LOCAL_MACHINE, kCommandKey, L"", StringValue(L"\"C:\\kel\\recorder.exe\" \"%1\""));
   }
   ~HttpHandlerScope() {
     try {
-      writeValue(HKEY_LOCAL_MACHINE, kCommandKey, L"", previous_);
+      WriteValue(HKEY_LOCAL_MACHINE, kCommandKey, L"", previous_);
     } catch (const TestFailure&) {
     }
   }
@@ -151,11 +151,11 @@ class HttpHandlerScope {
 
 // The lines of the log added since `offset` bytes that write or delete one
 // of the browser values, without their time stamps.
-std::vector<std::string> valueChanges(const World& world, std::size_t offset, const char* setName,
+std::vector<std::string> ValueChanges(const World& world, std::size_t offset, const char* setName,
                                       const char* deleteName) {
-  const std::string text = readFile(world.logFile());
+  const std::string text = ReadBytes(world.LogFile());
   std::vector<std::string> changes;
-  for (const std::string& line : completeLines(text.size() > offset ? text.substr(offset) : std::string())) {
+  for (const std::string& line : CompleteLines(text.size() > offset ? text.substr(offset) : std::string())) {
     for (const char* name : {setName, deleteName}) {
       const std::size_t at = line.find(name);
       if (at != std::string::npos && line.find(" IN", at) != std::string::npos) changes.push_back(line.substr(at));
@@ -170,22 +170,22 @@ struct ValueCase {
   std::vector<std::string> changes;  // the log's writes and deletions during the call
 };
 
-void expectValues(const World& world, const std::string& call, const RegValue& association, const RegValue& tile) {
-  const RegValue associationAfter = readValue(HKEY_CURRENT_USER, kBrowserKey, kAssociationValue);
-  const RegValue tileAfter = readValue(HKEY_CURRENT_USER, kBrowserKey, kTileValue);
+void ExpectValues(const World& world, const std::string& call, const RegValue& association, const RegValue& tile) {
+  const RegValue associationAfter = ReadValue(HKEY_CURRENT_USER, kBrowserKey, kAssociationValue);
+  const RegValue tileAfter = ReadValue(HKEY_CURRENT_USER, kBrowserKey, kTileValue);
   if (associationAfter != association || tileAfter != tile) {
-    fail("after " + call + " " + narrow(kAssociationValue) + " is " + describe(associationAfter) + " and " +
-             narrow(kTileValue) + " is " + describe(tileAfter) + "; they were " + describe(association) + " and " +
-             describe(tile),
-         world.detail());
+    Fail("after " + call + " " + Narrow(kAssociationValue) + " is " + Describe(associationAfter) + " and " +
+             Narrow(kTileValue) + " is " + Describe(tileAfter) + "; they were " + Describe(association) + " and " +
+             Describe(tile),
+         world.Detail());
   }
 }
 
-void expectChanges(const World& world, const std::string& call, const std::vector<std::string>& actual,
+void ExpectChanges(const World& world, const std::string& call, const std::vector<std::string>& actual,
                    const std::vector<std::string>& expected) {
   if (actual != expected) {
-    fail("the log shows other writes of the value during " + call + " than expected",
-         indented("logged", actual) + indented("expected", expected) + world.detail());
+    Fail("the log shows other writes of the value during " + call + " than expected",
+         Indented("logged", actual) + Indented("expected", expected) + world.Detail());
   }
 }
 
@@ -201,46 +201,47 @@ void BrowserLaunchLeavesTheAssociationValueAsFound(const Paths& paths) {
   BrowserValuesScope values;
   HttpHandlerScope handler;
   Library library(paths.dll);
-  startLibrary(library, world, {});
+  StartLibrary(library, world, {});
   auto launch = KEL(library, KelLaunchBrowserByProtocolW);
 
-  const RegValue tile = dwordValue(0);
+  const RegValue tile = DwordValue(0);
   const ValueCase cases[] = {
-      {absentValue(), 0, {"CKELReg::SetCurrentAssociationMode(2) IN", "CKELReg::DeleteAssociationMode IN"}},
-      {absentValue(), 2, {"CKELReg::DeleteAssociationMode IN"}},
-      {dwordValue(0), 1, {"CKELReg::SetCurrentAssociationMode(1) IN", "CKELReg::SetCurrentAssociationMode(0) IN"}},
-      {dwordValue(1), 0, {"CKELReg::SetCurrentAssociationMode(2) IN", "CKELReg::SetCurrentAssociationMode(1) IN"}},
-      {dwordValue(2), 0, {}},
-      {dwordValue(2), 1, {"CKELReg::SetCurrentAssociationMode(1) IN", "CKELReg::SetCurrentAssociationMode(2) IN"}},
-      {stringValue(L"2"), 0, {}},
-      {stringValue(L"1 (text)"), 1, {}},
+      {AbsentValue(), 0, {"CKELReg::SetCurrentAssociationMode(2) IN", "CKELReg::DeleteAssociationMode IN"}},
+      {AbsentValue(), 2, {"CKELReg::DeleteAssociationMode IN"}},
+      {DwordValue(0), 1, {"CKELReg::SetCurrentAssociationMode(1) IN", "CKELReg::SetCurrentAssociationMode(0) IN"}},
+      {DwordValue(1), 0, {"CKELReg::SetCurrentAssociationMode(2) IN", "CKELReg::SetCurrentAssociationMode(1) IN"}},
+      {DwordValue(2), 0, {}},
+      {DwordValue(2), 1, {"CKELReg::SetCurrentAssociationMode(1) IN", "CKELReg::SetCurrentAssociationMode(2) IN"}},
+      {StringValue(L"2"), 0, {}},
+      {StringValue(L"1 (text)"), 1, {}},
   };
   int number = 0;
   for (const ValueCase& c : cases) {
     ++number;
-    writeValue(HKEY_CURRENT_USER, kBrowserKey, kAssociationValue, c.before);
-    writeValue(HKEY_CURRENT_USER, kBrowserKey, kTileValue, tile);
+    WriteValue(HKEY_CURRENT_USER, kBrowserKey, kAssociationValue, c.before);
+    WriteValue(HKEY_CURRENT_USER, kBrowserKey, kTileValue, tile);
     const std::wstring url = L"http://kelbrook.test/browser?case=" + std::to_wstring(number);
-    const std::string call = format("KelLaunchBrowserByProtocolW(%s, %lu) with the value %s", narrow(url).c_str(),
-                                    c.mode, describe(c.before).c_str());
-    const std::size_t logSize = readFile(world.logFile()).size();
+    const std::string call = Format("KelLaunchBrowserByProtocolW(%s, %lu) with the value %s", Narrow(url).c_str(),
+                                    c.mode, Describe(c.before).c_str());
+    const std::size_t logSize = ReadBytes(world.LogFile()).size();
 
     const HRESULT hr = launch(url.c_str(), c.mode);
-    if (hr != S_OK) fail(call + " returned " + hex(hr) + ", expected S_OK", world.detail());
-    expectValues(world, call, c.before, tile);
-    expectChanges(world, call,
-                  valueChanges(world, logSize, "CKELReg::SetCurrentAssociationMode(", "CKELReg::DeleteAssociationMode"),
+    if (hr != S_OK) Fail(call + " returned " + Hex(hr) + ", expected S_OK", world.Detail());
+    ExpectValues(world, call, c.before, tile);
+    ExpectChanges(world, call,
+                  ValueChanges(world, logSize, "CKELReg::SetCurrentAssociationMode(", "CKELReg::DeleteAssociationMode"),
                   c.changes);
-    const std::string line = narrow(url);
-    if (!waitUntil([&] {
-          for (const std::string& got : completeLines(readFile(world.recorderLog()))) {
-            if (got == line) return true;
-          }
-          return false;
-        },
-        20000)) {
-      fail("the http handler did not receive " + quoted(line) + " within 20 s of " + call,
-           indented("handler received", completeLines(readFile(world.recorderLog()))) + world.detail());
+    const std::string line = Narrow(url);
+    if (!WaitUntil(
+            [&] {
+              for (const std::string& got : CompleteLines(ReadBytes(world.RecorderLog()))) {
+                if (got == line) return true;
+              }
+              return false;
+            },
+            20000)) {
+      Fail("the http handler did not receive " + Quoted(line) + " within 20 s of " + call,
+           Indented("handler received", CompleteLines(ReadBytes(world.RecorderLog()))) + world.Detail());
     }
   }
   KEL(library, KelFinalize)();
@@ -253,38 +254,41 @@ void BrowserLaunchLeavesTheAssociationValueAsFound(const Paths& paths) {
 void IESearchLeavesTheTileValueAsFound(const Paths& paths) {
   SearchSession s(paths.dll, paths.desktop);
   BrowserValuesScope values;
-  s.start({});
+  s.Start({});
   auto launch = KEL(s.library, KelLaunchIEBySearch);
 
-  const RegValue association = dwordValue(1);
+  const RegValue association = DwordValue(1);
   const ValueCase cases[] = {
-      {absentValue(), 1, {"CKELReg::DeleteTileImmersiveActivation IN"}},
-      {absentValue(), 0, {"CKELReg::SetCurrentTileImmersiveActivation(0) IN", "CKELReg::DeleteTileImmersiveActivation IN"}},
-      {dwordValue(1), 0,
+      {AbsentValue(), 1, {"CKELReg::DeleteTileImmersiveActivation IN"}},
+      {AbsentValue(),
+       0,
+       {"CKELReg::SetCurrentTileImmersiveActivation(0) IN", "CKELReg::DeleteTileImmersiveActivation IN"}},
+      {DwordValue(1),
+       0,
        {"CKELReg::SetCurrentTileImmersiveActivation(0) IN", "CKELReg::SetCurrentTileImmersiveActivation(1) IN"}},
-      {dwordValue(0), 2, {}},
-      {stringValue(L"1"), 0, {}},
+      {DwordValue(0), 2, {}},
+      {StringValue(L"1"), 0, {}},
   };
   std::vector<std::string> allEvents;
   for (const ValueCase& c : cases) {
-    writeValue(HKEY_CURRENT_USER, kBrowserKey, kTileValue, c.before);
-    writeValue(HKEY_CURRENT_USER, kBrowserKey, kAssociationValue, association);
+    WriteValue(HKEY_CURRENT_USER, kBrowserKey, kTileValue, c.before);
+    WriteValue(HKEY_CURRENT_USER, kBrowserKey, kAssociationValue, association);
     const std::string call =
-        format("KelLaunchIEBySearch(%lu, 0, 0) with the value %s", c.mode, describe(c.before).c_str());
-    const std::size_t logSize = readFile(s.world.logFile()).size();
-    const std::size_t from = s.desktop->events().size();
+        Format("KelLaunchIEBySearch(%lu, 0, 0) with the value %s", c.mode, Describe(c.before).c_str());
+    const std::size_t logSize = ReadBytes(s.world.LogFile()).size();
+    const std::size_t from = s.desktop->Events().size();
 
-    s.expectResult(launch(c.mode, KEL_SEARCH_SUBMIT_QUERY, 0), S_OK, call);
-    expectValues(s.world, call, association, c.before);
-    expectChanges(s.world, call,
-                  valueChanges(s.world, logSize, "CKELReg::SetCurrentTileImmersiveActivation(",
+    s.ExpectResult(launch(c.mode, KEL_SEARCH_SUBMIT_QUERY, 0), S_OK, call);
+    ExpectValues(s.world, call, association, c.before);
+    ExpectChanges(s.world, call,
+                  ValueChanges(s.world, logSize, "CKELReg::SetCurrentTileImmersiveActivation(",
                                "CKELReg::DeleteTileImmersiveActivation"),
                   c.changes);
-    const std::vector<std::string> expected = searchEvents(L"\"Internet Explorer\"", 1);
-    s.desktop->expectEventsFrom(from, expected, "for " + call, s.detail());
+    const std::vector<std::string> expected = SearchEvents(L"\"Internet Explorer\"", 1);
+    s.desktop->ExpectEventsFrom(from, expected, "for " + call, s.Detail());
     allEvents.insert(allEvents.end(), expected.begin(), expected.end());
   }
-  s.stopDesktop(withStopped(allEvents));
+  s.StopDesktop(WithStopped(allEvents));
 }
 
 }  // namespace search_tests

@@ -31,52 +31,52 @@ class Desktop {
     // Created and reset before the desktop starts, so that a signal from an
     // earlier desktop cannot count.
     ready_ = CreateEventW(nullptr, TRUE, FALSE, kDesktopReadyEvent);
-    if (ready_ == nullptr) fail(format("CreateEventW(KelbrookTestDesktop.Ready) failed with %lu", GetLastError()));
+    if (ready_ == nullptr) Fail(Format("CreateEventW(KelbrookTestDesktop.Ready) failed with %lu", GetLastError()));
     ResetEvent(ready_);
-    start(exePath);
-    waitForReady();
+    Start(exePath);
+    WaitForReady();
   }
 
-  ~Desktop() { terminate(); }
+  ~Desktop() { Terminate(); }
   Desktop(const Desktop&) = delete;
   Desktop& operator=(const Desktop&) = delete;
 
   // Asks the desktop to stop and checks that it did, cleanly.
-  void stop() {
+  void Stop() {
     HANDLE stopEvent = OpenEventW(EVENT_MODIFY_STATE, FALSE, kDesktopStopEvent);
     if (stopEvent == nullptr) {
-      fail(format("OpenEventW(KelbrookTestDesktop.Stop) failed with %lu", GetLastError()), eventsDetail());
+      Fail(Format("OpenEventW(KelbrookTestDesktop.Stop) failed with %lu", GetLastError()), EventsDetail());
     }
     SetEvent(stopEvent);
     CloseHandle(stopEvent);
     if (WaitForSingleObject(process_, 10000) != WAIT_OBJECT_0) {
-      const std::string detail = eventsDetail();
-      terminate();
-      fail("the test desktop did not stop within 10 s", detail);
+      const std::string detail = EventsDetail();
+      Terminate();
+      Fail("the test desktop did not stop within 10 s", detail);
     }
     DWORD code = 0;
     GetExitCodeProcess(process_, &code);
-    close();
-    if (code != 0) fail(format("the test desktop stopped with exit code %lu", code), eventsDetail());
+    Close();
+    if (code != 0) Fail(Format("the test desktop stopped with exit code %lu", code), EventsDetail());
   }
 
   // The events after "ready".
-  std::vector<std::string> events() const {
-    std::vector<std::string> lines = completeLines(readFile(eventsPath_));
+  [[nodiscard]] std::vector<std::string> Events() const {
+    std::vector<std::string> lines = CompleteLines(ReadBytes(eventsPath_));
     if (!lines.empty() && lines.front() == "ready") lines.erase(lines.begin());
     return lines;
   }
 
-  std::string eventsDetail() const { return indented("test desktop events", events()); }
+  [[nodiscard]] std::string EventsDetail() const { return Indented("test desktop events", Events()); }
 
   // Waits (bounded) for `wanted` at or after index `from` of events(); returns
   // the index after it.
-  std::size_t waitForEvent(const std::string& wanted, std::size_t from = 0, DWORD timeoutMs = 10000,
+  std::size_t WaitForEvent(const std::string& wanted, std::size_t from = 0, DWORD timeoutMs = 10000,
                            const std::function<std::string()>& detail = nullptr) const {
     std::size_t found = 0;
-    const bool seen = waitUntil(
+    const bool seen = WaitUntil(
         [&] {
-          const std::vector<std::string> lines = events();
+          const std::vector<std::string> lines = Events();
           for (std::size_t i = from; i < lines.size(); ++i) {
             if (lines[i] == wanted) {
               found = i + 1;
@@ -87,23 +87,24 @@ class Desktop {
         },
         timeoutMs);
     if (!seen) {
-      fail(format("the test desktop did not record %s within %lu ms", quoted(wanted).c_str(),
+      Fail(Format("the test desktop did not record %s within %lu ms", Quoted(wanted).c_str(),
                   static_cast<unsigned long>(timeoutMs)),
-           eventsDetail() + (detail ? detail() : std::string()));
+           EventsDetail() + (detail ? detail() : std::string()));
     }
     return found;
   }
 
   // Checks, once the desktop has stopped, that its events are "ready" and
   // then exactly `expected`.
-  void expectEvents(const std::vector<std::string>& expected) const {
-    std::vector<std::string> lines = completeLines(readFile(eventsPath_));
+  void ExpectEvents(const std::vector<std::string>& expected) const {
+    std::vector<std::string> lines = CompleteLines(ReadBytes(eventsPath_));
     if (lines.empty() || lines.front() != "ready") {
-      fail("the test desktop's events do not begin with \"ready\"", eventsDetail());
+      Fail("the test desktop's events do not begin with \"ready\"", EventsDetail());
     }
     lines.erase(lines.begin());
     if (lines != expected) {
-      fail("the test desktop recorded other events than expected", eventsDetail() + indented("expected events", expected));
+      Fail("the test desktop recorded other events than expected",
+           EventsDetail() + Indented("expected events", expected));
     }
   }
 
@@ -111,21 +112,21 @@ class Desktop {
   // desktop records each event just after the change it reports (the pane
   // hides, then "pane hidden" is written), so the count is waited for
   // (bounded) before the events are compared.
-  void expectEventsFrom(std::size_t from, const std::vector<std::string>& expected, const std::string& situation,
+  void ExpectEventsFrom(std::size_t from, const std::vector<std::string>& expected, const std::string& situation,
                         const std::function<std::string()>& detail) const {
-    waitUntil([&] { return events().size() >= from + expected.size(); }, 10000);
-    const std::vector<std::string> lines = events();
+    WaitUntil([&] { return Events().size() >= from + expected.size(); }, 10000);
+    const std::vector<std::string> lines = Events();
     const std::vector<std::string> got(lines.begin() + static_cast<std::ptrdiff_t>(std::min(from, lines.size())),
                                        lines.end());
     if (got != expected) {
-      fail("the test desktop recorded other events than expected " + situation,
-           eventsDetail() + indented(format("expected from event %u on", static_cast<unsigned>(from)), expected) +
+      Fail("the test desktop recorded other events than expected " + situation,
+           EventsDetail() + Indented(Format("expected from event %u on", static_cast<unsigned>(from)), expected) +
                detail());
     }
   }
 
  private:
-  void start(const std::wstring& exePath) {
+  void Start(const std::wstring& exePath) {
     std::wstring commandLine = L"\"" + exePath + L"\" --events \"" + eventsPath_ + L"\"";
     STARTUPINFOW startup = {};
     startup.cb = sizeof startup;
@@ -133,45 +134,45 @@ class Desktop {
     if (!CreateProcessW(exePath.c_str(), &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
                         &process)) {
       const DWORD error = GetLastError();
-      close();
-      fail(format("cannot start %s: CreateProcessW failed with %lu", narrow(exePath).c_str(), error));
+      Close();
+      Fail(Format("cannot start %s: CreateProcessW failed with %lu", Narrow(exePath).c_str(), error));
     }
     CloseHandle(process.hThread);
     process_ = process.hProcess;
   }
 
-  void waitForReady() {
+  void WaitForReady() {
     HANDLE waitFor[] = {ready_, process_};
     const DWORD woken = WaitForMultipleObjects(2, waitFor, FALSE, 30000);
     if (woken == WAIT_OBJECT_0 + 1) {
       DWORD code = 0;
       GetExitCodeProcess(process_, &code);
-      const std::string detail = eventsDetail();
-      close();
-      fail(format("the test desktop ended during its start with exit code %lu (3: another one runs, "
+      const std::string detail = EventsDetail();
+      Close();
+      Fail(Format("the test desktop ended during its start with exit code %lu (3: another one runs, "
                   "4: it could not set itself up)",
                   code),
            detail);
     }
     if (woken != WAIT_OBJECT_0) {
-      const std::string detail = eventsDetail();
-      terminate();
-      fail("the test desktop did not signal ready within 30 s", detail);
+      const std::string detail = EventsDetail();
+      Terminate();
+      Fail("the test desktop did not signal ready within 30 s", detail);
     }
   }
 
-  void close() {
+  void Close() {
     if (process_ != nullptr) CloseHandle(process_);
     if (ready_ != nullptr) CloseHandle(ready_);
     process_ = ready_ = nullptr;
   }
 
-  void terminate() {
+  void Terminate() {
     if (process_ != nullptr && WaitForSingleObject(process_, 0) == WAIT_TIMEOUT) {
       TerminateProcess(process_, 9);
       WaitForSingleObject(process_, 10000);
     }
-    close();
+    Close();
   }
 
   std::wstring eventsPath_;
@@ -179,17 +180,17 @@ class Desktop {
   HANDLE process_ = nullptr;
 };
 
-inline std::wstring classOf(HWND window) {
+inline std::wstring ClassOf(HWND window) {
   wchar_t name[260] = L"";
   if (window == nullptr || GetClassNameW(window, name, 260) == 0) return L"";
   return name;
 }
 
 // The text of the search pane's edit box, asked across the process boundary.
-inline std::wstring paneText() {
+inline std::wstring PaneText() {
   HWND pane = FindWindowW(L"SearchPane", nullptr);
   HWND edit = pane != nullptr ? FindWindowExW(pane, nullptr, L"Edit", nullptr) : nullptr;
-  if (edit == nullptr) fail("cannot find the search pane's edit box");
+  if (edit == nullptr) Fail("cannot find the search pane's edit box");
   wchar_t text[4096] = L"";
   SendMessageW(edit, WM_GETTEXT, 4096, reinterpret_cast<LPARAM>(text));
   return text;

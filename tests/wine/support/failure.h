@@ -21,7 +21,7 @@ struct TestFailure {
   std::string detail;  // may be empty
 };
 
-inline std::string format(const char* fmt, ...) {
+inline std::string Format(const char* fmt, ...) {
   char buffer[4096];
   va_list args;
   va_start(args, fmt);
@@ -30,17 +30,17 @@ inline std::string format(const char* fmt, ...) {
   return buffer;
 }
 
-[[noreturn]] inline void fail(const std::string& reason, const std::string& detail = std::string()) {
+[[noreturn]] inline void Fail(const std::string& reason, const std::string& detail = std::string()) {
   throw TestFailure{reason, detail};
 }
 
-inline std::string hex(HRESULT value) { return format("0x%08lX", static_cast<unsigned long>(value)); }
+inline std::string Hex(HRESULT value) { return Format("0x%08lX", static_cast<unsigned long>(value)); }
 
 // `detail`, when given, is asked for only when the check fails.
-inline void expectResult(HRESULT actual, HRESULT expected, const std::string& call,
+inline void ExpectResult(HRESULT actual, HRESULT expected, const std::string& call,
                          const std::function<std::string()>& detail = nullptr) {
   if (actual != expected) {
-    fail(call + " returned " + hex(actual) + ", expected " + hex(expected), detail ? detail() : std::string());
+    Fail(call + " returned " + Hex(actual) + ", expected " + Hex(expected), detail ? detail() : std::string());
   }
 }
 

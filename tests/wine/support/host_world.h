@@ -42,14 +42,17 @@ struct TestPackage {
 };
 
 // The package's AppxManifest.xml, shaped as the packaging tools write it.
-inline std::wstring manifestFor(const TestPackage& package) {
+inline std::wstring ManifestFor(const TestPackage& package) {
   std::wstring text =
       L"<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n"
       L"<Package xmlns=\"http://schemas.microsoft.com/appx/2010/manifest\">\r\n"
-      L"  <Identity Name=\"" + std::wstring(package.name) + L"\" Publisher=\"CN=Kelbrook Test Packages\" Version=\"" +
-      package.version + L"\" ProcessorArchitecture=\"x64\" />\r\n"
+      L"  <Identity Name=\"" +
+      std::wstring(package.name) + L"\" Publisher=\"CN=Kelbrook Test Packages\" Version=\"" + package.version +
+      L"\" ProcessorArchitecture=\"x64\" />\r\n"
       L"  <Properties>\r\n"
-      L"    <DisplayName>" + std::wstring(package.name) + L"</DisplayName>\r\n"
+      L"    <DisplayName>" +
+      std::wstring(package.name) +
+      L"</DisplayName>\r\n"
       L"    <PublisherDisplayName>Kelbrook Tests</PublisherDisplayName>\r\n"
       L"    <Logo>Assets\\StoreLogo.png</Logo>\r\n"
       L"  </Properties>\r\n"
@@ -64,10 +67,12 @@ inline std::wstring manifestFor(const TestPackage& package) {
   for (const ManifestApplication& application : package.applications) {
     text += L"    <Application Id=\"" + std::wstring(application.id) +
             L"\" Executable=\"App.exe\" EntryPoint=\"App.App\">\r\n"
-            L"      <VisualElements DisplayName=\"" + std::wstring(application.displayName) +
+            L"      <VisualElements DisplayName=\"" +
+            std::wstring(application.displayName) +
             L"\" Logo=\"Assets\\Logo.png\" SmallLogo=\"Assets\\SmallLogo.png\" Description=\"Test\""
             L" ForegroundText=\"light\" BackgroundColor=\"#464646\">\r\n"
-            L"        <DefaultTile ShowName=\"allLogos\" ShortName=\"" + std::wstring(application.shortName) +
+            L"        <DefaultTile ShowName=\"allLogos\" ShortName=\"" +
+            std::wstring(application.shortName) +
             L"\" />\r\n"
             L"        <SplashScreen Image=\"Assets\\SplashScreen.png\" />\r\n"
             L"      </VisualElements>\r\n"
@@ -79,13 +84,13 @@ inline std::wstring manifestFor(const TestPackage& package) {
 
 // The start of a fixture file: a comment line and the journal the doubles
 // record every call in.
-inline std::wstring fixtureHeader(const std::wstring& comment, const std::wstring& journal) {
+inline std::wstring FixtureHeader(const std::wstring& comment, const std::wstring& journal) {
   return L"; " + comment + L"\r\n[Doubles]\r\nJournal=" + journal + L"\r\n\r\n";
 }
 
 // The fixture's section that makes the deployment service list the package
 // as installed in `location`.
-inline std::wstring fixturePackageSection(const TestPackage& package, const std::wstring& location) {
+inline std::wstring FixturePackageSection(const TestPackage& package, const std::wstring& location) {
   return L"[Package]\r\nFamilyName=" + std::wstring(package.familyName) + L"\r\nFullName=" + package.fullName +
          L"\r\nName=" + package.name + L"\r\nVersion=" + package.version + L"\r\nInstalledLocation=" + location +
          L"\r\n\r\n";
@@ -96,58 +101,60 @@ class HostWorld {
   // `usage` is how the program is run, for the failure when the private
   // folder is not given.
   HostWorld(const PrivateHost& host, const char* usage) {
-    root_ = environmentValue(host.rootVariable);
-    if (root_.empty()) fail(narrow(host.rootVariable) + " is not set (run through " + usage + ")");
-    hostFolder_ = programFolder();
+    root_ = EnvironmentValue(host.rootVariable);
+    if (root_.empty()) Fail(Narrow(host.rootVariable) + " is not set (run through " + usage + ")");
+    hostFolder_ = ProgramFolder();
     // The library names its data folder after the host: the name cut at its
     // first dot.
     const std::wstring exeName = host.exeName;
     dataFolderName_ = exeName.substr(0, exeName.find(L'.'));
 
-    useLocalAppData(L"LocalAppData");
+    UseLocalAppData(L"LocalAppData");
     allUsersProfile_ = root_ + L"\\ProgramData";
     appData_ = root_ + L"\\Roaming";
-    makeFolders(commonPrograms());
-    makeFolders(userPrograms());
-    setEnvironment(L"ALLUSERSPROFILE", allUsersProfile_);
-    setEnvironment(L"APPDATA", appData_);
-    setEnvironment(L"KEL_RECORDER_LOG", recorderLog());
+    MakeFolders(CommonPrograms());
+    MakeFolders(UserPrograms());
+    SetEnvironment(L"ALLUSERSPROFILE", allUsersProfile_);
+    SetEnvironment(L"APPDATA", appData_);
+    SetEnvironment(L"KEL_RECORDER_LOG", RecorderLog());
   }
 
   // Points LOCALAPPDATA at a new folder under the root, with the folder the
   // log goes to.
-  void useLocalAppData(const std::wstring& name) {
+  void UseLocalAppData(const std::wstring& name) {
     localAppData_ = root_ + L"\\" + name;
-    makeFolders(localAppData_ + L"\\Osk\\Kelbrook");
-    setEnvironment(L"LOCALAPPDATA", localAppData_);
+    MakeFolders(localAppData_ + L"\\Osk\\Kelbrook");
+    SetEnvironment(L"LOCALAPPDATA", localAppData_);
   }
 
   // The package's installed folder with its manifest.
-  void installPackage(const TestPackage& package) const {
-    const std::wstring folder = packageFolder(package);
-    makeFolders(folder);
-    writeText(folder + L"\\AppxManifest.xml", manifestFor(package));
+  void InstallPackage(const TestPackage& package) const {
+    const std::wstring folder = PackageFolder(package);
+    MakeFolders(folder);
+    WriteText(folder + L"\\AppxManifest.xml", ManifestFor(package));
   }
 
   // Writes the fixture file and names it to the doubles loaded from now on.
-  void writeFixture(const std::wstring& text) const {
-    writeText(fixturePath(), text);
-    setEnvironment(deployment_double::kFixtureVariable, fixturePath());
+  void WriteFixture(const std::wstring& text) const {
+    WriteText(FixturePath(), text);
+    SetEnvironment(deployment_double::kFixtureVariable, FixturePath());
   }
 
-  const std::wstring& root() const { return root_; }
-  const std::wstring& allUsersProfile() const { return allUsersProfile_; }
-  const std::wstring& appData() const { return appData_; }
-  std::wstring commonPrograms() const { return allUsersProfile_ + kStartMenuPrograms; }
-  std::wstring userPrograms() const { return appData_ + kStartMenuPrograms; }
-  std::wstring packageFolder(const TestPackage& package) const { return root_ + L"\\Packages\\" + package.folder; }
-  std::wstring fixturePath() const { return root_ + L"\\deployment.ini"; }
-  std::wstring recorderLog() const { return root_ + L"\\recorder.txt"; }
-  std::wstring presetPath() const { return hostFolder_ + L"\\PresetAppNameList.xml"; }
-  std::wstring dataFolder() const { return localAppData_ + L"\\Osk\\Kelbrook\\" + dataFolderName_; }
-  std::wstring dataFile() const { return dataFolder() + L"\\AppNameList1.0.4.0.xml"; }
-  std::wstring logFile() const { return localAppData_ + L"\\Osk\\Kelbrook\\KelbrookLogFS.txt"; }
-  std::vector<std::string> logLines() const { return completeLines(readFile(logFile())); }
+  [[nodiscard]] const std::wstring& Root() const { return root_; }
+  [[nodiscard]] const std::wstring& AllUsersProfile() const { return allUsersProfile_; }
+  [[nodiscard]] const std::wstring& AppData() const { return appData_; }
+  [[nodiscard]] std::wstring CommonPrograms() const { return allUsersProfile_ + kStartMenuPrograms; }
+  [[nodiscard]] std::wstring UserPrograms() const { return appData_ + kStartMenuPrograms; }
+  [[nodiscard]] std::wstring PackageFolder(const TestPackage& package) const {
+    return root_ + L"\\Packages\\" + package.folder;
+  }
+  [[nodiscard]] std::wstring FixturePath() const { return root_ + L"\\deployment.ini"; }
+  [[nodiscard]] std::wstring RecorderLog() const { return root_ + L"\\recorder.txt"; }
+  [[nodiscard]] std::wstring PresetPath() const { return hostFolder_ + L"\\PresetAppNameList.xml"; }
+  [[nodiscard]] std::wstring DataFolder() const { return localAppData_ + L"\\Osk\\Kelbrook\\" + dataFolderName_; }
+  [[nodiscard]] std::wstring DataFile() const { return DataFolder() + L"\\AppNameList1.0.4.0.xml"; }
+  [[nodiscard]] std::wstring LogFile() const { return localAppData_ + L"\\Osk\\Kelbrook\\KelbrookLogFS.txt"; }
+  [[nodiscard]] std::vector<std::string> LogLines() const { return CompleteLines(ReadBytes(LogFile())); }
 
  private:
   std::wstring root_;

@@ -19,15 +19,16 @@ class Library {
  public:
   explicit Library(const std::wstring& path) {
     module_ = LoadLibraryW(path.c_str());
-    if (module_ == nullptr) fail(format("LoadLibraryW(%s) failed with error %lu", narrow(path).c_str(), GetLastError()));
+    if (module_ == nullptr)
+      Fail(Format("LoadLibraryW(%s) failed with error %lu", Narrow(path).c_str(), GetLastError()));
   }
 
-  HMODULE module() const { return module_; }
+  [[nodiscard]] HMODULE Module() const { return module_; }
 
   template <typename Function>
   Function get(const char* name) const {
     FARPROC address = GetProcAddress(module_, name);
-    if (address == nullptr) fail(format("GetProcAddress(%s) failed", name));
+    if (address == nullptr) Fail(Format("GetProcAddress(%s) failed", name));
     return reinterpret_cast<Function>(reinterpret_cast<void*>(address));
   }
 
@@ -36,6 +37,6 @@ class Library {
 };
 
 // KEL(lib, KelInitialize) gives the export typed like its declaration in Kelbrook.h.
-#define KEL(lib, name) ((lib).get<decltype(&name)>(#name))
+#define KEL(lib, name) ((lib).get<decltype(&(name))>(#name))
 
 }  // namespace wine_test

@@ -15,17 +15,19 @@ namespace wine_test {
 // ---------------------------------------------------------------------------
 // Values under HKEY_CURRENT_USER
 
-inline void writeUserValue(const wchar_t* keyName, const wchar_t* name, DWORD type, const void* data, DWORD size) {
+inline void WriteUserValue(const wchar_t* keyName, const wchar_t* name, DWORD type, const void* data, DWORD size) {
   HKEY key = nullptr;
   LONG status = RegCreateKeyExW(HKEY_CURRENT_USER, keyName, 0, nullptr, 0, KEY_SET_VALUE, nullptr, &key, nullptr);
-  if (status != ERROR_SUCCESS) fail(format("RegCreateKeyExW(HKCU\\%s) failed with %ld", narrow(keyName).c_str(), status));
+  if (status != ERROR_SUCCESS)
+    Fail(Format("RegCreateKeyExW(HKCU\\%s) failed with %ld", Narrow(keyName).c_str(), status));
   status = RegSetValueExW(key, name, 0, type, static_cast<const BYTE*>(data), size);
   RegCloseKey(key);
-  if (status != ERROR_SUCCESS) fail(format("RegSetValueExW(%s) failed with %ld", narrow(name).c_str(), status));
+  if (status != ERROR_SUCCESS) Fail(Format("RegSetValueExW(%s) failed with %ld", Narrow(name).c_str(), status));
 }
 
-inline void writeUserString(const wchar_t* keyName, const wchar_t* name, const wchar_t* value) {
-  writeUserValue(keyName, name, REG_SZ, value, static_cast<DWORD>((wcslen(value) + 1) * sizeof(wchar_t)));
+inline void WriteUserString(const wchar_t* keyName, const wchar_t* name, const wchar_t* value) {
+  const std::size_t bytes = (wcslen(value) + 1) * sizeof(wchar_t);
+  WriteUserValue(keyName, name, REG_SZ, value, static_cast<DWORD>(bytes));
 }
 
 // ---------------------------------------------------------------------------
@@ -33,13 +35,13 @@ inline void writeUserString(const wchar_t* keyName, const wchar_t* name, const w
 
 inline constexpr wchar_t kSettingsKey[] = L"Software\\Osk\\Kelbrook";
 
-inline void setDwordSetting(const wchar_t* name, DWORD value) {
-  writeUserValue(kSettingsKey, name, REG_DWORD, &value, sizeof value);
+inline void SetDwordSetting(const wchar_t* name, DWORD value) {
+  WriteUserValue(kSettingsKey, name, REG_DWORD, &value, sizeof value);
 }
 
-inline void setStringSetting(const wchar_t* name, const wchar_t* value) { writeUserString(kSettingsKey, name, value); }
+inline void SetStringSetting(const wchar_t* name, const wchar_t* value) { WriteUserString(kSettingsKey, name, value); }
 
-inline void deleteSetting(const wchar_t* name) {
+inline void DeleteSetting(const wchar_t* name) {
   HKEY key = nullptr;
   if (RegOpenKeyExW(HKEY_CURRENT_USER, kSettingsKey, 0, KEY_SET_VALUE, &key) == ERROR_SUCCESS) {
     RegDeleteValueW(key, name);
@@ -51,16 +53,16 @@ inline void deleteSetting(const wchar_t* name) {
 // (whether it passed or not), so that no test sees another one's values.
 class SettingsScope {
  public:
-  SettingsScope() { clear(); }
-  ~SettingsScope() { clear(); }
+  SettingsScope() { Clear(); }
+  ~SettingsScope() { Clear(); }
   SettingsScope(const SettingsScope&) = delete;
   SettingsScope& operator=(const SettingsScope&) = delete;
 
  private:
-  static void clear() {
+  static void Clear() {
     for (const wchar_t* name : {L"DebugLog", L"RefreshInterval", L"ManifestReaderSetting", L"ClearClipboardWaitTime",
                                 L"RestoreRegistryWaitTime"}) {
-      deleteSetting(name);
+      DeleteSetting(name);
     }
   }
 };
@@ -69,7 +71,7 @@ class SettingsScope {
 // their defaults for the test's lifetime.
 class LogOnSettingsScope : public SettingsScope {
  public:
-  LogOnSettingsScope() { setDwordSetting(L"DebugLog", 1); }
+  LogOnSettingsScope() { SetDwordSetting(L"DebugLog", 1); }
 };
 
 // ---------------------------------------------------------------------------
@@ -78,7 +80,7 @@ class LogOnSettingsScope : public SettingsScope {
 inline constexpr wchar_t kControlKey[] = L"Software\\KelbrookTestDesktop";
 
 // The value, or `fallback` when it is absent or no DWORD.
-inline DWORD readControl(const wchar_t* name, DWORD fallback) {
+inline DWORD ReadControl(const wchar_t* name, DWORD fallback) {
   DWORD value = 0;
   DWORD size = sizeof value;
   if (RegGetValueW(HKEY_CURRENT_USER, kControlKey, name, RRF_RT_REG_DWORD, nullptr, &value, &size) != ERROR_SUCCESS) {
@@ -87,23 +89,23 @@ inline DWORD readControl(const wchar_t* name, DWORD fallback) {
   return value;
 }
 
-inline void setControl(const wchar_t* name, DWORD value) {
-  writeUserValue(kControlKey, name, REG_DWORD, &value, sizeof value);
+inline void SetControl(const wchar_t* name, DWORD value) {
+  WriteUserValue(kControlKey, name, REG_DWORD, &value, sizeof value);
 }
 
-inline void setControlString(const wchar_t* name, const wchar_t* value) { writeUserString(kControlKey, name, value); }
+inline void SetControlString(const wchar_t* name, const wchar_t* value) { WriteUserString(kControlKey, name, value); }
 
 // Removes the control key when the test starts and when it ends, so that no
 // test sees another one's values.
 class ControlScope {
  public:
-  ControlScope() { clear(); }
-  ~ControlScope() { clear(); }
+  ControlScope() { Clear(); }
+  ~ControlScope() { Clear(); }
   ControlScope(const ControlScope&) = delete;
   ControlScope& operator=(const ControlScope&) = delete;
 
  private:
-  static void clear() { RegDeleteTreeW(HKEY_CURRENT_USER, kControlKey); }
+  static void Clear() { RegDeleteTreeW(HKEY_CURRENT_USER, kControlKey); }
 };
 
 }  // namespace wine_test

@@ -23,18 +23,18 @@ inline const char* g_currentTest = "";  // for reports made outside the test's o
 
 // Where reports go: a file the parent of a private host prints, or, when
 // empty, the output.
-inline std::wstring& reportPath() {
+inline std::wstring& ReportPath() {
   static std::wstring path;
   return path;
 }
 
-inline void report(const std::string& text) {
-  if (reportPath().empty()) {
+inline void Report(const std::string& text) {
+  if (ReportPath().empty()) {
     printf("%s", text.c_str());
     fflush(stdout);
     return;
   }
-  HANDLE file = CreateFileW(reportPath().c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+  HANDLE file = CreateFileW(ReportPath().c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                             OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file != INVALID_HANDLE_VALUE) {
     DWORD written = 0;
@@ -44,34 +44,34 @@ inline void report(const std::string& text) {
 }
 
 // A crash in the library still gives a FAIL line before the process ends.
-inline LONG WINAPI reportCrash(EXCEPTION_POINTERS* info) {
-  report(format("FAIL %s: crashed with exception 0x%08lX\n", g_currentTest,
+inline LONG WINAPI ReportCrash(EXCEPTION_POINTERS* info) {
+  Report(Format("FAIL %s: crashed with exception 0x%08lX\n", g_currentTest,
                 static_cast<unsigned long>(info->ExceptionRecord->ExceptionCode)));
   return EXCEPTION_EXECUTE_HANDLER;
 }
 
 // Runs the test and reports "PASS name", or "FAIL name: reason" with the
 // detail under it. Exit code 0 on PASS, 1 on FAIL.
-inline int runTest(const char* name, const std::function<void()>& test) {
+inline int RunTest(const char* name, const std::function<void()>& test) {
   g_currentTest = name;
-  SetUnhandledExceptionFilter(reportCrash);
+  SetUnhandledExceptionFilter(ReportCrash);
   try {
     test();
   } catch (const TestFailure& failure) {
-    report("FAIL " + std::string(name) + ": " + failure.reason + "\n" + failure.detail);
+    Report("FAIL " + std::string(name) + ": " + failure.reason + "\n" + failure.detail);
     return 1;
   } catch (const std::exception& exception) {
-    report("FAIL " + std::string(name) + ": exception " + exception.what() + "\n");
+    Report("FAIL " + std::string(name) + ": exception " + exception.what() + "\n");
     return 1;
   }
-  report("PASS " + std::string(name) + "\n");
+  Report("PASS " + std::string(name) + "\n");
   return 0;
 }
 
 // The test of this name in a program's table; an unknown name is reported
 // and gives null.
 template <typename Test, std::size_t N>
-const Test* findTest(const Test (&tests)[N], const std::string& name) {
+const Test* FindTest(const Test (&tests)[N], const std::string& name) {
   for (const Test& test : tests) {
     if (name == test.name) return &test;
   }
@@ -81,7 +81,7 @@ const Test* findTest(const Test (&tests)[N], const std::string& name) {
 
 // Exit code 2, for bad usage.
 template <typename Test, std::size_t N>
-int usage(const char* synopsis, const Test (&tests)[N]) {
+int Usage(const char* synopsis, const Test (&tests)[N]) {
   printf("usage: %s\ntests:\n", synopsis);
   for (const Test& test : tests) printf("  %s\n", test.name);
   return 2;
@@ -89,8 +89,8 @@ int usage(const char* synopsis, const Test (&tests)[N]) {
 
 // Wine maps the Unix root to drive Z:, so a Unix path from the build system
 // is reachable as Z:<path>.
-inline std::wstring usablePath(const std::wstring& path) {
-  if (!path.empty() && path[0] == L'/' && !fileExists(path) && fileExists(L"Z:" + path)) return L"Z:" + path;
+inline std::wstring UsablePath(const std::wstring& path) {
+  if (!path.empty() && path[0] == L'/' && !FileExists(path) && FileExists(L"Z:" + path)) return L"Z:" + path;
   return path;
 }
 
@@ -98,33 +98,33 @@ inline std::wstring usablePath(const std::wstring& path) {
 // `PROGRAM DLLPATH TESTNAME`. Runs the named test of `tests` (each with a
 // `name` and a `run(const std::wstring& dllPath)`), or reports bad usage.
 template <typename Test, std::size_t N>
-int runDllTestNamedOnCommandLine(const char* synopsis, const Test (&tests)[N]) {
+int RunDllTestNamedOnCommandLine(const char* synopsis, const Test (&tests)[N]) {
   int argc = 0;
   LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
-  if (argv == nullptr || argc != 3) return usage(synopsis, tests);
-  const std::wstring dllPath = usablePath(argv[1]);
-  const std::string name = narrow(argv[2]);
+  if (argv == nullptr || argc != 3) return Usage(synopsis, tests);
+  const std::wstring dllPath = UsablePath(argv[1]);
+  const std::string name = Narrow(argv[2]);
   LocalFree(argv);
-  const Test* test = findTest(tests, name);
-  if (test == nullptr) return usage(synopsis, tests);
-  return runTest(test->name, [&] { test->run(dllPath); });
+  const Test* test = FindTest(tests, name);
+  if (test == nullptr) return Usage(synopsis, tests);
+  return RunTest(test->name, [&] { test->run(dllPath); });
 }
 
 // The path of this program's executable.
-inline std::wstring programPath() {
+inline std::wstring ProgramPath() {
   wchar_t path[MAX_PATH + 1] = {};
   GetModuleFileNameW(nullptr, path, MAX_PATH);
   return path;
 }
 
 // The folder the executable is in, where a host keeps its preset files.
-inline std::wstring programFolder() {
-  const std::wstring path = programPath();
+inline std::wstring ProgramFolder() {
+  const std::wstring path = ProgramPath();
   return path.substr(0, path.find_last_of(L'\\'));
 }
 
 // For a test that runs in another folder.
-inline std::wstring absolutePath(const std::wstring& path) {
+inline std::wstring AbsolutePath(const std::wstring& path) {
   wchar_t full[MAX_PATH + 1];
   const DWORD length = GetFullPathNameW(path.c_str(), MAX_PATH + 1, full, nullptr);
   return length > 0 && length <= MAX_PATH ? std::wstring(full) : path;
@@ -150,21 +150,21 @@ struct PrivateHost {
 };
 
 // In the copy: the test itself, reported to the parent's file.
-inline int runInHost(const PrivateHost& host, const char* name, const std::function<void()>& test) {
-  reportPath() = environmentValue(host.reportVariable);
-  return runTest(name, test);
+inline int RunInHost(const PrivateHost& host, const char* name, const std::function<void()>& test) {
+  ReportPath() = EnvironmentValue(host.reportVariable);
+  return RunTest(name, test);
 }
 
 // Starts the copy in its folder and waits for it (bounded); gives whether it
 // ended in time, and then its exit code.
-inline bool runCopy(const std::wstring& exe, std::wstring commandLine, const std::wstring& folder, DWORD limitMs,
+inline bool RunCopy(const std::wstring& exe, std::wstring commandLine, const std::wstring& folder, DWORD limitMs,
                     DWORD& code) {
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
   PROCESS_INFORMATION process = {};
   if (!CreateProcessW(exe.c_str(), &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr, folder.c_str(), &startup,
                       &process)) {
-    fail(format("cannot start %s (error %lu)", narrow(exe).c_str(), GetLastError()));
+    Fail(Format("cannot start %s (error %lu)", Narrow(exe).c_str(), GetLastError()));
   }
   CloseHandle(process.hThread);
   const bool ended = WaitForSingleObject(process.hProcess, limitMs) == WAIT_OBJECT_0;
@@ -179,14 +179,14 @@ inline bool runCopy(const std::wstring& exe, std::wstring commandLine, const std
   return ended;
 }
 
-inline void removePrivateFolder(const PrivateHost& host, const std::wstring& root) {
-  if (environmentValue(host.keepVariable) == L"1") {
-    printf("kept %s\n", narrow(root).c_str());
+inline void RemovePrivateFolder(const PrivateHost& host, const std::wstring& root) {
+  if (EnvironmentValue(host.keepVariable) == L"1") {
+    printf("kept %s\n", Narrow(root).c_str());
     fflush(stdout);
     return;
   }
   // A handler started by the shell may still be closing its file: a few tries.
-  if (!waitUntil([&] { return removeTree(root); }, 5000)) printf("note: could not remove %s\n", narrow(root).c_str());
+  if (!WaitUntil([&] { return RemoveTree(root); }, 5000)) printf("note: could not remove %s\n", Narrow(root).c_str());
   fflush(stdout);
 }
 
@@ -195,12 +195,12 @@ inline void removePrivateFolder(const PrivateHost& host, const std::wstring& roo
 // removes the folder. `beforeStart` runs once the folder is ready; when the
 // copy has passed, `afterExit` looks at the private folder and gives what is
 // wrong, or nothing.
-inline int runInPrivateHost(const PrivateHost& host, const char* name, const std::wstring& arguments,
+inline int RunInPrivateHost(const PrivateHost& host, const char* name, const std::wstring& arguments,
                             const std::function<void()>& beforeStart = nullptr,
                             const std::function<std::string(const std::wstring& root)>& afterExit = nullptr) {
   std::wstring root;
   try {
-    root = createTempFolder(host.folderPrefix);
+    root = CreateTempFolder(host.folderPrefix);
   } catch (const TestFailure& failure) {
     printf("FAIL %s: %s\n", name, failure.reason.c_str());
     return 1;
@@ -208,18 +208,19 @@ inline int runInPrivateHost(const PrivateHost& host, const char* name, const std
   int exitCode = 1;
   try {
     const std::wstring hostFolder = root + L"\\host";
-    makeFolders(hostFolder);
+    MakeFolders(hostFolder);
     const std::wstring exe = hostFolder + L"\\" + host.exeName;
-    if (!CopyFileW(programPath().c_str(), exe.c_str(), FALSE)) fail(format("cannot copy the test program (error %lu)", GetLastError()));
+    if (!CopyFileW(ProgramPath().c_str(), exe.c_str(), FALSE))
+      Fail(Format("cannot copy the test program (error %lu)", GetLastError()));
     const std::wstring reportFile = root + L"\\report.txt";
-    setEnvironment(host.rootVariable, root);
-    setEnvironment(host.reportVariable, reportFile);
+    SetEnvironment(host.rootVariable, root);
+    SetEnvironment(host.reportVariable, reportFile);
     if (beforeStart) beforeStart();
 
     DWORD code = 1;
     const std::wstring commandLine = L"\"" + exe + L"\" " + arguments + L" " + std::wstring(name, name + strlen(name));
-    const bool ended = runCopy(exe, commandLine, hostFolder, host.limitMs, code);
-    const std::string text = readFile(reportFile);
+    const bool ended = RunCopy(exe, commandLine, hostFolder, host.limitMs, code);
+    const std::string text = ReadBytes(reportFile);
     const std::string problem = ended && code == 0 && !text.empty() && afterExit ? afterExit(root) : std::string();
     if (!ended) {
       printf("%sFAIL %s: the test did not end within %lu s and was stopped\n", text.c_str(), name,
@@ -236,7 +237,7 @@ inline int runInPrivateHost(const PrivateHost& host, const char* name, const std
     printf("FAIL %s: %s\n%s", name, failure.reason.c_str(), failure.detail.c_str());
     exitCode = 1;
   }
-  removePrivateFolder(host, root);
+  RemovePrivateFolder(host, root);
   return exitCode;
 }
 

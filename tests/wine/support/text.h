@@ -15,7 +15,7 @@ namespace wine_test {
 // ---------------------------------------------------------------------------
 // Strings
 
-inline std::string narrow(const std::wstring& text) {
+inline std::string Narrow(const std::wstring& text) {
   if (text.empty()) return std::string();
   const int bytes =
       WideCharToMultiByte(CP_UTF8, 0, text.c_str(), static_cast<int>(text.size()), nullptr, 0, nullptr, nullptr);
@@ -25,10 +25,10 @@ inline std::string narrow(const std::wstring& text) {
 }
 
 // The library's own strings are UTF-16 in char16_t, as wchar_t is on Windows.
-inline std::string narrow(const char16_t* text) { return narrow(std::wstring(reinterpret_cast<const wchar_t*>(text))); }
+inline std::string Narrow(const char16_t* text) { return Narrow(std::wstring(reinterpret_cast<const wchar_t*>(text))); }
 
 // In double quotes, line ends and tabs made visible.
-inline std::string quoted(const std::string& text) {
+inline std::string Quoted(const std::string& text) {
   std::string result = "\"";
   for (char c : text) {
     if (c == '\r') {
@@ -46,7 +46,7 @@ inline std::string quoted(const std::string& text) {
 
 // The lines of a text file, without their line ends; a last line that has
 // no "\n" yet (still being written) is left out.
-inline std::vector<std::string> completeLines(const std::string& text) {
+inline std::vector<std::string> CompleteLines(const std::string& text) {
   std::vector<std::string> lines;
   std::size_t start = 0;
   for (;;) {
@@ -62,10 +62,10 @@ inline std::vector<std::string> completeLines(const std::string& text) {
 
 // A titled block of lines for a failure report; with `last`, only that many
 // of the last lines.
-inline std::string indented(const std::string& title, const std::vector<std::string>& lines, std::size_t last = 0) {
+inline std::string Indented(const std::string& title, const std::vector<std::string>& lines, std::size_t last = 0) {
   std::string detail = title + ":\n";
   const std::size_t first = last != 0 && lines.size() > last ? lines.size() - last : 0;
-  if (first > 0) detail += format("  | ... (%u lines before)\n", static_cast<unsigned>(first));
+  if (first > 0) detail += Format("  | ... (%u lines before)\n", static_cast<unsigned>(first));
   for (std::size_t i = first; i < lines.size(); ++i) detail += "  | " + lines[i] + "\n";
   if (lines.empty()) detail += "  (empty)\n";
   return detail;
