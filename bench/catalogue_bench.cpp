@@ -14,6 +14,7 @@
 #include <libxml/xmlwriter.h>
 
 #include <cstdio>
+#include <initializer_list>
 #include <pugixml.hpp>
 
 #include "catalogue_data.h"
@@ -97,6 +98,18 @@ void WriteAttribute(xmlTextWriterPtr writer, const char* name, const std::string
   if (!value.empty()) xmlTextWriterWriteAttribute(writer, BAD_CAST name, BAD_CAST value.c_str());
 }
 
+struct Utf8Attribute {
+  const char* name;
+  const std::string& value;
+};
+
+// An element with its attributes and no content.
+void WriteEmptyElement(xmlTextWriterPtr writer, const char* name, std::initializer_list<Utf8Attribute> attributes) {
+  xmlTextWriterStartElement(writer, BAD_CAST name);
+  for (const Utf8Attribute& attribute : attributes) WriteAttribute(writer, attribute.name, attribute.value);
+  xmlTextWriterEndElement(writer);
+}
+
 // The same elements and attributes, indented two spaces, into memory.
 __attribute__((noinline)) std::size_t TimedLibxml2Write(const Utf8Records& records) {
   xmlBufferPtr buffer = xmlBufferCreate();
@@ -114,22 +127,18 @@ __attribute__((noinline)) std::size_t TimedLibxml2Write(const Utf8Records& recor
                   package.version.Build, package.version.Revision);
     xmlTextWriterWriteAttribute(writer, BAD_CAST "Version", BAD_CAST version);
     for (const auto& app : package.apps) {
-      xmlTextWriterStartElement(writer, BAD_CAST "MetroApp");
-      WriteAttribute(writer, "DisplayName", app.displayName);
-      WriteAttribute(writer, "ShortName", app.shortName);
-      WriteAttribute(writer, "RubyDisplayName", app.rubyDisplayName);
-      xmlTextWriterEndElement(writer);
+      WriteEmptyElement(
+          writer, "MetroApp",
+          {{"DisplayName", app.displayName}, {"ShortName", app.shortName}, {"RubyDisplayName", app.rubyDisplayName}});
     }
     xmlTextWriterEndElement(writer);
   }
   xmlTextWriterEndElement(writer);
   xmlTextWriterStartElement(writer, BAD_CAST "DesktopApps");
   for (const auto& app : records.desktopApps) {
-    xmlTextWriterStartElement(writer, BAD_CAST "DesktopApp");
-    WriteAttribute(writer, "DisplayName", app.displayName);
-    WriteAttribute(writer, "LnkFileName", app.lnkFileName);
-    WriteAttribute(writer, "LocalizeName", app.localizeName);
-    xmlTextWriterEndElement(writer);
+    WriteEmptyElement(
+        writer, "DesktopApp",
+        {{"DisplayName", app.displayName}, {"LnkFileName", app.lnkFileName}, {"LocalizeName", app.localizeName}});
   }
   xmlTextWriterEndElement(writer);
   xmlTextWriterEndDocument(writer);

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 
 #include "frame/format.h"
 #include "frame/log.h"
@@ -77,6 +78,18 @@ void Attribute(std::string& out, const char* name, const WString& value) {
   out += '"';
 }
 
+struct NamedText {
+  const char* name;
+  const WString& value;
+};
+
+// An element with its attributes and no content, on a line of its own.
+void EmptyElement(std::string& out, const char* line_and_name, std::initializer_list<NamedText> attributes) {
+  out += line_and_name;
+  for (const NamedText& attribute : attributes) Attribute(out, attribute.name, attribute.value);
+  out += " />";
+}
+
 // The file as the library's writer lays it out: byte order mark, CRLF line
 // ends, two spaces per level, the root left open.
 std::string MakeFile() {
@@ -89,21 +102,17 @@ std::string MakeFile() {
                                           package.version.Revision}));
     out += '>';
     for (const MetroAppEntry& app : package.apps) {
-      out += "\r\n      <MetroApp";
-      Attribute(out, "DisplayName", app.displayName);
-      Attribute(out, "ShortName", app.shortName);
-      Attribute(out, "RubyDisplayName", app.rubyDisplayName);
-      out += " />";
+      EmptyElement(
+          out, "\r\n      <MetroApp",
+          {{"DisplayName", app.displayName}, {"ShortName", app.shortName}, {"RubyDisplayName", app.rubyDisplayName}});
     }
     out += "\r\n    </Package>";
   }
   out += "\r\n  </MetroApps>\r\n  <DesktopApps>";
   for (const DesktopAppEntry& app : GeneratedDesktopApps()) {
-    out += "\r\n    <DesktopApp";
-    Attribute(out, "DisplayName", app.displayName);
-    Attribute(out, "LnkFileName", app.lnkFileName);
-    Attribute(out, "LocalizeName", app.localizeName);
-    out += " />";
+    EmptyElement(
+        out, "\r\n    <DesktopApp",
+        {{"DisplayName", app.displayName}, {"LnkFileName", app.lnkFileName}, {"LocalizeName", app.localizeName}});
   }
   out += "\r\n  </DesktopApps>";
   return out;

@@ -8,6 +8,7 @@
 #include <new>
 
 #include "catalogue_data.h"
+#include "replaced_new_delete.h"
 
 namespace {
 
@@ -26,7 +27,7 @@ long long Chunk(std::size_t n) {
 
 // Each block carries its size in front of it, in a header as large as the
 // alignment asked for.
-void* Allocate(std::size_t n, std::size_t alignment) {
+void* Allocate(std::size_t n, std::size_t alignment) noexcept {
   if (alignment < 16) alignment = 16;
   void* base = alignment == 16 ? std::malloc(n + alignment)
                                : std::aligned_alloc(alignment, (n + alignment + alignment - 1) / alignment * alignment);
@@ -52,38 +53,12 @@ void Release(void* p) noexcept {
   std::free(block - alignment);
 }
 
-void* AllocateOrThrow(std::size_t n, std::size_t alignment) {
-  void* p = Allocate(n, alignment);
-  if (p == nullptr) throw std::bad_alloc();
-  return p;
-}
-
 }  // namespace
 
-void* operator new(std::size_t n) { return AllocateOrThrow(n, 16); }
-void* operator new[](std::size_t n) { return AllocateOrThrow(n, 16); }
-void* operator new(std::size_t n, const std::nothrow_t&) noexcept { return Allocate(n, 16); }
-void* operator new[](std::size_t n, const std::nothrow_t&) noexcept { return Allocate(n, 16); }
-void* operator new(std::size_t n, std::align_val_t a) { return AllocateOrThrow(n, static_cast<std::size_t>(a)); }
-void* operator new[](std::size_t n, std::align_val_t a) { return AllocateOrThrow(n, static_cast<std::size_t>(a)); }
-void* operator new(std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept {
-  return Allocate(n, static_cast<std::size_t>(a));
+void* kel::testing::ReplacedAllocate(std::size_t size, std::size_t alignment) noexcept {
+  return Allocate(size, alignment);
 }
-void* operator new[](std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept {
-  return Allocate(n, static_cast<std::size_t>(a));
-}
-void operator delete(void* p) noexcept { Release(p); }
-void operator delete[](void* p) noexcept { Release(p); }
-void operator delete(void* p, std::size_t) noexcept { Release(p); }
-void operator delete[](void* p, std::size_t) noexcept { Release(p); }
-void operator delete(void* p, const std::nothrow_t&) noexcept { Release(p); }
-void operator delete[](void* p, const std::nothrow_t&) noexcept { Release(p); }
-void operator delete(void* p, std::align_val_t) noexcept { Release(p); }
-void operator delete[](void* p, std::align_val_t) noexcept { Release(p); }
-void operator delete(void* p, std::size_t, std::align_val_t) noexcept { Release(p); }
-void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { Release(p); }
-void operator delete(void* p, std::align_val_t, const std::nothrow_t&) noexcept { Release(p); }
-void operator delete[](void* p, std::align_val_t, const std::nothrow_t&) noexcept { Release(p); }
+void kel::testing::ReplacedRelease(void* block) noexcept { Release(block); }
 
 namespace kel::bench {
 namespace {

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "fakes/version_conditions.h"
 #include "frame/wide.h"
 
 namespace kel::bench {
@@ -103,33 +104,12 @@ LONG QuickPlatform::RegQueryValueEx(Handle, const WCHAR*, DWORD*, std::uint8_t*,
 LONG QuickPlatform::RegCloseKey(Handle) { return ERROR_SUCCESS; }
 
 std::uint64_t QuickPlatform::VerSetConditionMask(std::uint64_t mask, DWORD typeBit, std::uint8_t condition) {
-  unsigned index = 0;
-  while (index < 32 && (typeBit & (1u << index)) == 0) ++index;
-  return mask | (static_cast<std::uint64_t>(condition & 7) << (index * 3));
+  return fakes::AddVersionCondition(mask, typeBit, condition);
 }
 
 // As the recording fake answers on its default system, Windows 8 (6.2).
 BOOL QuickPlatform::VerifyVersionInfo(platform::OsVersionInfoEx& info, DWORD typeMask, std::uint64_t conditionMask) {
-  auto passes = [](DWORD actual, DWORD wanted, unsigned condition) {
-    switch (condition) {
-      case 1:
-        return actual == wanted;
-      case 2:
-        return actual > wanted;
-      case 3:
-        return actual >= wanted;
-      case 4:
-        return actual < wanted;
-      case 5:
-        return actual <= wanted;
-      default:
-        return false;
-    }
-  };
-  bool ok = true;
-  if (typeMask & platform::VER_MINORVERSION) ok = ok && passes(2, info.dwMinorVersion, conditionMask & 7);
-  if (typeMask & platform::VER_MAJORVERSION) ok = ok && passes(6, info.dwMajorVersion, (conditionMask >> 3) & 7);
-  return ok ? 1 : 0;
+  return fakes::VerifyVersion(6, 2, info, typeMask, conditionMask);
 }
 
 void* QuickPlatform::LocalAlloc(UINT, std::size_t bytes) { return std::calloc(1, bytes == 0 ? 1 : bytes); }

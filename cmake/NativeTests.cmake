@@ -26,7 +26,7 @@ file(GLOB_RECURSE KEL_UNIT_TEST_SOURCES CONFIGURE_DEPENDS
   ${PROJECT_SOURCE_DIR}/tests/fault_injection/*.cpp
   ${PROJECT_SOURCE_DIR}/tests/soak/*.cpp
   ${PROJECT_SOURCE_DIR}/tests/fakes/*_test.cpp)
-add_executable(kel_unit_tests ${KEL_UNIT_TEST_SOURCES} tests/support/alloc_counter.cpp)
+add_executable(kel_unit_tests ${KEL_UNIT_TEST_SOURCES} tests/support/alloc_counter.cpp tests/support/replaced_new_delete.cpp)
 target_link_libraries(kel_unit_tests PRIVATE kel_fakes GTest::gtest_main GTest::gmock)
 target_compile_definitions(kel_unit_tests PRIVATE KEL_TEST_MANIFESTS_DIR="${PROJECT_SOURCE_DIR}/tests/manifest/manifests")
 gtest_discover_tests(kel_unit_tests DISCOVERY_TIMEOUT 60 PROPERTIES LABELS unit)

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "fakes/fake_arguments.h"
+#include "fakes/version_conditions.h"
 #include "text/cp932/cp932.h"
 
 namespace kel::fakes {
@@ -94,9 +95,7 @@ DWORD FakePlatform::GetModuleFileName(WCHAR* buffer, DWORD capacity) {
 
 std::uint64_t FakePlatform::VerSetConditionMask(std::uint64_t mask, DWORD typeBit, std::uint8_t condition) {
   Record("VerSetConditionMask", Hex(mask) + ", " + Arg(typeBit) + ", " + Arg(condition));
-  unsigned index = 0;
-  while (index < 32 && (typeBit & (1u << index)) == 0) ++index;
-  return mask | (static_cast<std::uint64_t>(condition & 7) << (index * 3));
+  return AddVersionCondition(mask, typeBit, condition);
 }
 
 BOOL FakePlatform::VerifyVersionInfo(platform::OsVersionInfoEx& info, DWORD typeMask, std::uint64_t conditionMask) {
@@ -106,26 +105,7 @@ BOOL FakePlatform::VerifyVersionInfo(platform::OsVersionInfoEx& info, DWORD type
     return 0;
   }
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  auto passes = [](DWORD actual, DWORD wanted, unsigned condition) {
-    switch (condition) {
-      case 1:
-        return actual == wanted;
-      case 2:
-        return actual > wanted;
-      case 3:
-        return actual >= wanted;
-      case 4:
-        return actual < wanted;
-      case 5:
-        return actual <= wanted;
-      default:
-        return false;
-    }
-  };
-  bool ok = true;
-  if (typeMask & platform::VER_MINORVERSION) ok = ok && passes(minor_, info.dwMinorVersion, conditionMask & 7);
-  if (typeMask & platform::VER_MAJORVERSION) ok = ok && passes(major_, info.dwMajorVersion, (conditionMask >> 3) & 7);
-  return ok ? 1 : 0;
+  return VerifyVersion(major_, minor_, info, typeMask, conditionMask);
 }
 
 int FakePlatform::MultiByteToWideChar(UINT codePage, DWORD flags, const char* source, int sourceLength, WCHAR* buffer,

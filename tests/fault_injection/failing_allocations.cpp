@@ -1,10 +1,12 @@
-// The replacing global operator new and delete of the unit-test binary (its
-// only one: the allocation counter of tests/support counts through it). The
+// The allocations behind the unit-test binary's replacing global operator new
+// and delete (its only ones: the allocation counter of tests/support counts
+// through them). The
 // blocks come from malloc and go back to free, so the sanitizers (which
 // intercept malloc) still see every block, its overflows and its leaks.
 #include "failing_allocations.h"
 
 #include "alloc_counter.h"
+#include "replaced_new_delete.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -48,12 +50,6 @@ void* Take(std::size_t size, std::size_t alignment) noexcept {
   return block;
 }
 
-void* TakeOrThrow(std::size_t size, std::size_t alignment) {
-  void* block = Take(size, alignment);
-  if (block == nullptr) throw std::bad_alloc();
-  return block;
-}
-
 void Give(void* block) noexcept {
   if (block == nullptr) return;
   g_liveBlocks.fetch_sub(1, std::memory_order_relaxed);
@@ -86,38 +82,5 @@ AllocationsUncounted::~AllocationsUncounted() { --t_paused; }
 
 }  // namespace kel::testing
 
-using kel::testing::Give;
-using kel::testing::Take;
-using kel::testing::TakeOrThrow;
-
-constexpr std::size_t kPlain = alignof(std::max_align_t);
-
-void* operator new(std::size_t size) { return TakeOrThrow(size, kPlain); }
-void* operator new[](std::size_t size) { return TakeOrThrow(size, kPlain); }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Take(size, kPlain); }
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return Take(size, kPlain); }
-void* operator new(std::size_t size, std::align_val_t alignment) {
-  return TakeOrThrow(size, static_cast<std::size_t>(alignment));
-}
-void* operator new[](std::size_t size, std::align_val_t alignment) {
-  return TakeOrThrow(size, static_cast<std::size_t>(alignment));
-}
-void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
-  return Take(size, static_cast<std::size_t>(alignment));
-}
-void* operator new[](std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
-  return Take(size, static_cast<std::size_t>(alignment));
-}
-
-void operator delete(void* block) noexcept { Give(block); }
-void operator delete[](void* block) noexcept { Give(block); }
-void operator delete(void* block, std::size_t) noexcept { Give(block); }
-void operator delete[](void* block, std::size_t) noexcept { Give(block); }
-void operator delete(void* block, const std::nothrow_t&) noexcept { Give(block); }
-void operator delete[](void* block, const std::nothrow_t&) noexcept { Give(block); }
-void operator delete(void* block, std::align_val_t) noexcept { Give(block); }
-void operator delete[](void* block, std::align_val_t) noexcept { Give(block); }
-void operator delete(void* block, std::size_t, std::align_val_t) noexcept { Give(block); }
-void operator delete[](void* block, std::size_t, std::align_val_t) noexcept { Give(block); }
-void operator delete(void* block, std::align_val_t, const std::nothrow_t&) noexcept { Give(block); }
-void operator delete[](void* block, std::align_val_t, const std::nothrow_t&) noexcept { Give(block); }
+void* kel::testing::ReplacedAllocate(std::size_t size, std::size_t alignment) noexcept { return Take(size, alignment); }
+void kel::testing::ReplacedRelease(void* block) noexcept { Give(block); }

@@ -33,11 +33,12 @@ std::string ToShiftJis(const wchar_t* command, const std::wstring& text) {
   return result;
 }
 
-using Parser = Call (*)(const wchar_t* command, Arguments& args);
+using Parser = std::function<Call(const wchar_t* command, Arguments& args)>;
 
 // An export by its type and name, for the calls the table builds.
 template <typename Function>
 struct Export {
+  using Type = Function;
   const char* name;
 };
 #define KEL_EXPORT(name) \
@@ -80,208 +81,217 @@ Call Done(Export<Function> e, Values... values) {
   };
 }
 
+// The patterns of arguments the W exports and their A twins share. Each
+// builds the call from the export, the command's name, its arguments, the
+// name of its text argument and how that text is taken (TakeWide for a W
+// export, TakeNarrow for an A one).
+
+// TEXT alone.
+constexpr auto kText = [](auto e, const wchar_t* c, Arguments& args, const wchar_t* what, auto take) {
+  return Reporting(e, take(c, args, what));
+};
+
 // TEXT MODE OPTION, the arguments of the search-style exports, in order.
-template <typename Function, typename Take>
-Call TextModeOption(Export<Function> e, const wchar_t* c, Arguments& args, const wchar_t* what, Take take) {
+constexpr auto kTextModeOption = [](auto e, const wchar_t* c, Arguments& args, const wchar_t* what, auto take) {
   auto text = take(c, args, what);
   DWORD mode = args.TakeNumber(c, L"MODE");
   INT option = static_cast<INT>(args.TakeNumber(c, L"OPTION"));
   return Reporting(e, text, mode, option);
-}
+};
 
-// URL MODE, the arguments of the browser launch, in order.
-template <typename Function, typename Take>
-Call UrlMode(Export<Function> e, const wchar_t* c, Arguments& args, Take take) {
-  auto url = take(c, args, L"URL");
+// TEXT MODE, the arguments of the browser launch, in order.
+constexpr auto kTextMode = [](auto e, const wchar_t* c, Arguments& args, const wchar_t* what, auto take) {
+  auto text = take(c, args, what);
   DWORD mode = args.TakeNumber(c, L"MODE");
-  return Reporting(e, url, mode);
-}
+  return Reporting(e, text, mode);
+};
 
-// The installed check, printing the answer when the call succeeded.
-template <typename Function, typename Text>
-Call Installed(Export<Function> e, Text pfn) {
+// TEXT for the installed check, printing the answer when the call succeeded.
+constexpr auto kInstalled = [](auto e, const wchar_t* c, Arguments& args, const wchar_t* what, auto take) -> Call {
+  auto pfn = take(c, args, what);
   return [=](const Library& lib) {
-    auto f = lib.get<Function*>(e.name);
+    auto f = lib.get<typename decltype(e)::Type*>(e.name);
     if (!f) return false;
     BOOL installed = FALSE;
     bool ok = Report(e.name, f(pfn.c_str(), &installed));
     if (ok) Write(L"installed = " + std::to_wstring(installed) + L"\n");
     return ok;
   };
-}
+};
 
 struct Command {
-  const wchar_t* name;
-  const wchar_t* arguments;  // as the usage line shows them
-  const wchar_t* help;       // the export it calls and what that does
+  std::wstring name;
+  std::wstring arguments;  // as the usage line shows them
+  std::wstring help;       // the export it calls and what that does
   Parser parse;
 };
 
-const Command kCommands[] = {
-    {L"info", L"",
-     L"Prints what the library finds in this process, without calling any export and without changing "
-     L"anything: the DLL loaded (full path, file version, x86 or x64), the Windows version this process is "
-     L"told and whether the Windows 8.1 behaviour applies, each setting under HKCU\\Software\\Osk\\Kelbrook "
-     L"with its value or \"(default N)\", the log file, the data folder for kelcli.exe, the data file and "
-     L"the preset file with how many packages and desktop apps each holds.",
-     [](const wchar_t*, Arguments&) -> Call { return PrintInfo; }},
-    {L"selftest", L"[--report FILE|FOLDER] [--intrusive [--url URL]]",
-     L"Checks that the library works on this machine, as a host would use it, and prints one line per "
-     L"check: PASS, FAIL or INFO, its name, what was expected, what was seen and how long it took. It checks "
-     L"the DLL and the Windows version, the settings and files info shows, that the data folder can be "
-     L"written, that the app visibility service, the application activation manager, the deployment service "
-     L"and the packaging API can be reached, then KelInitialize, the first refresh pass (waited for), "
-     L"KelIsInstalledW and KelGetAppDisplayNameByPFNW on a package the pass found, KelGetMonitorMode and "
-     L"KelFinalize. Nothing is launched unless --intrusive is given: then, before KelFinalize, "
-     L"KelLaunchByProtocolW opens the URL given with --url, KelLaunchBySearchW types \"Kelbrook selftest\" "
-     L"into the search pane in mode 1 (pasted, not searched for) and KelLaunchStoreW opens the Store page "
-     L"of the package the pass found; each line says what you should have seen. With --report, the lines "
-     L"and the library's log of the run are also written to FILE (or to a file named by computer and time "
-     L"in FOLDER), with a JSON twin. Runs alone, not with other commands; exit code 0 when no check failed.",
-     [](const wchar_t* c, Arguments&) -> Call {
-       throw UsageError{std::wstring(c) +
-                        L" runs alone: kelcli selftest [--report FILE|FOLDER] [--intrusive [--url URL]]"};
-     }},
-    {L"initialize", L"",
-     L"KelInitialize. The first call starts the package manager: it loads the data file (the preset file "
-     L"while there is no data file) and starts the refresh thread, which finds the installed packages and "
-     L"Start menu shortcuts and writes the data file. Later calls only count up.",
-     [](const wchar_t*, Arguments&) { return Reporting(KEL_EXPORT(KelInitialize)); }},
-    {L"finalize", L"", L"KelFinalize. Counts one initialize down; at zero it stops the refresh thread.",
-     [](const wchar_t*, Arguments&) { return Done(KEL_EXPORT(KelFinalize)); }},
-    {L"launch-protocol", L"URL",
-     L"KelLaunchByProtocolW. Opens URL (any protocol, e.g. http:, mailto:, an app's own) with the handler "
-     L"Windows has registered for it.",
-     [](const wchar_t* c, Arguments& args) {
-       return Reporting(KEL_EXPORT(KelLaunchByProtocolW), TakeWide(c, args, L"URL"));
-     }},
-    {L"launch-protocol-a", L"URL", L"KelLaunchByProtocolA: launch-protocol with the URL in Shift JIS.",
-     [](const wchar_t* c, Arguments& args) {
-       return Reporting(KEL_EXPORT(KelLaunchByProtocolA), TakeNarrow(c, args, L"URL"));
-     }},
-    {L"launch-store", L"PFN",
-     L"KelLaunchStoreW. Opens the Store page of the package family PFN (ms-windows-store:PDP?PFN=...).",
-     [](const wchar_t* c, Arguments& args) {
-       return Reporting(KEL_EXPORT(KelLaunchStoreW), TakeWide(c, args, L"PFN"));
-     }},
-    {L"launch-store-a", L"PFN", L"KelLaunchStoreA: launch-store with the PFN in Shift JIS.",
-     [](const wchar_t* c, Arguments& args) {
-       return Reporting(KEL_EXPORT(KelLaunchStoreA), TakeNarrow(c, args, L"PFN"));
-     }},
-    {L"is-installed", L"PFN",
-     L"KelIsInstalledW. Prints \"installed = 1\" when a package of the family PFN is installed for the "
-     L"current user, \"installed = 0\" otherwise.",
-     [](const wchar_t* c, Arguments& args) {
-       return Installed(KEL_EXPORT(KelIsInstalledW), TakeWide(c, args, L"PFN"));
-     }},
-    {L"is-installed-a", L"PFN", L"KelIsInstalledA: is-installed with the PFN in Shift JIS.",
-     [](const wchar_t* c, Arguments& args) {
-       return Installed(KEL_EXPORT(KelIsInstalledA), TakeNarrow(c, args, L"PFN"));
-     }},
-    {L"launch-search", L"KEYWORD MODE OPTION",
-     L"KelLaunchBySearchW. Opens the Start screen's search pane and types KEYWORD into it through the "
-     L"clipboard and the keyboard, as MODE and OPTION say (below). Blocks for several seconds.",
-     [](const wchar_t* c, Arguments& args) {
-       return TextModeOption(KEL_EXPORT(KelLaunchBySearchW), c, args, L"KEYWORD", TakeWide);
-     }},
-    {L"launch-search-a", L"KEYWORD MODE OPTION", L"KelLaunchBySearchA: launch-search with the KEYWORD in Shift JIS.",
-     [](const wchar_t* c, Arguments& args) {
-       return TextModeOption(KEL_EXPORT(KelLaunchBySearchA), c, args, L"KEYWORD", TakeNarrow);
-     }},
-    {L"launch-pfn", L"PFN MODE OPTION",
-     L"KelLaunchByPFNW. Looks up the display name of the package family PFN and searches for it as "
-     L"launch-search does.",
-     [](const wchar_t* c, Arguments& args) {
-       return TextModeOption(KEL_EXPORT(KelLaunchByPFNW), c, args, L"PFN", TakeWide);
-     }},
-    {L"launch-pfn-a", L"PFN MODE OPTION", L"KelLaunchByPFNA: launch-pfn with the PFN in Shift JIS.",
-     [](const wchar_t* c, Arguments& args) {
-       return TextModeOption(KEL_EXPORT(KelLaunchByPFNA), c, args, L"PFN", TakeNarrow);
-     }},
-    {L"launch-browser", L"URL MODE",
-     L"KelLaunchBrowserByProtocolW. Opens an http: or https: URL in Internet Explorer with the association "
-     L"mode MODE (below) set for the launch.",
-     [](const wchar_t* c, Arguments& args) {
-       return UrlMode(KEL_EXPORT(KelLaunchBrowserByProtocolW), c, args, TakeWide);
-     }},
-    {L"launch-browser-a", L"URL MODE", L"KelLaunchBrowserByProtocolA: launch-browser with the URL in Shift JIS.",
-     [](const wchar_t* c, Arguments& args) {
-       return UrlMode(KEL_EXPORT(KelLaunchBrowserByProtocolA), c, args, TakeNarrow);
-     }},
-    {L"launch-ie", L"TILEMODE SEARCHMODE OPTION",
-     L"KelLaunchIEBySearch. Starts Internet Explorer by searching for it as launch-search does (with the "
-     L"search mode SEARCHMODE and OPTION), with the tile mode TILEMODE (below) set for the launch.",
-     [](const wchar_t* c, Arguments& args) -> Call {
-       DWORD tileMode = args.TakeNumber(c, L"TILEMODE");
-       DWORD searchMode = args.TakeNumber(c, L"SEARCHMODE");
-       INT option = static_cast<INT>(args.TakeNumber(c, L"OPTION"));
-       return [=](const Library& lib) {
-         auto f = KEL(lib, KelLaunchIEBySearch);
-         return f && Report("KelLaunchIEBySearch", f(tileMode, searchMode, option));
-       };
-     }},
-    {L"launch-app", L"AUMID [ARGS]",
-     L"KelLaunchByAppUserModelIdW. Starts the Store app AUMID (PackageFamilyName!AppId) and hands it ARGS; "
-     L"without ARGS the arguments are NULL. The word after AUMID is taken as ARGS unless it is a command.",
-     [](const wchar_t* c, Arguments& args) -> Call {
-       std::wstring id = args.Take(c, L"AUMID");
-       bool hasArguments = !args.Done() && !IsCommandName(args.Peek());
-       std::wstring arguments = hasArguments ? args.Take(c, L"ARGS") : std::wstring();
-       return [=](const Library& lib) {
-         auto f = KEL(lib, KelLaunchByAppUserModelIdW);
-         return f && Report("KelLaunchByAppUserModelIdW", f(id.c_str(), hasArguments ? arguments.c_str() : nullptr));
-       };
-     }},
-    {L"launch-app-a", L"AUMID", L"KelLaunchByAppUserModelIdA: launch-app with the AUMID in Shift JIS and no ARGS.",
-     [](const wchar_t* c, Arguments& args) {
-       return Reporting(KEL_EXPORT(KelLaunchByAppUserModelIdA), TakeNarrow(c, args, L"AUMID"));
-     }},
-    {L"display-name", L"PFN",
-     L"KelGetAppDisplayNameByPFNW, then KelReleaseStringW. Prints the display name of the application of "
-     L"the package family PFN, read from the package's manifest.",
-     [](const wchar_t* c, Arguments& args) -> Call {
-       std::wstring pfn = args.Take(c, L"PFN");
-       return [pfn](const Library& lib) {
-         auto f = KEL(lib, KelGetAppDisplayNameByPFNW);
-         auto release = KEL(lib, KelReleaseStringW);
-         if (!f || !release) return false;
-         LPWSTR name = nullptr;
-         bool ok = Report("KelGetAppDisplayNameByPFNW", f(pfn.c_str(), &name));
-         if (name != nullptr) {
-           Write(L"display name = " + std::wstring(name) + L"\n");
-           release(name);
-         }
-         return ok;
-       };
-     }},
-    {L"monitor-mode", L"",
-     L"KelGetMonitorMode. Prints what the user has in front: mode = 0 the desktop, 1 a Store app, "
-     L"2 the Start screen.",
-     [](const wchar_t*, Arguments&) -> Call {
-       return [](const Library& lib) {
-         auto f = KEL(lib, KelGetMonitorMode);
-         if (!f) return false;
-         UINT mode = 0;
-         bool ok = Report("KelGetMonitorMode", f(&mode));
-         if (ok) Write(L"mode = " + std::to_wstring(mode) + L"\n");
-         return ok;
-       };
-     }},
-    {L"release-string-a", L"", L"KelReleaseStringA(NULL): frees nothing; shows that the export is there.",
-     [](const wchar_t*, Arguments&) { return Done(KEL_EXPORT(KelReleaseStringA), nullptr); }},
-    {L"release-string-w", L"", L"KelReleaseStringW(NULL): frees nothing; shows that the export is there.",
-     [](const wchar_t*, Arguments&) { return Done(KEL_EXPORT(KelReleaseStringW), nullptr); }},
-};
+// A W export's command and its A twin's, named "-a", which takes its text
+// (the first of the arguments) in Shift JIS. The W command's help names its
+// export and goes on with `help`.
+template <typename Wide, typename Narrow, typename Pattern>
+void AddTwins(std::vector<Command>& commands, const wchar_t* name, const wchar_t* arguments, const wchar_t* help,
+              Export<Wide> wide, Export<Narrow> narrow, Pattern pattern) {
+  const std::wstring text(arguments, wcscspn(arguments, L" "));
+  commands.push_back({name, arguments, Widen(wide.name) + L". " + help, [=](const wchar_t* c, Arguments& args) {
+                        return pattern(wide, c, args, text.c_str(), TakeWide);
+                      }});
+  commands.push_back(
+      {std::wstring(name) + L"-a", arguments,
+       Widen(narrow.name) + L": " + name + L" with the " + text + L" in Shift JIS.",
+       [=](const wchar_t* c, Arguments& args) { return pattern(narrow, c, args, text.c_str(), TakeNarrow); }});
+}
+
+// launch-app's arguments: the word after AUMID is ARGS unless it starts the
+// next command; without it the export is handed NULL.
+Call LaunchApp(const wchar_t* c, Arguments& args) {
+  std::wstring id = args.Take(c, L"AUMID");
+  bool has_arguments = !args.Done() && !IsCommandName(args.Peek());
+  std::wstring arguments = has_arguments ? args.Take(c, L"ARGS") : std::wstring();
+  return [=](const Library& lib) {
+    auto f = KEL(lib, KelLaunchByAppUserModelIdW);
+    return f && Report("KelLaunchByAppUserModelIdW", f(id.c_str(), has_arguments ? arguments.c_str() : nullptr));
+  };
+}
+
+// display-name: the name, printed and handed back to the library.
+Call DisplayName(const wchar_t* c, Arguments& args) {
+  std::wstring pfn = args.Take(c, L"PFN");
+  return [pfn](const Library& lib) {
+    auto f = KEL(lib, KelGetAppDisplayNameByPFNW);
+    auto release = KEL(lib, KelReleaseStringW);
+    if (!f || !release) return false;
+    LPWSTR name = nullptr;
+    bool ok = Report("KelGetAppDisplayNameByPFNW", f(pfn.c_str(), &name));
+    if (name != nullptr) {
+      Write(L"display name = " + std::wstring(name) + L"\n");
+      release(name);
+    }
+    return ok;
+  };
+}
+
+bool PrintMonitorMode(const Library& lib) {
+  auto f = KEL(lib, KelGetMonitorMode);
+  if (!f) return false;
+  UINT mode = 0;
+  bool ok = Report("KelGetMonitorMode", f(&mode));
+  if (ok) Write(L"mode = " + std::to_wstring(mode) + L"\n");
+  return ok;
+}
+
+// launch-ie's numbers, taken in the order the usage line gives them.
+Call LaunchIe(const wchar_t* c, Arguments& args) {
+  DWORD tile_mode = args.TakeNumber(c, L"TILEMODE");
+  DWORD search_mode = args.TakeNumber(c, L"SEARCHMODE");
+  INT option = static_cast<INT>(args.TakeNumber(c, L"OPTION"));
+  return Reporting(KEL_EXPORT(KelLaunchIEBySearch), tile_mode, search_mode, option);
+}
+
+std::vector<Command> MakeCommands() {
+  std::vector<Command> commands;
+  commands.push_back(
+      {L"info", L"",
+       L"Prints what the library finds in this process, without calling any export and without changing "
+       L"anything: the DLL loaded (full path, file version, x86 or x64), the Windows version this process is "
+       L"told and whether the Windows 8.1 behaviour applies, each setting under HKCU\\Software\\Osk\\Kelbrook "
+       L"with its value or \"(default N)\", the log file, the data folder for kelcli.exe, the data file and "
+       L"the preset file with how many packages and desktop apps each holds.",
+       [](const wchar_t*, Arguments&) -> Call { return PrintInfo; }});
+  commands.push_back(
+      {L"selftest", L"[--report FILE|FOLDER] [--intrusive [--url URL]]",
+       L"Checks that the library works on this machine, as a host would use it, and prints one line per "
+       L"check: PASS, FAIL or INFO, its name, what was expected, what was seen and how long it took. It checks "
+       L"the DLL and the Windows version, the settings and files info shows, that the data folder can be "
+       L"written, that the app visibility service, the application activation manager, the deployment service "
+       L"and the packaging API can be reached, then KelInitialize, the first refresh pass (waited for), "
+       L"KelIsInstalledW and KelGetAppDisplayNameByPFNW on a package the pass found, KelGetMonitorMode and "
+       L"KelFinalize. Nothing is launched unless --intrusive is given: then, before KelFinalize, "
+       L"KelLaunchByProtocolW opens the URL given with --url, KelLaunchBySearchW types \"Kelbrook selftest\" "
+       L"into the search pane in mode 1 (pasted, not searched for) and KelLaunchStoreW opens the Store page "
+       L"of the package the pass found; each line says what you should have seen. With --report, the lines "
+       L"and the library's log of the run are also written to FILE (or to a file named by computer and time "
+       L"in FOLDER), with a JSON twin. Runs alone, not with other commands; exit code 0 when no check failed.",
+       [](const wchar_t* c, Arguments&) -> Call {
+         throw UsageError{std::wstring(c) +
+                          L" runs alone: kelcli selftest [--report FILE|FOLDER] [--intrusive [--url URL]]"};
+       }});
+  commands.push_back({L"initialize", L"",
+                      L"KelInitialize. The first call starts the package manager: it loads the data file (the preset "
+                      L"file while there is no data file) and starts the refresh thread, which finds the installed "
+                      L"packages and Start menu shortcuts and writes the data file. Later calls only count up.",
+                      [](const wchar_t*, Arguments&) { return Reporting(KEL_EXPORT(KelInitialize)); }});
+  commands.push_back({L"finalize", L"",
+                      L"KelFinalize. Counts one initialize down; at zero it stops the refresh thread.",
+                      [](const wchar_t*, Arguments&) { return Done(KEL_EXPORT(KelFinalize)); }});
+  AddTwins(commands, L"launch-protocol", L"URL",
+           L"Opens URL (any protocol, e.g. http:, mailto:, an app's own) with the handler Windows has registered "
+           L"for it.",
+           KEL_EXPORT(KelLaunchByProtocolW), KEL_EXPORT(KelLaunchByProtocolA), kText);
+  AddTwins(commands, L"launch-store", L"PFN",
+           L"Opens the Store page of the package family PFN (ms-windows-store:PDP?PFN=...).",
+           KEL_EXPORT(KelLaunchStoreW), KEL_EXPORT(KelLaunchStoreA), kText);
+  AddTwins(commands, L"is-installed", L"PFN",
+           L"Prints \"installed = 1\" when a package of the family PFN is installed for the current user, "
+           L"\"installed = 0\" otherwise.",
+           KEL_EXPORT(KelIsInstalledW), KEL_EXPORT(KelIsInstalledA), kInstalled);
+  AddTwins(commands, L"launch-search", L"KEYWORD MODE OPTION",
+           L"Opens the Start screen's search pane and types KEYWORD into it through the clipboard and the "
+           L"keyboard, as MODE and OPTION say (below). Blocks for several seconds.",
+           KEL_EXPORT(KelLaunchBySearchW), KEL_EXPORT(KelLaunchBySearchA), kTextModeOption);
+  AddTwins(commands, L"launch-pfn", L"PFN MODE OPTION",
+           L"Looks up the display name of the package family PFN and searches for it as launch-search does.",
+           KEL_EXPORT(KelLaunchByPFNW), KEL_EXPORT(KelLaunchByPFNA), kTextModeOption);
+  AddTwins(commands, L"launch-browser", L"URL MODE",
+           L"Opens an http: or https: URL in Internet Explorer with the association mode MODE (below) set for "
+           L"the launch.",
+           KEL_EXPORT(KelLaunchBrowserByProtocolW), KEL_EXPORT(KelLaunchBrowserByProtocolA), kTextMode);
+  commands.push_back({L"launch-ie", L"TILEMODE SEARCHMODE OPTION",
+                      L"KelLaunchIEBySearch. Starts Internet Explorer by searching for it as launch-search does "
+                      L"(with the search mode SEARCHMODE and OPTION), with the tile mode TILEMODE (below) set for "
+                      L"the launch.",
+                      LaunchIe});
+  commands.push_back({L"launch-app", L"AUMID [ARGS]",
+                      L"KelLaunchByAppUserModelIdW. Starts the Store app AUMID (PackageFamilyName!AppId) and hands "
+                      L"it ARGS; without ARGS the arguments are NULL. The word after AUMID is taken as ARGS unless "
+                      L"it is a command.",
+                      LaunchApp});
+  commands.push_back({L"launch-app-a", L"AUMID",
+                      L"KelLaunchByAppUserModelIdA: launch-app with the AUMID in Shift JIS and no ARGS.",
+                      [](const wchar_t* c, Arguments& args) {
+                        return kText(KEL_EXPORT(KelLaunchByAppUserModelIdA), c, args, L"AUMID", TakeNarrow);
+                      }});
+  commands.push_back({L"display-name", L"PFN",
+                      L"KelGetAppDisplayNameByPFNW, then KelReleaseStringW. Prints the display name of the "
+                      L"application of the package family PFN, read from the package's manifest.",
+                      DisplayName});
+  commands.push_back({L"monitor-mode", L"",
+                      L"KelGetMonitorMode. Prints what the user has in front: mode = 0 the desktop, 1 a Store app, "
+                      L"2 the Start screen.",
+                      [](const wchar_t*, Arguments&) -> Call { return PrintMonitorMode; }});
+  commands.push_back({L"release-string-a", L"",
+                      L"KelReleaseStringA(NULL): frees nothing; shows that the export is there.",
+                      [](const wchar_t*, Arguments&) { return Done(KEL_EXPORT(KelReleaseStringA), nullptr); }});
+  commands.push_back({L"release-string-w", L"",
+                      L"KelReleaseStringW(NULL): frees nothing; shows that the export is there.",
+                      [](const wchar_t*, Arguments&) { return Done(KEL_EXPORT(KelReleaseStringW), nullptr); }});
+  return commands;
+}
+
+const std::vector<Command>& Commands() {
+  static const std::vector<Command> commands = MakeCommands();
+  return commands;
+}
 
 bool IsCommandName(const std::wstring& word) {
-  for (const Command& command : kCommands)
+  for (const Command& command : Commands())
     if (word == command.name) return true;
   return false;
 }
 
 std::wstring Synopsis(const Command& command) {
   std::wstring text = command.name;
-  if (*command.arguments != L'\0') text += std::wstring(L" ") + command.arguments;
+  if (!command.arguments.empty()) text += L" " + command.arguments;
   return text;
 }
 
@@ -363,8 +373,8 @@ const wchar_t kHelpModes[] =
 // Reads one sub-command with its arguments and returns the call it stands for.
 Call ParseCommand(Arguments& args) {
   const std::wstring word = args.Take(L"kelcli", L"sub-command");
-  for (const Command& command : kCommands)
-    if (word == command.name) return command.parse(command.name, args);
+  for (const Command& command : Commands())
+    if (word == command.name) return command.parse(command.name.c_str(), args);
   throw UsageError{L"unknown sub-command \"" + word + L"\""};
 }
 
@@ -373,7 +383,7 @@ std::wstring Usage() {
   std::wstring text =
       L"usage: kelcli COMMAND [ARGS...] [COMMAND [ARGS...]]...\n"
       L"Commands:\n";
-  for (const Command& command : kCommands) text += L"  " + Synopsis(command) + L"\n";
+  for (const Command& command : Commands()) text += L"  " + Synopsis(command) + L"\n";
   return text + L"kelcli --help explains every command, mode and option.\n";
 }
 
@@ -387,7 +397,7 @@ std::wstring Help() {
   text += introduction.substr(0, paragraph) +
           Wrap(introduction.substr(paragraph, introduction.size() - paragraph - 1), 0, kWidth);
   text += L"\nCommands:\n";
-  for (const Command& command : kCommands) text += L"  " + Synopsis(command) + L"\n" + Wrap(command.help, 6, kWidth);
+  for (const Command& command : Commands()) text += L"  " + Synopsis(command) + L"\n" + Wrap(command.help, 6, kWidth);
   text += L"\n";
   // Each line of the modes wraps on its own, continued under its text.
   std::wstring modes = kHelpModes;

@@ -40,30 +40,26 @@ std::wstring Hex(HRESULT value) {
 }
 
 const wchar_t* ResultName(HRESULT value) {
-  switch (static_cast<unsigned long>(value)) {
-    case 0x00000000UL:
-      return L"S_OK";
-    case 0x00000001UL:
-      return L"S_FALSE";
-    case 0x80004003UL:
-      return L"E_POINTER";
-    case 0x80070057UL:
-      return L"E_INVALIDARG";
-    case 0x80004005UL:
-      return L"E_FAIL";
-    case 0x8007000EUL:
-      return L"E_OUTOFMEMORY";
-    case 0x80004001UL:
-      return L"E_NOTIMPL";
-    case 0xA0000001UL:
-      return L"E_KEL_PACKAGE_NOT_FOUND";
-    case 0xA0000002UL:
-      return L"E_KEL_MULTIPLE_APPLICATIONS";
-    case 0xA0000003UL:
-      return L"E_KEL_DISPLAY_NAME_FAILED";
-    default:
-      return L"HRESULT";
+  struct Named {
+    unsigned long value;
+    const wchar_t* name;
+  };
+  static constexpr Named kNames[] = {
+      {0x00000000UL, L"S_OK"},
+      {0x00000001UL, L"S_FALSE"},
+      {0x80004003UL, L"E_POINTER"},
+      {0x80070057UL, L"E_INVALIDARG"},
+      {0x80004005UL, L"E_FAIL"},
+      {0x8007000EUL, L"E_OUTOFMEMORY"},
+      {0x80004001UL, L"E_NOTIMPL"},
+      {0xA0000001UL, L"E_KEL_PACKAGE_NOT_FOUND"},
+      {0xA0000002UL, L"E_KEL_MULTIPLE_APPLICATIONS"},
+      {0xA0000003UL, L"E_KEL_DISPLAY_NAME_FAILED"},
+  };
+  for (const Named& named : kNames) {
+    if (named.value == static_cast<unsigned long>(value)) return named.name;
   }
+  return L"HRESULT";
 }
 
 // A label and its value, the values lined up in one column.

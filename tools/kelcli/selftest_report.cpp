@@ -58,33 +58,33 @@ std::wstring WithoutUser(const std::wstring& text) {
   return ReplaceAll(text, profile, L"%USERPROFILE%");
 }
 
+// The escape JSON has for a character of a string, or null when it stands
+// as it is.
+const wchar_t* JsonShortEscape(wchar_t c) {
+  struct Escape {
+    wchar_t character;
+    const wchar_t* text;
+  };
+  static constexpr Escape kEscapes[] = {
+      {L'"', L"\\\""}, {L'\\', L"\\\\"}, {L'\n', L"\\n"}, {L'\r', L"\\r"}, {L'\t', L"\\t"},
+  };
+  for (const Escape& escape : kEscapes) {
+    if (escape.character == c) return escape.text;
+  }
+  return nullptr;
+}
+
 std::wstring JsonString(const std::wstring& text) {
   std::wstring result = L"\"";
   for (wchar_t c : text) {
-    switch (c) {
-      case L'"':
-        result += L"\\\"";
-        break;
-      case L'\\':
-        result += L"\\\\";
-        break;
-      case L'\n':
-        result += L"\\n";
-        break;
-      case L'\r':
-        result += L"\\r";
-        break;
-      case L'\t':
-        result += L"\\t";
-        break;
-      default:
-        if (c < 0x20) {
-          wchar_t escaped[8];
-          swprintf(escaped, 8, L"\\u%04X", static_cast<unsigned>(c));
-          result += escaped;
-        } else {
-          result += c;
-        }
+    if (const wchar_t* escape = JsonShortEscape(c)) {
+      result += escape;
+    } else if (c < 0x20) {
+      wchar_t escaped[8];
+      swprintf(escaped, 8, L"\\u%04X", static_cast<unsigned>(c));
+      result += escaped;
+    } else {
+      result += c;
     }
   }
   return result + L"\"";

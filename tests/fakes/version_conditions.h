@@ -1,0 +1,48 @@
+// VerSetConditionMask and VerifyVersionInfo as Windows computes them, for
+// the fakes that answer as a system of a given version.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/platform.h"
+
+namespace kel::fakes {
+
+// The condition's three bits, placed where the type bit's index puts them.
+inline std::uint64_t AddVersionCondition(std::uint64_t mask, DWORD type_bit, std::uint8_t condition) {
+  unsigned index = 0;
+  while (index < 32 && (type_bit & (1u << index)) == 0) ++index;
+  return mask | (static_cast<std::uint64_t>(condition & 7) << (index * 3));
+}
+
+// VER_EQUAL (1) to VER_LESS_EQUAL (5); any other condition fails.
+inline bool MeetsVersionCondition(DWORD actual, DWORD wanted, unsigned condition) {
+  switch (condition) {
+    case 1:
+      return actual == wanted;
+    case 2:
+      return actual > wanted;
+    case 3:
+      return actual >= wanted;
+    case 4:
+      return actual < wanted;
+    case 5:
+      return actual <= wanted;
+    default:
+      return false;
+  }
+}
+
+// Whether a system of version major.minor meets the minor and major
+// conditions the masks ask for.
+inline BOOL VerifyVersion(DWORD major, DWORD minor, const platform::OsVersionInfoEx& info, DWORD type_mask,
+                          std::uint64_t condition_mask) {
+  bool ok = true;
+  if (type_mask & platform::VER_MINORVERSION)
+    ok = ok && MeetsVersionCondition(minor, info.dwMinorVersion, condition_mask & 7);
+  if (type_mask & platform::VER_MAJORVERSION)
+    ok = ok && MeetsVersionCondition(major, info.dwMajorVersion, (condition_mask >> 3) & 7);
+  return ok ? 1 : 0;
+}
+
+}  // namespace kel::fakes
