@@ -110,6 +110,18 @@ void WriteEmptyElement(xmlTextWriterPtr writer, const char* name, std::initializ
   xmlTextWriterEndElement(writer);
 }
 
+void WriteMetroApp(xmlTextWriterPtr writer, const Utf8Records::App& app) {
+  WriteEmptyElement(
+      writer, "MetroApp",
+      {{"DisplayName", app.displayName}, {"ShortName", app.shortName}, {"RubyDisplayName", app.rubyDisplayName}});
+}
+
+void WriteDesktopApp(xmlTextWriterPtr writer, const Utf8Records::DesktopApp& app) {
+  WriteEmptyElement(
+      writer, "DesktopApp",
+      {{"DisplayName", app.displayName}, {"LnkFileName", app.lnkFileName}, {"LocalizeName", app.localizeName}});
+}
+
 // The same elements and attributes, indented two spaces, into memory.
 __attribute__((noinline)) std::size_t TimedLibxml2Write(const Utf8Records& records) {
   xmlBufferPtr buffer = xmlBufferCreate();
@@ -126,20 +138,12 @@ __attribute__((noinline)) std::size_t TimedLibxml2Write(const Utf8Records& recor
     std::snprintf(version, sizeof version, "%d.%d.%d.%d", package.version.Major, package.version.Minor,
                   package.version.Build, package.version.Revision);
     xmlTextWriterWriteAttribute(writer, BAD_CAST "Version", BAD_CAST version);
-    for (const auto& app : package.apps) {
-      WriteEmptyElement(
-          writer, "MetroApp",
-          {{"DisplayName", app.displayName}, {"ShortName", app.shortName}, {"RubyDisplayName", app.rubyDisplayName}});
-    }
+    for (const auto& app : package.apps) WriteMetroApp(writer, app);
     xmlTextWriterEndElement(writer);
   }
   xmlTextWriterEndElement(writer);
   xmlTextWriterStartElement(writer, BAD_CAST "DesktopApps");
-  for (const auto& app : records.desktopApps) {
-    WriteEmptyElement(
-        writer, "DesktopApp",
-        {{"DisplayName", app.displayName}, {"LnkFileName", app.lnkFileName}, {"LocalizeName", app.localizeName}});
-  }
+  for (const auto& app : records.desktopApps) WriteDesktopApp(writer, app);
   xmlTextWriterEndElement(writer);
   xmlTextWriterEndDocument(writer);
   xmlFreeTextWriter(writer);

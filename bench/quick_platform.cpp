@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "fakes/version_conditions.h"
+#include "fakes/system_answers.h"
 #include "frame/wide.h"
 
 namespace kel::bench {
@@ -128,16 +128,7 @@ BOOL QuickPlatform::GetUserName(WCHAR* buffer, DWORD* size) {
 
 BOOL QuickPlatform::LookupAccountName(const WCHAR*, const WCHAR*, void* sid, DWORD* sidSize, WCHAR* domain,
                                       DWORD* domainSize) {
-  constexpr DWORD kSidSize = 28;
-  constexpr char16_t kDomain[] = u"KELPC";
-  if (sid == nullptr || *sidSize < kSidSize || domain == nullptr || *domainSize < 6) {
-    *sidSize = kSidSize;
-    *domainSize = 6;
-    return 0;
-  }
-  std::memset(sid, 0x5A, kSidSize);
-  std::memcpy(domain, kDomain, sizeof(kDomain));
-  return 1;
+  return fakes::LookupFixedAccount(sid, sidSize, domain, domainSize);
 }
 
 BOOL QuickPlatform::ConvertSidToStringSid(void*, WCHAR** stringSid) {

@@ -8,48 +8,28 @@ brackets), the goal, PASS or MISS.
 
     table.py TIMED.json MEMORY.json
 """
+import csv
 import json
+import os
 import sys
 
-# (label, benchmark, ours, peer, kind, goal); ours and peer name contestants
-# of one side-by-side benchmark (bench/contest.h).
+# bench/goals.csv holds the rows: label, benchmark, ours, peer, kind, goal.
+# Ours and peer name contestants of one side-by-side benchmark
+# (bench/contest.h); an empty peer shows our cost alone. The kinds:
 #   faster:  peer time / our time >= goal
 #   within:  our time / peer time <= goal
 #   info:    no goal, the cost is shown for what it is
-TIMED_ROWS = [
-    ("1. Catalogue load, recording fake vs libxml2 xmlTextReader walk",
-     "BM_Load_RecordingFake", "kelbrook", "libxml2", "faster", 2.0),
-    ("1. Catalogue load, recording fake vs pugixml parse",
-     "BM_Load_RecordingFake", "kelbrook", "pugixml", "within", 2.0),
-    ("1. Catalogue load, quick platform vs libxml2 xmlTextReader walk",
-     "BM_Load_QuickPlatform", "kelbrook", "libxml2", "faster", 2.0),
-    ("1. Catalogue load, quick platform vs pugixml parse",
-     "BM_Load_QuickPlatform", "kelbrook", "pugixml", "within", 2.0),
-    ("2. Catalogue save vs libxml2 xmlTextWriter",
-     "BM_Save", "kelbrook", "libxml2", "faster", 1.5),
-    ("3. Exclusion list \"app 1\", quick platform vs plain search loop",
-     "BM_Exclude_QuickPlatform", "kelbrook", "plain", "within", 4.0),
-    # The recording fake's deployment service walks every package per lookup:
-    # its cost is the fake's, shown for what it is.
-    ("3. Exclusion list \"app 1\", recording fake vs plain search loop",
-     "BM_Exclude_RecordingFake", "kelbrook", "plain", "info", None),
-    ("3. One installed check (KelIsInstalledW), quick platform",
-     "BM_IsInstalled", "quick", None, "info", None),
-    ("3. One installed check (KelIsInstalledW), recording fake",
-     "BM_IsInstalled", "recording", None, "info", None),
-    ("4. Shift JIS 1 MiB vs iconv CP932 to UTF-16LE",
-     "BM_Cp932", "kelbrook", "iconv", "faster", 1.0),
-    ("5. Trace call, log off vs empty out-of-line call",
-     "BM_TraceOff", "kelbrook", "empty", "within", 1.5),
-    ("5. Trace line, log on, lines/s vs plain C open/seek/write/write/close",
-     "BM_TraceOn", "kelbrook", "plainc", "faster", 0.9),
-    ("7. Reader, 30,000 namespace prefixes vs plain file of the same size",
-     "BM_Reader_Namespaces", "hostile", "plain", "within", 3.0),
-    ("7. Reader, 30,000 namespace prefixes vs the same document unprefixed",
-     "BM_Reader_Namespaces", "hostile", "unprefixed", "within", 3.0),
-    ("7. Reader, 82,888 attributes on one element vs plain file of the same size",
-     "BM_Reader_Attributes", "hostile", "plain", "within", 3.0),
-]
+# (The recording fake's deployment service walks every package per lookup:
+# its exclusion list row is the fake's cost, shown as info.)
+GOALS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "goals.csv")
+
+
+def timed_rows():
+    with open(GOALS, newline="") as f:
+        for row in csv.DictReader(f):
+            goal = float(row["goal"]) if row["goal"] else None
+            yield row["label"], row["benchmark"], row["ours"], row["peer"] or None, row["kind"], goal
+
 
 
 def load(path):
@@ -101,7 +81,7 @@ def main():
     context = timed["context"]
 
     rows = []
-    for label, benchmark, ours, peer, kind, goal in TIMED_ROWS:
+    for label, benchmark, ours, peer, kind, goal in timed_rows():
         found = runs.get(benchmark)
         if found is None or "median" not in found:
             rows.append((label, "not run", "", "", "", ""))

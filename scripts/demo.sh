@@ -33,27 +33,7 @@ root=$PWD
 
 scripts/ensure-packages.sh
 # The screenshot: xwd (x11-apps) reads the screen, ImageMagick writes the PNG.
-missing=()
-for package in x11-apps imagemagick; do
-  dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  if [ "$(id -u)" -ne 0 ]; then
-    echo "Missing packages for the screenshot: ${missing[*]}" >&2
-    echo "Run as root: apt-get update && apt-get install -y ${missing[*]}" >&2
-    exit 1
-  fi
-  echo "Installing: ${missing[*]}"
-  apt_log=$(mktemp)
-  if ! { apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
-           "${missing[@]}"; } >"$apt_log" 2>&1; then
-    cat "$apt_log" >&2
-    rm -f "$apt_log"
-    echo "demo: installing ${missing[*]} failed" >&2
-    exit 1
-  fi
-  rm -f "$apt_log"
-fi
+scripts/ensure-packages.sh x11-apps imagemagick
 
 cmake --preset win64 >/dev/null
 cmake --build --preset win64 -j "$(nproc)" >/dev/null

@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "fakes/fake_arguments.h"
-#include "fakes/version_conditions.h"
+#include "fakes/system_answers.h"
 #include "text/cp932/cp932.h"
 
 namespace kel::fakes {
@@ -160,16 +160,7 @@ BOOL FakePlatform::LookupAccountName(const WCHAR*, const WCHAR* accountName, voi
   if (Inject()) {
     return 0;
   }
-  constexpr DWORD kSidSize = 28;
-  constexpr char16_t kDomain[] = u"KELPC";
-  if (sid == nullptr || *sidSize < kSidSize || domain == nullptr || *domainSize < 6) {
-    *sidSize = kSidSize;
-    *domainSize = 6;
-    return 0;
-  }
-  std::memset(sid, 0x5A, kSidSize);
-  std::memcpy(domain, kDomain, sizeof(kDomain));
-  return 1;
+  return LookupFixedAccount(sid, sidSize, domain, domainSize);
 }
 
 BOOL FakePlatform::ConvertSidToStringSid(void*, WCHAR** stringSid) {

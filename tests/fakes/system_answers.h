@@ -1,8 +1,11 @@
-// VerSetConditionMask and VerifyVersionInfo as Windows computes them, for
-// the fakes that answer as a system of a given version.
+// What the fakes answer as a system: VerSetConditionMask and
+// VerifyVersionInfo as Windows computes them for a system of a given
+// version, and one fixed account. The recording fake and the benchmarks'
+// quick platform both answer so.
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 #include "platform/platform.h"
 
@@ -43,6 +46,22 @@ inline BOOL VerifyVersion(DWORD major, DWORD minor, const platform::OsVersionInf
   if (type_mask & platform::VER_MAJORVERSION)
     ok = ok && MeetsVersionCondition(major, info.dwMajorVersion, (condition_mask >> 3) & 7);
   return ok ? 1 : 0;
+}
+
+// LookupAccountName for every account: a 28-byte SID of 0x5A bytes in the
+// domain "KELPC"; too small a buffer gets the sizes needed and 0.
+inline BOOL LookupFixedAccount(void* sid, DWORD* sid_size, WCHAR* domain, DWORD* domain_size) {
+  constexpr DWORD kSidSize = 28;
+  constexpr char16_t kDomain[] = u"KELPC";
+  constexpr DWORD kDomainSize = sizeof(kDomain) / sizeof(kDomain[0]);
+  if (sid == nullptr || *sid_size < kSidSize || domain == nullptr || *domain_size < kDomainSize) {
+    *sid_size = kSidSize;
+    *domain_size = kDomainSize;
+    return 0;
+  }
+  std::memset(sid, 0x5A, kSidSize);
+  std::memcpy(domain, kDomain, sizeof(kDomain));
+  return 1;
 }
 
 }  // namespace kel::fakes
