@@ -4,6 +4,7 @@
 #include <memory>
 #include <vector>
 
+#include "platform/com_ptr.h"
 #include "platform/win32/appx_interfaces.h"
 #include "platform/win32/winrt_interfaces.h"
 
@@ -38,52 +39,32 @@ std::wstring Failed(const wchar_t* call, HRESULT hr) {
   return text;
 }
 
-// One reference of a COM object, released at the end of its scope.
+// One reference of a COM object, released at the end of its scope: the
+// library's own owning pointer.
 template <typename Interface>
-class Held {
- public:
-  Held() = default;
-  Held(const Held&) = delete;
-  Held& operator=(const Held&) = delete;
-  ~Held() {
-    if (object_ != nullptr) object_->Release();
-  }
-  [[nodiscard]] Interface* get() const { return object_; }
-  Interface* operator->() const { return object_; }
-  Interface** put() { return &object_; }
-  void** PutVoid() { return reinterpret_cast<void**>(&object_); }
+using Held = kel::platform::ComPtr<Interface>;
 
- private:
-  Interface* object_ = nullptr;
-};
+// The out argument of a call that hands out an object as void**.
+template <typename Interface>
+void** PutVoid(Held<Interface>& object) {
+  return reinterpret_cast<void**>(object.put());
+}
 
-// CoInitializeEx for the probe's thread, undone when the probe ends.
-class ComApartment {
+// The probe thread's apartment: the entering call's result, and the leaving
+// call made at the end of the scope when the entering one succeeded.
+class Apartment {
  public:
-  ComApartment() : result_(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)) {}
-  ComApartment(const ComApartment&) = delete;
-  ComApartment& operator=(const ComApartment&) = delete;
-  ~ComApartment() {
-    if (SUCCEEDED(result_)) CoUninitialize();
+  Apartment(HRESULT result, void(WINAPI* leave)()) : result_(result), leave_(leave) {}
+  Apartment(const Apartment&) = delete;
+  Apartment& operator=(const Apartment&) = delete;
+  ~Apartment() {
+    if (SUCCEEDED(result_)) leave_();
   }
   [[nodiscard]] HRESULT Result() const { return result_; }
 
  private:
   HRESULT result_;
-};
-
-class RuntimeApartment {
- public:
-  RuntimeApartment() : result_(RoInitialize(RO_INIT_SINGLETHREADED)) {}
-  RuntimeApartment(const RuntimeApartment&) = delete;
-  RuntimeApartment& operator=(const RuntimeApartment&) = delete;
-  ~RuntimeApartment() {
-    if (SUCCEEDED(result_)) RoUninitialize();
-  }
-  [[nodiscard]] HRESULT Result() const { return result_; }
-
- private:
-  HRESULT result_;
+  void(WINAPI* leave_)();
 };
 
 class RuntimeText {
@@ -105,10 +86,10 @@ class RuntimeText {
 
 // Creates a COM object in the given server context and lets it go again.
 ProbeResult Create(const GUID& clsid, const GUID& iid, DWORD context, const wchar_t* what) {
-  ComApartment apartment;
+  Apartment apartment(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), CoUninitialize);
   if (FAILED(apartment.Result())) return {false, Failed(L"CoInitializeEx", apartment.Result())};
   Held<IUnknown> object;
-  const HRESULT hr = CoCreateInstance(clsid, nullptr, context, iid, object.PutVoid());
+  const HRESULT hr = CoCreateInstance(clsid, nullptr, context, iid, PutVoid(object));
   if (FAILED(hr)) return {false, Failed(L"CoCreateInstance", hr)};
   if (object.get() == nullptr) return {false, L"CoCreateInstance succeeded without an object"};
   return {true, std::wstring(what) + L" created"};
@@ -185,7 +166,7 @@ ProbeResult ProbeDeploymentService() {
   std::wstring sid;
   std::wstring failure;
   if (!CurrentUserSid(sid, failure)) return {false, failure};
-  RuntimeApartment apartment;
+  Apartment apartment(RoInitialize(RO_INIT_SINGLETHREADED), RoUninitialize);
   if (FAILED(apartment.Result())) return {false, Failed(L"RoInitialize", apartment.Result())};
   RuntimeText className;
   HRESULT hr = className.Create(L"Windows.Management.Deployment.PackageManager");
@@ -195,7 +176,7 @@ ProbeResult ProbeDeploymentService() {
   if (FAILED(hr)) return {false, Failed(L"RoActivateInstance(Windows.Management.Deployment.PackageManager)", hr)};
   if (instance.get() == nullptr) return {false, L"RoActivateInstance succeeded without an object"};
   Held<IPackageManagerAbi> manager;
-  hr = instance->QueryInterface(kel::platform::win32::kIidPackageManager, manager.PutVoid());
+  hr = instance->QueryInterface(kel::platform::win32::kIidPackageManager, PutVoid(manager));
   if (FAILED(hr) || manager.get() == nullptr) return {false, Failed(L"QueryInterface(IPackageManager)", hr)};
   RuntimeText userSid;
   hr = userSid.Create(sid);
