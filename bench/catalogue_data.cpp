@@ -84,8 +84,8 @@ struct NamedText {
 };
 
 // An element with its attributes and no content, on a line of its own.
-void EmptyElement(std::string& out, const char* line_and_name, std::initializer_list<NamedText> attributes) {
-  out += line_and_name;
+void EmptyElement(std::string& out, const char* lineAndName, std::initializer_list<NamedText> attributes) {
+  out += lineAndName;
   for (const NamedText& attribute : attributes) Attribute(out, attribute.name, attribute.value);
   out += " />";
 }

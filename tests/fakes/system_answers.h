@@ -12,9 +12,9 @@
 namespace kel::fakes {
 
 // The condition's three bits, placed where the type bit's index puts them.
-inline std::uint64_t AddVersionCondition(std::uint64_t mask, DWORD type_bit, std::uint8_t condition) {
+inline std::uint64_t AddVersionCondition(std::uint64_t mask, DWORD typeBit, std::uint8_t condition) {
   unsigned index = 0;
-  while (index < 32 && (type_bit & (1u << index)) == 0) ++index;
+  while (index < 32 && (typeBit & (1u << index)) == 0) ++index;
   return mask | (static_cast<std::uint64_t>(condition & 7) << (index * 3));
 }
 
@@ -38,25 +38,25 @@ inline bool MeetsVersionCondition(DWORD actual, DWORD wanted, unsigned condition
 
 // Whether a system of version major.minor meets the minor and major
 // conditions the masks ask for.
-inline BOOL VerifyVersion(DWORD major, DWORD minor, const platform::OsVersionInfoEx& info, DWORD type_mask,
-                          std::uint64_t condition_mask) {
+inline BOOL VerifyVersion(DWORD major, DWORD minor, const platform::OsVersionInfoEx& info, DWORD typeMask,
+                          std::uint64_t conditionMask) {
   bool ok = true;
-  if (type_mask & platform::VER_MINORVERSION)
-    ok = ok && MeetsVersionCondition(minor, info.dwMinorVersion, condition_mask & 7);
-  if (type_mask & platform::VER_MAJORVERSION)
-    ok = ok && MeetsVersionCondition(major, info.dwMajorVersion, (condition_mask >> 3) & 7);
+  if (typeMask & platform::VER_MINORVERSION)
+    ok = ok && MeetsVersionCondition(minor, info.dwMinorVersion, conditionMask & 7);
+  if (typeMask & platform::VER_MAJORVERSION)
+    ok = ok && MeetsVersionCondition(major, info.dwMajorVersion, (conditionMask >> 3) & 7);
   return ok ? 1 : 0;
 }
 
 // LookupAccountName for every account: a 28-byte SID of 0x5A bytes in the
 // domain "KELPC"; too small a buffer gets the sizes needed and 0.
-inline BOOL LookupFixedAccount(void* sid, DWORD* sid_size, WCHAR* domain, DWORD* domain_size) {
+inline BOOL LookupFixedAccount(void* sid, DWORD* sidSize, WCHAR* domain, DWORD* domainSize) {
   constexpr DWORD kSidSize = 28;
   constexpr char16_t kDomain[] = u"KELPC";
   constexpr DWORD kDomainSize = sizeof(kDomain) / sizeof(kDomain[0]);
-  if (sid == nullptr || *sid_size < kSidSize || domain == nullptr || *domain_size < kDomainSize) {
-    *sid_size = kSidSize;
-    *domain_size = kDomainSize;
+  if (sid == nullptr || *sidSize < kSidSize || domain == nullptr || *domainSize < kDomainSize) {
+    *sidSize = kSidSize;
+    *domainSize = kDomainSize;
     return 0;
   }
   std::memset(sid, 0x5A, kSidSize);

@@ -146,11 +146,11 @@ void AddTwins(std::vector<Command>& commands, const wchar_t* name, const wchar_t
 // next command; without it the export is handed NULL.
 Call LaunchApp(const wchar_t* c, Arguments& args) {
   std::wstring id = args.Take(c, L"AUMID");
-  bool has_arguments = !args.Done() && !IsCommandName(args.Peek());
-  std::wstring arguments = has_arguments ? args.Take(c, L"ARGS") : std::wstring();
+  bool hasArguments = !args.Done() && !IsCommandName(args.Peek());
+  std::wstring arguments = hasArguments ? args.Take(c, L"ARGS") : std::wstring();
   return [=](const Library& lib) {
     auto f = KEL(lib, KelLaunchByAppUserModelIdW);
-    return f && Report("KelLaunchByAppUserModelIdW", f(id.c_str(), has_arguments ? arguments.c_str() : nullptr));
+    return f && Report("KelLaunchByAppUserModelIdW", f(id.c_str(), hasArguments ? arguments.c_str() : nullptr));
   };
 }
 
@@ -182,10 +182,10 @@ bool PrintMonitorMode(const Library& lib) {
 
 // launch-ie's numbers, taken in the order the usage line gives them.
 Call LaunchIe(const wchar_t* c, Arguments& args) {
-  DWORD tile_mode = args.TakeNumber(c, L"TILEMODE");
-  DWORD search_mode = args.TakeNumber(c, L"SEARCHMODE");
+  DWORD tileMode = args.TakeNumber(c, L"TILEMODE");
+  DWORD searchMode = args.TakeNumber(c, L"SEARCHMODE");
   INT option = static_cast<INT>(args.TakeNumber(c, L"OPTION"));
-  return Reporting(KEL_EXPORT(KelLaunchIEBySearch), tile_mode, search_mode, option);
+  return Reporting(KEL_EXPORT(KelLaunchIEBySearch), tileMode, searchMode, option);
 }
 
 std::vector<Command> MakeCommands() {
@@ -279,8 +279,8 @@ std::vector<Command> MakeCommands() {
 }
 
 const std::vector<Command>& Commands() {
-  static const std::vector<Command> commands = MakeCommands();
-  return commands;
+  static const std::vector<Command> kCommands = MakeCommands();
+  return kCommands;
 }
 
 bool IsCommandName(const std::wstring& word) {
