@@ -99,10 +99,10 @@ KEL_XML_INLINE void SkipNameParts(char16_t*& p) {
   }
 }
 
-// A CR, alone or before an LF, is one line end: writes `line_end` in its
+// A CR, alone or before an LF, is one line end: writes `lineEnd` in its
 // place and steps `p` past it. `p` is at the CR.
-KEL_XML_INLINE void FoldLineEnd(char16_t*& p, char16_t*& out, char16_t line_end) {
-  *out++ = line_end;
+KEL_XML_INLINE void FoldLineEnd(char16_t*& p, char16_t*& out, char16_t lineEnd) {
+  *out++ = lineEnd;
   ++p;
   if (*p == '\n') ++p;
 }
