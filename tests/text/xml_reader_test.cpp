@@ -251,6 +251,8 @@ TEST(XmlReader, ProcessingInstructionTargetIsNameAndRestIsValue) {
       {"<?pi pi data?><a/>", u"pi", u"pi data"},
       {"<?pi pi data  ?><a/>", u"pi", u"pi data  "},
       {"<?pi    data  ?><a/>", u"pi", u"data  "},
+      {"<?pi a\r\nb\rc\n\r\r\nd?><a/>", u"pi", u"a\nb\nc\n\n\nd"},
+      {"<?pi a\r?><a/>", u"pi", u"a\n"},
       {"<?xml-stylesheet ?><a/>", u"xml-stylesheet", u""},
   };
   for (const Case& c : cases) {

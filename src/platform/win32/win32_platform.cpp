@@ -81,21 +81,13 @@ class ComAppxApplications final : public ComWrapper<AppxApplicationsEnumerator, 
  public:
   using ComWrapper::ComWrapper;
   HRESULT GetCurrent(AppxApplication** application) override {
-    ComPtr<IAppxManifestApplication> current;
-    const HRESULT hr = object_->GetCurrent(current.put());
-    return HandOut<ComAppxApplication>(hr, std::move(current), application);
+    return ForwardObject<ComAppxApplication>(&IAppxManifestApplicationsEnumerator::GetCurrent, application);
   }
   HRESULT GetHasCurrent(BOOL* hasCurrent) override {
-    ::BOOL value = FALSE;
-    const HRESULT hr = object_->GetHasCurrent(&value);
-    *hasCurrent = value;
-    return hr;
+    return ForwardFlag(&IAppxManifestApplicationsEnumerator::GetHasCurrent, hasCurrent);
   }
   HRESULT MoveNext(BOOL* hasNext) override {
-    ::BOOL value = FALSE;
-    const HRESULT hr = object_->MoveNext(&value);
-    *hasNext = value;
-    return hr;
+    return ForwardFlag(&IAppxManifestApplicationsEnumerator::MoveNext, hasNext);
   }
 };
 
@@ -103,9 +95,7 @@ class ComAppxManifestReader final : public ComWrapper<AppxManifestReader, IAppxM
  public:
   using ComWrapper::ComWrapper;
   HRESULT GetApplications(AppxApplicationsEnumerator** applications) override {
-    ComPtr<IAppxManifestApplicationsEnumerator> enumerator;
-    const HRESULT hr = object_->GetApplications(enumerator.put());
-    return HandOut<ComAppxApplications>(hr, std::move(enumerator), applications);
+    return ForwardObject<ComAppxApplications>(&IAppxManifestReader::GetApplications, applications);
   }
 };
 

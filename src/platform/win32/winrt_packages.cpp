@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "interface_id/winrt_iid.h"
+#include "platform/win32/runtime_string.h"
 #include "platform/win32/windows_headers.h"
 #include "platform/win32/winrt_interfaces.h"
 
@@ -16,37 +17,6 @@ namespace {
 
 struct LocalBufferFree {
   void operator()(wchar_t* buffer) const { ::LocalFree(buffer); }
-};
-
-// An HSTRING owned for its scope.
-class RuntimeString {
- public:
-  RuntimeString() = default;
-  RuntimeString(const RuntimeString&) = delete;
-  RuntimeString& operator=(const RuntimeString&) = delete;
-  ~RuntimeString() {
-    if (value_ != nullptr) ::WindowsDeleteString(value_);
-  }
-  // A null text makes the empty string, as the runtime has it.
-  [[nodiscard]] HRESULT Create(const WCHAR* text) {
-    const wchar_t* wide = reinterpret_cast<const wchar_t*>(text);
-    const UINT32 length = wide != nullptr ? static_cast<UINT32>(wcslen(wide)) : 0;
-    return ::WindowsCreateString(wide, length, &value_);
-  }
-  [[nodiscard]] HSTRING get() const { return value_; }
-  HSTRING* put() {
-    if (value_ != nullptr) ::WindowsDeleteString(value_);
-    value_ = nullptr;
-    return &value_;
-  }
-  [[nodiscard]] WString Text() const {
-    UINT32 length = 0;
-    const wchar_t* raw = ::WindowsGetStringRawBuffer(value_, &length);
-    return WString(reinterpret_cast<const char16_t*>(raw), length);
-  }
-
- private:
-  HSTRING value_ = nullptr;
 };
 
 // The seam's package: counts its own references (the catalogue and a lookup
@@ -110,31 +80,19 @@ class RuntimePackageIterator final : public ComWrapper<PackageIterator, IPackage
  public:
   using ComWrapper::ComWrapper;
   HRESULT GetHasCurrent(BOOL* hasCurrent) override {
-    ::BOOLEAN value = 0;
-    const HRESULT hr = object_->get_HasCurrent(&value);
-    *hasCurrent = value ? 1 : 0;
-    return hr;
+    return ForwardFlag(&IPackageIteratorAbi::get_HasCurrent, hasCurrent);
   }
   HRESULT GetCurrent(Package** package) override {
-    ComPtr<IPackageAbi> current;
-    const HRESULT hr = object_->get_Current(current.put());
-    return HandOut<RuntimePackage>(hr, std::move(current), package);
+    return ForwardObject<RuntimePackage>(&IPackageIteratorAbi::get_Current, package);
   }
-  HRESULT MoveNext(BOOL* hasCurrent) override {
-    ::BOOLEAN value = 0;
-    const HRESULT hr = object_->MoveNext(&value);
-    *hasCurrent = value ? 1 : 0;
-    return hr;
-  }
+  HRESULT MoveNext(BOOL* hasCurrent) override { return ForwardFlag(&IPackageIteratorAbi::MoveNext, hasCurrent); }
 };
 
 class RuntimePackageCollection final : public ComWrapper<PackageCollection, IPackageIterableAbi> {
  public:
   using ComWrapper::ComWrapper;
   HRESULT First(PackageIterator** iterator) override {
-    ComPtr<IPackageIteratorAbi> first;
-    const HRESULT hr = object_->First(first.put());
-    return HandOut<RuntimePackageIterator>(hr, std::move(first), iterator);
+    return ForwardObject<RuntimePackageIterator>(&IPackageIterableAbi::First, iterator);
   }
 };
 

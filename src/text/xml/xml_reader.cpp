@@ -272,15 +272,11 @@ HRESULT XmlReader::ParseAttributeValue(char16_t*& p, Span& value) {
         return EndError();
       case '<':
         return WC_E_LESSTHAN;
-      case '&': {
-        const HRESULT hr = ParseReference(p, out);
-        if (Failed(hr)) return hr;
+      case '&':
+        if (const HRESULT hr = ParseReference(p, out); Failed(hr)) return hr;
         continue;
-      }
       case '\r':
-        *out++ = ' ';
-        ++p;
-        if (*p == '\n') ++p;
+        FoldLineEnd(p, out, ' ');
         continue;
       case '\n':
       case '\t':
@@ -410,21 +406,19 @@ HRESULT XmlReader::ParseText() {
     switch (c) {
       case 0:
         return EndError();
-      case '&': {
+      case '&':
         whitespace = false;
-        const HRESULT hr = ParseReference(p, out);
-        if (Failed(hr)) return hr;
-        continue;
-      }
-      case '\r':
-        *out++ = '\n';
-        ++p;
-        if (*p == '\n') ++p;
+        if (const HRESULT hr = ParseReference(p, out); Failed(hr)) return hr;
         continue;
       case ']':
         if (p[1] == ']' && p[2] == '>') return WC_E_CDSECTEND;
         whitespace = false;
         break;
+      // White space keeps the node whitespace; a CR, alone or before an LF,
+      // is written as the one LF it stands for.
+      case '\r':
+        FoldLineEnd(p, out, '\n');
+        continue;
       case ' ':
       case '\n':
       case '\t':
@@ -452,9 +446,7 @@ HRESULT XmlReader::ParseTopLevelWhitespace() {
   char16_t* out = p;
   while (IsSpace(*p)) {
     if (*p == '\r') {
-      *out++ = '\n';
-      ++p;
-      if (*p == '\n') ++p;
+      FoldLineEnd(p, out, '\n');
     } else {
       *out++ = *p++;
     }

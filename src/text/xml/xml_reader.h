@@ -170,6 +170,8 @@ class XmlReader {
   [[nodiscard]] HRESULT ParseComment();
   [[nodiscard]] HRESULT ParseCData();
   template <typename Ends>
+  [[nodiscard]] HRESULT FoldLineEndsUntil(char16_t*& p, Span& text, Ends ends) const;
+  template <typename Ends>
   [[nodiscard]] HRESULT TakeDelimitedText(char16_t* p, XmlNodeType type, Ends ends);
   [[nodiscard]] HRESULT ParseProcessingInstruction();
   [[nodiscard]] HRESULT ParseDeclaration();

@@ -30,11 +30,12 @@ HRESULT XmlReader::ParseMarkupDeclaration() {
   return WC_E_SYNTAX;
 }
 
-// The text from `p` to the three-unit terminator that `ends` finds, made the
-// current node's value where it stands, with each CR or CRLF as one LF.
-// `ends(p)` gives S_OK at the terminator, S_FALSE elsewhere, or an error.
+// Folds the text from `p` to the terminator that `ends` finds in place, each
+// CR or CRLF becoming one LF, and names it in `text` (NUL-terminated where
+// the terminator began). `p` is left at the terminator. `ends(p)` gives S_OK
+// at the terminator, S_FALSE elsewhere, or an error.
 template <typename Ends>
-HRESULT XmlReader::TakeDelimitedText(char16_t* p, XmlNodeType type, Ends ends) {
+HRESULT XmlReader::FoldLineEndsUntil(char16_t*& p, Span& text, Ends ends) const {
   char16_t* const start = p;
   char16_t* out = p;
   for (;;) {
@@ -44,16 +45,23 @@ HRESULT XmlReader::TakeDelimitedText(char16_t* p, XmlNodeType type, Ends ends) {
     const char16_t c = *p;
     if (c == 0) return EndError();
     if (c == '\r') {
-      *out++ = '\n';
-      ++p;
-      if (*p == '\n') ++p;
+      FoldLineEnd(p, out, '\n');
       continue;
     }
     *out++ = c;
     ++p;
   }
-  value_ = {start, static_cast<UINT>(out - start)};
+  text = {start, static_cast<UINT>(out - start)};
   *out = 0;
+  return S_OK;
+}
+
+// The text from `p` to the three-unit terminator that `ends` finds, made the
+// current node's value where it stands.
+template <typename Ends>
+HRESULT XmlReader::TakeDelimitedText(char16_t* p, XmlNodeType type, Ends ends) {
+  const HRESULT hr = FoldLineEndsUntil(p, value_, ends);
+  if (Failed(hr)) return hr;
   pos_ = p + 3;
   nodeType_ = type;
   depth_ = static_cast<UINT>(open_.size());
@@ -91,23 +99,9 @@ HRESULT XmlReader::ParseProcessingInstruction() {
     p += 2;
   } else if (IsSpace(*p)) {
     while (IsSpace(*p)) ++p;
-    char16_t* const start = p;
-    char16_t* out = p;
-    for (;;) {
-      const char16_t c = *p;
-      if (c == '?' && p[1] == '>') break;
-      if (c == 0) return EndError();
-      if (c == '\r') {
-        *out++ = '\n';
-        ++p;
-        if (*p == '\n') ++p;
-        continue;
-      }
-      *out++ = c;
-      ++p;
-    }
-    value = {start, static_cast<UINT>(out - start)};
-    *out = 0;
+    const HRESULT hr = FoldLineEndsUntil(
+        p, value, [](const char16_t* at) -> HRESULT { return at[0] == '?' && at[1] == '>' ? S_OK : S_FALSE; });
+    if (Failed(hr)) return hr;
     p += 2;
   } else if (*p == 0 || (*p == '?' && p[1] == 0)) {
     return EndError();

@@ -99,6 +99,14 @@ KEL_XML_INLINE void SkipNameParts(char16_t*& p) {
   }
 }
 
+// A CR, alone or before an LF, is one line end: writes `lineEnd` in its
+// place and steps `p` past it. `p` is at the CR.
+KEL_XML_INLINE void FoldLineEnd(char16_t*& p, char16_t*& out, char16_t lineEnd) {
+  *out++ = lineEnd;
+  ++p;
+  if (*p == '\n') ++p;
+}
+
 template <std::size_t N>
 KEL_XML_INLINE bool Equals(const char16_t* a, std::size_t length, const char16_t (&word)[N]) {
   return length == N - 1 && std::memcmp(a, word, (N - 1) * sizeof(char16_t)) == 0;
