@@ -301,10 +301,10 @@ class ShieldedPlatform final : public platform::Platform {
   }
 
   // Wraps an object the inner platform handed out, so the wrapper owns its
-  // one reference; a call that handed out nothing stays as it was.
+  // one reference; a call that failed or handed out nothing stays as it was.
   template <typename Wrapper, typename Interface>
   static HRESULT Wrapped(HRESULT hr, Interface** object) {
-    if (*object != nullptr) *object = new Wrapper(*object);
+    if (Succeeded(hr) && *object != nullptr) *object = new Wrapper(*object);
     return hr;
   }
 
@@ -354,9 +354,7 @@ class ShieldedPlatform final : public platform::Platform {
     using Shielded::Shielded;
     HRESULT GetCurrent(platform::AppxApplication** application) override {
       AllocationsUncounted shield;
-      const HRESULT hr = inner_->GetCurrent(application);
-      if (Succeeded(hr) && *application != nullptr) *application = new AppxApplication(*application);
-      return hr;
+      return Wrapped<AppxApplication>(inner_->GetCurrent(application), application);
     }
     HRESULT GetHasCurrent(BOOL* hasCurrent) override {
       AllocationsUncounted shield;
@@ -373,9 +371,7 @@ class ShieldedPlatform final : public platform::Platform {
     using Shielded::Shielded;
     HRESULT GetApplications(platform::AppxApplicationsEnumerator** applications) override {
       AllocationsUncounted shield;
-      const HRESULT hr = inner_->GetApplications(applications);
-      if (Succeeded(hr) && *applications != nullptr) *applications = new AppxApplications(*applications);
-      return hr;
+      return Wrapped<AppxApplications>(inner_->GetApplications(applications), applications);
     }
   };
 
@@ -401,9 +397,7 @@ class ShieldedPlatform final : public platform::Platform {
     using Shielded::Shielded;
     HRESULT First(platform::PackageIterator** iterator) override {
       AllocationsUncounted shield;
-      const HRESULT hr = inner_->First(iterator);
-      if (Succeeded(hr) && *iterator != nullptr) *iterator = new PackageIterator(*iterator);
-      return hr;
+      return Wrapped<PackageIterator>(inner_->First(iterator), iterator);
     }
   };
 
@@ -412,13 +406,13 @@ class ShieldedPlatform final : public platform::Platform {
     explicit DeploymentPackageManager(platform::DeploymentPackageManager* inner) : inner_(inner) {}
     HRESULT FindPackagesByUserSecurityId(const WCHAR* userSecurityId, platform::PackageCollection** packages) override {
       AllocationsUncounted shield;
-      return Wrapped(inner_->FindPackagesByUserSecurityId(userSecurityId, packages), packages);
+      return Wrapped<PackageCollection>(inner_->FindPackagesByUserSecurityId(userSecurityId, packages), packages);
     }
     HRESULT FindPackagesByUserSecurityIdPackageFamilyName(const WCHAR* userSecurityId, const WCHAR* packageFamilyName,
                                                           platform::PackageCollection** packages) override {
       AllocationsUncounted shield;
-      return Wrapped(inner_->FindPackagesByUserSecurityIdPackageFamilyName(userSecurityId, packageFamilyName, packages),
-                     packages);
+      return Wrapped<PackageCollection>(
+          inner_->FindPackagesByUserSecurityIdPackageFamilyName(userSecurityId, packageFamilyName, packages), packages);
     }
     void Release() override {
       AllocationsUncounted shield;
@@ -427,10 +421,6 @@ class ShieldedPlatform final : public platform::Platform {
     }
 
    private:
-    static HRESULT Wrapped(HRESULT hr, platform::PackageCollection** packages) {
-      if (Succeeded(hr) && *packages != nullptr) *packages = new PackageCollection(*packages);
-      return hr;
-    }
     platform::DeploymentPackageManager* inner_;
   };
 

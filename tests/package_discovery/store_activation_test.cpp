@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "fakes/fake_package.h"
+#include "fakes/example_mail.h"
 #include "frame/exports.h"
 #include "library_test.h"
 #include "package_discovery/package_manager.h"
@@ -8,7 +8,7 @@
 namespace kel {
 namespace {
 
-const WString kInstalled = u"C:\\Program Files\\WindowsApps\\Example.Mail_1.0.0.0_x86__abc";
+const WString kInstalled = fakes::ExampleMailFolder({1, 0, 0, 0});
 
 class StoreActivation : public testing::LibraryTest {
  protected:
@@ -18,8 +18,7 @@ class StoreActivation : public testing::LibraryTest {
                   "</Applications></Package>");
   }
   CKELPackageManager& manager = ThePackageManager();
-  fakes::FakePackage mail{
-      u"Example.Mail_abc", u"Example.Mail_1.0.0.0_x86__abc", u"Example.Mail", {1, 0, 0, 0}, kInstalled};
+  fakes::FakePackage mail = fakes::ExampleMail({1, 0, 0, 0});
 };
 
 TEST_F(StoreActivation, StorePageAddressCarriesTheFamilyNameUnchanged) {
