@@ -12,11 +12,7 @@ const WString kInstalled = fakes::ExampleMailFolder({1, 0, 0, 0});
 
 class StoreActivation : public testing::LibraryTest {
  protected:
-  StoreActivation() {
-    fake->AddFile(kInstalled + u"\\AppxManifest.xml",
-                  "<Package><Applications><Application><VisualElements DisplayName=\"Mail Box\"/></Application>"
-                  "</Applications></Package>");
-  }
+  StoreActivation() { fake->AddFile(kInstalled + u"\\AppxManifest.xml", fakes::kExampleMailManifest); }
   CKELPackageManager& manager = ThePackageManager();
   fakes::FakePackage mail = fakes::ExampleMail({1, 0, 0, 0});
 };
