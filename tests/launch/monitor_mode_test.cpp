@@ -24,14 +24,7 @@ std::string GuidText(const platform::Guid& g) {
                        g.data4[5], g.data4[6], g.data4[7]});
 }
 
-class MonitorMode : public testing::LibraryTest {
- protected:
-  std::vector<std::string> Names(std::initializer_list<const char*> which) {
-    std::vector<std::string> names;
-    for (const auto& c : fake->CallsNamed(which)) names.push_back(c.name);
-    return names;
-  }
-};
+class MonitorMode : public testing::LibraryTest {};
 
 TEST_F(MonitorMode, AppVisibilityIdentitiesAreThePublishedOnes) {
   EXPECT_EQ(GuidText(platform::CLSID_AppVisibility), "{7E5FE3D9-985F-4908-91F9-EE19F9FD1514}");
@@ -81,8 +74,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(MonitorMode, QueryAsksThePrimaryMonitorAndReleasesEverything) {
   UINT mode = 0;
   (void)CKELMonitorMode::GetMonitorMode(&mode);
-  EXPECT_EQ(Names({"CoInitializeEx", "CoCreateInstance", "MonitorFromPoint", "GetAppVisibilityOnMonitor",
-                   "IsLauncherVisible", "Release", "CoUninitialize"}),
+  EXPECT_EQ(CallNames({"CoInitializeEx", "CoCreateInstance", "MonitorFromPoint", "GetAppVisibilityOnMonitor",
+                       "IsLauncherVisible", "Release", "CoUninitialize"}),
             (std::vector<std::string>{"CoInitializeEx", "CoCreateInstance", "MonitorFromPoint",
                                       "GetAppVisibilityOnMonitor", "IsLauncherVisible", "Release", "CoUninitialize"}));
   EXPECT_EQ(fake->CallsNamed({"CoInitializeEx"}).at(0).args, "2");
