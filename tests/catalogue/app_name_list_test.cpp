@@ -2,24 +2,21 @@
 
 #include <gtest/gtest.h>
 
-#include "fakes/fake_package.h"
+#include "fakes/example_mail.h"
 #include "library_test.h"
 
 namespace kel {
 namespace {
 
-const WString kInstalled = u"C:\\Program Files\\WindowsApps\\Example.Mail_2.0.0.0_x86__abc";
+using fakes::kExampleMailManifest;
+const WString kInstalled = fakes::ExampleMailFolder({2, 0, 0, 0});
 const WString kManifest = kInstalled + u"\\AppxManifest.xml";
-constexpr char kMailManifest[] =
-    "<Package><Applications><Application><VisualElements DisplayName=\"Mail Box\"><DefaultTile ShortName=\"Mail\"/>"
-    "</VisualElements></Application></Applications></Package>";
 
 class AppNameList : public testing::LibraryTest {
  protected:
-  AppNameList() { fake->AddFile(kManifest, kMailManifest); }
+  AppNameList() { fake->AddFile(kManifest, kExampleMailManifest); }
 
-  fakes::FakePackage mail{
-      u"Example.Mail_abc", u"Example.Mail_2.0.0.0_x86__abc", u"Example.Mail", {2, 0, 0, 0}, kInstalled};
+  fakes::FakePackage mail = fakes::ExampleMail({2, 0, 0, 0});
   CKELAppNameList list;
   ExcludeAppNameList excluded;
   BOOL found = 7;

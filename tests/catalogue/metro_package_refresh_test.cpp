@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "fakes/example_mail.h"
 #include "frame/constants.h"
 #include "frame/format.h"
 #include "library_test.h"
@@ -16,11 +17,9 @@
 namespace kel {
 namespace {
 
-const WString kInstalled = u"C:\\Program Files\\WindowsApps\\Example.Mail_2.0.0.0_x86__abc";
+using fakes::kExampleMailManifest;
+const WString kInstalled = fakes::ExampleMailFolder({2, 0, 0, 0});
 const WString kManifest = kInstalled + u"\\AppxManifest.xml";
-constexpr char kMailManifest[] =
-    "<Package><Applications><Application><VisualElements DisplayName=\"Mail Box\"><DefaultTile ShortName=\"Mail\"/>"
-    "</VisualElements></Application></Applications></Package>";
 constexpr char kUnresolvedManifest[] =
     "<Package><Applications><Application><VisualElements DisplayName=\"ms-resource:Name\">"
     "<DefaultTile ShortName=\"x\"/></VisualElements></Application></Applications></Package>";
@@ -71,7 +70,7 @@ class CountingPackage final : public platform::Package {
 class MetroPackageRefresh : public testing::LibraryTest {
  protected:
   MetroPackageRefresh() {
-    fake->AddFile(kManifest, kMailManifest);
+    fake->AddFile(kManifest, kExampleMailManifest);
     fake->SetDword(kSettingsKey, kManifestReaderSettingValue, 1);
   }
 
@@ -179,10 +178,10 @@ TEST_P(InstalledLocationQueries, FollowTheStepsThatBuildTheManifestPath) {
 
 INSTANTIATE_TEST_SUITE_P(
     AddMetroPackage, InstalledLocationQueries,
-    ::testing::Values(LocationCase{"NewPackage", false, {}, 0, kMailManifest, 1},
-                      LocationCase{"SameVersion", true, {2, 0, 0, 0}, 0, kMailManifest, 0},
-                      LocationCase{"ReservedOlderVersion", true, {1, 0, 0, 0}, 1, kMailManifest, 0},
-                      LocationCase{"OlderVersionWithReadableNames", true, {1, 0, 0, 0}, 0, kMailManifest, 2},
+    ::testing::Values(LocationCase{"NewPackage", false, {}, 0, kExampleMailManifest, 1},
+                      LocationCase{"SameVersion", true, {2, 0, 0, 0}, 0, kExampleMailManifest, 0},
+                      LocationCase{"ReservedOlderVersion", true, {1, 0, 0, 0}, 1, kExampleMailManifest, 0},
+                      LocationCase{"OlderVersionWithReadableNames", true, {1, 0, 0, 0}, 0, kExampleMailManifest, 2},
                       LocationCase{"OlderVersionWithUnreadableNames", true, {1, 0, 0, 0}, 0, kUnresolvedManifest, 1}),
     [](const ::testing::TestParamInfo<LocationCase>& info) { return std::string(info.param.name); });
 

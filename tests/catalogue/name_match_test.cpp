@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <ostream>
+#include <string>
+#include <vector>
 
 #include "catalogue/records.h"
 #include "library_test.h"
@@ -62,53 +65,50 @@ TEST_F(NameMatch, AgreesWithThePlainRuleOnRandomNames) {
   EXPECT_LT(fits, 18000);
 }
 
-TEST_F(NameMatch, PiecesMatchInAnyOrder) {
-  EXPECT_TRUE(Fits(u"abc def", u"def abc x"));
-  EXPECT_TRUE(Fits(u"ab", u"cab"));
+// A part, a name and whether the part fits the name.
+struct Fit {
+  const char16_t* part;
+  const char16_t* whole;
+  bool fits;
+};
+
+struct FitCase {
+  const char* name;
+  std::vector<Fit> fits;
+};
+
+void PrintTo(const FitCase& c, std::ostream* out) { *out << c.name; }
+
+class NameMatchRule : public NameMatch, public ::testing::WithParamInterface<FitCase> {};
+
+TEST_P(NameMatchRule, DecidesEachPair) {
+  const std::vector<Fit>& fits = GetParam().fits;
+  for (std::size_t i = 0; i < fits.size(); ++i) EXPECT_EQ(Fits(fits[i].part, fits[i].whole), fits[i].fits) << i;
 }
 
-TEST_F(NameMatch, IgnoredCharactersSeparateRuns) {
-  EXPECT_TRUE(Fits(u"ab-cd", u"cdxab"));
-  EXPECT_FALSE(Fits(u"ab", u"a b"));
-}
-
-TEST_F(NameMatch, KanaCountOneByOne) {
-  EXPECT_TRUE(Fits(u"\u30a2\u30d7\u30ea", u"\u30ea\u30a2\u30d7"));
-  EXPECT_FALSE(Fits(u"\u30a2\u30d7\u30ea", u"\u30a2\u30d7"));
-  // Repeated characters are not counted.
-  EXPECT_TRUE(Fits(u"\u30a2\u30a2", u"\u30a2"));
-}
-
-TEST_F(NameMatch, CaseMatters) { EXPECT_FALSE(Fits(u"abc", u"ABC")); }
-
-TEST_F(NameMatch, EmptyPartFitsEverything) {
-  EXPECT_TRUE(Fits(u"", u"anything"));
-  EXPECT_TRUE(Fits(u"", u""));
-}
-
-TEST_F(NameMatch, PartOfIgnoredCharactersOnlyFitsEverything) {
-  EXPECT_TRUE(Fits(u"  - ! ", u""));
-  EXPECT_TRUE(Fits(u"\u00e9\u00e8", u"x"));
-  EXPECT_TRUE(Fits(u"\ud55c\uae00", u"x"));
-}
-
-TEST_F(NameMatch, SlashAndUnderscoreBelongToRuns) {
-  EXPECT_TRUE(Fits(u"a/b_c", u"xa/b_cx"));
-  EXPECT_FALSE(Fits(u"a/b", u"a b"));
-}
-
-TEST_F(NameMatch, SingleCharacterAfterARunIsChecked) {
-  EXPECT_TRUE(Fits(u"ab\u30a2", u"\u30a2 ab"));
-  EXPECT_FALSE(Fits(u"ab\u30a2", u"ab"));
-  EXPECT_FALSE(Fits(u"ab\\", u"ab"));
-  EXPECT_TRUE(Fits(u"ab\\", u"\\ab"));
-}
-
-TEST_F(NameMatch, FullWidthAndIdeographsAreSingleCharacters) {
-  EXPECT_TRUE(Fits(u"\uff21\u4e00", u"\u4e00\uff21"));
-  EXPECT_FALSE(Fits(u"\uff11", u"1"));
-  EXPECT_FALSE(Fits(u"\uff71", u"\u30a2"));
-}
+INSTANTIATE_TEST_SUITE_P(
+    NameMatch, NameMatchRule,
+    ::testing::Values(
+        FitCase{"PiecesMatchInAnyOrder", {{u"abc def", u"def abc x", true}, {u"ab", u"cab", true}}},
+        FitCase{"IgnoredCharactersSeparateRuns", {{u"ab-cd", u"cdxab", true}, {u"ab", u"a b", false}}},
+        FitCase{"KanaCountOneByOne",
+                {{u"\u30a2\u30d7\u30ea", u"\u30ea\u30a2\u30d7", true},
+                 {u"\u30a2\u30d7\u30ea", u"\u30a2\u30d7", false},
+                 // Repeated characters are not counted.
+                 {u"\u30a2\u30a2", u"\u30a2", true}}},
+        FitCase{"CaseMatters", {{u"abc", u"ABC", false}}},
+        FitCase{"EmptyPartFitsEverything", {{u"", u"anything", true}, {u"", u"", true}}},
+        FitCase{"PartOfIgnoredCharactersOnlyFitsEverything",
+                {{u"  - ! ", u"", true}, {u"\u00e9\u00e8", u"x", true}, {u"\ud55c\uae00", u"x", true}}},
+        FitCase{"SlashAndUnderscoreBelongToRuns", {{u"a/b_c", u"xa/b_cx", true}, {u"a/b", u"a b", false}}},
+        FitCase{"SingleCharacterAfterARunIsChecked",
+                {{u"ab\u30a2", u"\u30a2 ab", true},
+                 {u"ab\u30a2", u"ab", false},
+                 {u"ab\\", u"ab", false},
+                 {u"ab\\", u"\\ab", true}}},
+        FitCase{"FullWidthAndIdeographsAreSingleCharacters",
+                {{u"\uff21\u4e00", u"\u4e00\uff21", true}, {u"\uff11", u"1", false}, {u"\uff71", u"\u30a2", false}}}),
+    [](const ::testing::TestParamInfo<FitCase>& info) { return std::string(info.param.name); });
 
 TEST_F(NameMatch, MatchIsTraced) {
   EnableLog();

@@ -29,6 +29,7 @@ namespace kel {
 namespace {
 
 using testing::AllocationsUncounted;
+using testing::ExpectOldOrCompleteList;
 using testing::FailingAllocations;
 using testing::kDataFile;
 using testing::kMailFolder;
@@ -115,12 +116,7 @@ TEST_F(AllocationFailure, InitializeWithAFirstRefreshPassAndSave) {
       },
       [&](fakes::FakePlatform& fake, World&) {
         EXPECT_PRED1(IsOkOrOutOfMemory, initialized);
-        // Either the old list or a complete new one.
-        const std::string list = fake.FileContent(kDataFile);
-        const bool old = list == kOldList;
-        const bool complete =
-            list.rfind("</DesktopApps>") == list.size() - 14 || list.rfind("<DesktopApps />") == list.size() - 15;
-        EXPECT_TRUE(old || complete) << list;
+        ExpectOldOrCompleteList(fake.FileContent(kDataFile));
       });
 }
 

@@ -13,6 +13,7 @@
 namespace kel {
 namespace {
 
+using testing::ExpectOldOrCompleteList;
 using testing::kDataFile;
 using testing::kMailFolder;
 using testing::kOldList;
@@ -66,14 +67,7 @@ TEST_F(FaultInjection, InitializeWithAFirstRefreshPassAndSave) {
           fake.WaitForBlockedWaitsOrThreadsToFinish(2);
         }
       },
-      [](fakes::FakePlatform& fake, World&) {
-        // Either the old list or a complete new one.
-        const std::string list = fake.FileContent(kDataFile);
-        const bool old = list == kOldList;
-        const bool complete =
-            list.rfind("</DesktopApps>") == list.size() - 14 || list.rfind("<DesktopApps />") == list.size() - 15;
-        EXPECT_TRUE(old || complete) << list;
-      });
+      [](fakes::FakePlatform& fake, World&) { ExpectOldOrCompleteList(fake.FileContent(kDataFile)); });
 }
 
 TEST_F(FaultInjection, SearchLaunchWithExclusions) {

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "catalogue/app_name_list.h"
 #include "fakes/fake_package.h"
 #include "frame/exports.h"
@@ -24,6 +26,15 @@ inline constexpr char kMailManifest[] =
 inline constexpr char kOldList[] =
     "<Applications><DesktopApps><DesktopApp DisplayName=\"old\" LnkFileName=\"C:\\old.lnk\" NeedReserve=\"1\" />"
     "</DesktopApps>";
+
+// A save cut short by a failure leaves the data file as it was or complete,
+// never part of a new list.
+inline void ExpectOldOrCompleteList(const std::string& list) {
+  const bool old = list == kOldList;
+  const bool complete =
+      list.rfind("</DesktopApps>") == list.size() - 14 || list.rfind("<DesktopApps />") == list.size() - 15;
+  EXPECT_TRUE(old || complete) << list;
+}
 
 struct World {
   fakes::FakePlatform& fake;

@@ -24,142 +24,109 @@ class ShieldedPlatform final : public platform::Platform {
   ShieldedPlatform& operator=(const ShieldedPlatform&) = delete;
 
   bool GetEnvironmentVariable(const WCHAR* name, WString& value) override {
-    AllocationsUncounted shield;
-    return inner_.GetEnvironmentVariable(name, value);
+    return Uncounted([&] { return inner_.GetEnvironmentVariable(name, value); });
   }
   DWORD ExpandEnvironmentStrings(const WCHAR* source, WCHAR* buffer, DWORD capacity) override {
-    AllocationsUncounted shield;
-    return inner_.ExpandEnvironmentStrings(source, buffer, capacity);
+    return Uncounted([&] { return inner_.ExpandEnvironmentStrings(source, buffer, capacity); });
   }
   DWORD GetModuleFileName(WCHAR* buffer, DWORD capacity) override {
-    AllocationsUncounted shield;
-    return inner_.GetModuleFileName(buffer, capacity);
+    return Uncounted([&] { return inner_.GetModuleFileName(buffer, capacity); });
   }
   DWORD GetCurrentProcessId() override {
-    AllocationsUncounted shield;
-    return inner_.GetCurrentProcessId();
+    return Uncounted([&] { return inner_.GetCurrentProcessId(); });
   }
   DWORD GetLastError() override {
-    AllocationsUncounted shield;
-    return inner_.GetLastError();
+    return Uncounted([&] { return inner_.GetLastError(); });
   }
   platform::SystemTime GetLocalTime() override {
-    AllocationsUncounted shield;
-    return inner_.GetLocalTime();
+    return Uncounted([&] { return inner_.GetLocalTime(); });
   }
   void Sleep(DWORD milliseconds) override {
-    AllocationsUncounted shield;
-    inner_.Sleep(milliseconds);
+    Uncounted([&] { inner_.Sleep(milliseconds); });
   }
   Handle CreateFile(const WCHAR* path, DWORD access, DWORD share, DWORD disposition, DWORD attributes) override {
-    AllocationsUncounted shield;
-    return inner_.CreateFile(path, access, share, disposition, attributes);
+    return Uncounted([&] { return inner_.CreateFile(path, access, share, disposition, attributes); });
   }
   DWORD SetFilePointer(Handle file, LONG distance, DWORD method) override {
-    AllocationsUncounted shield;
-    return inner_.SetFilePointer(file, distance, method);
+    return Uncounted([&] { return inner_.SetFilePointer(file, distance, method); });
   }
   BOOL WriteFile(Handle file, const void* data, DWORD length, DWORD* written) override {
-    AllocationsUncounted shield;
-    return inner_.WriteFile(file, data, length, written);
+    return Uncounted([&] { return inner_.WriteFile(file, data, length, written); });
   }
   BOOL CloseHandle(Handle handle) override {
-    AllocationsUncounted shield;
-    return inner_.CloseHandle(handle);
+    return Uncounted([&] { return inner_.CloseHandle(handle); });
   }
   DWORD GetFileAttributes(const WCHAR* path) override {
-    AllocationsUncounted shield;
-    return inner_.GetFileAttributes(path);
+    return Uncounted([&] { return inner_.GetFileAttributes(path); });
   }
   BOOL PathFileExists(const WCHAR* path) override {
-    AllocationsUncounted shield;
-    return inner_.PathFileExists(path);
+    return Uncounted([&] { return inner_.PathFileExists(path); });
   }
   int SHCreateDirectoryEx(const WCHAR* path) override {
-    AllocationsUncounted shield;
-    return inner_.SHCreateDirectoryEx(path);
+    return Uncounted([&] { return inner_.SHCreateDirectoryEx(path); });
   }
   HRESULT ReadFileBytes(const WCHAR* path, std::string& bytes) override {
-    AllocationsUncounted shield;
-    return inner_.ReadFileBytes(path, bytes);
+    return Uncounted([&] { return inner_.ReadFileBytes(path, bytes); });
   }
   HRESULT ReplaceFileAtomically(const WCHAR* path, const std::string& bytes) override {
-    AllocationsUncounted shield;
-    return inner_.ReplaceFileAtomically(path, bytes);
+    return Uncounted([&] { return inner_.ReplaceFileAtomically(path, bytes); });
   }
   Handle FindFirstFile(const WCHAR* pattern, platform::FindData& found) override {
-    AllocationsUncounted shield;
-    return inner_.FindFirstFile(pattern, found);
+    return Uncounted([&] { return inner_.FindFirstFile(pattern, found); });
   }
   BOOL FindNextFile(Handle search, platform::FindData& found) override {
-    AllocationsUncounted shield;
-    return inner_.FindNextFile(search, found);
+    return Uncounted([&] { return inner_.FindNextFile(search, found); });
   }
   BOOL FindClose(Handle search) override {
-    AllocationsUncounted shield;
-    return inner_.FindClose(search);
+    return Uncounted([&] { return inner_.FindClose(search); });
   }
   LONG RegOpenKeyEx(platform::RootKey root, const WCHAR* subKey, DWORD options, DWORD access, Handle* key) override {
-    AllocationsUncounted shield;
-    return inner_.RegOpenKeyEx(root, subKey, options, access, key);
+    return Uncounted([&] { return inner_.RegOpenKeyEx(root, subKey, options, access, key); });
   }
   LONG RegQueryValueEx(Handle key, const WCHAR* name, DWORD* type, std::uint8_t* data, DWORD* size) override {
-    AllocationsUncounted shield;
-    return inner_.RegQueryValueEx(key, name, type, data, size);
+    return Uncounted([&] { return inner_.RegQueryValueEx(key, name, type, data, size); });
   }
   LONG RegSetValueEx(Handle key, const WCHAR* name, DWORD type, const std::uint8_t* data, DWORD size) override {
-    AllocationsUncounted shield;
-    return inner_.RegSetValueEx(key, name, type, data, size);
+    return Uncounted([&] { return inner_.RegSetValueEx(key, name, type, data, size); });
   }
   LONG RegDeleteValue(Handle key, const WCHAR* name) override {
-    AllocationsUncounted shield;
-    return inner_.RegDeleteValue(key, name);
+    return Uncounted([&] { return inner_.RegDeleteValue(key, name); });
   }
   LONG RegCloseKey(Handle key) override {
-    AllocationsUncounted shield;
-    return inner_.RegCloseKey(key);
+    return Uncounted([&] { return inner_.RegCloseKey(key); });
   }
   std::uint64_t VerSetConditionMask(std::uint64_t mask, DWORD typeBit, std::uint8_t condition) override {
-    AllocationsUncounted shield;
-    return inner_.VerSetConditionMask(mask, typeBit, condition);
+    return Uncounted([&] { return inner_.VerSetConditionMask(mask, typeBit, condition); });
   }
   BOOL VerifyVersionInfo(platform::OsVersionInfoEx& info, DWORD typeMask, std::uint64_t conditionMask) override {
-    AllocationsUncounted shield;
-    return inner_.VerifyVersionInfo(info, typeMask, conditionMask);
+    return Uncounted([&] { return inner_.VerifyVersionInfo(info, typeMask, conditionMask); });
   }
   int MultiByteToWideChar(UINT codePage, DWORD flags, const char* source, int sourceLength, WCHAR* buffer,
                           int capacity) override {
-    AllocationsUncounted shield;
-    return inner_.MultiByteToWideChar(codePage, flags, source, sourceLength, buffer, capacity);
+    return Uncounted(
+        [&] { return inner_.MultiByteToWideChar(codePage, flags, source, sourceLength, buffer, capacity); });
   }
   void* LocalAlloc(UINT flags, std::size_t bytes) override {
-    AllocationsUncounted shield;
-    return inner_.LocalAlloc(flags, bytes);
+    return Uncounted([&] { return inner_.LocalAlloc(flags, bytes); });
   }
   void* LocalFree(void* memory) override {
-    AllocationsUncounted shield;
-    return inner_.LocalFree(memory);
+    return Uncounted([&] { return inner_.LocalFree(memory); });
   }
   std::intptr_t ShellExecute(Handle window, const WCHAR* verb, const WCHAR* file, const WCHAR* parameters,
                              const WCHAR* directory, int showCommand) override {
-    AllocationsUncounted shield;
-    return inner_.ShellExecute(window, verb, file, parameters, directory, showCommand);
+    return Uncounted([&] { return inner_.ShellExecute(window, verb, file, parameters, directory, showCommand); });
   }
   Handle CreateEvent(bool manualReset, bool initialState, const WCHAR* name) override {
-    AllocationsUncounted shield;
-    return inner_.CreateEvent(manualReset, initialState, name);
+    return Uncounted([&] { return inner_.CreateEvent(manualReset, initialState, name); });
   }
   BOOL SetEvent(Handle event) override {
-    AllocationsUncounted shield;
-    return inner_.SetEvent(event);
+    return Uncounted([&] { return inner_.SetEvent(event); });
   }
   BOOL ResetEvent(Handle event) override {
-    AllocationsUncounted shield;
-    return inner_.ResetEvent(event);
+    return Uncounted([&] { return inner_.ResetEvent(event); });
   }
   DWORD WaitForSingleObject(Handle object, DWORD milliseconds) override {
-    AllocationsUncounted shield;
-    return inner_.WaitForSingleObject(object, milliseconds);
+    return Uncounted([&] { return inner_.WaitForSingleObject(object, milliseconds); });
   }
   // The new thread starts armed if its creator was.
   Handle CreateThread(platform::ThreadProc start, void* parameter) override {
@@ -170,122 +137,97 @@ class ShieldedPlatform final : public platform::Platform {
     return inner_.CreateThread(&ShieldedPlatform::StartArmed, starts_.back().get());
   }
   UINT SendInput(const platform::KeyboardInput& input) override {
-    AllocationsUncounted shield;
-    return inner_.SendInput(input);
+    return Uncounted([&] { return inner_.SendInput(input); });
   }
   UINT MapVirtualKey(UINT code, UINT mapType) override {
-    AllocationsUncounted shield;
-    return inner_.MapVirtualKey(code, mapType);
+    return Uncounted([&] { return inner_.MapVirtualKey(code, mapType); });
   }
   BOOL OpenClipboard(Handle owner) override {
-    AllocationsUncounted shield;
-    return inner_.OpenClipboard(owner);
+    return Uncounted([&] { return inner_.OpenClipboard(owner); });
   }
   BOOL EmptyClipboard() override {
-    AllocationsUncounted shield;
-    return inner_.EmptyClipboard();
+    return Uncounted([&] { return inner_.EmptyClipboard(); });
   }
   Handle SetClipboardData(UINT format, Handle memory) override {
-    AllocationsUncounted shield;
-    return inner_.SetClipboardData(format, memory);
+    return Uncounted([&] { return inner_.SetClipboardData(format, memory); });
   }
   BOOL CloseClipboard() override {
-    AllocationsUncounted shield;
-    return inner_.CloseClipboard();
+    return Uncounted([&] { return inner_.CloseClipboard(); });
   }
   Handle GlobalAlloc(UINT flags, std::size_t bytes) override {
-    AllocationsUncounted shield;
-    return inner_.GlobalAlloc(flags, bytes);
+    return Uncounted([&] { return inner_.GlobalAlloc(flags, bytes); });
   }
   void* GlobalLock(Handle memory) override {
-    AllocationsUncounted shield;
-    return inner_.GlobalLock(memory);
+    return Uncounted([&] { return inner_.GlobalLock(memory); });
   }
   BOOL GlobalUnlock(Handle memory) override {
-    AllocationsUncounted shield;
-    return inner_.GlobalUnlock(memory);
+    return Uncounted([&] { return inner_.GlobalUnlock(memory); });
   }
   Handle GlobalFree(Handle memory) override {
-    AllocationsUncounted shield;
-    return inner_.GlobalFree(memory);
+    return Uncounted([&] { return inner_.GlobalFree(memory); });
   }
   Handle GetForegroundWindow() override {
-    AllocationsUncounted shield;
-    return inner_.GetForegroundWindow();
+    return Uncounted([&] { return inner_.GetForegroundWindow(); });
   }
   int GetClassName(Handle window, WCHAR* buffer, int capacity) override {
-    AllocationsUncounted shield;
-    return inner_.GetClassName(window, buffer, capacity);
+    return Uncounted([&] { return inner_.GetClassName(window, buffer, capacity); });
   }
   Handle MonitorFromPoint(platform::Point point, DWORD flags) override {
-    AllocationsUncounted shield;
-    return inner_.MonitorFromPoint(point, flags);
+    return Uncounted([&] { return inner_.MonitorFromPoint(point, flags); });
   }
   int MessageBox(Handle owner, const WCHAR* text, const WCHAR* caption, UINT type) override {
-    AllocationsUncounted shield;
-    return inner_.MessageBox(owner, text, caption, type);
+    return Uncounted([&] { return inner_.MessageBox(owner, text, caption, type); });
   }
   HRESULT CoInitializeEx(DWORD coInit) override {
-    AllocationsUncounted shield;
-    return inner_.CoInitializeEx(coInit);
+    return Uncounted([&] { return inner_.CoInitializeEx(coInit); });
   }
   HRESULT CreateAppVisibility(DWORD context, platform::AppVisibility** object) override {
-    AllocationsUncounted shield;
-    return Wrapped<AppVisibility>(inner_.CreateAppVisibility(context, object), object);
+    return Wrapped<AppVisibility>([&] { return inner_.CreateAppVisibility(context, object); }, object);
   }
   HRESULT CreateAppxManifestReader(const WCHAR* manifestPath, platform::AppxManifestReader** reader) override {
-    AllocationsUncounted shield;
-    return Wrapped<AppxManifestReader>(inner_.CreateAppxManifestReader(manifestPath, reader), reader);
+    return Wrapped<AppxManifestReader>([&] { return inner_.CreateAppxManifestReader(manifestPath, reader); }, reader);
   }
   void CoTaskMemFree(void* memory) override {
-    AllocationsUncounted shield;
-    inner_.CoTaskMemFree(memory);
+    Uncounted([&] { inner_.CoTaskMemFree(memory); });
   }
   void CoUninitialize() override {
-    AllocationsUncounted shield;
-    inner_.CoUninitialize();
+    Uncounted([&] { inner_.CoUninitialize(); });
   }
   HRESULT RoInitialize(int initType) override {
-    AllocationsUncounted shield;
-    return inner_.RoInitialize(initType);
+    return Uncounted([&] { return inner_.RoInitialize(initType); });
   }
   void RoUninitialize() override {
-    AllocationsUncounted shield;
-    inner_.RoUninitialize();
+    Uncounted([&] { inner_.RoUninitialize(); });
   }
   HRESULT ActivatePackageManager(platform::DeploymentPackageManager** manager) override {
-    AllocationsUncounted shield;
-    return Wrapped<DeploymentPackageManager>(inner_.ActivatePackageManager(manager), manager);
+    return Wrapped<DeploymentPackageManager>([&] { return inner_.ActivatePackageManager(manager); }, manager);
   }
   WString DescribeError(HRESULT error) override {
-    AllocationsUncounted shield;
-    return inner_.DescribeError(error);
+    return Uncounted([&] { return inner_.DescribeError(error); });
   }
   HRESULT CreateApplicationActivationManager(DWORD context, platform::ApplicationActivationManager** manager) override {
-    AllocationsUncounted shield;
-    return Wrapped<ActivationManager>(inner_.CreateApplicationActivationManager(context, manager), manager);
+    return Wrapped<ActivationManager>([&] { return inner_.CreateApplicationActivationManager(context, manager); },
+                                      manager);
   }
   HRESULT CoAllowSetForegroundWindow(platform::ApplicationActivationManager* manager) override {
-    AllocationsUncounted shield;
-    return inner_.CoAllowSetForegroundWindow(manager == nullptr ? nullptr
-                                                                : static_cast<ActivationManager*>(manager)->inner);
+    return Uncounted([&] {
+      return inner_.CoAllowSetForegroundWindow(manager == nullptr ? nullptr
+                                                                  : static_cast<ActivationManager*>(manager)->inner);
+    });
   }
   BOOL GetUserName(WCHAR* buffer, DWORD* size) override {
-    AllocationsUncounted shield;
-    return inner_.GetUserName(buffer, size);
+    return Uncounted([&] { return inner_.GetUserName(buffer, size); });
   }
   BOOL LookupAccountName(const WCHAR* systemName, const WCHAR* accountName, void* sid, DWORD* sidSize, WCHAR* domain,
                          DWORD* domainSize) override {
-    AllocationsUncounted shield;
-    return inner_.LookupAccountName(systemName, accountName, sid, sidSize, domain, domainSize);
+    return Uncounted(
+        [&] { return inner_.LookupAccountName(systemName, accountName, sid, sidSize, domain, domainSize); });
   }
   BOOL ConvertSidToStringSid(void* sid, WCHAR** stringSid) override {
-    AllocationsUncounted shield;
-    return inner_.ConvertSidToStringSid(sid, stringSid);
+    return Uncounted([&] { return inner_.ConvertSidToStringSid(sid, stringSid); });
   }
   HRESULT SHLoadIndirectString(const WCHAR* source, WCHAR* buffer, UINT capacity) override {
-    AllocationsUncounted shield;
-    return inner_.SHLoadIndirectString(source, buffer, capacity);
+    return Uncounted([&] { return inner_.SHLoadIndirectString(source, buffer, capacity); });
   }
 
  private:
@@ -300,11 +242,21 @@ class ShieldedPlatform final : public platform::Platform {
     return thread.start(thread.parameter);
   }
 
-  // Wraps an object the inner platform handed out, so the wrapper owns its
-  // one reference; a call that handed out nothing stays as it was.
-  template <typename Wrapper, typename Interface>
-  static HRESULT Wrapped(HRESULT hr, Interface** object) {
-    if (*object != nullptr) *object = new Wrapper(*object);
+  // Runs `call` with the counting paused.
+  template <typename Call>
+  static auto Uncounted(Call call) -> decltype(call()) {
+    AllocationsUncounted shield;
+    return call();
+  }
+
+  // Runs `call` with the counting paused and wraps the object it handed out,
+  // so the wrapper owns its one reference; a call that failed or handed out
+  // nothing stays as it was.
+  template <typename Wrapper, typename Interface, typename Call>
+  static HRESULT Wrapped(Call call, Interface** object) {
+    AllocationsUncounted shield;
+    const HRESULT hr = call();
+    if (Succeeded(hr) && *object != nullptr) *object = new Wrapper(*object);
     return hr;
   }
 
@@ -331,12 +283,10 @@ class ShieldedPlatform final : public platform::Platform {
    public:
     using Shielded::Shielded;
     HRESULT GetAppVisibilityOnMonitor(Handle monitor, int* visibility) override {
-      AllocationsUncounted shield;
-      return inner_->GetAppVisibilityOnMonitor(monitor, visibility);
+      return Uncounted([&] { return inner_->GetAppVisibilityOnMonitor(monitor, visibility); });
     }
     HRESULT IsLauncherVisible(BOOL* visible) override {
-      AllocationsUncounted shield;
-      return inner_->IsLauncherVisible(visible);
+      return Uncounted([&] { return inner_->IsLauncherVisible(visible); });
     }
   };
 
@@ -344,8 +294,7 @@ class ShieldedPlatform final : public platform::Platform {
    public:
     using Shielded::Shielded;
     HRESULT GetStringValue(const WCHAR* name, WCHAR** value) override {
-      AllocationsUncounted shield;
-      return inner_->GetStringValue(name, value);
+      return Uncounted([&] { return inner_->GetStringValue(name, value); });
     }
   };
 
@@ -353,18 +302,13 @@ class ShieldedPlatform final : public platform::Platform {
    public:
     using Shielded::Shielded;
     HRESULT GetCurrent(platform::AppxApplication** application) override {
-      AllocationsUncounted shield;
-      const HRESULT hr = inner_->GetCurrent(application);
-      if (Succeeded(hr) && *application != nullptr) *application = new AppxApplication(*application);
-      return hr;
+      return Wrapped<AppxApplication>([&] { return inner_->GetCurrent(application); }, application);
     }
     HRESULT GetHasCurrent(BOOL* hasCurrent) override {
-      AllocationsUncounted shield;
-      return inner_->GetHasCurrent(hasCurrent);
+      return Uncounted([&] { return inner_->GetHasCurrent(hasCurrent); });
     }
     HRESULT MoveNext(BOOL* hasNext) override {
-      AllocationsUncounted shield;
-      return inner_->MoveNext(hasNext);
+      return Uncounted([&] { return inner_->MoveNext(hasNext); });
     }
   };
 
@@ -372,10 +316,7 @@ class ShieldedPlatform final : public platform::Platform {
    public:
     using Shielded::Shielded;
     HRESULT GetApplications(platform::AppxApplicationsEnumerator** applications) override {
-      AllocationsUncounted shield;
-      const HRESULT hr = inner_->GetApplications(applications);
-      if (Succeeded(hr) && *applications != nullptr) *applications = new AppxApplications(*applications);
-      return hr;
+      return Wrapped<AppxApplications>([&] { return inner_->GetApplications(applications); }, applications);
     }
   };
 
@@ -383,16 +324,13 @@ class ShieldedPlatform final : public platform::Platform {
    public:
     using Shielded::Shielded;
     HRESULT GetHasCurrent(BOOL* hasCurrent) override {
-      AllocationsUncounted shield;
-      return inner_->GetHasCurrent(hasCurrent);
+      return Uncounted([&] { return inner_->GetHasCurrent(hasCurrent); });
     }
     HRESULT GetCurrent(platform::Package** package) override {
-      AllocationsUncounted shield;
-      return inner_->GetCurrent(package);
+      return Uncounted([&] { return inner_->GetCurrent(package); });
     }
     HRESULT MoveNext(BOOL* hasCurrent) override {
-      AllocationsUncounted shield;
-      return inner_->MoveNext(hasCurrent);
+      return Uncounted([&] { return inner_->MoveNext(hasCurrent); });
     }
   };
 
@@ -400,10 +338,7 @@ class ShieldedPlatform final : public platform::Platform {
    public:
     using Shielded::Shielded;
     HRESULT First(platform::PackageIterator** iterator) override {
-      AllocationsUncounted shield;
-      const HRESULT hr = inner_->First(iterator);
-      if (Succeeded(hr) && *iterator != nullptr) *iterator = new PackageIterator(*iterator);
-      return hr;
+      return Wrapped<PackageIterator>([&] { return inner_->First(iterator); }, iterator);
     }
   };
 
@@ -411,14 +346,16 @@ class ShieldedPlatform final : public platform::Platform {
    public:
     explicit DeploymentPackageManager(platform::DeploymentPackageManager* inner) : inner_(inner) {}
     HRESULT FindPackagesByUserSecurityId(const WCHAR* userSecurityId, platform::PackageCollection** packages) override {
-      AllocationsUncounted shield;
-      return Wrapped(inner_->FindPackagesByUserSecurityId(userSecurityId, packages), packages);
+      return Wrapped<PackageCollection>([&] { return inner_->FindPackagesByUserSecurityId(userSecurityId, packages); },
+                                        packages);
     }
     HRESULT FindPackagesByUserSecurityIdPackageFamilyName(const WCHAR* userSecurityId, const WCHAR* packageFamilyName,
                                                           platform::PackageCollection** packages) override {
-      AllocationsUncounted shield;
-      return Wrapped(inner_->FindPackagesByUserSecurityIdPackageFamilyName(userSecurityId, packageFamilyName, packages),
-                     packages);
+      return Wrapped<PackageCollection>(
+          [&] {
+            return inner_->FindPackagesByUserSecurityIdPackageFamilyName(userSecurityId, packageFamilyName, packages);
+          },
+          packages);
     }
     void Release() override {
       AllocationsUncounted shield;
@@ -427,10 +364,6 @@ class ShieldedPlatform final : public platform::Platform {
     }
 
    private:
-    static HRESULT Wrapped(HRESULT hr, platform::PackageCollection** packages) {
-      if (Succeeded(hr) && *packages != nullptr) *packages = new PackageCollection(*packages);
-      return hr;
-    }
     platform::DeploymentPackageManager* inner_;
   };
 
@@ -439,8 +372,7 @@ class ShieldedPlatform final : public platform::Platform {
     explicit ActivationManager(platform::ApplicationActivationManager* wrapped) : inner(wrapped) {}
     HRESULT ActivateApplication(const WCHAR* appUserModelId, const WCHAR* arguments, int options,
                                 DWORD* processId) override {
-      AllocationsUncounted shield;
-      return inner->ActivateApplication(appUserModelId, arguments, options, processId);
+      return Uncounted([&] { return inner->ActivateApplication(appUserModelId, arguments, options, processId); });
     }
     void Release() override {
       AllocationsUncounted shield;

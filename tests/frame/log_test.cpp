@@ -4,6 +4,7 @@
 
 #include <new>
 #include <stdexcept>
+#include <string>
 
 #include "alloc_counter.h"
 #include "frame/exports.h"
@@ -15,7 +16,18 @@ namespace {
 using testing::kLogFile;
 using testing::kLogFolder;
 
-class Log : public testing::LibraryTest {};
+class Log : public testing::LibraryTest {
+ protected:
+  // The log holds one line, starting with `start`, cut to fit the message
+  // buffer with its line end kept.
+  void ExpectOneLineCutToFit(const std::string& start) {
+    const auto lines = LogLines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].size(), 1023u);
+    EXPECT_EQ(lines[0].substr(0, start.size()), start);
+    EXPECT_EQ(lines[0].substr(1021), "\r\n");
+  }
+};
 
 TEST_F(Log, SwitchOffReturnsOneAndTouchesNoFile) {
   EXPECT_EQ(WriteDebugLog("%S IN\r\n", u"KelInitialize"), 1);
@@ -72,11 +84,7 @@ TEST_F(Log, OverlongMessageIsCutToFitItsBufferAndKeepsItsLineEnd) {
   EnableLog();
   const WString longText(3000, u'x');
   EXPECT_NE(WriteDebugLog("%S(%S) IN\r\n", u"KelLaunchByProtocolW", longText), 0);
-  const auto lines = LogLines();
-  ASSERT_EQ(lines.size(), 1u);
-  EXPECT_EQ(lines[0].size(), 1023u);
-  EXPECT_EQ(lines[0].substr(0, 22), "KelLaunchByProtocolW(x");
-  EXPECT_EQ(lines[0].substr(1021), "\r\n");
+  ExpectOneLineCutToFit("KelLaunchByProtocolW(x");
 }
 
 TEST_F(Log, CutNeverSplitsAUtf8Sequence) {
@@ -104,11 +112,7 @@ TEST_F(Log, HundredThousandCharacterKeywordIsCutWithoutAnAllocationOfItsSize) {
   // What the fake's file system takes for the path and the line; the
   // keyword alone would be 100,000 bytes.
   EXPECT_LT(allocated, 8u * 1024u);
-  const auto lines = LogLines();
-  ASSERT_EQ(lines.size(), 1u);
-  EXPECT_EQ(lines[0].size(), 1023u);
-  EXPECT_EQ(lines[0].substr(0, 20), "KelLaunchBySearchW(m");
-  EXPECT_EQ(lines[0].substr(1021), "\r\n");
+  ExpectOneLineCutToFit("KelLaunchBySearchW(m");
 }
 
 TEST_F(Log, FailedMessageWriteReturnsZeroAndClosesTheFile) {

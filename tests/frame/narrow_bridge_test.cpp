@@ -27,10 +27,8 @@ TEST_F(NarrowBridge, ConversionAsksCodePage932ForTheSizeThenConverts) {
   char16_t* wide = nullptr;
   ASSERT_EQ(ShiftJisToWideChar("abc", &wide), S_OK);
   std::free(wide);
-  const auto calls = fake->CallsNamed({"MultiByteToWideChar"});
-  ASSERT_EQ(calls.size(), 2u);
-  EXPECT_EQ(calls[0].args, "932, 1, 4294967295, 0");
-  EXPECT_EQ(calls[1].args, "932, 1, 4294967295, 4");
+  EXPECT_EQ(CallArgs("MultiByteToWideChar"),
+            (std::vector<std::string>{"932, 1, 4294967295, 0", "932, 1, 4294967295, 4"}));
 }
 
 TEST_F(NarrowBridge, ConversionTracesItsSourceAndResult) {

@@ -10,12 +10,8 @@ namespace {
 class Clipboard : public testing::LibraryTest {
  protected:
   std::vector<std::string> ClipboardCalls() {
-    std::vector<std::string> names;
-    for (const auto& c : fake->CallsNamed({"OpenClipboard", "GlobalAlloc", "GlobalLock", "GlobalUnlock",
-                                           "EmptyClipboard", "SetClipboardData", "GlobalFree", "CloseClipboard"})) {
-      names.push_back(c.name);
-    }
-    return names;
+    return CallNames({"OpenClipboard", "GlobalAlloc", "GlobalLock", "GlobalUnlock", "EmptyClipboard",
+                      "SetClipboardData", "GlobalFree", "CloseClipboard"});
   }
 };
 

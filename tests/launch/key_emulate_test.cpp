@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+#include <string>
+#include <vector>
+
 #include "library_test.h"
 
 namespace kel {
@@ -31,35 +35,50 @@ class KeyEmulate : public testing::LibraryTest {
   }
 };
 
-TEST_F(KeyEmulate, ShiftInsertIsShiftDownInsertDownInsertUpShiftUp) {
-  CKELKeyEmulate::SendInput_Shift_Insert();
-  EXPECT_EQ(Events(), (std::vector<Event>{{0x10, 0x2A, KEYEVENTF_SCANCODE},
-                                          {0x2D, 0, KEYEVENTF_EXTENDEDKEY},
-                                          {0x2D, 0, KEYEVENTF_KEYUP},
-                                          {0x10, 0x2A, KEYEVENTF_KEYUP}}));
-  EXPECT_EQ(fake->Sleeps(), (std::vector<DWORD>{50, 50, 1000, 50}));
+// A key sequence, the events it sends and the pauses after each.
+struct SequenceCase {
+  const char* name;
+  void (*send)();
+  std::vector<Event> events;
+  std::vector<DWORD> sleeps;
+};
+
+void PrintTo(const SequenceCase& c, std::ostream* out) { *out << c.name; }
+
+class KeySequence : public KeyEmulate, public ::testing::WithParamInterface<SequenceCase> {};
+
+TEST_P(KeySequence, SendsItsEventsEachFollowedByItsPause) {
+  GetParam().send();
+  EXPECT_EQ(Events(), GetParam().events);
+  EXPECT_EQ(fake->Sleeps(), GetParam().sleeps);
 }
 
-TEST_F(KeyEmulate, WindowsQPressesTheSearchCharm) {
-  CKELKeyEmulate::SendInput_Win_Q();
-  EXPECT_EQ(Events(), (std::vector<Event>{{0x5B, 0, KEYEVENTF_EXTENDEDKEY},
-                                          {0x51, 0x10, KEYEVENTF_SCANCODE},
-                                          {0x51, 0x10, KEYEVENTF_KEYUP},
-                                          {0x5B, 0, KEYEVENTF_KEYUP}}));
-  EXPECT_EQ(fake->Sleeps(), (std::vector<DWORD>{50, 50, 100, 200}));
-}
-
-TEST_F(KeyEmulate, EnterIsAnExtendedPressAndAPlainRelease) {
-  CKELKeyEmulate::SendInput_Enter();
-  EXPECT_EQ(Events(), (std::vector<Event>{{0x0D, 0, KEYEVENTF_EXTENDEDKEY}, {0x0D, 0, KEYEVENTF_KEYUP}}));
-  EXPECT_EQ(fake->Sleeps(), (std::vector<DWORD>{50, 50}));
-}
-
-TEST_F(KeyEmulate, WindowsKeyAlone) {
-  CKELKeyEmulate::Sendinput_Win();
-  EXPECT_EQ(Events(), (std::vector<Event>{{0x5B, 0, KEYEVENTF_EXTENDEDKEY}, {0x5B, 0, KEYEVENTF_KEYUP}}));
-  EXPECT_EQ(fake->Sleeps(), (std::vector<DWORD>{50, 50}));
-}
+INSTANTIATE_TEST_SUITE_P(KeyEmulate, KeySequence,
+                         ::testing::Values(SequenceCase{"ShiftInsertIsShiftDownInsertDownInsertUpShiftUp",
+                                                        &CKELKeyEmulate::SendInput_Shift_Insert,
+                                                        {{0x10, 0x2A, KEYEVENTF_SCANCODE},
+                                                         {0x2D, 0, KEYEVENTF_EXTENDEDKEY},
+                                                         {0x2D, 0, KEYEVENTF_KEYUP},
+                                                         {0x10, 0x2A, KEYEVENTF_KEYUP}},
+                                                        {50, 50, 1000, 50}},
+                                           SequenceCase{"WindowsQPressesTheSearchCharm",
+                                                        &CKELKeyEmulate::SendInput_Win_Q,
+                                                        {{0x5B, 0, KEYEVENTF_EXTENDEDKEY},
+                                                         {0x51, 0x10, KEYEVENTF_SCANCODE},
+                                                         {0x51, 0x10, KEYEVENTF_KEYUP},
+                                                         {0x5B, 0, KEYEVENTF_KEYUP}},
+                                                        {50, 50, 100, 200}},
+                                           SequenceCase{"EnterIsAnExtendedPressAndAPlainRelease",
+                                                        &CKELKeyEmulate::SendInput_Enter,
+                                                        {{0x0D, 0, KEYEVENTF_EXTENDEDKEY}, {0x0D, 0, KEYEVENTF_KEYUP}},
+                                                        {50, 50}},
+                                           SequenceCase{"WindowsKeyAlone",
+                                                        &CKELKeyEmulate::Sendinput_Win,
+                                                        {{0x5B, 0, KEYEVENTF_EXTENDEDKEY}, {0x5B, 0, KEYEVENTF_KEYUP}},
+                                                        {50, 50}}),
+                         [](const ::testing::TestParamInfo<SequenceCase>& info) {
+                           return std::string(info.param.name);
+                         });
 
 TEST_F(KeyEmulate, ScanCodesAreMappedAfreshForEachEvent) {
   CKELKeyEmulate::SendInput_Shift_Insert();

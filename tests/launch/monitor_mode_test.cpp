@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+#include <string>
+#include <vector>
+
 #include "frame/exports.h"
 #include "library_test.h"
 
@@ -20,54 +24,58 @@ std::string GuidText(const platform::Guid& g) {
                        g.data4[5], g.data4[6], g.data4[7]});
 }
 
-class MonitorMode : public testing::LibraryTest {
- protected:
-  std::vector<std::string> Names(std::initializer_list<const char*> which) {
-    std::vector<std::string> names;
-    for (const auto& c : fake->CallsNamed(which)) names.push_back(c.name);
-    return names;
-  }
-};
+class MonitorMode : public testing::LibraryTest {};
 
 TEST_F(MonitorMode, AppVisibilityIdentitiesAreThePublishedOnes) {
   EXPECT_EQ(GuidText(platform::CLSID_AppVisibility), "{7E5FE3D9-985F-4908-91F9-EE19F9FD1514}");
   EXPECT_EQ(GuidText(platform::IID_IAppVisibility), "{2246EA2D-CAEA-4444-A3C4-6DE827E44313}");
 }
 
-TEST_F(MonitorMode, DesktopWithoutAppsIsModeZero) {
-  UINT mode = 99;
-  EXPECT_EQ(CKELMonitorMode::GetMonitorMode(&mode), S_OK);
-  EXPECT_EQ(mode, 0u);
-}
+// What the visibility object answers, through which entry the mode is asked
+// for, and what the query gives.
+struct ModeCase {
+  const char* name;
+  int visibility;
+  std::vector<BOOL> launcherAnswers;
+  HRESULT (*query)(UINT*);
+  HRESULT expected;
+  UINT mode;  // the output afterwards; 99 is what it held before
+};
 
-TEST_F(MonitorMode, VisibleStoreAppIsModeOne) {
-  fake->visibility = MAV_APP_VISIBLE;
-  UINT mode = 99;
-  EXPECT_EQ(KelGetMonitorMode(&mode), S_OK);
-  EXPECT_EQ(mode, 1u);
-}
+void PrintTo(const ModeCase& c, std::ostream* os) { *os << c.name; }
 
-TEST_F(MonitorMode, LauncherVisibleWithAVisibleAppIsModeTwo) {
-  fake->visibility = MAV_APP_VISIBLE;
-  fake->launcherAnswers = {1};
-  UINT mode = 99;
-  EXPECT_EQ(CKELMonitorMode::GetMonitorMode(&mode), S_OK);
-  EXPECT_EQ(mode, 2u);
-}
+class MonitorModeQuery : public MonitorMode, public ::testing::WithParamInterface<ModeCase> {};
 
-TEST_F(MonitorMode, UnknownVisibilityFailsAndLeavesTheOutputAsItWas) {
-  fake->visibility = MAV_UNKNOWN;
+TEST_P(MonitorModeQuery, GivesTheModeOfWhatIsVisible) {
+  const ModeCase& c = GetParam();
+  fake->visibility = c.visibility;
+  fake->launcherAnswers = c.launcherAnswers;
   UINT mode = 99;
-  EXPECT_EQ(CKELMonitorMode::GetMonitorMode(&mode), E_FAIL);
-  EXPECT_EQ(mode, 99u);
+  EXPECT_EQ(c.query(&mode), c.expected);
+  EXPECT_EQ(mode, c.mode);
   EXPECT_EQ(fake->appVisibilityObjectsAlive, 0);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    MonitorMode, MonitorModeQuery,
+    ::testing::Values(
+        ModeCase{"DesktopWithoutAppsIsModeZero", MAV_NO_APP_VISIBLE, {0}, &CKELMonitorMode::GetMonitorMode, S_OK, 0},
+        ModeCase{"VisibleStoreAppIsModeOne", MAV_APP_VISIBLE, {0}, &KelGetMonitorMode, S_OK, 1},
+        ModeCase{
+            "LauncherVisibleWithAVisibleAppIsModeTwo", MAV_APP_VISIBLE, {1}, &CKELMonitorMode::GetMonitorMode, S_OK, 2},
+        ModeCase{"UnknownVisibilityFailsAndLeavesTheOutputAsItWas",
+                 MAV_UNKNOWN,
+                 {0},
+                 &CKELMonitorMode::GetMonitorMode,
+                 E_FAIL,
+                 99}),
+    [](const ::testing::TestParamInfo<ModeCase>& info) { return std::string(info.param.name); });
 
 TEST_F(MonitorMode, QueryAsksThePrimaryMonitorAndReleasesEverything) {
   UINT mode = 0;
   (void)CKELMonitorMode::GetMonitorMode(&mode);
-  EXPECT_EQ(Names({"CoInitializeEx", "CoCreateInstance", "MonitorFromPoint", "GetAppVisibilityOnMonitor",
-                   "IsLauncherVisible", "Release", "CoUninitialize"}),
+  EXPECT_EQ(CallNames({"CoInitializeEx", "CoCreateInstance", "MonitorFromPoint", "GetAppVisibilityOnMonitor",
+                       "IsLauncherVisible", "Release", "CoUninitialize"}),
             (std::vector<std::string>{"CoInitializeEx", "CoCreateInstance", "MonitorFromPoint",
                                       "GetAppVisibilityOnMonitor", "IsLauncherVisible", "Release", "CoUninitialize"}));
   EXPECT_EQ(fake->CallsNamed({"CoInitializeEx"}).at(0).args, "2");

@@ -204,10 +204,9 @@ TEST_F(LaunchByFamilyName, PhotosOnEightAndTenIsLookedUpAsGiven) {
   (void)KelLaunchByPFNW(u"microsoft.windowsphotos_8wekyb3d8bbwe", 0, 0);
   fake->SetVersion(10, 0);
   (void)KelLaunchByPFNW(u"microsoft.windowsphotos_8wekyb3d8bbwe", 0, 0);
-  const auto lookups = fake->CallsNamed({"FindPackagesByUserSecurityIdPackageFamilyName"});
-  ASSERT_EQ(lookups.size(), 2u);
-  EXPECT_EQ(lookups[0].args, "S-1-5-21-1-2-3-1001, microsoft.windowsphotos_8wekyb3d8bbwe");
-  EXPECT_EQ(lookups[1].args, "S-1-5-21-1-2-3-1001, microsoft.windowsphotos_8wekyb3d8bbwe");
+  EXPECT_EQ(CallArgs("FindPackagesByUserSecurityIdPackageFamilyName"),
+            (std::vector<std::string>{"S-1-5-21-1-2-3-1001, microsoft.windowsphotos_8wekyb3d8bbwe",
+                                      "S-1-5-21-1-2-3-1001, microsoft.windowsphotos_8wekyb3d8bbwe"}));
 }
 
 TEST_F(LaunchByFamilyName, DisplayNameIsReleasedThroughTheExport) {

@@ -39,6 +39,17 @@ class ManifestReader : public testing::LibraryTest {
     return names;
   }
 
+  // The display name the reader gives for the platform's package, its
+  // buffer given back.
+  WString ReadDisplayName() {
+    char16_t* name = nullptr;
+    EXPECT_EQ(CKELManifestReader::GetAppDisplayName(&platformPackage, &name), S_OK);
+    if (name == nullptr) return u"(no buffer)";
+    WString text(name);
+    fake->LocalFree(name);
+    return text;
+  }
+
   CKELPackage package{u"Example_abc", {}, 0, 1};
   fakes::FakePackage platformPackage{u"Example_abc", u"Example_1.0.0.0_x86__abc", u"Example", {1, 0, 0, 0}, kInstalled};
 };
@@ -181,11 +192,8 @@ TEST_F(ManifestReader, AddAppsFollowsTheSetting) {
 
 TEST_F(ManifestReader, DisplayNameOfALiteralNameIsLowerCased) {
   UseManifest("win8_single_app.xml");
-  char16_t* name = nullptr;
-  ASSERT_EQ(CKELManifestReader::GetAppDisplayName(&platformPackage, &name), S_OK);
-  EXPECT_EQ(WString(name), u"my reader");
+  EXPECT_EQ(ReadDisplayName(), u"my reader");
   EXPECT_EQ(fake->CallsNamed({"LocalAlloc"}).at(0).args, "64, 512");
-  fake->LocalFree(name);
 }
 
 TEST_F(ManifestReader, DisplayNameOfTwoApplicationsIsRefused) {
@@ -198,10 +206,7 @@ TEST_F(ManifestReader, DisplayNameOfTwoApplicationsIsRefused) {
 TEST_F(ManifestReader, DisplayNameResolvesAReference) {
   UseManifest("win81_prefixed_resources.xml");
   fake->indirectStrings[u"@{Example_1.0.0.0_x86__abc? ms-resource://Example/appname}"] = u"Weather";
-  char16_t* name = nullptr;
-  ASSERT_EQ(CKELManifestReader::GetAppDisplayName(&platformPackage, &name), S_OK);
-  EXPECT_EQ(WString(name), u"Weather");
-  fake->LocalFree(name);
+  EXPECT_EQ(ReadDisplayName(), u"Weather");
 }
 
 TEST_F(ManifestReader, UnresolvedDisplayNameFailsButTheBufferIsTheCallers) {
@@ -217,10 +222,7 @@ TEST_F(ManifestReader, LongDisplayNameIsCutToTheBuffer) {
   const std::string longName(400, 'n');
   fake->AddFile(kManifest, "<Package><Applications><Application><VisualElements DisplayName=\"" + longName +
                                "\"/></Application></Applications></Package>");
-  char16_t* name = nullptr;
-  ASSERT_EQ(CKELManifestReader::GetAppDisplayName(&platformPackage, &name), S_OK);
-  EXPECT_EQ(WString(name), WString(255, u'n'));
-  fake->LocalFree(name);
+  EXPECT_EQ(ReadDisplayName(), WString(255, u'n'));
 }
 
 TEST_F(ManifestReader, DisplayNameArgumentsAreChecked) {

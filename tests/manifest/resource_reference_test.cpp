@@ -8,11 +8,7 @@ namespace {
 
 class ResourceReference : public testing::LibraryTest {
  protected:
-  std::vector<std::string> Attempts() {
-    std::vector<std::string> out;
-    for (const auto& call : fake->CallsNamed({"SHLoadIndirectString"})) out.push_back(call.args);
-    return out;
-  }
+  std::vector<std::string> Attempts() { return CallArgs("SHLoadIndirectString"); }
   BOOL Convert(const char16_t* reference, const char16_t* fullName = u"F", const char16_t* name = u"N") {
     return CKELManifestReader::ConvertMsResourceToString(reference, fullName, name, buffer);
   }

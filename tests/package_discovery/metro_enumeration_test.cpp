@@ -1,13 +1,13 @@
 #include <gtest/gtest.h>
 
-#include "fakes/fake_package.h"
+#include "fakes/example_mail.h"
 #include "library_test.h"
 #include "package_discovery/package_manager.h"
 
 namespace kel {
 namespace {
 
-const WString kInstalled = u"C:\\Program Files\\WindowsApps\\Example.Mail_1.0.0.0_x86__abc";
+const WString kInstalled = fakes::ExampleMailFolder({1, 0, 0, 0});
 
 class MetroEnumeration : public testing::LibraryTest {
  protected:
@@ -23,8 +23,7 @@ class MetroEnumeration : public testing::LibraryTest {
     return names;
   }
 
-  fakes::FakePackage mail{
-      u"Example.Mail_abc", u"Example.Mail_1.0.0.0_x86__abc", u"Example.Mail", {1, 0, 0, 0}, kInstalled};
+  fakes::FakePackage mail = fakes::ExampleMail({1, 0, 0, 0});
   fakes::FakePackage news{
       u"Example.News_abc", u"Example.News_1.0.0.0_x86__abc", u"Example.News", {1, 0, 0, 0}, kInstalled};
   CKELPackageManager manager;

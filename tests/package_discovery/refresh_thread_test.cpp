@@ -18,6 +18,14 @@ const WString kPresetFile = kHostFolder + u"\\PresetAppNameList.xml";
 const WString kAllUsersPrograms = u"C:\\ProgramData\\Microsoft\\Windows\\Start Menu\\Programs";
 const WString kUserPrograms = u"C:\\Users\\kel\\AppData\\Roaming\\Microsoft\\Windows\\Start Menu\\Programs";
 
+// Catalogues of one desktop application each, "Preset" as the host ships it
+// and "Saved" as a refresh wrote it.
+constexpr char kPresetList[] =
+    "<Applications><DesktopApps><DesktopApp DisplayName=\"Preset\" LnkFileName=\"C:\\p.lnk\" NeedReserve=\"1\" />"
+    "</DesktopApps>";
+constexpr char kSavedList[] =
+    "<Applications><DesktopApps><DesktopApp DisplayName=\"Saved\" LnkFileName=\"C:\\s.lnk\" /></DesktopApps>";
+
 class RefreshThread : public testing::LibraryTest {
  protected:
   RefreshThread() { fake->SetModulePath(kHostFolder + u"\\Launcher.exe"); }
@@ -27,6 +35,12 @@ class RefreshThread : public testing::LibraryTest {
     ASSERT_EQ(KelInitialize(), S_OK);
     fake->StartThreads();
     ASSERT_TRUE(fake->WaitForBlockedWaits(1));
+  }
+  // The display name of the catalogue's one desktop application.
+  WString OnlyDesktopAppName() {
+    const auto& apps = ThePackageManager().m_AppNameList.DesktopApps();
+    EXPECT_EQ(apps.size(), 1u);
+    return apps.empty() ? WString() : WString(apps.front()->DisplayName());
   }
   int Passes() {
     return static_cast<int>(LogLinesStartingWith("CKELPackageManager::RefreshThread Refresh app name list!").size());
@@ -131,30 +145,20 @@ TEST_F(RefreshThread, WithoutDataAndPresetFilesTheLoadFailureIsLoggedAndTheFirst
 }
 
 TEST_F(RefreshThread, PresetListIsLoadedWhenThereIsNoDataFile) {
-  fake->AddFile(kPresetFile,
-                "<Applications><DesktopApps><DesktopApp DisplayName=\"Preset\" "
-                "LnkFileName=\"C:\\p.lnk\" NeedReserve=\"1\" /></DesktopApps>");
+  fake->AddFile(kPresetFile, kPresetList);
   ASSERT_EQ(KelInitialize(), S_OK);
-  ASSERT_EQ(ThePackageManager().m_AppNameList.DesktopApps().size(), 1u);
-  EXPECT_EQ(ThePackageManager().m_AppNameList.DesktopApps().front()->DisplayName(), u"preset");
+  EXPECT_EQ(OnlyDesktopAppName(), u"preset");
 }
 
 TEST_F(RefreshThread, DataFileIsPreferredToThePresetList) {
-  fake->AddFile(kPresetFile,
-                "<Applications><DesktopApps><DesktopApp DisplayName=\"Preset\" "
-                "LnkFileName=\"C:\\p.lnk\" /></DesktopApps>");
-  fake->AddFile(kDataFile,
-                "<Applications><DesktopApps><DesktopApp DisplayName=\"Saved\" "
-                "LnkFileName=\"C:\\s.lnk\" /></DesktopApps>");
+  fake->AddFile(kPresetFile, kPresetList);
+  fake->AddFile(kDataFile, kSavedList);
   ASSERT_EQ(KelInitialize(), S_OK);
-  ASSERT_EQ(ThePackageManager().m_AppNameList.DesktopApps().size(), 1u);
-  EXPECT_EQ(ThePackageManager().m_AppNameList.DesktopApps().front()->DisplayName(), u"saved");
+  EXPECT_EQ(OnlyDesktopAppName(), u"saved");
 }
 
 TEST_F(RefreshThread, RestartAfterStopDoesNotDoubleTheCatalogue) {
-  fake->AddFile(kDataFile,
-                "<Applications><DesktopApps><DesktopApp DisplayName=\"Saved\" "
-                "LnkFileName=\"C:\\s.lnk\" /></DesktopApps>");
+  fake->AddFile(kDataFile, kSavedList);
   ASSERT_EQ(KelInitialize(), S_OK);
   KelFinalize();
   ASSERT_EQ(KelInitialize(), S_OK);

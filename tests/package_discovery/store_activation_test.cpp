@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "fakes/fake_package.h"
+#include "fakes/example_mail.h"
 #include "frame/exports.h"
 #include "library_test.h"
 #include "package_discovery/package_manager.h"
@@ -8,18 +8,13 @@
 namespace kel {
 namespace {
 
-const WString kInstalled = u"C:\\Program Files\\WindowsApps\\Example.Mail_1.0.0.0_x86__abc";
+const WString kInstalled = fakes::ExampleMailFolder({1, 0, 0, 0});
 
 class StoreActivation : public testing::LibraryTest {
  protected:
-  StoreActivation() {
-    fake->AddFile(kInstalled + u"\\AppxManifest.xml",
-                  "<Package><Applications><Application><VisualElements DisplayName=\"Mail Box\"/></Application>"
-                  "</Applications></Package>");
-  }
+  StoreActivation() { fake->AddFile(kInstalled + u"\\AppxManifest.xml", fakes::kExampleMailManifest); }
   CKELPackageManager& manager = ThePackageManager();
-  fakes::FakePackage mail{
-      u"Example.Mail_abc", u"Example.Mail_1.0.0.0_x86__abc", u"Example.Mail", {1, 0, 0, 0}, kInstalled};
+  fakes::FakePackage mail = fakes::ExampleMail({1, 0, 0, 0});
 };
 
 TEST_F(StoreActivation, StorePageAddressCarriesTheFamilyNameUnchanged) {

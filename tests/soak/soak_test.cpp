@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>
+#include <iterator>
 #include <random>
 #include <string>
 #include <thread>
@@ -86,61 +87,43 @@ class Arguments {
   std::string longNarrow_ = std::string(100000, 'h');
 };
 
-void CallSomeExport(Arguments& args) {
-  BOOL installed = 0;
-  UINT mode = 0;
-  char16_t* name = nullptr;
-  switch (args.Pick(16)) {
-    case 0:
+// One call of an export with arguments drawn from `args`; only that it
+// returns matters, not what it gives.
+using ExportCall = void (*)(Arguments& args);
+constexpr ExportCall kExportCalls[] = {
+    [](Arguments& args) {
+      BOOL installed = 0;
       (void)KelIsInstalledW(args.Wide(), args.Pick(4) == 0 ? nullptr : &installed);
-      break;
-    case 1:
+    },
+    [](Arguments& args) {
+      BOOL installed = 0;
       (void)KelIsInstalledA(args.Narrow(), &installed);
-      break;
-    case 2:
-      (void)KelLaunchStoreW(args.Wide());
-      break;
-    case 3:
-      (void)KelLaunchStoreA(args.Narrow());
-      break;
-    case 4:
-      (void)KelLaunchByProtocolW(args.Wide());
-      break;
-    case 5:
-      (void)KelLaunchByProtocolA(args.Narrow());
-      break;
-    case 6:
-      (void)KelLaunchBySearchW(args.Wide(), args.Mode(), args.Pick(2));
-      break;
-    case 7:
-      (void)KelLaunchBySearchA(args.Narrow(), args.Mode(), args.Pick(2));
-      break;
-    case 8:
-      (void)KelLaunchByPFNW(args.Wide(), args.Mode(), args.Pick(2));
-      break;
-    case 9:
+    },
+    [](Arguments& args) { (void)KelLaunchStoreW(args.Wide()); },
+    [](Arguments& args) { (void)KelLaunchStoreA(args.Narrow()); },
+    [](Arguments& args) { (void)KelLaunchByProtocolW(args.Wide()); },
+    [](Arguments& args) { (void)KelLaunchByProtocolA(args.Narrow()); },
+    [](Arguments& args) { (void)KelLaunchBySearchW(args.Wide(), args.Mode(), args.Pick(2)); },
+    [](Arguments& args) { (void)KelLaunchBySearchA(args.Narrow(), args.Mode(), args.Pick(2)); },
+    [](Arguments& args) { (void)KelLaunchByPFNW(args.Wide(), args.Mode(), args.Pick(2)); },
+    [](Arguments& args) {
       (void)KelLaunchBrowserByProtocolW(args.Pick(2) ? u"http://example.invalid" : args.Wide(), args.Mode());
-      break;
-    case 10:
-      (void)KelLaunchBrowserByProtocolA(args.Narrow(), args.Mode());
-      break;
-    case 11:
-      (void)KelLaunchIEBySearch(args.Mode(), args.Mode(), args.Pick(2));
-      break;
-    case 12:
+    },
+    [](Arguments& args) { (void)KelLaunchBrowserByProtocolA(args.Narrow(), args.Mode()); },
+    [](Arguments& args) { (void)KelLaunchIEBySearch(args.Mode(), args.Mode(), args.Pick(2)); },
+    [](Arguments& args) {
+      UINT mode = 0;
       (void)KelGetMonitorMode(args.Pick(4) == 0 ? nullptr : &mode);
-      break;
-    case 13:
+    },
+    [](Arguments& args) {
+      char16_t* name = nullptr;
       if (Succeeded(KelGetAppDisplayNameByPFNW(args.Wide(), &name)) && name != nullptr) KelReleaseStringW(name);
-      break;
-    case 14:
-      (void)KelLaunchByAppUserModelIdW(args.Wide(), args.Pick(2) ? nullptr : args.Wide());
-      break;
-    default:
-      (void)KelLaunchByAppUserModelIdA(args.Narrow());
-      break;
-  }
-}
+    },
+    [](Arguments& args) { (void)KelLaunchByAppUserModelIdW(args.Wide(), args.Pick(2) ? nullptr : args.Wide()); },
+    [](Arguments& args) { (void)KelLaunchByAppUserModelIdA(args.Narrow()); },
+};
+
+void CallSomeExport(Arguments& args) { kExportCalls[args.Pick(static_cast<int>(std::size(kExportCalls)))](args); }
 
 // Bytes the process holds on the heap. Under a sanitizer its allocator counts
 // every thread's blocks; glibc's own count covers its main arena only.

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -65,6 +66,20 @@ class LibraryTest : public ::testing::Test {
       if (line.rfind(prefix, 0) == 0) out.push_back(line);
     }
     return out;
+  }
+
+  // The names of the recorded calls of the platform named in `which`, in order.
+  std::vector<std::string> CallNames(std::initializer_list<const char*> which) {
+    std::vector<std::string> names;
+    for (const auto& call : fake->CallsNamed(which)) names.push_back(call.name);
+    return names;
+  }
+
+  // The arguments of each recorded call of the platform's `name`, in order.
+  std::vector<std::string> CallArgs(const char* name) {
+    std::vector<std::string> args;
+    for (const auto& call : fake->CallsNamed({name})) args.push_back(call.args);
+    return args;
   }
 
   fakes::ScopedFakePlatform fake;
