@@ -23,6 +23,8 @@ import zipfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 HARDENING = os.path.join(HERE, "..", "pe", "check_dll_hardening.py")
+sys.path.insert(0, os.path.dirname(HARDENING))
+from check_dll_hardening import report  # noqa: E402  (found through the path above)
 
 PER_ARCH = [
     "bin/Kelbrook.dll",
@@ -99,12 +101,7 @@ def main():
                 elif os.path.exists(full) and recorded[path] != digest(full):
                     problems.append(f"SHA256SUMS gives {path} another digest")
 
-    for problem in problems:
-        print("FAIL " + problem)
-    if problems:
-        return 1
-    print(f"OK {name}: {len(expected)} files, DLLs as tested, stripped, hardened, symbols matched")
-    return 0
+    return report(problems, f"OK {name}: {len(expected)} files, DLLs as tested, stripped, hardened, symbols matched")
 
 
 if __name__ == "__main__":

@@ -89,6 +89,17 @@ def check(tool, bits, binary, symbols):
     return problems
 
 
+def report(problems, success):
+    """Prints a FAIL line for each problem, or `success` when there is none;
+    gives the exit code. The package check reports the same way."""
+    for problem in problems:
+        print("FAIL " + problem)
+    if problems:
+        return 1
+    print(success)
+    return 0
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--objdump", required=True)
@@ -97,12 +108,8 @@ def main():
     parser.add_argument("symbols")
     arguments = parser.parse_args()
     problems = check(arguments.objdump, arguments.bits, arguments.binary, arguments.symbols)
-    for problem in problems:
-        print("FAIL " + problem)
-    if problems:
-        return 1
-    print(f"OK {arguments.binary}: stripped, hardened, symbols in {os.path.basename(arguments.symbols)}")
-    return 0
+    symbols = os.path.basename(arguments.symbols)
+    return report(problems, f"OK {arguments.binary}: stripped, hardened, symbols in {symbols}")
 
 
 if __name__ == "__main__":

@@ -438,9 +438,9 @@ void RefreshThreadReadsTheRefreshInterval(const std::wstring& dllPath) {
   LogFolderScope logFolder;
   const std::wstring& logPath = logFolder.logPath;
   Library library(dllPath);
-  auto launchStore = KEL(library, KelLaunchStoreW);
   SetDwordSetting(L"DebugLog", 1);
-  ExpectResult(launchStore(L""), E_INVALIDARG, "KelLaunchStoreW(L\"\")");
+  // An export re-reads the switch, so the log is on before the thread starts.
+  ExpectResult(KEL(library, KelLaunchStoreW)(L""), E_INVALIDARG, "KelLaunchStoreW(L\"\")");
   std::string interval = RefreshIntervalSeenByTheRefreshThread(library, logPath);
   if (interval != "720")
     Fail("with RefreshInterval absent the refresh thread read " + Quoted(interval) + ", expected 720",

@@ -10,6 +10,7 @@
 # Needs WINEPREFIX set up by wine_prefix.sh and KELBROOK_DLL.
 set -uo pipefail
 . "$(dirname "$0")/wine_reg.sh"
+. "$(dirname "$0")/check_tally.sh"
 
 kelcli=$1
 expected_version=$2
@@ -41,12 +42,6 @@ host_folder=$(winepath -w "$scratch/bin" 2>/dev/null)
 dll=$(winepath -w "$KELBROOK_DLL" 2>/dev/null)
 log_unix=$local_app_data_unix/Osk/Kelbrook/KelbrookLogFS.txt
 
-failures=0
-passes=0
-fail() {
-  echo "FAIL $*"
-  failures=$((failures + 1))
-}
 
 # Runs `info` with the prefix playing Windows version $1; the output, without
 # carriage returns, lands in $scratch/info.txt.
@@ -62,7 +57,7 @@ run_info() {
 # expect LINE: the output holds exactly this line.
 expect() {
   if grep -qxF -- "$1" "$scratch/info.txt"; then
-    passes=$((passes + 1))
+    pass
   else
     fail "no line '$1'"
     shown=1
@@ -173,5 +168,4 @@ run_info win81
 expect "Data file holds:         1 package, 0 desktop apps (reading stopped early: 0xC00CEE3B)"
 show_output_once
 
-echo "kelcli info test: $passes checks passed, $failures failed"
-[ "$failures" -eq 0 ]
+tally "kelcli info test"

@@ -15,6 +15,7 @@
 set -uo pipefail
 here=$(dirname "$0")
 . "$here/wine_reg.sh"
+. "$here/check_tally.sh"
 
 kelcli=$1
 deployment_service=$2
@@ -93,12 +94,6 @@ export KEL_DEPLOYMENT_FIXTURE
 KEL_DEPLOYMENT_FIXTURE=$(winepath -w "$scratch/fixture.txt" 2>/dev/null)
 report_folder=$(winepath -w "$scratch/reports" 2>/dev/null)
 
-failures=0
-passes=0
-fail() {
-  echo "FAIL $*"
-  failures=$((failures + 1))
-}
 
 # run_selftest CASE [OPTION...]: runs the self-test with a report into a
 # fresh folder; its output without carriage returns lands in
@@ -138,7 +133,7 @@ expect() {
     fail "$1: the report lacks the line '$report_line'"
     shown=1
   else
-    passes=$((passes + 1))
+    pass
   fi
 }
 show_output_once() {
@@ -148,8 +143,15 @@ show_output_once() {
     shown=0
   fi
 }
+# run_selftest_with_dword KEY NAME VALUE CASE: run_selftest CASE with the
+# REG_DWORD NAME set to VALUE under KEY for that run only.
+run_selftest_with_dword() {
+  wine_reg add "$1" /v "$2" /t REG_DWORD /d "$3" /f >/dev/null 2>&1
+  run_selftest "$4"
+  wine_reg delete "$1" /v "$2" /f >/dev/null 2>&1
+}
 expect_exit() {
-  if [ "$code" -eq "$2" ]; then passes=$((passes + 1)); else fail "$1: exit code $code, expected $2"; fi
+  if [ "$code" -eq "$2" ]; then pass; else fail "$1: exit code $code, expected $2"; fi
 }
 
 ms='\([0-9]+ ms\)$'
@@ -175,14 +177,14 @@ expect all "^PASS  KelFinalize +expected: returns within 21 s; seen: returned af
 expect all "^INFO  launches +expected: run with --intrusive; seen: skipped: no launch was made"
 expect all "^selftest: [0-9]+ passed, 0 failed, [0-9]+ for information$"
 grep -qF 'Library log of the run:' "$scratch/all.report.txt" && grep -q 'KelInitialize IN' "$scratch/all.report.txt" &&
-  grep -q 'KelFinalize OUT' "$scratch/all.report.txt" && passes=$((passes + 1)) ||
+  grep -q 'KelFinalize OUT' "$scratch/all.report.txt" && pass ||
   { fail "all: the report lacks the library's log of the run"; shown=1; }
-! grep -qi "users\\\\$user\\\\" "$scratch/all.report.txt" "$scratch/all.report.json" && passes=$((passes + 1)) ||
+! grep -qi "users\\\\$user\\\\" "$scratch/all.report.txt" "$scratch/all.report.json" && pass ||
   fail "all: the report names the user's profile folder"
 python3 -c 'import json,sys; d=json.load(open(sys.argv[1])); assert d["failed"]==0 and len(d["checks"])>=20 and "KelFinalize OUT" in d["log"]' \
-  "$scratch/all.report.json" && passes=$((passes + 1)) || fail "all: the JSON report does not parse or disagrees"
+  "$scratch/all.report.json" && pass || fail "all: the JSON report does not parse or disagrees"
 [ -z "$(wine_reg query 'HKCU\Software\Osk\Kelbrook' /v DebugLog 2>/dev/null | grep DebugLog)" ] &&
-  passes=$((passes + 1)) || fail "all: DebugLog was not put back (removed)"
+  pass || fail "all: DebugLog was not put back (removed)"
 show_output_once all
 
 # --- Each service missing in turn: a named FAIL, the run still ends.
@@ -225,9 +227,7 @@ reregister
 
 # --- Manifests read through the packaging API, which Wine lacks: then its
 # absence is a failure, not information.
-wine_reg add 'HKCU\Software\Osk\Kelbrook' /v ManifestReaderSetting /t REG_DWORD /d 0 /f >/dev/null 2>&1
-run_selftest no_packaging_api
-wine_reg delete 'HKCU\Software\Osk\Kelbrook' /v ManifestReaderSetting /f >/dev/null 2>&1
+run_selftest_with_dword 'HKCU\Software\Osk\Kelbrook' ManifestReaderSetting 0 no_packaging_api
 expect_exit no_packaging_api 1
 expect no_packaging_api "^INFO  setting ManifestReaderSetting +expected: a REG_DWORD or no value; seen: 0 $ms"
 expect no_packaging_api "^FAIL  packaging API +expected: CLSID_AppxFactory created in process; seen: CoCreateInstance failed: 0x80040154 \(class not registered\) $ms"
@@ -237,9 +237,7 @@ show_output_once no_packaging_api
 # --- A service that does not answer: the self-test gives up on it after 30 s
 # and goes on. Only the first request in the process is held up, so the
 # library's own request later is answered.
-wine_reg add 'HKCU\Software\KelbrookTestDesktop' /v FirstCreationDelayMs /t REG_DWORD /d 45000 /f >/dev/null 2>&1
-run_selftest app_visibility_hangs
-wine_reg delete 'HKCU\Software\KelbrookTestDesktop' /v FirstCreationDelayMs /f >/dev/null 2>&1
+run_selftest_with_dword 'HKCU\Software\KelbrookTestDesktop' FirstCreationDelayMs 45000 app_visibility_hangs
 expect_exit app_visibility_hangs 1
 expect app_visibility_hangs "^FAIL  app visibility service +expected: CLSID_AppVisibility created in process; seen: no answer within 30 s \(the call still runs\) \((3[0-9]{4}) ms\)$"
 expect app_visibility_hangs "^PASS  activation manager "
@@ -267,19 +265,19 @@ if grep -qx 'ready' <(tr -d '\r' <"$events" 2>/dev/null); then
   expect intrusive "^PASS  search launch +expected: S_OK; you should have seen the Start screen, then the search pane with \"Kelbrook selftest\" typed in and not searched for; seen: S_OK 0x00000000 $ms"
   expect intrusive "^PASS  Store page +expected: S_OK; you should have seen the Store page of Kel.Notes_1a2b3c4d5e6f7; seen: S_OK 0x00000000 $ms"
   expect intrusive "^PASS  KelFinalize "
-  ! grep -q "^INFO  launches" "$scratch/intrusive.txt" && passes=$((passes + 1)) ||
+  ! grep -q "^INFO  launches" "$scratch/intrusive.txt" && pass ||
     fail "intrusive: the launches are reported as skipped"
   for _ in $(seq 1 100); do
     [ "$(grep -c . "$recorder_log" 2>/dev/null)" -ge 2 ] && break
     sleep 0.1
   done
-  grep -qxF 'kelrec:kelbrook-selftest' "$recorder_log" 2>/dev/null && passes=$((passes + 1)) ||
+  grep -qxF 'kelrec:kelbrook-selftest' "$recorder_log" 2>/dev/null && pass ||
     fail "intrusive: the protocol handler did not receive kelrec:kelbrook-selftest"
   grep -qxF 'ms-windows-store:PDP?PFN=Kel.Notes_1a2b3c4d5e6f7' "$recorder_log" 2>/dev/null &&
-    passes=$((passes + 1)) || fail "intrusive: the Store handler did not receive the package's page"
+    pass || fail "intrusive: the Store handler did not receive the package's page"
   desktop_events=$(tr -d '\r' <"$events")
   grep -qxF 'paste Kelbrook selftest' <<<"$desktop_events" && ! grep -q '^submit' <<<"$desktop_events" &&
-    passes=$((passes + 1)) ||
+    pass ||
     { fail "intrusive: the search pane did not get the keyword pasted and unsubmitted"; echo "$desktop_events"; }
   show_output_once intrusive
 else
@@ -293,8 +291,7 @@ wine_reg delete 'HKCU\Software\KelbrookTestDesktop' /f >/dev/null 2>&1
 # --url without --intrusive is refused before anything runs.
 timeout 60 wine "$host" selftest --url kelrec:x >"$scratch/raw.txt" 2>&1
 code=$?
-[ "$code" -eq 2 ] && grep -q -- "--url is for the protocol launch" "$scratch/raw.txt" && passes=$((passes + 1)) ||
+[ "$code" -eq 2 ] && grep -q -- "--url is for the protocol launch" "$scratch/raw.txt" && pass ||
   fail "--url without --intrusive: exit code $code, expected 2 with the reason"
 
-echo "kelcli selftest test: $passes checks passed, $failures failed"
-[ "$failures" -eq 0 ]
+tally "kelcli selftest test"

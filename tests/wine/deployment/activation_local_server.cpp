@@ -14,8 +14,8 @@
 //
 //   activation_local_server.exe -Embedding   serve (how COM starts it)
 
-#include <windows.h>
-#include <objbase.h>
+#include "support/com_object.h"
+
 #include <shobjidl.h>
 
 #include <string>
@@ -36,12 +36,7 @@ class CountingClassObject final : public IClassFactory {
   explicit CountingClassObject(IClassFactory* inner) : inner_(inner) {}
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    if (object == nullptr) return E_POINTER;
-    *object = nullptr;
-    if (iid != IID_IUnknown && iid != IID_IClassFactory) return E_NOINTERFACE;
-    *object = static_cast<IClassFactory*>(this);
-    AddRef();
-    return S_OK;
+    return wine_test::QueryOneInterface(static_cast<IClassFactory*>(this), IID_IClassFactory, iid, object);
   }
   ULONG STDMETHODCALLTYPE AddRef() override { return InterlockedIncrement(&references_); }
   ULONG STDMETHODCALLTYPE Release() override { return InterlockedDecrement(&references_); }

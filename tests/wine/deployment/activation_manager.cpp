@@ -22,17 +22,18 @@
 //   ActivateApplication <server> <id> <arguments or "<null>"> <options> <result>
 // (tab-separated). ActivateForFile and ActivateForProtocol answer E_NOTIMPL.
 
-#include <windows.h>
-#include <objbase.h>
+#include "support/com_object.h"
+
 #include <shobjidl.h>
 
-#include <new>
 #include <string>
 
 #include "double_fixture.h"
 
 using deployment_double::Fixture;
 using deployment_double::FixtureSection;
+using wine_test::ComObject;
+using wine_test::CreateAs;
 
 namespace {
 
@@ -48,24 +49,9 @@ struct Live {
   Live& operator=(const Live&) = delete;
 };
 
-class ActivationManager final : public IApplicationActivationManager {
+class ActivationManager final : public ComObject<IApplicationActivationManager, IID_IApplicationActivationManager> {
  public:
   explicit ActivationManager(const wchar_t* server) : server_(server) {}
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    if (object == nullptr) return E_POINTER;
-    *object = nullptr;
-    if (iid != IID_IUnknown && iid != IID_IApplicationActivationManager) return E_NOINTERFACE;
-    *object = static_cast<IApplicationActivationManager*>(this);
-    AddRef();
-    return S_OK;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return InterlockedIncrement(&references_); }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const LONG left = InterlockedDecrement(&references_);
-    if (left == 0) delete this;
-    return left;
-  }
 
   HRESULT STDMETHODCALLTYPE ActivateApplication(LPCWSTR appUserModelId, LPCWSTR arguments, ACTIVATEOPTIONS options,
                                                 DWORD* processId) override {
@@ -100,40 +86,17 @@ class ActivationManager final : public IApplicationActivationManager {
   HRESULT STDMETHODCALLTYPE ActivateForProtocol(LPCWSTR, IShellItemArray*, DWORD*) override { return E_NOTIMPL; }
 
  private:
-  ~ActivationManager() = default;
+  ~ActivationManager() override = default;
   Live live_;
-  LONG references_ = 1;
   const wchar_t* server_;
 };
 
-class ClassObject final : public IClassFactory {
+class ClassObject final : public ComObject<IClassFactory, IID_IClassFactory> {
  public:
   explicit ClassObject(const wchar_t* server) : server_(server) {}
 
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    if (object == nullptr) return E_POINTER;
-    *object = nullptr;
-    if (iid != IID_IUnknown && iid != IID_IClassFactory) return E_NOINTERFACE;
-    *object = static_cast<IClassFactory*>(this);
-    AddRef();
-    return S_OK;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return InterlockedIncrement(&references_); }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const LONG left = InterlockedDecrement(&references_);
-    if (left == 0) delete this;
-    return left;
-  }
-
   HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** object) override {
-    if (object == nullptr) return E_POINTER;
-    *object = nullptr;
-    if (outer != nullptr) return CLASS_E_NOAGGREGATION;
-    ActivationManager* manager = new (std::nothrow) ActivationManager(server_);
-    if (manager == nullptr) return E_OUTOFMEMORY;
-    const HRESULT hr = manager->QueryInterface(iid, object);
-    manager->Release();
-    return hr;
+    return CreateAs<ActivationManager>(outer, iid, object, server_);
   }
   HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override {
     if (lock) {
@@ -145,9 +108,8 @@ class ClassObject final : public IClassFactory {
   }
 
  private:
-  ~ClassObject() = default;
+  ~ClassObject() override = default;
   Live live_;
-  LONG references_ = 1;
   const wchar_t* server_;
 };
 
@@ -157,11 +119,7 @@ extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** o
   if (object == nullptr) return E_POINTER;
   *object = nullptr;
   if (clsid != CLSID_ApplicationActivationManager) return CLASS_E_CLASSNOTAVAILABLE;
-  ClassObject* factory = new (std::nothrow) ClassObject(L"inproc");
-  if (factory == nullptr) return E_OUTOFMEMORY;
-  const HRESULT hr = factory->QueryInterface(iid, object);
-  factory->Release();
-  return hr;
+  return CreateAs<ClassObject>(nullptr, iid, object, L"inproc");
 }
 
 extern "C" HRESULT WINAPI DllCanUnloadNow() { return g_liveObjects == 0 && g_locks == 0 ? S_OK : S_FALSE; }

@@ -33,20 +33,9 @@ namespace {
 // ---------------------------------------------------------------------------
 // Windows.Management.Deployment.PackageManager
 
-class PackageManager final : public IPackageManager {
+class PackageManager final : public RuntimeObject<IPackageManager, kIidPackageManager> {
  public:
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    return QueryOwnInterface(static_cast<IPackageManager*>(this), kIidPackageManager, iid, object);
-  }
-  DOUBLE_REFERENCE_COUNT
-
-  HRESULT STDMETHODCALLTYPE GetIids(ULONG* count, IID** ids) override {
-    return CopyIids({kIidPackageManager}, count, ids);
-  }
-  HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING* name) override {
-    return NewString(kPackageManagerClass, name);
-  }
-  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override { return BaseTrustLevel(level); }
+  PackageManager() : RuntimeObject(kPackageManagerClass) {}
 
   HRESULT STDMETHODCALLTYPE AddPackageAsync(IInspectable*, IInspectable*, INT32, IInspectable**) override {
     return E_NOTIMPL;
@@ -95,7 +84,7 @@ class PackageManager final : public IPackageManager {
   }
 
  private:
-  ~PackageManager() = default;
+  ~PackageManager() override = default;
 
   // The packages of the fixture for the given user, all or those of one
   // family. Journal lines (tab-separated):
@@ -139,27 +128,14 @@ class PackageManager final : public IPackageManager {
     *packages = NewPackageIterable(std::move(found));
     return *packages != nullptr ? S_OK : E_OUTOFMEMORY;
   }
-
-  Live live_;
 };
 
 // ---------------------------------------------------------------------------
 // The activation factory of the class.
 
-class PackageManagerFactory final : public IActivationFactory {
+class PackageManagerFactory final : public RuntimeObject<IActivationFactory, kIidActivationFactory> {
  public:
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    return QueryOwnInterface(static_cast<IActivationFactory*>(this), kIidActivationFactory, iid, object);
-  }
-  DOUBLE_REFERENCE_COUNT
-
-  HRESULT STDMETHODCALLTYPE GetIids(ULONG* count, IID** ids) override {
-    return CopyIids({kIidActivationFactory}, count, ids);
-  }
-  HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING* name) override {
-    return NewString(kPackageManagerClass, name);
-  }
-  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override { return BaseTrustLevel(level); }
+  PackageManagerFactory() : RuntimeObject(kPackageManagerClass) {}
 
   HRESULT STDMETHODCALLTYPE ActivateInstance(IInspectable** instance) override {
     if (instance == nullptr) return E_POINTER;
@@ -171,8 +147,7 @@ class PackageManagerFactory final : public IActivationFactory {
   }
 
  private:
-  ~PackageManagerFactory() = default;
-  Live live_;
+  ~PackageManagerFactory() override = default;
 };
 
 }  // namespace

@@ -5,14 +5,17 @@
 // answers with (deployment_service_packages.cpp).
 #pragma once
 
-#include <windows.h>
+#include "support/com_object.h"
+
 #include <activation.h>
 #include <inspectable.h>
 #include <winstring.h>
 
 #include <initializer_list>
 #include <memory>
+#include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "deployment_abi.h"
@@ -25,15 +28,6 @@ using deployment_double::Fixture;
 using deployment_double::FixtureSection;
 
 inline LONG g_liveObjects = 0;  // for DllCanUnloadNow
-
-#define DOUBLE_REFERENCE_COUNT                                                             \
-  ULONG STDMETHODCALLTYPE AddRef() override { return InterlockedIncrement(&references_); } \
-  ULONG STDMETHODCALLTYPE Release() override {                                             \
-    const LONG left = InterlockedDecrement(&references_);                                  \
-    if (left == 0) delete this;                                                            \
-    return left;                                                                           \
-  }                                                                                        \
-  LONG references_ = 1;
 
 // Counts the objects alive, for DllCanUnloadNow.
 struct Live {
@@ -85,6 +79,45 @@ inline HRESULT BaseTrustLevel(TrustLevel* level) {
   if (level == nullptr) return E_POINTER;
   *level = BaseTrust;
   return S_OK;
+}
+
+// An object with one interface of its own, named `className` to the runtime:
+// its IUnknown and IInspectable, written once for every such object here.
+// It answers QueryInterface as QueryOwnInterface does, lists that one
+// interface, is of base trust, and counts itself among the live objects.
+template <typename Interface, const GUID& OwnIid>
+class RuntimeObject : public wine_test::HeapObject<Interface> {
+ public:
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) final {
+    return QueryOwnInterface(static_cast<Interface*>(this), OwnIid, iid, object);
+  }
+  HRESULT STDMETHODCALLTYPE GetIids(ULONG* count, IID** ids) final { return CopyIids({OwnIid}, count, ids); }
+  HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING* name) final { return NewString(className_, name); }
+  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) final { return BaseTrustLevel(level); }
+
+ protected:
+  explicit RuntimeObject(const wchar_t* className) : className_(className) {}
+
+ private:
+  Live live_;
+  const wchar_t* className_;
+};
+
+// A property's value handed out, as the runtime's getters do.
+template <typename Value, typename From>
+HRESULT Answer(const From& value, Value* out) {
+  if (out == nullptr) return E_POINTER;
+  *out = value;
+  return S_OK;
+}
+
+// A new Object made of `arguments`, handed out with the one reference it
+// starts with, as the runtime's getters and factories hand out objects.
+template <typename Object, typename Out, typename... Arguments>
+HRESULT HandOutNew(Out** out, Arguments&&... arguments) {
+  if (out == nullptr) return E_POINTER;
+  *out = new (std::nothrow) Object(std::forward<Arguments>(arguments)...);
+  return *out != nullptr ? S_OK : E_OUTOFMEMORY;
 }
 
 // What the fixture says of one package.

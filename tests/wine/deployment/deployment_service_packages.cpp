@@ -52,7 +52,12 @@ class StorageFolder final : public IStorageFolder, public IStorageItem {
     AddRef();
     return S_OK;
   }
-  DOUBLE_REFERENCE_COUNT
+  ULONG STDMETHODCALLTYPE AddRef() override { return InterlockedIncrement(&references_); }
+  ULONG STDMETHODCALLTYPE Release() override {
+    const LONG left = InterlockedDecrement(&references_);
+    if (left == 0) delete this;
+    return left;
+  }
 
   HRESULT STDMETHODCALLTYPE GetIids(ULONG* count, IID** ids) override {
     return CopyIids({kIidStorageFolder, kIidStorageItem}, count, ids);
@@ -94,52 +99,31 @@ class StorageFolder final : public IStorageFolder, public IStorageItem {
   }
   HRESULT STDMETHODCALLTYPE get_Path(HSTRING* value) override { return NewString(path_, value); }
   HRESULT STDMETHODCALLTYPE get_Attributes(UINT32* value) override {
-    if (value == nullptr) return E_POINTER;
-    *value = 16;  // FileAttributes.Directory
-    return S_OK;
+    return Answer(16, value);  // FileAttributes.Directory
   }
   HRESULT STDMETHODCALLTYPE get_DateCreated(INT64*) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE IsOfType(INT32 type, boolean* value) override {
-    if (value == nullptr) return E_POINTER;
-    *value = type == 2;  // StorageItemTypes.Folder
-    return S_OK;
+    return Answer(type == 2, value);  // StorageItemTypes.Folder
   }
 
  private:
   ~StorageFolder() = default;
   Live live_;
+  LONG references_ = 1;
   std::wstring path_;
 };
 
 // ---------------------------------------------------------------------------
 // Windows.ApplicationModel.PackageId
 
-class PackageIdObject final : public IPackageId {
+class PackageIdObject final : public RuntimeObject<IPackageId, kIidPackageId> {
  public:
-  explicit PackageIdObject(std::shared_ptr<const PackageRecord> record) : record_(std::move(record)) {}
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    return QueryOwnInterface(static_cast<IPackageId*>(this), kIidPackageId, iid, object);
-  }
-  DOUBLE_REFERENCE_COUNT
-
-  HRESULT STDMETHODCALLTYPE GetIids(ULONG* count, IID** ids) override { return CopyIids({kIidPackageId}, count, ids); }
-  HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING* name) override {
-    return NewString(L"Windows.ApplicationModel.PackageId", name);
-  }
-  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override { return BaseTrustLevel(level); }
+  explicit PackageIdObject(std::shared_ptr<const PackageRecord> record)
+      : RuntimeObject(L"Windows.ApplicationModel.PackageId"), record_(std::move(record)) {}
 
   HRESULT STDMETHODCALLTYPE get_Name(HSTRING* value) override { return NewString(record_->name, value); }
-  HRESULT STDMETHODCALLTYPE get_Version(PackageVersion* value) override {
-    if (value == nullptr) return E_POINTER;
-    *value = record_->version;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE get_Architecture(INT32* value) override {
-    if (value == nullptr) return E_POINTER;
-    *value = record_->architecture;
-    return S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE get_Version(PackageVersion* value) override { return Answer(record_->version, value); }
+  HRESULT STDMETHODCALLTYPE get_Architecture(INT32* value) override { return Answer(record_->architecture, value); }
   HRESULT STDMETHODCALLTYPE get_ResourceId(HSTRING* value) override { return NewString(record_->resourceId, value); }
   HRESULT STDMETHODCALLTYPE get_Publisher(HSTRING* value) override { return NewString(record_->publisher, value); }
   HRESULT STDMETHODCALLTYPE get_PublisherId(HSTRING* value) override { return NewString(record_->publisherId, value); }
@@ -147,71 +131,38 @@ class PackageIdObject final : public IPackageId {
   HRESULT STDMETHODCALLTYPE get_FamilyName(HSTRING* value) override { return NewString(record_->familyName, value); }
 
  private:
-  ~PackageIdObject() = default;
-  Live live_;
+  ~PackageIdObject() override = default;
   std::shared_ptr<const PackageRecord> record_;
 };
 
 // ---------------------------------------------------------------------------
 // Windows.ApplicationModel.Package
 
-class PackageObject final : public IPackage {
+class PackageObject final : public RuntimeObject<IPackage, kIidPackage> {
  public:
-  explicit PackageObject(std::shared_ptr<const PackageRecord> record) : record_(std::move(record)) {}
+  explicit PackageObject(std::shared_ptr<const PackageRecord> record)
+      : RuntimeObject(L"Windows.ApplicationModel.Package"), record_(std::move(record)) {}
 
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    return QueryOwnInterface(static_cast<IPackage*>(this), kIidPackage, iid, object);
-  }
-  DOUBLE_REFERENCE_COUNT
-
-  HRESULT STDMETHODCALLTYPE GetIids(ULONG* count, IID** ids) override { return CopyIids({kIidPackage}, count, ids); }
-  HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING* name) override {
-    return NewString(L"Windows.ApplicationModel.Package", name);
-  }
-  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override { return BaseTrustLevel(level); }
-
-  HRESULT STDMETHODCALLTYPE get_Id(IPackageId** value) override {
-    if (value == nullptr) return E_POINTER;
-    *value = new (std::nothrow) PackageIdObject(record_);
-    return *value != nullptr ? S_OK : E_OUTOFMEMORY;
-  }
+  HRESULT STDMETHODCALLTYPE get_Id(IPackageId** value) override { return HandOutNew<PackageIdObject>(value, record_); }
   HRESULT STDMETHODCALLTYPE get_InstalledLocation(IStorageFolder** value) override {
-    if (value == nullptr) return E_POINTER;
-    *value = new (std::nothrow) StorageFolder(record_->installedLocation);
-    return *value != nullptr ? S_OK : E_OUTOFMEMORY;
+    return HandOutNew<StorageFolder>(value, record_->installedLocation);
   }
-  HRESULT STDMETHODCALLTYPE get_IsFramework(boolean* value) override {
-    if (value == nullptr) return E_POINTER;
-    *value = record_->isFramework;
-    return S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE get_IsFramework(boolean* value) override { return Answer(record_->isFramework, value); }
   HRESULT STDMETHODCALLTYPE get_Dependencies(IPackageVectorView**) override { return E_NOTIMPL; }
 
  private:
-  ~PackageObject() = default;
-  Live live_;
+  ~PackageObject() override = default;
   std::shared_ptr<const PackageRecord> record_;
 };
 
 // ---------------------------------------------------------------------------
 // IIterable<Package> and IIterator<Package> over a snapshot of the fixture.
 
-class PackageIterator final : public IPackageIterator {
+class PackageIterator final : public RuntimeObject<IPackageIterator, kIidIteratorOfPackage> {
  public:
-  explicit PackageIterator(std::shared_ptr<const PackageList> packages) : packages_(std::move(packages)) {}
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    return QueryOwnInterface(static_cast<IPackageIterator*>(this), kIidIteratorOfPackage, iid, object);
-  }
-  DOUBLE_REFERENCE_COUNT
-
-  HRESULT STDMETHODCALLTYPE GetIids(ULONG* count, IID** ids) override {
-    return CopyIids({kIidIteratorOfPackage}, count, ids);
-  }
-  HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING* name) override {
-    return NewString(L"Windows.Foundation.Collections.IIterator`1<Windows.ApplicationModel.Package>", name);
-  }
-  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override { return BaseTrustLevel(level); }
+  explicit PackageIterator(std::shared_ptr<const PackageList> packages)
+      : RuntimeObject(L"Windows.Foundation.Collections.IIterator`1<Windows.ApplicationModel.Package>"),
+        packages_(std::move(packages)) {}
 
   HRESULT STDMETHODCALLTYPE get_Current(IPackage** current) override {
     if (current == nullptr) return E_POINTER;
@@ -221,9 +172,7 @@ class PackageIterator final : public IPackageIterator {
     return *current != nullptr ? S_OK : E_OUTOFMEMORY;
   }
   HRESULT STDMETHODCALLTYPE get_HasCurrent(boolean* hasCurrent) override {
-    if (hasCurrent == nullptr) return E_POINTER;
-    *hasCurrent = position_ < packages_->size();
-    return S_OK;
+    return Answer(position_ < packages_->size(), hasCurrent);
   }
   HRESULT STDMETHODCALLTYPE MoveNext(boolean* hasCurrent) override {
     if (hasCurrent == nullptr) return E_POINTER;
@@ -245,39 +194,23 @@ class PackageIterator final : public IPackageIterator {
   }
 
  private:
-  ~PackageIterator() = default;
-  Live live_;
+  ~PackageIterator() override = default;
   std::shared_ptr<const PackageList> packages_;
   std::size_t position_ = 0;
 };
 
-class PackageIterable final : public IPackageIterable {
+class PackageIterable final : public RuntimeObject<IPackageIterable, kIidIterableOfPackage> {
  public:
   explicit PackageIterable(PackageList packages)
-      : packages_(std::make_shared<const PackageList>(std::move(packages))) {}
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    return QueryOwnInterface(static_cast<IPackageIterable*>(this), kIidIterableOfPackage, iid, object);
-  }
-  DOUBLE_REFERENCE_COUNT
-
-  HRESULT STDMETHODCALLTYPE GetIids(ULONG* count, IID** ids) override {
-    return CopyIids({kIidIterableOfPackage}, count, ids);
-  }
-  HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING* name) override {
-    return NewString(L"Windows.Foundation.Collections.IIterable`1<Windows.ApplicationModel.Package>", name);
-  }
-  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override { return BaseTrustLevel(level); }
+      : RuntimeObject(L"Windows.Foundation.Collections.IIterable`1<Windows.ApplicationModel.Package>"),
+        packages_(std::make_shared<const PackageList>(std::move(packages))) {}
 
   HRESULT STDMETHODCALLTYPE First(IPackageIterator** first) override {
-    if (first == nullptr) return E_POINTER;
-    *first = new (std::nothrow) PackageIterator(packages_);
-    return *first != nullptr ? S_OK : E_OUTOFMEMORY;
+    return HandOutNew<PackageIterator>(first, packages_);
   }
 
  private:
-  ~PackageIterable() = default;
-  Live live_;
+  ~PackageIterable() override = default;
   std::shared_ptr<const PackageList> packages_;
 };
 

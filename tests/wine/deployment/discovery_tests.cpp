@@ -132,16 +132,11 @@ const char kUsage[] = "discovery_tests.exe DLLPATH TESTNAME";
 using namespace discovery_tests;
 
 int main() {
-  int argc = 0;
-  LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
-  if (argv == nullptr || argc != 3) return Usage(kUsage, kTests);
-  // The test runs in another folder: the path is made absolute here.
-  const std::wstring dllPath = AbsolutePath(UsablePath(argv[1]));
-  const std::string name = Narrow(argv[2]);
-  LocalFree(argv);
-
-  const Test* test = FindTest(kTests, name);
+  const std::vector<std::wstring> arguments = CommandLineArguments(2);
+  const Test* test = NamedTest(kTests, arguments, 1);
   if (test == nullptr) return Usage(kUsage, kTests);
+  // The test runs in another folder: the path is made absolute here.
+  const std::wstring dllPath = AbsolutePath(UsablePath(arguments[0]));
   if (EnvironmentValue(kPrivateHost.rootVariable).empty()) {
     return RunInPrivateHost(kPrivateHost, test->name, L"\"" + dllPath + L"\"", nullptr, test->afterExit);
   }

@@ -21,16 +21,18 @@
 // and Unadvise are not implemented. wine_prefix.sh registers the DLL under
 // HKLM\Software\Classes\CLSID (ThreadingModel Both).
 
+#include "support/com_object.h"
 #include "support/wine_test_support.h"
 
-#include <objbase.h>
 #include <shobjidl.h>
 
 #include <atomic>
-#include <new>
 
 namespace {
 
+using wine_test::ComObject;
+using wine_test::CreateAs;
+using wine_test::QueryOneInterface;
 using wine_test::ReadControl;
 
 // {7E5FE3D9-985F-4908-91F9-EE19F9FD1514}
@@ -42,28 +44,9 @@ const IID kIidAppVisibility = {0x2246EA2D, 0xCAEA, 0x4444, {0xA3, 0xC4, 0x6D, 0x
 std::atomic<long> g_objects{0};
 std::atomic<long> g_locks{0};
 
-class AppVisibility final : public IAppVisibility {
+class AppVisibility final : public ComObject<IAppVisibility, kIidAppVisibility> {
  public:
   AppVisibility() { ++g_objects; }
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    if (object == nullptr) return E_POINTER;
-    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, kIidAppVisibility)) {
-      *object = static_cast<IAppVisibility*>(this);
-      AddRef();
-      return S_OK;
-    }
-    *object = nullptr;
-    return E_NOINTERFACE;
-  }
-
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
-
-  ULONG STDMETHODCALLTYPE Release() override {
-    ULONG left = --references_;
-    if (left == 0) delete this;
-    return left;
-  }
 
   HRESULT STDMETHODCALLTYPE GetAppVisibilityOnMonitor(HMONITOR monitor, MONITOR_APP_VISIBILITY* mode) override {
     if (mode == nullptr) return E_POINTER;
@@ -88,21 +71,13 @@ class AppVisibility final : public IAppVisibility {
   HRESULT STDMETHODCALLTYPE Unadvise(DWORD) override { return E_NOTIMPL; }
 
  private:
-  ~AppVisibility() { --g_objects; }
-  std::atomic<ULONG> references_{1};
+  ~AppVisibility() override { --g_objects; }
 };
 
 class ClassFactory final : public IClassFactory {
  public:
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    if (object == nullptr) return E_POINTER;
-    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IClassFactory)) {
-      *object = static_cast<IClassFactory*>(this);
-      AddRef();
-      return S_OK;
-    }
-    *object = nullptr;
-    return E_NOINTERFACE;
+    return QueryOneInterface(static_cast<IClassFactory*>(this), IID_IClassFactory, iid, object);
   }
 
   // The factory is a static object: its references only keep the DLL loaded.
@@ -110,14 +85,7 @@ class ClassFactory final : public IClassFactory {
   ULONG STDMETHODCALLTYPE Release() override { return static_cast<ULONG>(--g_locks); }
 
   HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** object) override {
-    if (object == nullptr) return E_POINTER;
-    *object = nullptr;
-    if (outer != nullptr) return CLASS_E_NOAGGREGATION;
-    auto created = new (std::nothrow) AppVisibility();
-    if (created == nullptr) return E_OUTOFMEMORY;
-    HRESULT hr = created->QueryInterface(iid, object);
-    created->Release();
-    return hr;
+    return CreateAs<AppVisibility>(outer, iid, object);
   }
 
   HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override {

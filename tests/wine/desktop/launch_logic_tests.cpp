@@ -40,8 +40,18 @@ namespace {
 
 const wchar_t kTempPrefix[] = L"kellaunch";  // of the test's temporary folders
 
-// The test desktop records its events to a file in the test's temporary folder.
-std::wstring EventsFileIn(const TempFolder& folder) { return folder.Path() + L"\\events.txt"; }
+// The test's temporary folder, made before the desktop that records into it
+// and removed after the desktop has ended.
+struct EventsFolder {
+  TempFolder folder{kTempPrefix};
+};
+
+// The test desktop for one test, recording its events to a file in a
+// temporary folder of its own.
+class TestDesktop : private EventsFolder, public Desktop {
+ public:
+  explicit TestDesktop(const std::wstring& exePath) : Desktop(exePath, folder.Path() + L"\\events.txt") {}
+};
 
 // ---------------------------------------------------------------------------
 // The foreground window
@@ -141,8 +151,7 @@ void MonitorModeIsStartScreenWithVisibleLauncher(const Paths& paths) {
   SetControl(L"LauncherVisible", 0);
   SetControl(L"AppVisibility", 2);
   library.ExpectMode(1, "the launcher hidden and MAV_APP_VISIBLE");
-  TempFolder folder(kTempPrefix);
-  Desktop desktop(paths.desktop, EventsFileIn(folder));
+  TestDesktop desktop(paths.desktop);
   kel::CKELKeyEmulate::Sendinput_Win();
   desktop.WaitForEvent("launcher shown");
   library.ExpectMode(2, "the launcher shown by the Windows key");
@@ -201,8 +210,7 @@ void SwitchWithAFailingLauncherQueryEndsWithoutAnExitLine(const Paths&) {
 // OpenAppSearchUI brings the search pane to the front, and the test desktop
 // records `events` up to its stop.
 void ExpectSearchPaneOpens(const Paths& paths, const std::vector<std::string>& events) {
-  TempFolder folder(kTempPrefix);
-  Desktop desktop(paths.desktop, EventsFileIn(folder));
+  TestDesktop desktop(paths.desktop);
 
   ExpectResult(kel::CKELMonitorMode::OpenAppSearchUI(), S_OK, "OpenAppSearchUI");
   if (ClassOf(GetForegroundWindow()) != L"SearchPane")
@@ -228,8 +236,7 @@ void SearchPaneThatNeverAppearsGivesEFail(const Paths& paths) {
   ControlScope control;
   SetControl(L"LauncherVisible", 1);
   SetControl(L"PaneAppears", 0);
-  TempFolder folder(kTempPrefix);
-  Desktop desktop(paths.desktop, EventsFileIn(folder));
+  TestDesktop desktop(paths.desktop);
 
   const ULONGLONG start = GetTickCount64();
   ExpectResult(kel::CKELMonitorMode::OpenAppSearchUI(), E_FAIL, "OpenAppSearchUI without a search pane");
@@ -250,8 +257,7 @@ void SearchPaneThatNeverAppearsGivesEFail(const Paths& paths) {
 void CheckPaneClass(const Paths& paths, const wchar_t* className, bool recognised) {
   ControlScope control;
   SetControlString(L"PaneClass", className);
-  TempFolder folder(kTempPrefix);
-  Desktop desktop(paths.desktop, EventsFileIn(folder));
+  TestDesktop desktop(paths.desktop);
 
   kel::CKELKeyEmulate::SendInput_Win_Q();
   desktop.WaitForEvent("pane shown " + Narrow(className));
@@ -287,8 +293,7 @@ void PutOnClipboard(const char16_t* text) {
 
 void ShiftInsertPastesTheClipboard(const Paths& paths) {
   ControlScope control;
-  TempFolder folder(kTempPrefix);
-  Desktop desktop(paths.desktop, EventsFileIn(folder));
+  TestDesktop desktop(paths.desktop);
   OpenPane(desktop);
 
   const char16_t text[] = u"\"Kelbrook \u691C\u7D22 \u00FC\" NOT(\"a\" OR \"b\")";
@@ -306,8 +311,7 @@ void EnterSubmitsAndThePaneStaysAsTold(const Paths& paths) {
   ControlScope control;
   SetControl(L"LauncherVisible", 1);
   SetControl(L"PaneStaysInFront", 2);
-  TempFolder folder(kTempPrefix);
-  Desktop desktop(paths.desktop, EventsFileIn(folder));
+  TestDesktop desktop(paths.desktop);
   OpenPane(desktop);
 
   PutOnClipboard(u"first");
@@ -373,14 +377,9 @@ int main() {
   static kel::platform::win32::Win32Platform platform;
   kel::platform::Install(&platform);
 
-  int argc = 0;
-  LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
-  if (argv == nullptr || argc != 4) return Usage(kUsage, kTests);
-  std::string name = Narrow(argv[1]);
-  Paths paths{UsablePath(argv[2]), UsablePath(argv[3])};
-  LocalFree(argv);
-
-  const Test* test = FindTest(kTests, name);
+  const std::vector<std::wstring> arguments = CommandLineArguments(3);
+  const Test* test = NamedTest(kTests, arguments, 0);
   if (test == nullptr) return Usage(kUsage, kTests);
+  const Paths paths{UsablePath(arguments[1]), UsablePath(arguments[2])};
   return RunTest(test->name, [&] { test->run(paths); });
 }

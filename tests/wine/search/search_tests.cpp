@@ -175,16 +175,11 @@ class HostVersionScope {
 using namespace search_tests;
 
 int main() {
-  int argc = 0;
-  LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
-  if (argv == nullptr || argc != 4) return Usage(kUsage, kTests);
-  // The test runs in another folder: the paths are made absolute.
-  const Paths paths{AbsolutePath(UsablePath(argv[1])), AbsolutePath(UsablePath(argv[2]))};
-  const std::string name = Narrow(argv[3]);
-  LocalFree(argv);
-
-  const Test* test = FindTest(kTests, name);
+  const std::vector<std::wstring> arguments = CommandLineArguments(3);
+  const Test* test = NamedTest(kTests, arguments, 2);
   if (test == nullptr) return Usage(kUsage, kTests);
+  // The test runs in another folder: the paths are made absolute.
+  const Paths paths{AbsolutePath(UsablePath(arguments[0])), AbsolutePath(UsablePath(arguments[1]))};
   if (EnvironmentValue(kPrivateHost.rootVariable).empty()) {
     std::optional<HostVersionScope> version;  // while the host runs
     return RunInPrivateHost(kPrivateHost, test->name, L"\"" + paths.dll + L"\" \"" + paths.desktop + L"\"",

@@ -30,6 +30,17 @@ OSVERSIONINFOEXW ReportedVersion() {
   return version;
 }
 
+// Fails unless the version the prefix reports to the host `fits`; `otherwise`
+// follows the reported version in the failure.
+template <typename Fits>
+void ExpectReportedVersion(Fits fits, const char* otherwise) {
+  const OSVERSIONINFOEXW version = ReportedVersion();
+  if (!fits(version)) {
+    Fail(Format("the host is told it runs Windows %lu.%lu%s", version.dwMajorVersion, version.dwMinorVersion,
+                otherwise));
+  }
+}
+
 // A top-level window of this process holding a child with the notice's text.
 struct NoticeWindow {
   HWND window = nullptr;
@@ -101,13 +112,9 @@ DWORD WINAPI RunSearchCall(void* parameter) {
 // icon and one OK button. The call returns S_OK once the box is closed; no key reaches the
 // desktop and the log has no exit line.
 void MessagingKeywordShowsTheNoticeOnWindows81(const Paths& paths) {
-  const OSVERSIONINFOEXW version = ReportedVersion();
-  if (version.dwMajorVersion != 6 || version.dwMinorVersion != 3) {
-    Fail(
-        Format("the host is told it runs Windows %lu.%lu, expected 6.3 (the manifest declares 8.1 and the parent "
-               "sets Version win81 for the host's name)",
-               version.dwMajorVersion, version.dwMinorVersion));
-  }
+  ExpectReportedVersion(
+      [](const OSVERSIONINFOEXW& version) { return version.dwMajorVersion == 6 && version.dwMinorVersion == 3; },
+      ", expected 6.3 (the manifest declares 8.1 and the parent sets Version win81 for the host's name)");
   SearchSession s(paths.dll, paths.desktop);
   s.Start({});
   SearchCall call{KEL(s.library, KelLaunchBySearchW), kMessaging};
@@ -166,13 +173,8 @@ void MessagingKeywordShowsTheNoticeOnWindows81(const Paths& paths) {
 // Before Windows 8.1 the Messaging keyword is searched for like any other;
 // here through the narrow export, in Shift JIS.
 void MessagingKeywordIsSearchedBeforeWindows81(const Paths& paths) {
-  const OSVERSIONINFOEXW version = ReportedVersion();
-  if (version.dwMinorVersion >= 3) {
-    Fail(
-        Format("the host is told it runs Windows %lu.%lu; this test needs a prefix that reports a minor version "
-               "below 3 (Windows 7 or 8, or 10)",
-               version.dwMajorVersion, version.dwMinorVersion));
-  }
+  ExpectReportedVersion([](const OSVERSIONINFOEXW& version) { return version.dwMinorVersion < 3; },
+                        "; this test needs a prefix that reports a minor version below 3 (Windows 7 or 8, or 10)");
   SearchSession s(paths.dll, paths.desktop);
   s.Start({});
   auto search = KEL(s.library, KelLaunchBySearchA);

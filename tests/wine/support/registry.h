@@ -49,23 +49,26 @@ inline void DeleteSetting(const wchar_t* name) {
   }
 }
 
-// Removes the library's settings when the test starts and when it ends
-// (whether it passed or not), so that no test sees another one's values.
-class SettingsScope {
+// Runs `Clear` when the test starts and when it ends (whether it passed or
+// not), so that no test sees another one's values.
+template <void (*Clear)()>
+class ClearedScope {
  public:
-  SettingsScope() { Clear(); }
-  ~SettingsScope() { Clear(); }
-  SettingsScope(const SettingsScope&) = delete;
-  SettingsScope& operator=(const SettingsScope&) = delete;
-
- private:
-  static void Clear() {
-    for (const wchar_t* name : {L"DebugLog", L"RefreshInterval", L"ManifestReaderSetting", L"ClearClipboardWaitTime",
-                                L"RestoreRegistryWaitTime"}) {
-      DeleteSetting(name);
-    }
-  }
+  ClearedScope() { Clear(); }
+  ~ClearedScope() { Clear(); }
+  ClearedScope(const ClearedScope&) = delete;
+  ClearedScope& operator=(const ClearedScope&) = delete;
 };
+
+inline void ClearSettings() {
+  for (const wchar_t* name : {L"DebugLog", L"RefreshInterval", L"ManifestReaderSetting", L"ClearClipboardWaitTime",
+                              L"RestoreRegistryWaitTime"}) {
+    DeleteSetting(name);
+  }
+}
+
+// The library's settings, removed around the test.
+using SettingsScope = ClearedScope<ClearSettings>;
 
 // The same with the log on (DebugLog 1) in between: the other settings at
 // their defaults for the test's lifetime.
@@ -95,17 +98,9 @@ inline void SetControl(const wchar_t* name, DWORD value) {
 
 inline void SetControlString(const wchar_t* name, const wchar_t* value) { WriteUserString(kControlKey, name, value); }
 
-// Removes the control key when the test starts and when it ends, so that no
-// test sees another one's values.
-class ControlScope {
- public:
-  ControlScope() { Clear(); }
-  ~ControlScope() { Clear(); }
-  ControlScope(const ControlScope&) = delete;
-  ControlScope& operator=(const ControlScope&) = delete;
+inline void ClearControls() { RegDeleteTreeW(HKEY_CURRENT_USER, kControlKey); }
 
- private:
-  static void Clear() { RegDeleteTreeW(HKEY_CURRENT_USER, kControlKey); }
-};
+// The control key, removed around the test.
+using ControlScope = ClearedScope<ClearControls>;
 
 }  // namespace wine_test

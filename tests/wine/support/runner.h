@@ -9,6 +9,7 @@
 #include <exception>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "support/failure.h"
 #include "support/files.h"
@@ -79,6 +80,24 @@ const Test* FindTest(const Test (&tests)[N], const std::string& name) {
   return nullptr;
 }
 
+// The arguments after the program's name when there are exactly `count` of
+// them; none otherwise.
+inline std::vector<std::wstring> CommandLineArguments(std::size_t count) {
+  int argc = 0;
+  LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
+  std::vector<std::wstring> arguments;
+  if (argv != nullptr && static_cast<std::size_t>(argc) == count + 1) arguments.assign(argv + 1, argv + argc);
+  LocalFree(argv);
+  return arguments;
+}
+
+// The test of a program's table that argument `nameAt` names; null when
+// there is no such argument or test.
+template <typename Test, std::size_t N>
+const Test* NamedTest(const Test (&tests)[N], const std::vector<std::wstring>& arguments, std::size_t nameAt) {
+  return nameAt < arguments.size() ? FindTest(tests, Narrow(arguments[nameAt])) : nullptr;
+}
+
 // Exit code 2, for bad usage.
 template <typename Test, std::size_t N>
 int Usage(const char* synopsis, const Test (&tests)[N]) {
@@ -99,14 +118,10 @@ inline std::wstring UsablePath(const std::wstring& path) {
 // `name` and a `run(const std::wstring& dllPath)`), or reports bad usage.
 template <typename Test, std::size_t N>
 int RunDllTestNamedOnCommandLine(const char* synopsis, const Test (&tests)[N]) {
-  int argc = 0;
-  LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
-  if (argv == nullptr || argc != 3) return Usage(synopsis, tests);
-  const std::wstring dllPath = UsablePath(argv[1]);
-  const std::string name = Narrow(argv[2]);
-  LocalFree(argv);
-  const Test* test = FindTest(tests, name);
+  const std::vector<std::wstring> arguments = CommandLineArguments(2);
+  const Test* test = NamedTest(tests, arguments, 1);
   if (test == nullptr) return Usage(synopsis, tests);
+  const std::wstring dllPath = UsablePath(arguments[0]);
   return RunTest(test->name, [&] { test->run(dllPath); });
 }
 
