@@ -6,6 +6,7 @@
 
 #include "platform/com_ptr.h"
 #include "platform/win32/appx_interfaces.h"
+#include "platform/win32/runtime_string.h"
 #include "platform/win32/winrt_interfaces.h"
 
 namespace kelcli {
@@ -67,22 +68,7 @@ class Apartment {
   void(WINAPI* leave_)();
 };
 
-class RuntimeText {
- public:
-  RuntimeText() = default;
-  RuntimeText(const RuntimeText&) = delete;
-  RuntimeText& operator=(const RuntimeText&) = delete;
-  ~RuntimeText() {
-    if (value_ != nullptr) WindowsDeleteString(value_);
-  }
-  HRESULT Create(const std::wstring& text) {
-    return WindowsCreateString(text.c_str(), static_cast<UINT32>(text.size()), &value_);
-  }
-  [[nodiscard]] HSTRING get() const { return value_; }
-
- private:
-  HSTRING value_ = nullptr;
-};
+using kel::platform::win32::RuntimeString;
 
 // Creates a COM object in the given server context and lets it go again.
 ProbeResult Create(const GUID& clsid, const GUID& iid, DWORD context, const wchar_t* what) {
@@ -168,7 +154,7 @@ ProbeResult ProbeDeploymentService() {
   if (!CurrentUserSid(sid, failure)) return {false, failure};
   Apartment apartment(RoInitialize(RO_INIT_SINGLETHREADED), RoUninitialize);
   if (FAILED(apartment.Result())) return {false, Failed(L"RoInitialize", apartment.Result())};
-  RuntimeText className;
+  RuntimeString className;
   HRESULT hr = className.Create(L"Windows.Management.Deployment.PackageManager");
   if (FAILED(hr)) return {false, Failed(L"WindowsCreateString", hr)};
   Held<IInspectable> instance;
@@ -178,7 +164,7 @@ ProbeResult ProbeDeploymentService() {
   Held<IPackageManagerAbi> manager;
   hr = instance->QueryInterface(kel::platform::win32::kIidPackageManager, PutVoid(manager));
   if (FAILED(hr) || manager.get() == nullptr) return {false, Failed(L"QueryInterface(IPackageManager)", hr)};
-  RuntimeText userSid;
+  RuntimeString userSid;
   hr = userSid.Create(sid);
   if (FAILED(hr)) return {false, Failed(L"WindowsCreateString", hr)};
   Held<IPackageIterableAbi> packages;
