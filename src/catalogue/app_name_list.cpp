@@ -6,6 +6,7 @@
 #include "frame/exports.h"
 #include "frame/format.h"
 #include "frame/log.h"
+#include "frame/trace_exit.h"
 #include "frame/wide.h"
 #include "manifest/manifest_reader.h"
 #include "platform/platform.h"
@@ -72,8 +73,7 @@ bool CKELAppNameList::IsStaleForThisThreadHeld() const {
 HRESULT CKELAppNameList::Load(const char16_t* path) {
   constexpr char16_t kName[] = u"CKELAppNameList::Load";
   WriteDebugLog("%S(%S) IN\r\n", kName, path);
-  if (path == nullptr) return TraceExit(kName, E_POINTER);
-  if (path[0] == 0) return TraceExit(kName, E_INVALIDARG);
+  KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(path));
   try {
     std::string bytes;
     HRESULT hr = Sys().ReadFileBytes(path, bytes);
@@ -159,8 +159,7 @@ HRESULT CKELAppNameList::ReadDesktopAppsHeld(xml::XmlReader* reader) {
 HRESULT CKELAppNameList::Save(const char16_t* path) {
   constexpr char16_t kName[] = u"CKELAppNameList::Save";
   WriteDebugLog("%S(%S) IN\r\n", kName, path);
-  if (path == nullptr) return TraceExit(kName, E_POINTER);
-  if (path[0] == 0) return TraceExit(kName, E_INVALIDARG);
+  KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(path));
   try {
     xml::XmlWriter writer;
     HRESULT hr = writer.WriteStartDocument();
@@ -405,8 +404,7 @@ HRESULT CKELAppNameList::GetExcludeAppNameList(const char16_t* searchWord, Exclu
                                                BOOL* pFound) {
   constexpr char16_t kName[] = u"CKELAppNameList::GetExcludeAppNameList";
   WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
-  if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return TraceExit(kName, E_POINTER);
-  if (searchWord[0] == 0) return TraceExit(kName, E_INVALIDARG);
+  KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(searchWord, excludeList, pFound));
   *pFound = 0;
   BOOL flag = 0;
   // The records let go of the lock for their installed checks; the lists

@@ -72,8 +72,14 @@ class CKELApp {
   CKELApp(const CKELApp&) = delete;
   CKELApp& operator=(const CKELApp&) = delete;
 
-  [[nodiscard]] virtual HRESULT AddToExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
-                                                        BOOL* pFound) = 0;
+  [[nodiscard]] HRESULT AddToExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
+                                                BOOL* pFound) {
+    return AddToExcludeAppNameList(searchWord, nullptr, excludeList, pFound);
+  }
+  // The same with the word already lower-cased by the caller (`lowered`
+  // null: lower-cased here), so a walk over the catalogue does it once.
+  [[nodiscard]] virtual HRESULT AddToExcludeAppNameList(const char16_t* searchWord, const WString* lowered,
+                                                        ExcludeAppNameList* excludeList, BOOL* pFound) = 0;
   [[nodiscard]] virtual HRESULT ToXmlNode(xml::XmlWriter* writer) const = 0;
 
   // Whether every significant piece of `part` occurs in `whole`, in any order.
@@ -136,12 +142,9 @@ class CKELMetroApp final : public CKELApp {
   static RecordRef<CKELMetroApp> Create(const char16_t* displayName, const char16_t* shortName,
                                         const char16_t* rubyDisplayName, const char16_t* rubyShortName);
 
-  [[nodiscard]] HRESULT AddToExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
-                                                BOOL* pFound) override;
-  // The same with the word already lower-cased by the caller (`lowered`
-  // null: lower-cased here), so a walk over the catalogue does it once.
+  using CKELApp::AddToExcludeAppNameList;
   [[nodiscard]] HRESULT AddToExcludeAppNameList(const char16_t* searchWord, const WString* lowered,
-                                                ExcludeAppNameList* excludeList, BOOL* pFound);
+                                                ExcludeAppNameList* excludeList, BOOL* pFound) override;
   [[nodiscard]] HRESULT ToXmlNode(xml::XmlWriter* writer) const override;
   [[nodiscard]] static HRESULT FromXmlNode(xml::XmlReader* reader, CKELMetroApp** ppApp);
 
@@ -173,12 +176,9 @@ class CKELDesktopApp final : public CKELApp {
                                           const char16_t* localizeName, const char16_t* rubyDisplayName,
                                           BOOL needReserve, BOOL isInstalled, BOOL isDualMode);
 
-  [[nodiscard]] HRESULT AddToExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
-                                                BOOL* pFound) override;
-  // The same with the word already lower-cased by the caller (`lowered`
-  // null: lower-cased here), so a walk over the catalogue does it once.
+  using CKELApp::AddToExcludeAppNameList;
   [[nodiscard]] HRESULT AddToExcludeAppNameList(const char16_t* searchWord, const WString* lowered,
-                                                ExcludeAppNameList* excludeList, BOOL* pFound);
+                                                ExcludeAppNameList* excludeList, BOOL* pFound) override;
   [[nodiscard]] HRESULT ToXmlNode(xml::XmlWriter* writer) const override;
   [[nodiscard]] static HRESULT FromXmlNode(xml::XmlReader* reader, CKELDesktopApp** ppApp);
 

@@ -65,6 +65,17 @@ template <typename CallWide>
 
 bool IsEmpty(const char* text) { return text[0] == 0; }
 
+// Both release exports: a string the library handed out, wide or narrow,
+// came from the local heap.
+void ReleaseHostString(const char16_t* name, void* string) {
+  GuardVoidExport([&] {
+    WriteDebugLog("%S IN\r\n", name);
+    // The host's string is gone either way; a failed free has no one to tell.
+    if (string != nullptr) (void)platform::Current().LocalFree(string);
+    WriteDebugLog("%S OUT\r\n", name);
+  });
+}
+
 }  // namespace
 
 extern "C" HRESULT KELAPI KelLaunchByProtocolA(const char* pszProtocol) {
@@ -99,8 +110,7 @@ extern "C" HRESULT KELAPI KelLaunchBySearchA(const char* pszKeyword, DWORD dwMod
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchBySearchA";
     WriteDebugLog("%S(%s, %d, %d) IN\r\n", kName, pszKeyword, dwMode, nOption);
-    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszKeyword));
-    if (dwMode > 2) return TraceExit(kName, E_INVALIDARG);
+    KEL_RETURN_IF_FAILED_TRACED(kName, CheckLaunchArguments(pszKeyword, dwMode));
     return TraceExit(
         kName, ConvertAndCall(pszKeyword, [&](const char16_t* w) { return KelLaunchBySearchW(w, dwMode, nOption); }));
   });
@@ -110,8 +120,7 @@ extern "C" HRESULT KELAPI KelLaunchByPFNA(const char* pszPackageFamilyName, DWOR
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchByPFNA";
     WriteDebugLog("%S(%s, %d, %d) IN\r\n", kName, pszPackageFamilyName, dwMode, nOption);
-    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszPackageFamilyName));
-    if (dwMode > 2) return TraceExit(kName, E_INVALIDARG);
+    KEL_RETURN_IF_FAILED_TRACED(kName, CheckLaunchArguments(pszPackageFamilyName, dwMode));
     return TraceExit(kName, ConvertAndCall(pszPackageFamilyName,
                                            [&](const char16_t* w) { return KelLaunchByPFNW(w, dwMode, nOption); }));
   });
@@ -142,22 +151,6 @@ extern "C" HRESULT KELAPI KelLaunchByAppUserModelIdA(const char* pszAppUserModel
   });
 }
 
-extern "C" void KELAPI KelReleaseStringW(char16_t* pszString) {
-  GuardVoidExport([&] {
-    constexpr char16_t kName[] = u"KelReleaseStringW";
-    WriteDebugLog("%S IN\r\n", kName);
-    // The host's string is gone either way; a failed free has no one to tell.
-    if (pszString != nullptr) (void)platform::Current().LocalFree(pszString);
-    WriteDebugLog("%S OUT\r\n", kName);
-  });
-}
+extern "C" void KELAPI KelReleaseStringW(char16_t* pszString) { ReleaseHostString(u"KelReleaseStringW", pszString); }
 
-extern "C" void KELAPI KelReleaseStringA(char* pszString) {
-  GuardVoidExport([&] {
-    constexpr char16_t kName[] = u"KelReleaseStringA";
-    WriteDebugLog("%S IN\r\n", kName);
-    // The host's string is gone either way; a failed free has no one to tell.
-    if (pszString != nullptr) (void)platform::Current().LocalFree(pszString);
-    WriteDebugLog("%S OUT\r\n", kName);
-  });
-}
+extern "C" void KELAPI KelReleaseStringA(char* pszString) { ReleaseHostString(u"KelReleaseStringA", pszString); }

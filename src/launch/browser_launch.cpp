@@ -60,8 +60,7 @@ extern "C" HRESULT KELAPI KelLaunchBrowserByProtocolW(const char16_t* pszUrl, DW
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchBrowserByProtocolW";
     WriteDebugLog("%S(%S, %d) IN\r\n", kName, pszUrl, dwAssociationMode);
-    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszUrl));
-    if (dwAssociationMode > 2) return TraceExit(kName, E_INVALIDARG);
+    KEL_RETURN_IF_FAILED_TRACED(kName, CheckLaunchArguments(pszUrl, dwAssociationMode));
     if (!HasWebScheme(pszUrl)) return TraceExit(kName, E_INVALIDARG);
 
     DWORD current = 0;  // an absent value reads as 0

@@ -106,8 +106,7 @@ extern "C" HRESULT KELAPI KelLaunchBySearchW(const char16_t* pszKeyword, DWORD d
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchBySearchW";
     WriteDebugLog("%S(%S, %d, %d) IN\r\n", kName, pszKeyword, dwMode, nOption);
-    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszKeyword));
-    if (dwMode > 2) return TraceExit(kName, E_INVALIDARG);
+    KEL_RETURN_IF_FAILED_TRACED(kName, CheckLaunchArguments(pszKeyword, dwMode));
     if (IsMessagingUnavailable(pszKeyword)) {
       // Only a notice: which button closed it does not matter.
       (void)Sys().MessageBox(nullptr, kMessagingUnavailableText, u"",
