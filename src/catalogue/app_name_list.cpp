@@ -412,16 +412,7 @@ HRESULT CKELAppNameList::GetExcludeAppNameList(const char16_t* searchWord, Exclu
   // The word is lower-cased once for the whole walk; without the memory for
   // that, each record tries on its own as it always has.
   WString lowered;
-  const bool haveLowered = [&]() noexcept {
-    try {
-      lowered = searchWord;
-    } catch (...) {
-      return false;
-    }
-    LowerInPlace(lowered);
-    return true;
-  }();
-  const WString* word = haveLowered ? &lowered : nullptr;
+  const WString* word = TryLoweredCopy(searchWord, lowered) ? &lowered : nullptr;
   CatalogueLock lock(m_Lock);
   // Positions are indexes: the lists may grow (and move) while a record has
   // let go of the lock. Each record's own result is only traced.

@@ -16,23 +16,12 @@ std::u16string_view ViewOf(const char16_t* text) {
   return text == nullptr ? std::u16string_view() : std::u16string_view(text, WideLength(text));
 }
 
-// The search word's lower-cased copy for the exclusion walk; false when the
-// copy cannot be had, which the walk answers with E_OUTOFMEMORY.
-[[nodiscard]] bool LoweredWord(const char16_t* searchWord, WString& word) noexcept {
-  try {
-    word = searchWord;
-  } catch (...) {
-    return false;
-  }
-  LowerInPlace(word);
-  return true;
-}
-
 // The word as the walk compares it: the caller's lower-cased copy when it
-// made one, else one of this call's own (`own`); null when none can be had.
+// made one, else one of this call's own (`own`); null when none can be had,
+// which the walk answers with E_OUTOFMEMORY.
 const WString* WordToCompare(const char16_t* searchWord, const WString* lowered, WString& own) noexcept {
   if (lowered != nullptr) return lowered;
-  return LoweredWord(searchWord, own) ? &own : nullptr;
+  return TryLoweredCopy(searchWord, own) ? &own : nullptr;
 }
 
 bool Contains(std::u16string_view part, std::u16string_view whole) {
@@ -254,15 +243,7 @@ HRESULT CKELPackage::AddApplication(CKELMetroApp* app) {
   constexpr char16_t kName[] = u"CKELPackage::AddApplication";
   WriteDebugLog("%S IN\r\n", kName);
   if (app == nullptr) return TraceExit(kName, E_POINTER);
-  // Linked through the application itself: listing it cannot fail.
-  app->next_ = nullptr;
-  if (lastApp_ == nullptr) {
-    firstApp_ = app;
-  } else {
-    lastApp_->next_ = app;
-  }
-  lastApp_ = app;
-  ++appCount_;
+  Append(app);
   return TraceExit(kName, S_OK);
 }
 
@@ -275,16 +256,19 @@ HRESULT CKELPackage::AddApplication(const char16_t* displayName, const char16_t*
   } catch (...) {
     return TraceExit(kName, E_OUTOFMEMORY);
   }
-  CKELMetroApp* listed = app.release();
-  listed->next_ = nullptr;
-  if (lastApp_ == nullptr) {
-    firstApp_ = listed;
-  } else {
-    lastApp_->next_ = listed;
-  }
-  lastApp_ = listed;
-  ++appCount_;
+  Append(app.release());
   return TraceExit(kName, S_OK);
+}
+
+void CKELPackage::Append(CKELMetroApp* app) noexcept {
+  app->next_ = nullptr;
+  if (lastApp_ == nullptr) {
+    firstApp_ = app;
+  } else {
+    lastApp_->next_ = app;
+  }
+  lastApp_ = app;
+  ++appCount_;
 }
 
 void CKELPackage::ReleaseApplications() noexcept {

@@ -291,6 +291,8 @@ class CKELPackage {
   BOOL IsInstalled = 1;
 
  private:
+  // Lists the application last, linked through itself: it cannot fail.
+  void Append(CKELMetroApp* app) noexcept;
   void ReleaseApplications() noexcept;
 
   CKELMetroApp* firstApp_ = nullptr;

@@ -65,6 +65,27 @@ template <typename CallWide>
 
 bool IsEmpty(const char* text) { return text[0] == 0; }
 
+// The narrow exports that take one string and nothing else.
+template <typename WideExport>
+[[nodiscard]] HRESULT ForwardString(const char16_t* name, const char* text, WideExport wideExport) {
+  return GuardExport([&]() -> HRESULT {
+    WriteDebugLog("%S(%s) IN\r\n", name, text);
+    KEL_RETURN_IF_FAILED_TRACED(name, CheckStringArgument(text));
+    return TraceExit(name, ConvertAndCall(text, wideExport));
+  });
+}
+
+// The narrow launches that take a mode and an option beside their string.
+template <typename WideLaunch>
+[[nodiscard]] HRESULT ForwardLaunch(const char16_t* name, const char* text, DWORD mode, std::int32_t option,
+                                    WideLaunch wideLaunch) {
+  return GuardExport([&]() -> HRESULT {
+    WriteDebugLog("%S(%s, %d, %d) IN\r\n", name, text, mode, option);
+    KEL_RETURN_IF_FAILED_TRACED(name, CheckLaunchArguments(text, mode));
+    return TraceExit(name, ConvertAndCall(text, [&](const char16_t* w) { return wideLaunch(w, mode, option); }));
+  });
+}
+
 // Both release exports: a string the library handed out, wide or narrow,
 // came from the local heap.
 void ReleaseHostString(const char16_t* name, void* string) {
@@ -79,21 +100,11 @@ void ReleaseHostString(const char16_t* name, void* string) {
 }  // namespace
 
 extern "C" HRESULT KELAPI KelLaunchByProtocolA(const char* pszProtocol) {
-  return GuardExport([&]() -> HRESULT {
-    constexpr char16_t kName[] = u"KelLaunchByProtocolA";
-    WriteDebugLog("%S(%s) IN\r\n", kName, pszProtocol);
-    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszProtocol));
-    return TraceExit(kName, ConvertAndCall(pszProtocol, [](const char16_t* w) { return KelLaunchByProtocolW(w); }));
-  });
+  return ForwardString(u"KelLaunchByProtocolA", pszProtocol, KelLaunchByProtocolW);
 }
 
 extern "C" HRESULT KELAPI KelLaunchStoreA(const char* pszPackageFamilyName) {
-  return GuardExport([&]() -> HRESULT {
-    constexpr char16_t kName[] = u"KelLaunchStoreA";
-    WriteDebugLog("%S(%s) IN\r\n", kName, pszPackageFamilyName);
-    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszPackageFamilyName));
-    return TraceExit(kName, ConvertAndCall(pszPackageFamilyName, [](const char16_t* w) { return KelLaunchStoreW(w); }));
-  });
+  return ForwardString(u"KelLaunchStoreA", pszPackageFamilyName, KelLaunchStoreW);
 }
 
 extern "C" HRESULT KELAPI KelIsInstalledA(const char* pszPackageFamilyName, BOOL* pIsInstalled) {
@@ -107,23 +118,11 @@ extern "C" HRESULT KELAPI KelIsInstalledA(const char* pszPackageFamilyName, BOOL
 }
 
 extern "C" HRESULT KELAPI KelLaunchBySearchA(const char* pszKeyword, DWORD dwMode, std::int32_t nOption) {
-  return GuardExport([&]() -> HRESULT {
-    constexpr char16_t kName[] = u"KelLaunchBySearchA";
-    WriteDebugLog("%S(%s, %d, %d) IN\r\n", kName, pszKeyword, dwMode, nOption);
-    KEL_RETURN_IF_FAILED_TRACED(kName, CheckLaunchArguments(pszKeyword, dwMode));
-    return TraceExit(
-        kName, ConvertAndCall(pszKeyword, [&](const char16_t* w) { return KelLaunchBySearchW(w, dwMode, nOption); }));
-  });
+  return ForwardLaunch(u"KelLaunchBySearchA", pszKeyword, dwMode, nOption, KelLaunchBySearchW);
 }
 
 extern "C" HRESULT KELAPI KelLaunchByPFNA(const char* pszPackageFamilyName, DWORD dwMode, std::int32_t nOption) {
-  return GuardExport([&]() -> HRESULT {
-    constexpr char16_t kName[] = u"KelLaunchByPFNA";
-    WriteDebugLog("%S(%s, %d, %d) IN\r\n", kName, pszPackageFamilyName, dwMode, nOption);
-    KEL_RETURN_IF_FAILED_TRACED(kName, CheckLaunchArguments(pszPackageFamilyName, dwMode));
-    return TraceExit(kName, ConvertAndCall(pszPackageFamilyName,
-                                           [&](const char16_t* w) { return KelLaunchByPFNW(w, dwMode, nOption); }));
-  });
+  return ForwardLaunch(u"KelLaunchByPFNA", pszPackageFamilyName, dwMode, nOption, KelLaunchByPFNW);
 }
 
 extern "C" HRESULT KELAPI KelLaunchBrowserByProtocolA(const char* pszUrl, DWORD dwAssociationMode) {
