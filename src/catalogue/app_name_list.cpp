@@ -403,8 +403,7 @@ BOOL CKELAppNameList::IsInDesktopAppListHeld(const char16_t* shortcutPath) {
 HRESULT CKELAppNameList::GetExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
                                                BOOL* pFound) {
   constexpr char16_t kName[] = u"CKELAppNameList::GetExcludeAppNameList";
-  WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
-  KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(searchWord, excludeList, pFound));
+  KEL_RETURN_IF_FAILED_TRACED(kName, EnterExclusionWalk(kName, searchWord, excludeList, pFound));
   *pFound = 0;
   BOOL flag = 0;
   // The records let go of the lock for their installed checks; the lists

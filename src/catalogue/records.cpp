@@ -115,8 +115,7 @@ RecordRef<CKELMetroApp> CKELMetroApp::Create(const char16_t* displayName, const 
 HRESULT CKELMetroApp::AddToExcludeAppNameList(const char16_t* searchWord, const WString* lowered,
                                               ExcludeAppNameList* excludeList, BOOL* pFound) {
   constexpr char16_t kName[] = u"CKELMetroApp::AddToExcludeAppNameList";
-  WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
-  KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(searchWord, excludeList, pFound));
+  KEL_RETURN_IF_FAILED_TRACED(kName, EnterExclusionWalk(kName, searchWord, excludeList, pFound));
   *pFound = 0;
   WString own;
   const WString* compared = WordToCompare(searchWord, lowered, own);
@@ -173,8 +172,7 @@ BOOL CKELDesktopApp::IsSameShortcut(const char16_t* path) const {
 HRESULT CKELDesktopApp::AddToExcludeAppNameList(const char16_t* searchWord, const WString* lowered,
                                                 ExcludeAppNameList* excludeList, BOOL* pFound) {
   constexpr char16_t kName[] = u"CKELDesktopApp::AddToExcludeAppNameList";
-  WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
-  KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(searchWord, excludeList, pFound));
+  KEL_RETURN_IF_FAILED_TRACED(kName, EnterExclusionWalk(kName, searchWord, excludeList, pFound));
   BOOL exists = 0;
   {
     // A file system query may be slow. The path is read without the lock:
@@ -313,8 +311,7 @@ HRESULT CKELPackage::AddAppNameToExcludeList(const char16_t* searchWord, const W
                                              ExcludeAppNameList* excludeList, BOOL* pFound,
                                              const WalkGeneration* walk) {
   constexpr char16_t kName[] = u"CKELPackage::AddAppNameToExcludeList";
-  WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
-  KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(searchWord, excludeList, pFound));
+  KEL_RETURN_IF_FAILED_TRACED(kName, EnterExclusionWalk(kName, searchWord, excludeList, pFound));
   BOOL installed = 1;
   {
     // The name is asked about from a copy: the record may be gone by the
