@@ -95,11 +95,11 @@ HRESULT CKELMonitorMode::GetMonitorMode(UINT* mode) {
   if (Succeeded(result)) result = visibilityObject->IsLauncherVisible(&launcher);
   if (Succeeded(result)) {
     if (launcher) {
-      *mode = kStartScreen;
+      *mode = StartScreen;
     } else if (visibility == platform::MAV_NO_APP_VISIBLE) {
-      *mode = kDesktop;
+      *mode = Desktop;
     } else if (visibility == platform::MAV_APP_VISIBLE) {
-      *mode = kStoreApp;
+      *mode = StoreApp;
     } else {
       result = E_FAIL;  // the shell does not know: the caller's value stays
     }
@@ -137,9 +137,9 @@ HRESULT CKELMonitorMode::SwitchToStartScreen() {
 HRESULT CKELMonitorMode::OpenAppSearchUI() {
   constexpr char16_t kName[] = u"CKELMonitorMode::OpenAppSearchUI";
   WriteDebugLog("%S IN\r\n", kName);
-  UINT mode = kDesktop;
+  UINT mode = Desktop;
   // A switch that failed is traced by itself; the search keys follow anyway.
-  if (Succeeded(GetMonitorMode(&mode)) && mode != kStartScreen) (void)SwitchToStartScreen();
+  if (Succeeded(GetMonitorMode(&mode)) && mode != StartScreen) (void)SwitchToStartScreen();
   CKELKeyEmulate::SendInput_Win_Q();
   bool seen = false;
   for (int pass = 0; pass < kSearchPanePolls && !seen; ++pass) {
