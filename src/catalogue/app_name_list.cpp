@@ -42,6 +42,20 @@ void TraceOverlongManifestPath(const char16_t* name) {
 thread_local const CKELAppNameList* t_BoundList = nullptr;
 thread_local std::uint64_t t_BoundGeneration = 0;
 
+// What Load and Save share around their work: the entry line and the path's
+// check first, the exit line with what `body` answers last, and
+// E_OUTOFMEMORY when memory runs out on the way.
+template <typename Body>
+[[nodiscard]] HRESULT FileOperation(const char16_t* name, const char16_t* path, Body body) {
+  WriteDebugLog("%S(%S) IN\r\n", name, path);
+  KEL_RETURN_IF_FAILED_TRACED(name, CheckStringArgument(path));
+  try {
+    return TraceExit(name, body());
+  } catch (const std::bad_alloc&) {
+    return TraceExit(name, E_OUTOFMEMORY);
+  }
+}
+
 }  // namespace
 
 CKELAppNameList::~CKELAppNameList() { Clear(); }
@@ -71,21 +85,16 @@ bool CKELAppNameList::IsStaleForThisThreadHeld() const {
 }
 
 HRESULT CKELAppNameList::Load(const char16_t* path) {
-  constexpr char16_t kName[] = u"CKELAppNameList::Load";
-  WriteDebugLog("%S(%S) IN\r\n", kName, path);
-  KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(path));
-  try {
+  return FileOperation(u"CKELAppNameList::Load", path, [&]() -> HRESULT {
     std::string bytes;
     HRESULT hr = Sys().ReadFileBytes(path, bytes);
-    if (Failed(hr)) return TraceExit(kName, hr);
+    if (Failed(hr)) return hr;
     xml::XmlReader reader;
     hr = reader.SetInput(bytes);
-    if (Failed(hr)) return TraceExit(kName, hr);
+    if (Failed(hr)) return hr;
     CatalogueLock lock(m_Lock);
-    return TraceExit(kName, ScanDocument(reader));
-  } catch (const std::bad_alloc&) {
-    return TraceExit(kName, E_OUTOFMEMORY);
-  }
+    return ScanDocument(reader);
+  });
 }
 
 HRESULT CKELAppNameList::ScanDocument(xml::XmlReader& reader) {
@@ -157,17 +166,14 @@ HRESULT CKELAppNameList::ReadDesktopAppsHeld(xml::XmlReader* reader) {
 }
 
 HRESULT CKELAppNameList::Save(const char16_t* path) {
-  constexpr char16_t kName[] = u"CKELAppNameList::Save";
-  WriteDebugLog("%S(%S) IN\r\n", kName, path);
-  KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(path));
-  try {
+  return FileOperation(u"CKELAppNameList::Save", path, [&]() -> HRESULT {
     xml::XmlWriter writer;
     HRESULT hr = writer.WriteStartDocument();
-    if (Failed(hr)) return TraceExit(kName, hr);
+    if (Failed(hr)) return hr;
     const std::lock_guard<std::mutex> saving(m_SaveLock);
     {
       CatalogueLock held(m_Lock);
-      if (IsStaleForThisThreadHeld()) return TraceExit(kName, E_ABORT);
+      if (IsStaleForThisThreadHeld()) return E_ABORT;
       // "Applications" stays open and the document is never ended: the file's
       // long-standing form, which every reader of it accepts.
       if (Succeeded(writer.WriteStartElement(nullptr, u"Applications", nullptr))) {
@@ -185,10 +191,8 @@ HRESULT CKELAppNameList::Save(const char16_t* path) {
     }  // the file is written without holding the catalogue
     hr = writer.Flush();
     if (Succeeded(hr)) hr = Sys().ReplaceFileAtomically(path, writer.Output());
-    return TraceExit(kName, hr);
-  } catch (const std::bad_alloc&) {
-    return TraceExit(kName, E_OUTOFMEMORY);
-  }
+    return hr;
+  });
 }
 
 void CKELAppNameList::Clear() {
