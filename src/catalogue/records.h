@@ -19,6 +19,7 @@
 #include <utility>
 
 #include "catalogue/exclude_list.h"
+#include "frame/non_copyable.h"
 #include "platform/platform.h"
 
 namespace kel {
@@ -67,11 +68,8 @@ class RecordRef {
   T* record_ = nullptr;
 };
 
-class CKELApp {
+class CKELApp : NonCopyable {
  public:
-  CKELApp(const CKELApp&) = delete;
-  CKELApp& operator=(const CKELApp&) = delete;
-
   [[nodiscard]] HRESULT AddToExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
                                                 BOOL* pFound) {
     return AddToExcludeAppNameList(searchWord, nullptr, excludeList, pFound);
@@ -210,15 +208,13 @@ struct WalkGeneration {
   std::uint64_t expected;
 };
 
-class CKELPackage {
+class CKELPackage : NonCopyable {
  public:
   // From the platform's package; a failing query throws PlatformError.
   explicit CKELPackage(platform::Package& package);
   // From stored values (the catalogue file).
   CKELPackage(const char16_t* packageFamilyName, PackageVersion version, BOOL needReserve, BOOL isInstalled);
   virtual ~CKELPackage();
-  CKELPackage(const CKELPackage&) = delete;
-  CKELPackage& operator=(const CKELPackage&) = delete;
 
   [[nodiscard]] BOOL IsThisPackage(const char16_t* packageFamilyName) const;
   // Takes over the reference `app` carries on every path.

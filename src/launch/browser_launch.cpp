@@ -4,6 +4,7 @@
 #include "frame/export_guard.h"
 #include "frame/exports.h"
 #include "frame/log.h"
+#include "frame/non_copyable.h"
 #include "frame/reg.h"
 #include "frame/trace_exit.h"
 #include "frame/wide.h"
@@ -61,7 +62,7 @@ constexpr LaunchValue kTileImmersiveActivation{.read = &CKELReg::GetCurrentTileI
 // Puts the browser's value back when the scope ends, however it ends: the
 // user's setting must not stay changed because something failed on the way.
 template <typename Restore>
-class RestoredAtEnd {
+class RestoredAtEnd : NonCopyable {
  public:
   explicit RestoredAtEnd(Restore restore) : restore_(restore) {}
   ~RestoredAtEnd() {
@@ -71,8 +72,6 @@ class RestoredAtEnd {
       // Only a trace line can fail here, and it must not take the host down.
     }
   }
-  RestoredAtEnd(const RestoredAtEnd&) = delete;
-  RestoredAtEnd& operator=(const RestoredAtEnd&) = delete;
 
  private:
   Restore restore_;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "frame/log.h"
+#include "frame/non_copyable.h"
 #include "frame/trace_exit.h"
 #include "launch/key_emulate.h"
 #include "platform/apartment.h"
@@ -21,11 +22,9 @@ constexpr DWORD kPollInterval = 100;
 // The app visibility object and the apartment it was made in, given back
 // through ReleaseIMetroMode: explicitly where the trace wants it, and on
 // every other way out, an exception's included.
-class AppVisibilityScope {
+class AppVisibilityScope : NonCopyable {
  public:
   AppVisibilityScope() = default;
-  AppVisibilityScope(const AppVisibilityScope&) = delete;
-  AppVisibilityScope& operator=(const AppVisibilityScope&) = delete;
   ~AppVisibilityScope() { Release(); }
 
   [[nodiscard]] HRESULT Create() {
