@@ -6,6 +6,7 @@
 #include "frame/exports.h"
 #include "frame/format.h"
 #include "frame/log.h"
+#include "frame/trace_exit.h"
 #include "frame/wide.h"
 #include "manifest/manifest_reader.h"
 #include "platform/platform.h"
@@ -41,6 +42,20 @@ void TraceOverlongManifestPath(const char16_t* name) {
 thread_local const CKELAppNameList* t_BoundList = nullptr;
 thread_local std::uint64_t t_BoundGeneration = 0;
 
+// What Load and Save share around their work: the entry line and the path's
+// check first, the exit line with what `body` answers last, and
+// E_OUTOFMEMORY when memory runs out on the way.
+template <typename Body>
+[[nodiscard]] HRESULT FileOperation(const char16_t* name, const char16_t* path, Body body) {
+  WriteDebugLog("%S(%S) IN\r\n", name, path);
+  KEL_RETURN_IF_FAILED_TRACED(name, CheckStringArgument(path));
+  try {
+    return TraceExit(name, body());
+  } catch (const std::bad_alloc&) {
+    return TraceExit(name, E_OUTOFMEMORY);
+  }
+}
+
 }  // namespace
 
 CKELAppNameList::~CKELAppNameList() { Clear(); }
@@ -70,22 +85,16 @@ bool CKELAppNameList::IsStaleForThisThreadHeld() const {
 }
 
 HRESULT CKELAppNameList::Load(const char16_t* path) {
-  constexpr char16_t kName[] = u"CKELAppNameList::Load";
-  WriteDebugLog("%S(%S) IN\r\n", kName, path);
-  if (path == nullptr) return TraceExit(kName, E_POINTER);
-  if (path[0] == 0) return TraceExit(kName, E_INVALIDARG);
-  try {
+  return FileOperation(u"CKELAppNameList::Load", path, [&]() -> HRESULT {
     std::string bytes;
     HRESULT hr = Sys().ReadFileBytes(path, bytes);
-    if (Failed(hr)) return TraceExit(kName, hr);
+    if (Failed(hr)) return hr;
     xml::XmlReader reader;
     hr = reader.SetInput(bytes);
-    if (Failed(hr)) return TraceExit(kName, hr);
+    if (Failed(hr)) return hr;
     CatalogueLock lock(m_Lock);
-    return TraceExit(kName, ScanDocument(reader));
-  } catch (const std::bad_alloc&) {
-    return TraceExit(kName, E_OUTOFMEMORY);
-  }
+    return ScanDocument(reader);
+  });
 }
 
 HRESULT CKELAppNameList::ScanDocument(xml::XmlReader& reader) {
@@ -157,18 +166,14 @@ HRESULT CKELAppNameList::ReadDesktopAppsHeld(xml::XmlReader* reader) {
 }
 
 HRESULT CKELAppNameList::Save(const char16_t* path) {
-  constexpr char16_t kName[] = u"CKELAppNameList::Save";
-  WriteDebugLog("%S(%S) IN\r\n", kName, path);
-  if (path == nullptr) return TraceExit(kName, E_POINTER);
-  if (path[0] == 0) return TraceExit(kName, E_INVALIDARG);
-  try {
+  return FileOperation(u"CKELAppNameList::Save", path, [&]() -> HRESULT {
     xml::XmlWriter writer;
     HRESULT hr = writer.WriteStartDocument();
-    if (Failed(hr)) return TraceExit(kName, hr);
+    if (Failed(hr)) return hr;
     const std::lock_guard<std::mutex> saving(m_SaveLock);
     {
       CatalogueLock held(m_Lock);
-      if (IsStaleForThisThreadHeld()) return TraceExit(kName, E_ABORT);
+      if (IsStaleForThisThreadHeld()) return E_ABORT;
       // "Applications" stays open and the document is never ended: the file's
       // long-standing form, which every reader of it accepts.
       if (Succeeded(writer.WriteStartElement(nullptr, u"Applications", nullptr))) {
@@ -186,10 +191,8 @@ HRESULT CKELAppNameList::Save(const char16_t* path) {
     }  // the file is written without holding the catalogue
     hr = writer.Flush();
     if (Succeeded(hr)) hr = Sys().ReplaceFileAtomically(path, writer.Output());
-    return TraceExit(kName, hr);
-  } catch (const std::bad_alloc&) {
-    return TraceExit(kName, E_OUTOFMEMORY);
-  }
+    return hr;
+  });
 }
 
 void CKELAppNameList::Clear() {
@@ -404,9 +407,7 @@ BOOL CKELAppNameList::IsInDesktopAppListHeld(const char16_t* shortcutPath) {
 HRESULT CKELAppNameList::GetExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
                                                BOOL* pFound) {
   constexpr char16_t kName[] = u"CKELAppNameList::GetExcludeAppNameList";
-  WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
-  if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return TraceExit(kName, E_POINTER);
-  if (searchWord[0] == 0) return TraceExit(kName, E_INVALIDARG);
+  KEL_RETURN_IF_FAILED_TRACED(kName, EnterExclusionWalk(kName, searchWord, excludeList, pFound));
   *pFound = 0;
   BOOL flag = 0;
   // The records let go of the lock for their installed checks; the lists
@@ -414,16 +415,7 @@ HRESULT CKELAppNameList::GetExcludeAppNameList(const char16_t* searchWord, Exclu
   // The word is lower-cased once for the whole walk; without the memory for
   // that, each record tries on its own as it always has.
   WString lowered;
-  const bool haveLowered = [&]() noexcept {
-    try {
-      lowered = searchWord;
-    } catch (...) {
-      return false;
-    }
-    LowerInPlace(lowered);
-    return true;
-  }();
-  const WString* word = haveLowered ? &lowered : nullptr;
+  const WString* word = TryLoweredCopy(searchWord, lowered) ? &lowered : nullptr;
   CatalogueLock lock(m_Lock);
   // Positions are indexes: the lists may grow (and move) while a record has
   // let go of the lock. Each record's own result is only traced.

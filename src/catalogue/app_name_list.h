@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "catalogue/records.h"
+#include "frame/non_copyable.h"
 
 namespace kel {
 
@@ -15,11 +16,9 @@ namespace xml {
 class XmlReader;
 }  // namespace xml
 
-class CKELAppNameList {
+class CKELAppNameList : NonCopyable {
  public:
   CKELAppNameList() = default;
-  CKELAppNameList(const CKELAppNameList&) = delete;
-  CKELAppNameList& operator=(const CKELAppNameList&) = delete;
   virtual ~CKELAppNameList();
 
   [[nodiscard]] HRESULT Load(const char16_t* path);
@@ -42,12 +41,10 @@ class CKELAppNameList {
   // (E_ABORT), and nothing it still holds from before is touched. A refresh
   // pass binds itself this way, so a pass that outlives its stop cannot
   // reach the records of the next start.
-  class ThreadBinding {
+  class ThreadBinding : NonCopyable {
    public:
     ThreadBinding(const CKELAppNameList& list, std::uint64_t generation);
     ~ThreadBinding();
-    ThreadBinding(const ThreadBinding&) = delete;
-    ThreadBinding& operator=(const ThreadBinding&) = delete;
 
    private:
     const CKELAppNameList* previousList_;

@@ -9,14 +9,14 @@
 
 #include <mutex>
 
+#include "frame/non_copyable.h"
+
 namespace kel {
 
-class CatalogueLock {
+class CatalogueLock : NonCopyable {
  public:
   explicit CatalogueLock(std::mutex& mutex);
   ~CatalogueLock();
-  CatalogueLock(const CatalogueLock&) = delete;
-  CatalogueLock& operator=(const CatalogueLock&) = delete;
 
  private:
   std::unique_lock<std::mutex> lock_;
@@ -24,12 +24,10 @@ class CatalogueLock {
 };
 
 // Releases the lock this thread holds, if any, for its scope.
-class CatalogueUnlocked {
+class CatalogueUnlocked : NonCopyable {
  public:
   CatalogueUnlocked();
   ~CatalogueUnlocked();
-  CatalogueUnlocked(const CatalogueUnlocked&) = delete;
-  CatalogueUnlocked& operator=(const CatalogueUnlocked&) = delete;
 
  private:
   std::unique_lock<std::mutex>* held_;

@@ -17,6 +17,8 @@
 #include <vector>
 
 #include "catalogue/record_text.h"
+#include "frame/log.h"
+#include "frame/trace_exit.h"
 #include "platform/types.h"
 
 namespace kel {
@@ -108,6 +110,15 @@ class ExcludeAppNameList {
 // The list's AddUnique, under the name the records use.
 [[nodiscard]] inline HRESULT AddUniqueName(ExcludeAppNameList& list, const WString& name) {
   return list.AddUnique(name);
+}
+
+// The entry line and the argument check every step of an exclusion walk
+// opens with: E_POINTER for a missing argument, E_INVALIDARG for an empty
+// word.
+[[nodiscard]] inline HRESULT EnterExclusionWalk(const char16_t* name, const char16_t* searchWord,
+                                                const ExcludeAppNameList* excludeList, const BOOL* pFound) {
+  WriteDebugLog("%S(%S) IN\r\n", name, searchWord);
+  return CheckStringArgument(searchWord, excludeList, pFound);
 }
 
 }  // namespace kel

@@ -1,6 +1,7 @@
 // The records' part of the app name list file: each record writes its own
 // element and reads itself back from the reader positioned on its start tag.
 #include <cstdlib>
+#include <initializer_list>
 #include <memory>
 #include <new>
 #include <vector>
@@ -21,17 +22,25 @@ using xml::XmlWriter;
 
 bool NameIs(std::u16string_view name, std::u16string_view wanted) { return EqualsIgnoreCase(name, wanted); }
 
-// Reads "%d" as the runtime's scanner does: a value that does not parse
-// leaves the preset untouched.
-int ScanInt(std::u16string_view text, int preset) {
-  std::size_t i = 0;
+// Reads one "%d" as the runtime's scanner does, from `i` on, and moves `i`
+// past it: white space, a sign, then digits, wrapping as unsigned. False when
+// no digit follows the sign.
+bool ScanNumber(std::u16string_view text, std::size_t& i, std::uint32_t& value) {
   while (i < text.size() && (text[i] == u' ' || (text[i] >= u'\t' && text[i] <= u'\r'))) ++i;
   bool negative = false;
   if (i < text.size() && (text[i] == u'+' || text[i] == u'-')) negative = text[i++] == u'-';
-  if (i >= text.size() || text[i] < u'0' || text[i] > u'9') return preset;
-  std::uint32_t value = 0;
+  if (i >= text.size() || text[i] < u'0' || text[i] > u'9') return false;
+  value = 0;
   for (; i < text.size() && text[i] >= u'0' && text[i] <= u'9'; ++i) value = value * 10 + (text[i] - u'0');
-  return static_cast<int>(negative ? 0u - value : value);
+  if (negative) value = 0u - value;
+  return true;
+}
+
+// Reads "%d": a value that does not parse leaves the preset untouched.
+int ScanInt(std::u16string_view text, int preset) {
+  std::size_t i = 0;
+  std::uint32_t value = 0;
+  return ScanNumber(text, i, value) ? static_cast<int>(value) : preset;
 }
 
 // Reads "%hu.%hu.%hu.%hu": parts after the first that does not parse stay 0.
@@ -43,13 +52,9 @@ PackageVersion ScanVersion(std::u16string_view text) {
       if (i >= text.size() || text[i] != u'.') break;
       ++i;
     }
-    while (i < text.size() && (text[i] == u' ' || (text[i] >= u'\t' && text[i] <= u'\r'))) ++i;
-    bool negative = false;
-    if (i < text.size() && (text[i] == u'+' || text[i] == u'-')) negative = text[i++] == u'-';
-    if (i >= text.size() || text[i] < u'0' || text[i] > u'9') break;
     std::uint32_t value = 0;
-    for (; i < text.size() && text[i] >= u'0' && text[i] <= u'9'; ++i) value = value * 10 + (text[i] - u'0');
-    parts[part] = static_cast<WORD>(negative ? 0u - value : value);
+    if (!ScanNumber(text, i, value)) break;
+    parts[part] = static_cast<WORD>(value);
   }
   PackageVersion version;
   version.Major = parts[0];
@@ -101,8 +106,61 @@ Position Current(XmlReader& reader) {
   return position;
 }
 
+// An attribute an application keeps as text, and where it goes.
+struct TextAttribute {
+  const char16_t* name;
+  std::u16string_view* value;
+};
+
+// Keeps `value` where the text attribute called `name` goes; false when none
+// of `texts` is called that.
+bool KeepText(std::u16string_view name, std::u16string_view value, std::initializer_list<TextAttribute> texts) {
+  for (const TextAttribute& text : texts) {
+    if (NameIs(name, text.name)) {
+      *text.value = value;
+      return true;
+    }
+  }
+  return false;
+}
+
+// Reads the application element the reader is on into a new record: `take`
+// keeps what it needs of each attribute, then `create` makes the record of
+// it.
+template <typename App, typename TakeAttribute, typename Create>
+[[nodiscard]] HRESULT ReadApp(const char16_t* name, XmlReader* reader, App** ppApp, TakeAttribute take, Create create) {
+  WriteDebugLog("%S IN\r\n", name);
+  if (reader == nullptr || ppApp == nullptr) return TraceExit(name, E_POINTER);
+  const HRESULT hr = WalkAttributes(*reader, take);
+  if (Failed(hr)) return TraceExit(name, hr);
+  try {
+    *ppApp = create().release();
+  } catch (const std::bad_alloc&) {
+    return TraceExit(name, E_OUTOFMEMORY);
+  }
+  return TraceExit(name, hr);
+}
+
 [[nodiscard]] HRESULT WriteAttribute(XmlWriter& writer, const char16_t* name, std::u16string_view value) {
   return writer.WriteAttributeString(nullptr, name, nullptr, value);
+}
+
+struct Attribute {
+  const char16_t* name;
+  std::u16string_view value;  // empty: the attribute is left out
+};
+
+// One application element with those of its attributes that have a value,
+// in the order given. A failed attribute shows in the element's end, which
+// the caller checks.
+[[nodiscard]] HRESULT WriteAppElement(XmlWriter& writer, const char16_t* element,
+                                      std::initializer_list<Attribute> attributes) {
+  const HRESULT hr = writer.WriteStartElement(nullptr, element, nullptr);
+  if (Failed(hr)) return hr;
+  for (const Attribute& attribute : attributes) {
+    if (!attribute.value.empty()) (void)WriteAttribute(writer, attribute.name, attribute.value);
+  }
+  return writer.WriteEndElement();
 }
 
 }  // namespace
@@ -111,30 +169,25 @@ Position Current(XmlReader& reader) {
 
 HRESULT CKELMetroApp::ToXmlNode(XmlWriter* writer) const {
   if (writer == nullptr) return E_POINTER;
-  const HRESULT hr = writer->WriteStartElement(nullptr, u"MetroApp", nullptr);
-  if (Failed(hr)) return hr;
-  // A failed attribute shows in the element's end, which the caller checks.
-  if (!DisplayName().empty()) (void)WriteAttribute(*writer, u"DisplayName", DisplayName());
-  if (!ShortName().empty()) (void)WriteAttribute(*writer, u"ShortName", ShortName());
-  if (!RubyDisplayName().empty()) (void)WriteAttribute(*writer, u"RubyDisplayName", RubyDisplayName());
-  if (!RubyShortName().empty()) (void)WriteAttribute(*writer, u"RubyShortName", RubyShortName());
-  return writer->WriteEndElement();
+  return WriteAppElement(*writer, u"MetroApp",
+                         {{u"DisplayName", DisplayName()},
+                          {u"ShortName", ShortName()},
+                          {u"RubyDisplayName", RubyDisplayName()},
+                          {u"RubyShortName", RubyShortName()}});
 }
 
 HRESULT CKELDesktopApp::ToXmlNode(XmlWriter* writer) const {
   if (writer == nullptr) return E_POINTER;
   if (!NeedReserve && !IsInstalled) return S_FALSE;  // a vanished, unreserved shortcut is dropped
-  const HRESULT hr = writer->WriteStartElement(nullptr, u"DesktopApp", nullptr);
-  if (Failed(hr)) return hr;
-  // A failed attribute shows in the element's end, which the caller checks.
-  if (!DisplayName().empty()) (void)WriteAttribute(*writer, u"DisplayName", DisplayName());
-  if (!LnkFileName().empty()) (void)WriteAttribute(*writer, u"LnkFileName", LnkFileName());
-  if (!LocalizeName().empty()) (void)WriteAttribute(*writer, u"LocalizeName", LocalizeName());
-  if (!RubyDisplayName().empty()) (void)WriteAttribute(*writer, u"RubyDisplayName", RubyDisplayName());
-  if (NeedReserve) (void)WriteAttribute(*writer, u"NeedReserve", u"1");
-  if (!IsInstalled) (void)WriteAttribute(*writer, u"IsInstalled", u"0");
-  if (IsDualMode) (void)WriteAttribute(*writer, u"IsDualMode", u"1");
-  return writer->WriteEndElement();
+  // The flags are written only where they differ from what a reader assumes.
+  return WriteAppElement(*writer, u"DesktopApp",
+                         {{u"DisplayName", DisplayName()},
+                          {u"LnkFileName", LnkFileName()},
+                          {u"LocalizeName", LocalizeName()},
+                          {u"RubyDisplayName", RubyDisplayName()},
+                          {u"NeedReserve", NeedReserve ? u"1" : u""},
+                          {u"IsInstalled", IsInstalled ? u"" : u"0"},
+                          {u"IsDualMode", IsDualMode ? u"1" : u""}});
 }
 
 HRESULT CKELPackage::ToXmlNode(XmlWriter* writer) const {
@@ -162,48 +215,36 @@ HRESULT CKELPackage::ToXmlNode(XmlWriter* writer) const {
 // --- reading -----------------------------------------------------------------
 
 HRESULT CKELMetroApp::FromXmlNode(XmlReader* reader, CKELMetroApp** ppApp) {
-  constexpr char16_t kName[] = u"CKELMetroApp::FromXmlNode";
-  WriteDebugLog("%S IN\r\n", kName);
-  if (reader == nullptr || ppApp == nullptr) return TraceExit(kName, E_POINTER);
   // The values stay where the reader holds them until the record, which
   // needs their lengths first, copies them into its one block.
   std::u16string_view displayName, shortName, rubyDisplayName, rubyShortName;
-  const HRESULT hr = WalkAttributes(*reader, [&](std::u16string_view name, std::u16string_view value) {
-    if (NameIs(name, u"DisplayName")) {
-      displayName = value;
-    } else if (NameIs(name, u"ShortName")) {
-      shortName = value;
-    } else if (NameIs(name, u"RubyDisplayName")) {
-      rubyDisplayName = value;
-    } else if (NameIs(name, u"RubyShortName")) {
-      rubyShortName = value;
-    }
-  });
-  if (Failed(hr)) return TraceExit(kName, hr);
-  try {
-    *ppApp = Create(displayName, shortName, rubyDisplayName, rubyShortName).release();
-  } catch (const std::bad_alloc&) {
-    return TraceExit(kName, E_OUTOFMEMORY);
-  }
-  return TraceExit(kName, hr);
+  const auto take = [&](std::u16string_view name, std::u16string_view value) {
+    (void)KeepText(name, value,
+                   {{u"DisplayName", &displayName},
+                    {u"ShortName", &shortName},
+                    {u"RubyDisplayName", &rubyDisplayName},
+                    {u"RubyShortName", &rubyShortName}});
+  };
+  return ReadApp(u"CKELMetroApp::FromXmlNode", reader, ppApp, take,
+                 [&] { return Create(displayName, shortName, rubyDisplayName, rubyShortName); });
 }
 
 HRESULT CKELDesktopApp::FromXmlNode(XmlReader* reader, CKELDesktopApp** ppApp) {
   constexpr char16_t kName[] = u"CKELDesktopApp::FromXmlNode";
-  WriteDebugLog("%S IN\r\n", kName);
-  if (reader == nullptr || ppApp == nullptr) return TraceExit(kName, E_POINTER);
   int needReserve = 0, isInstalled = 1, isDualMode = 0;
   // The values stay where the reader holds them (an expanded path in this
   // frame) until the record, which needs their lengths first, copies them
   // into its one block.
   std::u16string_view displayName, lnkFileName, localizeName, rubyDisplayName;
   char16_t expanded[kMaxPath];
-  const HRESULT hr = WalkAttributes(*reader, [&](std::u16string_view name, std::u16string_view value) {
-    if (NameIs(name, u"DisplayName")) {
-      displayName = value;
-    } else if (NameIs(name, u"LocalizeName")) {
-      localizeName = value;
-    } else if (NameIs(name, u"NeedReserve")) {
+  const auto take = [&](std::u16string_view name, std::u16string_view value) {
+    if (KeepText(name, value,
+                 {{u"DisplayName", &displayName},
+                  {u"LocalizeName", &localizeName},
+                  {u"RubyDisplayName", &rubyDisplayName}})) {
+      return;
+    }
+    if (NameIs(name, u"NeedReserve")) {
       needReserve = ScanInt(value, 1);
     } else if (NameIs(name, u"LnkFileName")) {
       // Environment references are expanded; a value whose expansion does
@@ -219,23 +260,16 @@ HRESULT CKELDesktopApp::FromXmlNode(XmlReader* reader, CKELDesktopApp** ppApp) {
         WriteDebugLog("%S LnkFileName longer than %d characters once expanded, kept as stored\r\n", kName,
                       static_cast<int>(kMaxPath - 1));
       }
-    } else if (NameIs(name, u"RubyDisplayName")) {
-      rubyDisplayName = value;
     } else if (NameIs(name, u"IsInstalled")) {
       isInstalled = ScanInt(value, 1);
     } else if (NameIs(name, u"IsDualMode")) {
       isDualMode = ScanInt(value, 0);
     }
+  };
+  return ReadApp(kName, reader, ppApp, take, [&] {
+    return Create(displayName, lnkFileName, localizeName, rubyDisplayName, needReserve != 0, isInstalled != 0,
+                  isDualMode != 0);
   });
-  if (Failed(hr)) return TraceExit(kName, hr);
-  try {
-    *ppApp = Create(displayName, lnkFileName, localizeName, rubyDisplayName, needReserve != 0, isInstalled != 0,
-                    isDualMode != 0)
-                 .release();
-  } catch (const std::bad_alloc&) {
-    return TraceExit(kName, E_OUTOFMEMORY);
-  }
-  return TraceExit(kName, hr);
 }
 
 HRESULT CKELPackage::FromXmlNode(XmlReader* reader, CKELPackage** ppPackage) {

@@ -6,6 +6,7 @@
 #include "catalogue/catalogue_lock.h"
 #include "frame/exports.h"
 #include "frame/log.h"
+#include "frame/trace_exit.h"
 #include "frame/wide.h"
 
 namespace kel {
@@ -15,28 +16,43 @@ std::u16string_view ViewOf(const char16_t* text) {
   return text == nullptr ? std::u16string_view() : std::u16string_view(text, WideLength(text));
 }
 
-// The search word's lower-cased copy for the exclusion walk; false when the
-// copy cannot be had, which the walk answers with E_OUTOFMEMORY.
-[[nodiscard]] bool LoweredWord(const char16_t* searchWord, WString& word) noexcept {
-  try {
-    word = searchWord;
-  } catch (...) {
-    return false;
-  }
-  LowerInPlace(word);
-  return true;
-}
-
 // The word as the walk compares it: the caller's lower-cased copy when it
-// made one, else one of this call's own (`own`); null when none can be had.
+// made one, else one of this call's own (`own`); null when none can be had,
+// which the walk answers with E_OUTOFMEMORY.
 const WString* WordToCompare(const char16_t* searchWord, const WString* lowered, WString& own) noexcept {
   if (lowered != nullptr) return lowered;
-  return LoweredWord(searchWord, own) ? &own : nullptr;
+  return TryLoweredCopy(searchWord, own) ? &own : nullptr;
 }
 
 bool Contains(std::u16string_view part, std::u16string_view whole) {
   return CKELApp::IsSubStrNoOrder(part.data(), whole.data()) != 0;
 }
+
+// One app's names matched against the search word.
+struct NameMatch {
+  const CKELApp& app;
+  std::u16string_view word;
+  ExcludeAppNameList& excludeList;
+  BOOL& found;
+  // The list's answer for the last name excluded (S_OK before any); a
+  // failure ends the match.
+  HRESULT result = S_OK;
+
+  // A name that holds every piece of the word is the app the word means when
+  // the word holds every piece of it back; otherwise the name is excluded, as
+  // it is when its reading holds the word.
+  void Add(const RecordText& name, const RecordText& reading) {
+    if (Contains(word, name)) {
+      if (Contains(name, word)) {
+        found = 1;
+      } else {
+        result = excludeList.AddUnique(app, name);
+        if (Failed(result)) return;
+      }
+    }
+    if (!reading.empty() && Contains(word, reading)) result = excludeList.AddUnique(app, name);
+  }
+};
 
 // A failed query of the platform's package, raised as the platform raises
 // it: its own code and its own text for that code.
@@ -96,17 +112,10 @@ RecordRef<CKELMetroApp> CKELMetroApp::Create(const char16_t* displayName, const 
   return Create(ViewOf(displayName), ViewOf(shortName), ViewOf(rubyDisplayName), ViewOf(rubyShortName));
 }
 
-HRESULT CKELMetroApp::AddToExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
-                                              BOOL* pFound) {
-  return AddToExcludeAppNameList(searchWord, nullptr, excludeList, pFound);
-}
-
 HRESULT CKELMetroApp::AddToExcludeAppNameList(const char16_t* searchWord, const WString* lowered,
                                               ExcludeAppNameList* excludeList, BOOL* pFound) {
   constexpr char16_t kName[] = u"CKELMetroApp::AddToExcludeAppNameList";
-  WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
-  if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return TraceExit(kName, E_POINTER);
-  if (searchWord[0] == 0) return TraceExit(kName, E_INVALIDARG);
+  KEL_RETURN_IF_FAILED_TRACED(kName, EnterExclusionWalk(kName, searchWord, excludeList, pFound));
   *pFound = 0;
   WString own;
   const WString* compared = WordToCompare(searchWord, lowered, own);
@@ -114,37 +123,15 @@ HRESULT CKELMetroApp::AddToExcludeAppNameList(const char16_t* searchWord, const 
   const std::u16string_view word(*compared);
   const RecordText displayName = DisplayName();
   const RecordText shortName = ShortName();
-  HRESULT result = S_OK;
   // An app whose display name is the word itself adds nothing and is not
   // counted as found: its short name is not looked at either.
   if (displayName.empty() || EqualsIgnoreCase(displayName.c_str(), compared->c_str())) {
-    return TraceExit(kName, result);
+    return TraceExit(kName, S_OK);
   }
-
-  if (Contains(word, displayName)) {
-    if (Contains(displayName, word)) {
-      *pFound = 1;
-    } else {
-      result = excludeList->AddUnique(*this, displayName);
-      if (Failed(result)) return TraceExit(kName, result);
-    }
-  }
-  const RecordText rubyDisplayName = RubyDisplayName();
-  if (!rubyDisplayName.empty() && Contains(word, rubyDisplayName)) result = excludeList->AddUnique(*this, displayName);
-  if (Succeeded(result) && !shortName.empty()) {
-    if (Contains(word, shortName)) {
-      if (Contains(shortName, word)) {
-        *pFound = 1;
-      } else {
-        result = excludeList->AddUnique(*this, shortName);
-      }
-    }
-    const RecordText rubyShortName = RubyShortName();
-    if (Succeeded(result) && !rubyShortName.empty() && Contains(word, rubyShortName)) {
-      result = excludeList->AddUnique(*this, shortName);
-    }
-  }
-  return TraceExit(kName, result);
+  NameMatch match{*this, word, *excludeList, *pFound};
+  match.Add(displayName, RubyDisplayName());
+  if (Succeeded(match.result) && !shortName.empty()) match.Add(shortName, RubyShortName());
+  return TraceExit(kName, match.result);
 }
 
 CKELDesktopApp::CKELDesktopApp(const std::u16string_view (&texts)[kStrings], BOOL needReserve, BOOL isInstalled,
@@ -182,17 +169,10 @@ BOOL CKELDesktopApp::IsSameShortcut(const char16_t* path) const {
   return same;
 }
 
-HRESULT CKELDesktopApp::AddToExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
-                                                BOOL* pFound) {
-  return AddToExcludeAppNameList(searchWord, nullptr, excludeList, pFound);
-}
-
 HRESULT CKELDesktopApp::AddToExcludeAppNameList(const char16_t* searchWord, const WString* lowered,
                                                 ExcludeAppNameList* excludeList, BOOL* pFound) {
   constexpr char16_t kName[] = u"CKELDesktopApp::AddToExcludeAppNameList";
-  WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
-  if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return TraceExit(kName, E_POINTER);
-  if (searchWord[0] == 0) return TraceExit(kName, E_INVALIDARG);
+  KEL_RETURN_IF_FAILED_TRACED(kName, EnterExclusionWalk(kName, searchWord, excludeList, pFound));
   BOOL exists = 0;
   {
     // A file system query may be slow. The path is read without the lock:
@@ -209,26 +189,17 @@ HRESULT CKELDesktopApp::AddToExcludeAppNameList(const char16_t* searchWord, cons
   const WString* compared = WordToCompare(searchWord, lowered, own);
   if (compared == nullptr) return TraceExit(kName, E_OUTOFMEMORY);
   const std::u16string_view word(*compared);
-  HRESULT result = S_OK;
   const RecordText name = LocalizeName().empty() ? DisplayName() : LocalizeName();
-  if (name.empty()) return TraceExit(kName, result);
+  if (name.empty()) return TraceExit(kName, S_OK);
   // Unlike a Store app, a desktop app named exactly by the word counts as
   // found, unless it is marked dual-mode.
   if (EqualsIgnoreCase(name.c_str(), compared->c_str())) {
     if (!IsDualMode) *pFound = 1;
-    return TraceExit(kName, result);
+    return TraceExit(kName, S_OK);
   }
-  if (Contains(word, name)) {
-    if (Contains(name, word)) {
-      *pFound = 1;
-    } else {
-      result = excludeList->AddUnique(*this, name);
-      if (Failed(result)) return TraceExit(kName, result);
-    }
-  }
-  const RecordText rubyDisplayName = RubyDisplayName();
-  if (!rubyDisplayName.empty() && Contains(word, rubyDisplayName)) result = excludeList->AddUnique(*this, name);
-  return TraceExit(kName, result);
+  NameMatch match{*this, word, *excludeList, *pFound};
+  match.Add(name, RubyDisplayName());
+  return TraceExit(kName, match.result);
 }
 
 // --- packages ----------------------------------------------------------------
@@ -270,15 +241,7 @@ HRESULT CKELPackage::AddApplication(CKELMetroApp* app) {
   constexpr char16_t kName[] = u"CKELPackage::AddApplication";
   WriteDebugLog("%S IN\r\n", kName);
   if (app == nullptr) return TraceExit(kName, E_POINTER);
-  // Linked through the application itself: listing it cannot fail.
-  app->next_ = nullptr;
-  if (lastApp_ == nullptr) {
-    firstApp_ = app;
-  } else {
-    lastApp_->next_ = app;
-  }
-  lastApp_ = app;
-  ++appCount_;
+  Append(app);
   return TraceExit(kName, S_OK);
 }
 
@@ -291,16 +254,19 @@ HRESULT CKELPackage::AddApplication(const char16_t* displayName, const char16_t*
   } catch (...) {
     return TraceExit(kName, E_OUTOFMEMORY);
   }
-  CKELMetroApp* listed = app.release();
-  listed->next_ = nullptr;
-  if (lastApp_ == nullptr) {
-    firstApp_ = listed;
-  } else {
-    lastApp_->next_ = listed;
-  }
-  lastApp_ = listed;
-  ++appCount_;
+  Append(app.release());
   return TraceExit(kName, S_OK);
+}
+
+void CKELPackage::Append(CKELMetroApp* app) noexcept {
+  app->next_ = nullptr;
+  if (lastApp_ == nullptr) {
+    firstApp_ = app;
+  } else {
+    lastApp_->next_ = app;
+  }
+  lastApp_ = app;
+  ++appCount_;
 }
 
 void CKELPackage::ReleaseApplications() noexcept {
@@ -345,9 +311,7 @@ HRESULT CKELPackage::AddAppNameToExcludeList(const char16_t* searchWord, const W
                                              ExcludeAppNameList* excludeList, BOOL* pFound,
                                              const WalkGeneration* walk) {
   constexpr char16_t kName[] = u"CKELPackage::AddAppNameToExcludeList";
-  WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
-  if (searchWord == nullptr || excludeList == nullptr || pFound == nullptr) return TraceExit(kName, E_POINTER);
-  if (searchWord[0] == 0) return TraceExit(kName, E_INVALIDARG);
+  KEL_RETURN_IF_FAILED_TRACED(kName, EnterExclusionWalk(kName, searchWord, excludeList, pFound));
   BOOL installed = 1;
   {
     // The name is asked about from a copy: the record may be gone by the

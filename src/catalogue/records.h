@@ -19,6 +19,7 @@
 #include <utility>
 
 #include "catalogue/exclude_list.h"
+#include "frame/non_copyable.h"
 #include "platform/platform.h"
 
 namespace kel {
@@ -67,13 +68,16 @@ class RecordRef {
   T* record_ = nullptr;
 };
 
-class CKELApp {
+class CKELApp : NonCopyable {
  public:
-  CKELApp(const CKELApp&) = delete;
-  CKELApp& operator=(const CKELApp&) = delete;
-
-  [[nodiscard]] virtual HRESULT AddToExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
-                                                        BOOL* pFound) = 0;
+  [[nodiscard]] HRESULT AddToExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
+                                                BOOL* pFound) {
+    return AddToExcludeAppNameList(searchWord, nullptr, excludeList, pFound);
+  }
+  // The same with the word already lower-cased by the caller (`lowered`
+  // null: lower-cased here), so a walk over the catalogue does it once.
+  [[nodiscard]] virtual HRESULT AddToExcludeAppNameList(const char16_t* searchWord, const WString* lowered,
+                                                        ExcludeAppNameList* excludeList, BOOL* pFound) = 0;
   [[nodiscard]] virtual HRESULT ToXmlNode(xml::XmlWriter* writer) const = 0;
 
   // Whether every significant piece of `part` occurs in `whole`, in any order.
@@ -136,12 +140,9 @@ class CKELMetroApp final : public CKELApp {
   static RecordRef<CKELMetroApp> Create(const char16_t* displayName, const char16_t* shortName,
                                         const char16_t* rubyDisplayName, const char16_t* rubyShortName);
 
-  [[nodiscard]] HRESULT AddToExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
-                                                BOOL* pFound) override;
-  // The same with the word already lower-cased by the caller (`lowered`
-  // null: lower-cased here), so a walk over the catalogue does it once.
+  using CKELApp::AddToExcludeAppNameList;
   [[nodiscard]] HRESULT AddToExcludeAppNameList(const char16_t* searchWord, const WString* lowered,
-                                                ExcludeAppNameList* excludeList, BOOL* pFound);
+                                                ExcludeAppNameList* excludeList, BOOL* pFound) override;
   [[nodiscard]] HRESULT ToXmlNode(xml::XmlWriter* writer) const override;
   [[nodiscard]] static HRESULT FromXmlNode(xml::XmlReader* reader, CKELMetroApp** ppApp);
 
@@ -173,12 +174,9 @@ class CKELDesktopApp final : public CKELApp {
                                           const char16_t* localizeName, const char16_t* rubyDisplayName,
                                           BOOL needReserve, BOOL isInstalled, BOOL isDualMode);
 
-  [[nodiscard]] HRESULT AddToExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
-                                                BOOL* pFound) override;
-  // The same with the word already lower-cased by the caller (`lowered`
-  // null: lower-cased here), so a walk over the catalogue does it once.
+  using CKELApp::AddToExcludeAppNameList;
   [[nodiscard]] HRESULT AddToExcludeAppNameList(const char16_t* searchWord, const WString* lowered,
-                                                ExcludeAppNameList* excludeList, BOOL* pFound);
+                                                ExcludeAppNameList* excludeList, BOOL* pFound) override;
   [[nodiscard]] HRESULT ToXmlNode(xml::XmlWriter* writer) const override;
   [[nodiscard]] static HRESULT FromXmlNode(xml::XmlReader* reader, CKELDesktopApp** ppApp);
 
@@ -210,15 +208,13 @@ struct WalkGeneration {
   std::uint64_t expected;
 };
 
-class CKELPackage {
+class CKELPackage : NonCopyable {
  public:
   // From the platform's package; a failing query throws PlatformError.
   explicit CKELPackage(platform::Package& package);
   // From stored values (the catalogue file).
   CKELPackage(const char16_t* packageFamilyName, PackageVersion version, BOOL needReserve, BOOL isInstalled);
   virtual ~CKELPackage();
-  CKELPackage(const CKELPackage&) = delete;
-  CKELPackage& operator=(const CKELPackage&) = delete;
 
   [[nodiscard]] BOOL IsThisPackage(const char16_t* packageFamilyName) const;
   // Takes over the reference `app` carries on every path.
@@ -291,6 +287,8 @@ class CKELPackage {
   BOOL IsInstalled = 1;
 
  private:
+  // Lists the application last, linked through itself: it cannot fail.
+  void Append(CKELMetroApp* app) noexcept;
   void ReleaseApplications() noexcept;
 
   CKELMetroApp* firstApp_ = nullptr;

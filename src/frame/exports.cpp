@@ -93,8 +93,7 @@ extern "C" HRESULT KELAPI KelLaunchByPFNW(const char16_t* pszPackageFamilyName, 
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchByPFNW";
     WriteDebugLog("%S(%S, %d, %d) IN\r\n", kName, pszPackageFamilyName, dwMode, nOption);
-    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszPackageFamilyName));
-    if (dwMode > 2) return TraceExit(kName, E_INVALIDARG);
+    KEL_RETURN_IF_FAILED_TRACED(kName, CheckLaunchArguments(pszPackageFamilyName, dwMode));
     const char16_t* name = EffectivePFN(pszPackageFamilyName);
     char16_t* displayName = nullptr;
     const HRESULT lookup = ThePackageManager().GetAppDisplayNameByPFN(name, &displayName);

@@ -65,24 +65,46 @@ template <typename CallWide>
 
 bool IsEmpty(const char* text) { return text[0] == 0; }
 
-}  // namespace
-
-extern "C" HRESULT KELAPI KelLaunchByProtocolA(const char* pszProtocol) {
+// The narrow exports that take one string and nothing else.
+template <typename WideExport>
+[[nodiscard]] HRESULT ForwardString(const char16_t* name, const char* text, WideExport wideExport) {
   return GuardExport([&]() -> HRESULT {
-    constexpr char16_t kName[] = u"KelLaunchByProtocolA";
-    WriteDebugLog("%S(%s) IN\r\n", kName, pszProtocol);
-    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszProtocol));
-    return TraceExit(kName, ConvertAndCall(pszProtocol, [](const char16_t* w) { return KelLaunchByProtocolW(w); }));
+    WriteDebugLog("%S(%s) IN\r\n", name, text);
+    KEL_RETURN_IF_FAILED_TRACED(name, CheckStringArgument(text));
+    return TraceExit(name, ConvertAndCall(text, wideExport));
   });
 }
 
-extern "C" HRESULT KELAPI KelLaunchStoreA(const char* pszPackageFamilyName) {
+// The narrow launches that take a mode and an option beside their string.
+template <typename WideLaunch>
+[[nodiscard]] HRESULT ForwardLaunch(const char16_t* name, const char* text, DWORD mode, std::int32_t option,
+                                    WideLaunch wideLaunch) {
   return GuardExport([&]() -> HRESULT {
-    constexpr char16_t kName[] = u"KelLaunchStoreA";
-    WriteDebugLog("%S(%s) IN\r\n", kName, pszPackageFamilyName);
-    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszPackageFamilyName));
-    return TraceExit(kName, ConvertAndCall(pszPackageFamilyName, [](const char16_t* w) { return KelLaunchStoreW(w); }));
+    WriteDebugLog("%S(%s, %d, %d) IN\r\n", name, text, mode, option);
+    KEL_RETURN_IF_FAILED_TRACED(name, CheckLaunchArguments(text, mode));
+    return TraceExit(name, ConvertAndCall(text, [&](const char16_t* w) { return wideLaunch(w, mode, option); }));
   });
+}
+
+// Both release exports: a string the library handed out, wide or narrow,
+// came from the local heap.
+void ReleaseHostString(const char16_t* name, void* string) {
+  GuardVoidExport([&] {
+    WriteDebugLog("%S IN\r\n", name);
+    // The host's string is gone either way; a failed free has no one to tell.
+    if (string != nullptr) (void)platform::Current().LocalFree(string);
+    WriteDebugLog("%S OUT\r\n", name);
+  });
+}
+
+}  // namespace
+
+extern "C" HRESULT KELAPI KelLaunchByProtocolA(const char* pszProtocol) {
+  return ForwardString(u"KelLaunchByProtocolA", pszProtocol, KelLaunchByProtocolW);
+}
+
+extern "C" HRESULT KELAPI KelLaunchStoreA(const char* pszPackageFamilyName) {
+  return ForwardString(u"KelLaunchStoreA", pszPackageFamilyName, KelLaunchStoreW);
 }
 
 extern "C" HRESULT KELAPI KelIsInstalledA(const char* pszPackageFamilyName, BOOL* pIsInstalled) {
@@ -96,25 +118,11 @@ extern "C" HRESULT KELAPI KelIsInstalledA(const char* pszPackageFamilyName, BOOL
 }
 
 extern "C" HRESULT KELAPI KelLaunchBySearchA(const char* pszKeyword, DWORD dwMode, std::int32_t nOption) {
-  return GuardExport([&]() -> HRESULT {
-    constexpr char16_t kName[] = u"KelLaunchBySearchA";
-    WriteDebugLog("%S(%s, %d, %d) IN\r\n", kName, pszKeyword, dwMode, nOption);
-    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszKeyword));
-    if (dwMode > 2) return TraceExit(kName, E_INVALIDARG);
-    return TraceExit(
-        kName, ConvertAndCall(pszKeyword, [&](const char16_t* w) { return KelLaunchBySearchW(w, dwMode, nOption); }));
-  });
+  return ForwardLaunch(u"KelLaunchBySearchA", pszKeyword, dwMode, nOption, KelLaunchBySearchW);
 }
 
 extern "C" HRESULT KELAPI KelLaunchByPFNA(const char* pszPackageFamilyName, DWORD dwMode, std::int32_t nOption) {
-  return GuardExport([&]() -> HRESULT {
-    constexpr char16_t kName[] = u"KelLaunchByPFNA";
-    WriteDebugLog("%S(%s, %d, %d) IN\r\n", kName, pszPackageFamilyName, dwMode, nOption);
-    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszPackageFamilyName));
-    if (dwMode > 2) return TraceExit(kName, E_INVALIDARG);
-    return TraceExit(kName, ConvertAndCall(pszPackageFamilyName,
-                                           [&](const char16_t* w) { return KelLaunchByPFNW(w, dwMode, nOption); }));
-  });
+  return ForwardLaunch(u"KelLaunchByPFNA", pszPackageFamilyName, dwMode, nOption, KelLaunchByPFNW);
 }
 
 extern "C" HRESULT KELAPI KelLaunchBrowserByProtocolA(const char* pszUrl, DWORD dwAssociationMode) {
@@ -142,22 +150,6 @@ extern "C" HRESULT KELAPI KelLaunchByAppUserModelIdA(const char* pszAppUserModel
   });
 }
 
-extern "C" void KELAPI KelReleaseStringW(char16_t* pszString) {
-  GuardVoidExport([&] {
-    constexpr char16_t kName[] = u"KelReleaseStringW";
-    WriteDebugLog("%S IN\r\n", kName);
-    // The host's string is gone either way; a failed free has no one to tell.
-    if (pszString != nullptr) (void)platform::Current().LocalFree(pszString);
-    WriteDebugLog("%S OUT\r\n", kName);
-  });
-}
+extern "C" void KELAPI KelReleaseStringW(char16_t* pszString) { ReleaseHostString(u"KelReleaseStringW", pszString); }
 
-extern "C" void KELAPI KelReleaseStringA(char* pszString) {
-  GuardVoidExport([&] {
-    constexpr char16_t kName[] = u"KelReleaseStringA";
-    WriteDebugLog("%S IN\r\n", kName);
-    // The host's string is gone either way; a failed free has no one to tell.
-    if (pszString != nullptr) (void)platform::Current().LocalFree(pszString);
-    WriteDebugLog("%S OUT\r\n", kName);
-  });
-}
+extern "C" void KELAPI KelReleaseStringA(char* pszString) { ReleaseHostString(u"KelReleaseStringA", pszString); }

@@ -17,6 +17,15 @@ template <typename Char, typename... Out>
   return text[0] == 0 ? E_INVALIDARG : S_OK;
 }
 
+// The check of the launches that take a mode: their string as above, then
+// E_INVALIDARG for a mode past the last one (2).
+template <typename Char>
+[[nodiscard]] constexpr HRESULT CheckLaunchArguments(const Char* text, DWORD mode) noexcept {
+  const HRESULT checked = CheckStringArgument(text);
+  if (checked != S_OK) return checked;
+  return mode > 2 ? E_INVALIDARG : S_OK;
+}
+
 }  // namespace kel
 
 // Leaves the calling operation through TraceExit(name, ...) when

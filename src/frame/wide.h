@@ -71,4 +71,16 @@ inline void LowerInPlace(WString& text) {
   for (char16_t& c : text) c = AsciiLower(c);
 }
 
+// A lower-cased copy of `text` in `lowered`; false, with nothing thrown, when
+// the memory for the copy cannot be had.
+[[nodiscard]] inline bool TryLoweredCopy(const char16_t* text, WString& lowered) noexcept {
+  try {
+    lowered = text;
+  } catch (...) {
+    return false;
+  }
+  LowerInPlace(lowered);
+  return true;
+}
+
 }  // namespace kel

@@ -4,6 +4,7 @@
 #include "frame/export_guard.h"
 #include "frame/exports.h"
 #include "frame/log.h"
+#include "frame/non_copyable.h"
 #include "frame/reg.h"
 #include "frame/trace_exit.h"
 #include "frame/wide.h"
@@ -29,15 +30,39 @@ bool HasWebScheme(const char16_t* url) {
   return prefixIs(u"http:", 5) || prefixIs(u"https:", 6);
 }
 
-// What each mode writes: mode 0 stands for 2 in the association value but for
-// 0 in the tile value; mode 2 writes nothing.
-constexpr DWORD kAssociationValueOfMode[] = {2, 1};
-constexpr DWORD kTileValueOfMode[] = {0, 1};
+// A browser value a launch sets for its own duration: how it is read, set
+// and removed, what it reads as when absent, what modes 0 and 1 write (mode
+// 2 leaves it as it is), and whether the browser needs a while to read it
+// before it goes back.
+struct LaunchValue {
+  LONG (*read)(DWORD*);
+  bool (*write)(DWORD);
+  bool (*remove)();
+  DWORD absent;
+  DWORD valueOfMode[2];
+  bool waitBeforeRestore;
+};
+
+// Mode 0 stands for 2 in the association value but for 0 in the tile value.
+constexpr LaunchValue kAssociationMode{.read = &CKELReg::GetCurrentAssociationMode,
+                                       .write = &CKELReg::SetCurrentAssociationMode,
+                                       .remove = &CKELReg::DeleteAssociationMode,
+                                       .absent = 0,
+                                       .valueOfMode = {2, 1},
+                                       .waitBeforeRestore = true};
+// The tile value serves a search launch, which has taken its own time: the
+// value goes back at once.
+constexpr LaunchValue kTileImmersiveActivation{.read = &CKELReg::GetCurrentTileImmersiveActivation,
+                                               .write = &CKELReg::SetCurrentTileImmersiveActivation,
+                                               .remove = &CKELReg::DeleteTileImmersiveActivation,
+                                               .absent = 1,
+                                               .valueOfMode = {0, 1},
+                                               .waitBeforeRestore = false};
 
 // Puts the browser's value back when the scope ends, however it ends: the
 // user's setting must not stay changed because something failed on the way.
 template <typename Restore>
-class RestoredAtEnd {
+class RestoredAtEnd : NonCopyable {
  public:
   explicit RestoredAtEnd(Restore restore) : restore_(restore) {}
   ~RestoredAtEnd() {
@@ -47,12 +72,36 @@ class RestoredAtEnd {
       // Only a trace line can fail here, and it must not take the host down.
     }
   }
-  RestoredAtEnd(const RestoredAtEnd&) = delete;
-  RestoredAtEnd& operator=(const RestoredAtEnd&) = delete;
 
  private:
   Restore restore_;
 };
+
+// Runs `launch` with `value` set as `mode` wants it, and puts the value back
+// as it was found once the launch has ended (removed if it was absent); a
+// value that could not be read is left alone.
+template <typename Launch>
+[[nodiscard]] HRESULT LaunchWithValue(const LaunchValue& value, DWORD mode, Launch launch) {
+  DWORD current = value.absent;
+  const LONG readCode = value.read(&current);
+  bool changed = false;
+  const RestoredAtEnd restore([&] {
+    const bool putBack = readCode == ERROR_SUCCESS && changed;
+    if (!putBack && readCode != ERROR_FILE_NOT_FOUND) return;
+    if (value.waitBeforeRestore) platform::Current().Sleep(CKELReg::GetRestoreRegistryWaitTime());
+    if (putBack) {
+      value.write(current);
+    } else {
+      value.remove();
+    }
+  });
+  if ((readCode == ERROR_SUCCESS || readCode == ERROR_FILE_NOT_FOUND) && mode < 2 &&
+      current != value.valueOfMode[mode]) {
+    changed = true;
+    value.write(value.valueOfMode[mode]);
+  }
+  return launch();
+}
 
 }  // namespace
 
@@ -60,34 +109,10 @@ extern "C" HRESULT KELAPI KelLaunchBrowserByProtocolW(const char16_t* pszUrl, DW
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchBrowserByProtocolW";
     WriteDebugLog("%S(%S, %d) IN\r\n", kName, pszUrl, dwAssociationMode);
-    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszUrl));
-    if (dwAssociationMode > 2) return TraceExit(kName, E_INVALIDARG);
+    KEL_RETURN_IF_FAILED_TRACED(kName, CheckLaunchArguments(pszUrl, dwAssociationMode));
     if (!HasWebScheme(pszUrl)) return TraceExit(kName, E_INVALIDARG);
-
-    DWORD current = 0;  // an absent value reads as 0
-    const LONG readCode = CKELReg::GetCurrentAssociationMode(&current);
-    bool changed = false;
-    HRESULT result = S_OK;
-    {
-      // The wait gives the browser time to read the value before it goes
-      // back.
-      const RestoredAtEnd restore([&] {
-        if (readCode == ERROR_SUCCESS && changed) {
-          platform::Current().Sleep(CKELReg::GetRestoreRegistryWaitTime());
-          CKELReg::SetCurrentAssociationMode(current);
-        } else if (readCode == ERROR_FILE_NOT_FOUND) {
-          platform::Current().Sleep(CKELReg::GetRestoreRegistryWaitTime());
-          CKELReg::DeleteAssociationMode();
-        }
-      });
-      if ((readCode == ERROR_SUCCESS || readCode == ERROR_FILE_NOT_FOUND) && dwAssociationMode < 2 &&
-          current != kAssociationValueOfMode[dwAssociationMode]) {
-        changed = true;
-        CKELReg::SetCurrentAssociationMode(kAssociationValueOfMode[dwAssociationMode]);
-      }
-      result = KelLaunchByProtocolW(pszUrl);
-    }
-    return TraceExit(kName, result);
+    return TraceExit(
+        kName, LaunchWithValue(kAssociationMode, dwAssociationMode, [&] { return KelLaunchByProtocolW(pszUrl); }));
   });
 }
 
@@ -96,28 +121,8 @@ extern "C" HRESULT KELAPI KelLaunchIEBySearch(DWORD dwTileMode, DWORD dwSearchMo
     constexpr char16_t kName[] = u"KelLaunchIEBySearch";
     WriteDebugLog("%S(%d, %d, %d) IN\r\n", kName, dwTileMode, dwSearchMode, nOption);
     if (dwTileMode > 2 || dwSearchMode > 2) return TraceExit(kName, E_INVALIDARG);
-
-    DWORD current = 1;  // an absent value reads as 1
-    const LONG readCode = CKELReg::GetCurrentTileImmersiveActivation(&current);
-    bool changed = false;
-    HRESULT result = S_OK;
-    {
-      // The search launch has taken its own time: the value goes back at
-      // once.
-      const RestoredAtEnd restore([&] {
-        if (readCode == ERROR_SUCCESS && changed) {
-          CKELReg::SetCurrentTileImmersiveActivation(current);
-        } else if (readCode == ERROR_FILE_NOT_FOUND) {
-          CKELReg::DeleteTileImmersiveActivation();
-        }
-      });
-      if ((readCode == ERROR_SUCCESS || readCode == ERROR_FILE_NOT_FOUND) && dwTileMode < 2 &&
-          current != kTileValueOfMode[dwTileMode]) {
-        changed = true;
-        CKELReg::SetCurrentTileImmersiveActivation(kTileValueOfMode[dwTileMode]);
-      }
-      result = KelLaunchBySearchW(kInternetExplorer, dwSearchMode, nOption);
-    }
-    return TraceExit(kName, result);
+    return TraceExit(kName, LaunchWithValue(kTileImmersiveActivation, dwTileMode, [&] {
+                       return KelLaunchBySearchW(kInternetExplorer, dwSearchMode, nOption);
+                     }));
   });
 }

@@ -3,8 +3,10 @@
 #include <cstring>
 
 #include "frame/log.h"
+#include "frame/non_copyable.h"
 #include "frame/trace_exit.h"
 #include "frame/wide.h"
+#include "platform/handles.h"
 #include "platform/platform.h"
 
 namespace kel {
@@ -12,14 +14,12 @@ namespace kel {
 namespace {
 
 // The clipboard stays open for the scope, then is closed on every path.
-class OpenedClipboard {
+class OpenedClipboard : NonCopyable {
  public:
   explicit OpenedClipboard(platform::Platform& sys) : sys_(sys), open_(sys.OpenClipboard(nullptr) != 0) {}
   ~OpenedClipboard() {
     if (open_) (void)sys_.CloseClipboard();  // a destructor has no one to tell
   }
-  OpenedClipboard(const OpenedClipboard&) = delete;
-  OpenedClipboard& operator=(const OpenedClipboard&) = delete;
   [[nodiscard]] bool IsOpen() const { return open_; }
 
  private:
@@ -30,30 +30,23 @@ class OpenedClipboard {
 // A global block, freed when the scope ends: also after it was handed to the
 // clipboard, which is the library's long-standing behaviour and hosts rely on
 // it unchanged.
-class GlobalBlock {
- public:
-  GlobalBlock(platform::Platform& sys, Handle block) : sys_(sys), block_(block) {}
-  ~GlobalBlock() {
-    if (block_ != nullptr) (void)sys_.GlobalFree(block_);  // a destructor has no one to tell
-  }
-  GlobalBlock(const GlobalBlock&) = delete;
-  GlobalBlock& operator=(const GlobalBlock&) = delete;
-  [[nodiscard]] Handle Get() const { return block_; }
-
- private:
-  platform::Platform& sys_;
-  Handle block_;
+struct GlobalMemoryTraits {
+  using Value = Handle;
+  static Value Invalid() { return nullptr; }
+  static bool IsValid(Value v) { return v != nullptr; }
+  static void Close(Value v) { (void)platform::Current().GlobalFree(v); }
 };
+using GlobalBlock = platform::UniqueResource<GlobalMemoryTraits>;
 
 // Copies the text into a new block and hands it over; the clipboard is open.
 HRESULT HandOver(platform::Platform& sys, const char16_t* name, const char16_t* text) {
   const std::size_t length = WideLength(text);
-  const GlobalBlock block(sys, sys.GlobalAlloc(platform::GHND, (length + 1) * sizeof(char16_t)));
-  if (block.Get() == nullptr) {
+  const GlobalBlock block(sys.GlobalAlloc(platform::GHND, (length + 1) * sizeof(char16_t)));
+  if (!block) {
     WriteDebugLog("%S ERROR GlobalAlloc(GHND, szLen) Failed\r\n", name);
     return E_FAIL;
   }
-  void* locked = sys.GlobalLock(block.Get());
+  void* locked = sys.GlobalLock(block.get());
   if (locked == nullptr) {
     WriteDebugLog("%S ERROR GlobalLock(hg) Failed\r\n", name);
     return E_FAIL;
@@ -61,9 +54,9 @@ HRESULT HandOver(platform::Platform& sys, const char16_t* name, const char16_t* 
   std::memcpy(locked, text, (length + 1) * sizeof(char16_t));
   // Unlocking answers 0 once the last lock is gone, its normal result; an
   // emptying that failed shows in SetClipboardData's own answer below.
-  (void)sys.GlobalUnlock(block.Get());
+  (void)sys.GlobalUnlock(block.get());
   (void)sys.EmptyClipboard();
-  if (sys.SetClipboardData(platform::CF_UNICODETEXT, block.Get()) == nullptr) {
+  if (sys.SetClipboardData(platform::CF_UNICODETEXT, block.get()) == nullptr) {
     WriteDebugLog("%S ERROR SetClipboardData(CF_UNICODETEXT, hg) Failed. ErrCode = %d\r\n", name, sys.GetLastError());
   }
   return S_OK;

@@ -28,6 +28,16 @@ void Sequence(const char16_t* name, Steps steps) {
   WriteDebugLog("%S OUT\r\n", name);
 }
 
+// One key alone, pressed as an extended key and released.
+void Tap(const char16_t* name, WORD virtualKey) {
+  Sequence(name, [virtualKey] {
+    CKELKeyEmulate::Sendinput_Key(virtualKey, platform::KEYEVENTF_EXTENDEDKEY);
+    Sys().Sleep(50);
+    CKELKeyEmulate::Sendinput_Key(virtualKey, platform::KEYEVENTF_KEYUP);
+    Sys().Sleep(50);
+  });
+}
+
 }  // namespace
 
 void CKELKeyEmulate::Sendinput_Key(WORD virtualKey, DWORD flags) {
@@ -70,22 +80,8 @@ void CKELKeyEmulate::SendInput_Win_Q() {
   });
 }
 
-void CKELKeyEmulate::SendInput_Enter() {
-  Sequence(u"CKELKeyEmulate::SendInput_Enter", [] {
-    Sendinput_Key(kVkReturn, platform::KEYEVENTF_EXTENDEDKEY);
-    Sys().Sleep(50);
-    Sendinput_Key(kVkReturn, platform::KEYEVENTF_KEYUP);
-    Sys().Sleep(50);
-  });
-}
+void CKELKeyEmulate::SendInput_Enter() { Tap(u"CKELKeyEmulate::SendInput_Enter", kVkReturn); }
 
-void CKELKeyEmulate::Sendinput_Win() {
-  Sequence(u"CKELKeyEmulate::Sendinput_Win", [] {
-    Sendinput_Key(kVkLeftWindows, platform::KEYEVENTF_EXTENDEDKEY);
-    Sys().Sleep(50);
-    Sendinput_Key(kVkLeftWindows, platform::KEYEVENTF_KEYUP);
-    Sys().Sleep(50);
-  });
-}
+void CKELKeyEmulate::Sendinput_Win() { Tap(u"CKELKeyEmulate::Sendinput_Win", kVkLeftWindows); }
 
 }  // namespace kel

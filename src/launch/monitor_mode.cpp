@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "frame/log.h"
+#include "frame/non_copyable.h"
 #include "frame/trace_exit.h"
 #include "launch/key_emulate.h"
 #include "platform/apartment.h"
@@ -21,11 +22,9 @@ constexpr DWORD kPollInterval = 100;
 // The app visibility object and the apartment it was made in, given back
 // through ReleaseIMetroMode: explicitly where the trace wants it, and on
 // every other way out, an exception's included.
-class AppVisibilityScope {
+class AppVisibilityScope : NonCopyable {
  public:
   AppVisibilityScope() = default;
-  AppVisibilityScope(const AppVisibilityScope&) = delete;
-  AppVisibilityScope& operator=(const AppVisibilityScope&) = delete;
   ~AppVisibilityScope() { Release(); }
 
   [[nodiscard]] HRESULT Create() {
@@ -95,11 +94,11 @@ HRESULT CKELMonitorMode::GetMonitorMode(UINT* mode) {
   if (Succeeded(result)) result = visibilityObject->IsLauncherVisible(&launcher);
   if (Succeeded(result)) {
     if (launcher) {
-      *mode = kStartScreen;
+      *mode = StartScreen;
     } else if (visibility == platform::MAV_NO_APP_VISIBLE) {
-      *mode = kDesktop;
+      *mode = Desktop;
     } else if (visibility == platform::MAV_APP_VISIBLE) {
-      *mode = kStoreApp;
+      *mode = StoreApp;
     } else {
       result = E_FAIL;  // the shell does not know: the caller's value stays
     }
@@ -137,9 +136,9 @@ HRESULT CKELMonitorMode::SwitchToStartScreen() {
 HRESULT CKELMonitorMode::OpenAppSearchUI() {
   constexpr char16_t kName[] = u"CKELMonitorMode::OpenAppSearchUI";
   WriteDebugLog("%S IN\r\n", kName);
-  UINT mode = kDesktop;
+  UINT mode = Desktop;
   // A switch that failed is traced by itself; the search keys follow anyway.
-  if (Succeeded(GetMonitorMode(&mode)) && mode != kStartScreen) (void)SwitchToStartScreen();
+  if (Succeeded(GetMonitorMode(&mode)) && mode != StartScreen) (void)SwitchToStartScreen();
   CKELKeyEmulate::SendInput_Win_Q();
   bool seen = false;
   for (int pass = 0; pass < kSearchPanePolls && !seen; ++pass) {

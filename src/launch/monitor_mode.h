@@ -9,9 +9,8 @@ namespace kel {
 
 class CKELMonitorMode {
  public:
-  static constexpr UINT kDesktop = 0;
-  static constexpr UINT kStoreApp = 1;
-  static constexpr UINT kStartScreen = 2;
+  // What GetMonitorMode reports.
+  enum Mode : UINT { Desktop = 0, StoreApp = 1, StartScreen = 2 };
 
   // Initialises COM on this thread as a single-threaded apartment and creates
   // the shell's app visibility object. *needUninitialize tells the caller to

@@ -7,6 +7,7 @@
 #include "frame/exports.h"
 #include "frame/format.h"
 #include "frame/log.h"
+#include "frame/non_copyable.h"
 #include "frame/reg.h"
 #include "frame/trace_exit.h"
 #include "frame/version_test.h"
@@ -79,12 +80,10 @@ void ClearClipboard() {
 
 // Once the text may be on the clipboard it comes off again, however the
 // launch ends: the user's next paste must not bring back the query.
-class ClipboardClearedAtEnd {
+class ClipboardClearedAtEnd : NonCopyable {
  public:
   ClipboardClearedAtEnd() = default;
   ~ClipboardClearedAtEnd() { ClearClipboard(); }
-  ClipboardClearedAtEnd(const ClipboardClearedAtEnd&) = delete;
-  ClipboardClearedAtEnd& operator=(const ClipboardClearedAtEnd&) = delete;
 };
 
 }  // namespace
@@ -106,8 +105,7 @@ extern "C" HRESULT KELAPI KelLaunchBySearchW(const char16_t* pszKeyword, DWORD d
   return GuardExport([&]() -> HRESULT {
     constexpr char16_t kName[] = u"KelLaunchBySearchW";
     WriteDebugLog("%S(%S, %d, %d) IN\r\n", kName, pszKeyword, dwMode, nOption);
-    KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(pszKeyword));
-    if (dwMode > 2) return TraceExit(kName, E_INVALIDARG);
+    KEL_RETURN_IF_FAILED_TRACED(kName, CheckLaunchArguments(pszKeyword, dwMode));
     if (IsMessagingUnavailable(pszKeyword)) {
       // Only a notice: which button closed it does not matter.
       (void)Sys().MessageBox(nullptr, kMessagingUnavailableText, u"",

@@ -1,5 +1,6 @@
 // The Store packages installed for the current user, found through the
 // deployment service under the string form of the user's SID.
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -13,12 +14,51 @@
 namespace kel {
 namespace {
 
-// A package manager together with the runtime initialisation that
-// GetPackageManager handed out beside it. Members end in reverse order: the
-// manager is released before the runtime is left.
-struct ManagerInRuntime {
+// A query of the current user's packages: the runtime initialisation that
+// GetPackageManager handed out beside the manager, the user's SID, and the
+// manager.
+struct UserPackageQuery {
   platform::ScopedRuntimeApartment runtime;
+  platform::UniqueLocal sid;
   platform::ComPtr<platform::DeploymentPackageManager> manager;
+
+  // Lets go of all three, the manager first and the runtime last, before
+  // the caller's exit line.
+  void End() {
+    manager.reset();
+    sid.reset();
+    runtime.Leave();
+  }
+};
+
+// Takes over `sid` and gets a manager for a query under it. Without a
+// manager there is no query: the SID is freed at once, and the runtime is
+// left initialised (callers that get no manager never uninitialise it).
+std::optional<UserPackageQuery> OpenQuery(char16_t* sid) {
+  platform::UniqueLocal ownedSid(sid);
+  BOOL needRoUninitialize = 0;
+  platform::ComPtr<platform::DeploymentPackageManager> manager =
+      CKELPackageManager::GetPackageManager(&needRoUninitialize);
+  if (!manager) return std::nullopt;
+  return UserPackageQuery{platform::ScopedRuntimeApartment::Adopt(needRoUninitialize != 0), std::move(ownedSid),
+                          std::move(manager)};
+}
+
+// A walk over the packages a query found: the collection and its iterator,
+// released in reverse order.
+struct PackageWalk {
+  platform::ComPtr<platform::PackageCollection> packages;
+  platform::ComPtr<platform::PackageIterator> iterator;
+  BOOL hasCurrent = 0;
+
+  // Goes to the first package; `found` is the answer of the query that
+  // filled `packages`.
+  [[nodiscard]] HRESULT Start(HRESULT found) {
+    HRESULT hr = platform::RequireObject(found, packages);
+    if (Succeeded(hr)) hr = platform::RequireObject(packages->First(iterator.put()), iterator);
+    if (Succeeded(hr)) hr = iterator->GetHasCurrent(&hasCurrent);
+    return hr;
+  }
 };
 
 }  // namespace
@@ -92,41 +132,31 @@ HRESULT CKELPackageManager::RefreshMetroApps() {
   char16_t* rawSid = nullptr;
   const HRESULT sidResult = GetCurrentUserSid(&rawSid);
   KEL_RETURN_IF_FAILED_TRACED(kName, sidResult);
-  platform::UniqueLocal sid(rawSid);
-  BOOL needRoUninitialize = 0;
-  platform::ComPtr<platform::DeploymentPackageManager> created = GetPackageManager(&needRoUninitialize);
-  if (!created) {
-    sid.reset();
+  std::optional<UserPackageQuery> query = OpenQuery(rawSid);
+  if (!query) {
     WriteDebugLog("%S OUT(GetPackageManager Failed.)\r\n", kName);
     return E_FAIL;  // the runtime is left initialised on this path
   }
-  ManagerInRuntime held{platform::ScopedRuntimeApartment::Adopt(needRoUninitialize != 0), std::move(created)};
 
   HRESULT result = sidResult;
   {
-    platform::ComPtr<platform::PackageCollection> packages;
-    platform::ComPtr<platform::PackageIterator> iterator;
-    HRESULT hr = platform::RequireObject(held.manager->FindPackagesByUserSecurityId(rawSid, packages.put()), packages);
-    if (Succeeded(hr)) hr = platform::RequireObject(packages->First(iterator.put()), iterator);
-    BOOL hasCurrent = 0;
-    if (Succeeded(hr)) hr = iterator->GetHasCurrent(&hasCurrent);
-    while (Succeeded(hr) && hasCurrent) {
+    PackageWalk walk;
+    HRESULT hr = walk.Start(query->manager->FindPackagesByUserSecurityId(rawSid, walk.packages.put()));
+    while (Succeeded(hr) && walk.hasCurrent) {
       // A stop request ends the walk after the package in hand.
       if (PollExitEvent() == platform::WAIT_OBJECT_0) break;
       platform::ComPtr<platform::Package> package;
-      hr = platform::RequireObject(iterator->GetCurrent(package.put()), package);
+      hr = platform::RequireObject(walk.iterator->GetCurrent(package.put()), package);
       if (Failed(hr)) break;
       result = m_AppNameList.AddMetroPackage(package.get());
-      hr = iterator->MoveNext(&hasCurrent);
+      hr = walk.iterator->MoveNext(&walk.hasCurrent);
     }
     if (Failed(hr)) {
       result = E_FAIL;
       WriteDebugLog("%S OUT(%S)\r\n", kName, sys.DescribeError(hr));
     }
   }
-  held.manager.reset();
-  sid.reset();
-  held.runtime.Leave();
+  query->End();
   return TraceExit(kName, result);
 }
 
@@ -144,35 +174,24 @@ platform::ComPtr<platform::Package> CKELPackageManager::FindPackageByName(const 
     WriteDebugLog("%S OUT(GetCurrentUserSid failed.)\r\n", kName);
     return nullptr;
   }
-  platform::UniqueLocal sid(rawSid);
-  BOOL needRoUninitialize = 0;
-  platform::ComPtr<platform::DeploymentPackageManager> created = GetPackageManager(&needRoUninitialize);
-  if (!created) {
-    sid.reset();
+  std::optional<UserPackageQuery> query = OpenQuery(rawSid);
+  if (!query) {
     WriteDebugLog("%S OUT(GetPackageManager failed.)\r\n", kName);
     return nullptr;  // the runtime is left initialised on this path
   }
-  ManagerInRuntime held{platform::ScopedRuntimeApartment::Adopt(needRoUninitialize != 0), std::move(created)};
 
   platform::ComPtr<platform::Package> found;
   {
-    platform::ComPtr<platform::PackageCollection> packages;
-    platform::ComPtr<platform::PackageIterator> iterator;
-    HRESULT hr = platform::RequireObject(
-        held.manager->FindPackagesByUserSecurityIdPackageFamilyName(rawSid, packageFamilyName, packages.put()),
-        packages);
-    if (Succeeded(hr)) hr = platform::RequireObject(packages->First(iterator.put()), iterator);
-    BOOL hasCurrent = 0;
-    if (Succeeded(hr)) hr = iterator->GetHasCurrent(&hasCurrent);
-    if (Succeeded(hr) && hasCurrent) hr = platform::RequireObject(iterator->GetCurrent(found.put()), found);
+    PackageWalk walk;
+    HRESULT hr = walk.Start(
+        query->manager->FindPackagesByUserSecurityIdPackageFamilyName(rawSid, packageFamilyName, walk.packages.put()));
+    if (Succeeded(hr) && walk.hasCurrent) hr = platform::RequireObject(walk.iterator->GetCurrent(found.put()), found);
     if (Failed(hr)) {
       found.reset();
       WriteDebugLog("%S OUT(%S)\r\n", kName, sys.DescribeError(hr));
     }
   }
-  held.manager.reset();
-  sid.reset();
-  held.runtime.Leave();
+  query->End();
   WriteExitLine(kName, sidResult);
   return found;
 }

@@ -9,6 +9,7 @@
 #include "frame/constants.h"
 #include "frame/export_guard.h"
 #include "frame/log.h"
+#include "frame/non_copyable.h"
 #include "frame/reg.h"
 #include "platform/platform.h"
 
@@ -31,12 +32,10 @@ struct RefreshStart {
 // The start the calling thread serves, on a refresh thread; null elsewhere.
 thread_local const RefreshRun* t_CurrentRun = nullptr;
 
-class ScopedCurrentRun {
+class ScopedCurrentRun : NonCopyable {
  public:
   explicit ScopedCurrentRun(const RefreshRun& run) : previous_(t_CurrentRun) { t_CurrentRun = &run; }
   ~ScopedCurrentRun() { t_CurrentRun = previous_; }
-  ScopedCurrentRun(const ScopedCurrentRun&) = delete;
-  ScopedCurrentRun& operator=(const ScopedCurrentRun&) = delete;
 
  private:
   const RefreshRun* previous_;

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "catalogue/app_name_list.h"
+#include "frame/non_copyable.h"
 #include "platform/com_ptr.h"
 #include "platform/handles.h"
 #include "platform/platform.h"
@@ -23,11 +24,9 @@ struct RefreshRun {
   std::atomic<bool> abandoned{false};
 };
 
-class CKELPackageManager {
+class CKELPackageManager : NonCopyable {
  public:
   CKELPackageManager() = default;
-  CKELPackageManager(const CKELPackageManager&) = delete;
-  CKELPackageManager& operator=(const CKELPackageManager&) = delete;
   // Destroys the catalogue and nothing else: a thread still running and its
   // handles are left as they are (stopping them is Finalize's work).
   virtual ~CKELPackageManager();

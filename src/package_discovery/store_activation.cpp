@@ -95,8 +95,7 @@ HRESULT CKELPackageManager::GetAppDisplayNameByPFN(const char16_t* packageFamily
 HRESULT CKELPackageManager::GetExcludeAppNameList(const char16_t* searchWord, ExcludeAppNameList* excludeList,
                                                   BOOL* pFound) {
   constexpr char16_t kName[] = u"CKELPackageManager::GetExcludeAppNameList";
-  WriteDebugLog("%S(%S) IN\r\n", kName, searchWord);
-  KEL_RETURN_IF_FAILED_TRACED(kName, CheckStringArgument(searchWord, excludeList, pFound));
+  KEL_RETURN_IF_FAILED_TRACED(kName, EnterExclusionWalk(kName, searchWord, excludeList, pFound));
   return TraceExit(kName, m_AppNameList.GetExcludeAppNameList(searchWord, excludeList, pFound));
 }
 
