@@ -44,20 +44,20 @@ struct LaunchValue {
 };
 
 // Mode 0 stands for 2 in the association value but for 0 in the tile value.
-constexpr LaunchValue kAssociationMode{.read = &CKELReg::GetCurrentAssociationMode,
-                                       .write = &CKELReg::SetCurrentAssociationMode,
-                                       .remove = &CKELReg::DeleteAssociationMode,
-                                       .absent = 0,
-                                       .valueOfMode = {2, 1},
-                                       .waitBeforeRestore = true};
+constexpr LaunchValue kAssociationMode{&CKELReg::GetCurrentAssociationMode,
+                                       &CKELReg::SetCurrentAssociationMode,
+                                       &CKELReg::DeleteAssociationMode,
+                                       /*absent=*/0,
+                                       /*valueOfMode=*/{2, 1},
+                                       /*waitBeforeRestore=*/true};
 // The tile value serves a search launch, which has taken its own time: the
 // value goes back at once.
-constexpr LaunchValue kTileImmersiveActivation{.read = &CKELReg::GetCurrentTileImmersiveActivation,
-                                               .write = &CKELReg::SetCurrentTileImmersiveActivation,
-                                               .remove = &CKELReg::DeleteTileImmersiveActivation,
-                                               .absent = 1,
-                                               .valueOfMode = {0, 1},
-                                               .waitBeforeRestore = false};
+constexpr LaunchValue kTileImmersiveActivation{&CKELReg::GetCurrentTileImmersiveActivation,
+                                               &CKELReg::SetCurrentTileImmersiveActivation,
+                                               &CKELReg::DeleteTileImmersiveActivation,
+                                               /*absent=*/1,
+                                               /*valueOfMode=*/{0, 1},
+                                               /*waitBeforeRestore=*/false};
 
 // Puts the browser's value back when the scope ends, however it ends: the
 // user's setting must not stay changed because something failed on the way.

@@ -13,6 +13,8 @@
 
 #include <cstddef>
 
+#include "frame/non_copyable.h"
+
 namespace kel::testing {
 
 class FailingAllocations {
@@ -37,12 +39,10 @@ class FailingAllocations {
 
 // Pauses the counting on this thread for its scope (the test's own work in
 // the middle of a run).
-class AllocationsUncounted {
+class AllocationsUncounted : NonCopyable {
  public:
   AllocationsUncounted();
   ~AllocationsUncounted();
-  AllocationsUncounted(const AllocationsUncounted&) = delete;
-  AllocationsUncounted& operator=(const AllocationsUncounted&) = delete;
 };
 
 }  // namespace kel::testing

@@ -2,6 +2,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -30,6 +32,18 @@ TEST_F(CatalogueUnderLoad, ExportsReadWhileTheRefreshThreadRewritesTheCatalogue)
   fake->deployed.push_back({fake->userSid, &mail});
   for (int i = 0; i < 20; ++i) fake->AddFile(kAllUsersPrograms + FormatWide(u"\\Mail Tool %d.lnk", {i}), "");
 
+  // The first pass saves the catalogue it has gathered; the stop must not
+  // come before that, or the thread may end without a pass.
+  std::mutex savedMutex;
+  std::condition_variable savedChanged;
+  bool saved = false;
+  fake->onCall = [&](const fakes::Call& call) {
+    if (call.name != "ReplaceFileAtomically") return;
+    std::lock_guard<std::mutex> lock(savedMutex);
+    saved = true;
+    savedChanged.notify_all();
+  };
+
   ASSERT_EQ(KelInitialize(), S_OK);
   fake->StartThreads();
   ASSERT_TRUE(fake->WaitForBlockedWaits(1));
@@ -50,8 +64,13 @@ TEST_F(CatalogueUnderLoad, ExportsReadWhileTheRefreshThreadRewritesTheCatalogue)
   readers.reserve(kReaders);
   for (int i = 0; i < kReaders; ++i) readers.emplace_back(reader);
   for (auto& t : readers) t.join();
+  {
+    std::unique_lock<std::mutex> lock(savedMutex);
+    EXPECT_TRUE(savedChanged.wait_for(lock, std::chrono::seconds(30), [&] { return saved; }));
+  }
   KelFinalize();
   EXPECT_TRUE(fake->WaitForThreadsToFinish());
+  fake->onCall = nullptr;
   EXPECT_EQ(failures.load(), 0);
   EXPECT_EQ(ThePackageManager().m_AppNameList.DesktopApps().size(), 20u);
   EXPECT_EQ(ThePackageManager().m_AppNameList.Packages().size(), 1u);

@@ -5,14 +5,14 @@
 
 #include <cstddef>
 
+#include "frame/non_copyable.h"
+
 namespace kel::testing {
 
-class AllocationCounter {
+class AllocationCounter : NonCopyable {
  public:
   AllocationCounter();
   ~AllocationCounter();
-  AllocationCounter(const AllocationCounter&) = delete;
-  AllocationCounter& operator=(const AllocationCounter&) = delete;
 
   [[nodiscard]] std::size_t Count() const;  // allocations so far
   [[nodiscard]] std::size_t Bytes() const;  // bytes asked for so far

@@ -33,11 +33,11 @@ struct ManifestApplication {
 // An installed test package: family name, full name, identity name,
 // version, installed folder name and the manifest's applications.
 struct TestPackage {
-  const wchar_t* familyName;
-  const wchar_t* fullName;
-  const wchar_t* name;
-  const wchar_t* version;
-  const wchar_t* folder;
+  std::wstring familyName;
+  std::wstring fullName;
+  std::wstring name;
+  std::wstring version;
+  std::wstring folder;
   std::vector<ManifestApplication> applications;
 };
 
