@@ -28,8 +28,6 @@ struct EndCase {
 
 void PrintTo(const EndCase& c, std::ostream* out) { *out << c.name; }
 
-std::string CaseName(const ::testing::TestParamInfo<EndCase>& info) { return info.param.name; }
-
 class XmlReaderEnd : public ::testing::TestWithParam<EndCase> {};
 
 TEST_P(XmlReaderEnd, IsTheDocumentsResult) { EXPECT_EQ(EndOf(GetParam().document), GetParam().end); }
@@ -44,20 +42,20 @@ const EndCase kMalformedXmlDeclarations[] = {
     {"NoAttributes", "<?xml?><a/>", WC_E_XMLDECL},
 };
 INSTANTIATE_TEST_SUITE_P(MalformedXmlDeclarationIsError, XmlReaderEnd, ::testing::ValuesIn(kMalformedXmlDeclarations),
-                         CaseName);
+                         CaseName());
 
 const EndCase kLateXmlDeclarations[] = {
     {"AfterASpace", " <?xml version=\"1.0\"?><a/>", WC_E_LEADINGXML},
     {"AfterTheRoot", "<a/><?xml version=\"1.0\"?>", WC_E_LEADINGXML},
 };
 INSTANTIATE_TEST_SUITE_P(XmlDeclarationAfterTheStartIsError, XmlReaderEnd, ::testing::ValuesIn(kLateXmlDeclarations),
-                         CaseName);
+                         CaseName());
 
 const EndCase kDoubleHyphens[] = {
     {"InsideTheComment", "<!-- -- comment--><a/>", WC_E_COMMENT},
     {"BeforeTheCommentsEnd", "<a><!-- x---></a>", WC_E_COMMENT},
 };
-INSTANTIATE_TEST_SUITE_P(DoubleHyphenInCommentIsError, XmlReaderEnd, ::testing::ValuesIn(kDoubleHyphens), CaseName);
+INSTANTIATE_TEST_SUITE_P(DoubleHyphenInCommentIsError, XmlReaderEnd, ::testing::ValuesIn(kDoubleHyphens), CaseName());
 
 const EndCase kBadProcessingInstructionTargets[] = {
     {"ColonInside", "<?pi:pi?><a/>", NC_E_NAMECOLON},
@@ -65,39 +63,72 @@ const EndCase kBadProcessingInstructionTargets[] = {
     {"HyphenFirst", "<?-pi ?><a/>", WC_E_PI},
 };
 INSTANTIATE_TEST_SUITE_P(BadProcessingInstructionTargetIsError, XmlReaderEnd,
-                         ::testing::ValuesIn(kBadProcessingInstructionTargets), CaseName);
+                         ::testing::ValuesIn(kBadProcessingInstructionTargets), CaseName());
 
 const EndCase kMisplacedCData[] = {
     {"SectionOutsideTheRootIsSyntaxError", "<![CDATA[x]]><a/>", WC_E_SYNTAX},
     {"EndMarkerInTextIsError", "<a>text ]]> text</a>", WC_E_CDSECTEND},
 };
-INSTANTIATE_TEST_SUITE_P(CDataOutOfPlace, XmlReaderEnd, ::testing::ValuesIn(kMisplacedCData), CaseName);
+INSTANTIATE_TEST_SUITE_P(CDataOutOfPlace, XmlReaderEnd, ::testing::ValuesIn(kMisplacedCData), CaseName());
 
 const EndCase kDoctypes[] = {
     {"WithExternalId", "<!DOCTYPE testdtd SYSTEM \"externalid uri\" ><a/>", WC_E_DTDPROHIBITED},
     {"WithEntityAfterTheDeclaration", "<?xml version=\"1.0\"?>\n<!DOCTYPE a [<!ENTITY e \"x\">]><a>&e;</a>",
      WC_E_DTDPROHIBITED},
 };
-INSTANTIATE_TEST_SUITE_P(DoctypeIsRefused, XmlReaderEnd, ::testing::ValuesIn(kDoctypes), CaseName);
+INSTANTIATE_TEST_SUITE_P(DoctypeIsRefused, XmlReaderEnd, ::testing::ValuesIn(kDoctypes), CaseName());
 
 const EndCase kEmptyDocuments[] = {
     {"NoBytes", "", MX_E_INPUTEND},
     {"ByteOrderMarkOnly", "\xEF\xBB\xBF", MX_E_INPUTEND},
 };
-INSTANTIATE_TEST_SUITE_P(EmptyDocumentIsInputEndError, XmlReaderEnd, ::testing::ValuesIn(kEmptyDocuments), CaseName);
+INSTANTIATE_TEST_SUITE_P(EmptyDocumentIsInputEndError, XmlReaderEnd, ::testing::ValuesIn(kEmptyDocuments), CaseName());
+
+const EndCase kMissingRoots[] = {
+    {"WhitespaceOnly", "   ", MX_E_INPUTEND},
+};
+INSTANTIATE_TEST_SUITE_P(DocumentWithoutRootIsInputEndError, XmlReaderEnd, ::testing::ValuesIn(kMissingRoots),
+                         CaseName());
+
+const EndCase kUnclosedRoots[] = {
+    {"AfterAClosedChild", "<a><b></b>", MX_E_INPUTEND},
+    {"AfterText", "<a>text", MX_E_INPUTEND},
+    {"AfterAnEmptyChildAndALineEnd", "<a><b/>\r\n", MX_E_INPUTEND},
+};
+INSTANTIATE_TEST_SUITE_P(UnclosedRootIsInputEndError, XmlReaderEnd, ::testing::ValuesIn(kUnclosedRoots), CaseName());
+
+const EndCase kMismatchedEndTags[] = {
+    {"NameInAnotherCase", "<Package></package>", WC_E_ELEMENTMATCH},
+};
+INSTANTIATE_TEST_SUITE_P(EndTagNamesAreComparedCaseSensitively, XmlReaderEnd, ::testing::ValuesIn(kMismatchedEndTags),
+                         CaseName());
+
+const EndCase kStrayText[] = {
+    {"BeforeTheRoot", "text<a/>", WC_E_SYNTAX},
+    {"WithoutAnyRoot", "xml", WC_E_SYNTAX},
+    {"ReferenceAfterTheRoot", "<a/>&amp;", WC_E_SYNTAX},
+};
+INSTANTIATE_TEST_SUITE_P(StrayTextOutsideTheRootIsSyntaxError, XmlReaderEnd, ::testing::ValuesIn(kStrayText),
+                         CaseName());
+
+const EndCase kInvalidCharacters[] = {
+    {"ControlInAnAttribute", "<a x='\x1F'/>", WC_E_XMLCHARACTER},
+    {"UFFFEInText", "<a>\xEF\xBF\xBE</a>", WC_E_XMLCHARACTER},
+};
+INSTANTIATE_TEST_SUITE_P(InvalidCharacterIsError, XmlReaderEnd, ::testing::ValuesIn(kInvalidCharacters), CaseName());
 
 const EndCase kSecondRoots[] = {
     {"EmptyElements", "<a/><b/>", WC_E_SYNTAX},
     {"ElementsWithEndTagsOnTwoLines", "<a></a>\r\n<b></b>", WC_E_SYNTAX},
 };
-INSTANTIATE_TEST_SUITE_P(SecondRootElementIsSyntaxError, XmlReaderEnd, ::testing::ValuesIn(kSecondRoots), CaseName);
+INSTANTIATE_TEST_SUITE_P(SecondRootElementIsSyntaxError, XmlReaderEnd, ::testing::ValuesIn(kSecondRoots), CaseName());
 
 const EndCase kBadElementNames[] = {
     {"ColonFirst", "<:a/>", NC_E_QNAMECHARACTER},        {"SpaceBeforeTheName", "< a/>", NC_E_QNAMECHARACTER},
     {"EndTagWithoutStart", "</a>", NC_E_QNAMECHARACTER}, {"DigitFirst", "<1a/>", NC_E_QNAMECHARACTER},
     {"TwoColons", "<a:b:c />", NC_E_QNAMECOLON},         {"ColonFirstAndAnother", "<:b:c />", NC_E_QNAMECHARACTER},
 };
-INSTANTIATE_TEST_SUITE_P(BadElementNamesAreErrors, XmlReaderEnd, ::testing::ValuesIn(kBadElementNames), CaseName);
+INSTANTIATE_TEST_SUITE_P(BadElementNamesAreErrors, XmlReaderEnd, ::testing::ValuesIn(kBadElementNames), CaseName());
 
 const EndCase kMalformedAttributes[] = {
     {"UnquotedValue", "<a attr1=attrvalue/>", WC_E_QUOTE},
@@ -107,7 +138,7 @@ const EndCase kMalformedAttributes[] = {
     {"SpaceInsideTheEmptyElementsEnd", "<a x='1' / >", WC_E_GREATERTHAN},
 };
 INSTANTIATE_TEST_SUITE_P(MalformedAttributesAreErrors, XmlReaderEnd, ::testing::ValuesIn(kMalformedAttributes),
-                         CaseName);
+                         CaseName());
 
 const EndCase kBadReferences[] = {
     {"UndeclaredEntityInAttribute", "<a attr1=\"&entname;\"/>", WC_E_UNDECLAREDENTITY},
@@ -124,7 +155,7 @@ const EndCase kBadReferences[] = {
     {"AmpersandWithoutAName", "<a>a & b</a>", WC_E_NAME},
     {"UndeclaredEntityInText", "<a>&nbsp;</a>", WC_E_UNDECLAREDENTITY},
 };
-INSTANTIATE_TEST_SUITE_P(BadReferencesAreErrors, XmlReaderEnd, ::testing::ValuesIn(kBadReferences), CaseName);
+INSTANTIATE_TEST_SUITE_P(BadReferencesAreErrors, XmlReaderEnd, ::testing::ValuesIn(kBadReferences), CaseName());
 
 const EndCase kPrefixDeclarations[] = {
     {"UndeclaredOnTheElement", "<a:b/>", NC_E_UNDECLAREDPREFIX},
@@ -136,14 +167,14 @@ const EndCase kPrefixDeclarations[] = {
     {"BoundToAnEmptyUri", "<a xmlns:p=''/>", NC_E_EMPTYURI},
     {"XmlnsAsAnElementsPrefix", "<xmlns:a/>", NC_E_XMLNSPREFIXRESERVED},
 };
-INSTANTIATE_TEST_SUITE_P(UndeclaredPrefixIsError, XmlReaderEnd, ::testing::ValuesIn(kPrefixDeclarations), CaseName);
+INSTANTIATE_TEST_SUITE_P(UndeclaredPrefixIsError, XmlReaderEnd, ::testing::ValuesIn(kPrefixDeclarations), CaseName());
 
 const EndCase kBadUtf16[] = {
     {"LowSurrogateAlone", Utf16Le(u"<a>\xDC00</a>", true), WC_E_XMLCHARACTER},
     {"HighSurrogateBeforeALetter", Utf16Le(u"<a>\xD800x</a>", true), WC_E_XMLCHARACTER},
     {"OddByteAtTheEnd", Utf16Le(u"<a/>", true) + "x", MX_E_ENCODING},
 };
-INSTANTIATE_TEST_SUITE_P(BadUtf16IsError, XmlReaderEnd, ::testing::ValuesIn(kBadUtf16), CaseName);
+INSTANTIATE_TEST_SUITE_P(BadUtf16IsError, XmlReaderEnd, ::testing::ValuesIn(kBadUtf16), CaseName());
 
 const EndCase kInvalidUtf8[] = {
     {"ContinuationByteAlone", "<a>\x80</a>", MX_E_ENCODING},
@@ -155,7 +186,7 @@ const EndCase kInvalidUtf8[] = {
     {"OverlongThreeByteForm", "<a>\xE0\x80\x80</a>", MX_E_ENCODING},
     {"ByteFFInAnAttribute", "<a x='\xFF'/>", MX_E_ENCODING},
 };
-INSTANTIATE_TEST_SUITE_P(InvalidUtf8IsEncodingError, XmlReaderEnd, ::testing::ValuesIn(kInvalidUtf8), CaseName);
+INSTANTIATE_TEST_SUITE_P(InvalidUtf8IsEncodingError, XmlReaderEnd, ::testing::ValuesIn(kInvalidUtf8), CaseName());
 
 const EndCase kDeclaredEncodings[] = {
     {"Utf16DeclaredInAnEightBitDocument", "<?xml version='1.0' encoding='UTF-16'?><a/>", MX_E_ENCODINGSWITCH},
@@ -165,7 +196,7 @@ const EndCase kDeclaredEncodings[] = {
     {"Utf8InLowerCaseIsFine", "<?xml version='1.0' encoding='utf-8'?><a/>", S_FALSE},
 };
 INSTANTIATE_TEST_SUITE_P(UnusableDeclaredEncodingIsError, XmlReaderEnd, ::testing::ValuesIn(kDeclaredEncodings),
-                         CaseName);
+                         CaseName());
 
 // Whichever comes first in the document decides between a control character
 // and a Shift JIS sequence without a character.
@@ -177,35 +208,29 @@ const EndCase kShiftJisControlCharacters[] = {
     {"TabAndLineEndsAreFine", ShiftJis("<a>\t\r\n\x82\xA0</a>"), S_FALSE},
 };
 INSTANTIATE_TEST_SUITE_P(ShiftJisControlCharacterIsXmlCharacterErrorWhereItStands, XmlReaderEnd,
-                         ::testing::ValuesIn(kShiftJisControlCharacters), CaseName);
+                         ::testing::ValuesIn(kShiftJisControlCharacters), CaseName());
 
 // --- errors with the nodes before them ----------------------------------------
 
-TEST(XmlReader, NulAfterTheDeclarationIsSyntaxError) {
-  std::string document = "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n";
-  document += '\0';
-  const Walk walk = ReadAll(document);
-  ASSERT_EQ(walk.nodes.size(), 1u);
-  EXPECT_EQ(walk.end, WC_E_SYNTAX);
-}
-
-TEST(XmlReader, DocumentWithoutRootIsInputEndError) {
-  const Walk walk = ReadAll("<?xml version=\"1.0\"?>\r\n<!-- only a comment -->");
-  ASSERT_EQ(walk.nodes.size(), 3u);
-  EXPECT_EQ(walk.end, MX_E_INPUTEND);
-  EXPECT_EQ(EndOf("   "), MX_E_INPUTEND);
-}
-
-TEST(XmlReader, UnclosedRootIsInputEndError) {
-  const Walk walk = ReadAll("<a>");
-  ASSERT_EQ(walk.nodes.size(), 1u);
-  EXPECT_EQ(walk.nodes[0].type, XmlNodeType_Element);
-  EXPECT_EQ(walk.end, MX_E_INPUTEND);
-
-  EXPECT_EQ(EndOf("<a><b></b>"), MX_E_INPUTEND);
-  EXPECT_EQ(EndOf("<a>text"), MX_E_INPUTEND);
-  EXPECT_EQ(EndOf("<a><b/>\r\n"), MX_E_INPUTEND);
-}
+const WalkCase kErrorsAfterNodes[] = {
+    {"NulAfterTheDeclarationIsSyntaxError",
+     std::string("<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n") + '\0',
+     {{}},
+     WC_E_SYNTAX},
+    {"DocumentWithoutRootIsInputEndError",
+     "<?xml version=\"1.0\"?>\r\n<!-- only a comment -->",
+     {{}, {}, {}},
+     MX_E_INPUTEND},
+    {"UnclosedRootIsInputEndError", "<a>", {{.type = XmlNodeType_Element}}, MX_E_INPUTEND},
+    {"MismatchedEndTagIsError", "<a></b>", {{}}, WC_E_ELEMENTMATCH},
+    {"NamesAreComparedCaseSensitively",
+     "<Package ID='1' id='2'/>",
+     {{.localName = u"Package", .attributes = {{.localName = u"ID"}, {.localName = u"id"}}}},
+     S_FALSE},
+    {"StrayTextOutsideTheRootIsSyntaxError", "<a/>text", {{}}, WC_E_SYNTAX},
+    {"InvalidCharacterIsError", "<a><b/>te\x01xt</a>", {{}, {}}, WC_E_XMLCHARACTER},
+};
+INSTANTIATE_TEST_SUITE_P(ErrorAfterNodes, XmlReaderWalk, ::testing::ValuesIn(kErrorsAfterNodes), CaseName());
 
 TEST(XmlReader, TruncatedTagIsInputEndError) {
   const char* truncated[] = {"<",
@@ -239,26 +264,6 @@ TEST(XmlReader, TruncatedTagIsInputEndError) {
   for (const char* document : truncated) EXPECT_EQ(EndOf(document), MX_E_INPUTEND) << document;
 }
 
-TEST(XmlReader, MismatchedEndTagIsError) {
-  XmlReader reader;
-  (void)reader.SetInput("<a></b>");
-  XmlNodeType type = XmlNodeType_None;
-  ASSERT_EQ(reader.Read(&type), S_OK);
-  type = XmlNodeType_Element;
-  EXPECT_EQ(reader.Read(&type), WC_E_ELEMENTMATCH);
-  EXPECT_EQ(type, XmlNodeType_None);
-}
-
-TEST(XmlReader, NamesAreComparedCaseSensitively) {
-  EXPECT_EQ(EndOf("<Package></package>"), WC_E_ELEMENTMATCH);
-  const Walk walk = ReadAll("<Package ID='1' id='2'/>");
-  ASSERT_EQ(walk.nodes.size(), 1u);
-  EXPECT_EQ(walk.nodes[0].localName, u"Package");
-  ASSERT_EQ(walk.nodes[0].attributes.size(), 2u);
-  EXPECT_EQ(walk.nodes[0].attributes[0].localName, u"ID");
-  EXPECT_EQ(walk.nodes[0].attributes[1].localName, u"id");
-}
-
 TEST(XmlReader, DuplicateAttributeIsError) {
   EXPECT_EQ(EndOf("<a x='1' y='2' x='3'/>"), WC_E_UNIQUEATTRIBUTE);
   std::string many = "<a";
@@ -276,23 +281,6 @@ TEST(XmlReader, ManyAttributesAreReadInOrder) {
   ASSERT_EQ(walk.nodes[0].attributes.size(), 5000u);
   EXPECT_EQ(walk.nodes[0].attributes[4321].localName, u"attr4321");
   EXPECT_EQ(walk.nodes[0].attributes[4321].value, u"4321");
-}
-
-TEST(XmlReader, StrayTextOutsideTheRootIsSyntaxError) {
-  const Walk walk = ReadAll("<a/>text");
-  ASSERT_EQ(walk.nodes.size(), 1u);
-  EXPECT_EQ(walk.end, WC_E_SYNTAX);
-  EXPECT_EQ(EndOf("text<a/>"), WC_E_SYNTAX);
-  EXPECT_EQ(EndOf("xml"), WC_E_SYNTAX);
-  EXPECT_EQ(EndOf("<a/>&amp;"), WC_E_SYNTAX);
-}
-
-TEST(XmlReader, InvalidCharacterIsError) {
-  const Walk walk = ReadAll("<a><b/>te\x01xt</a>");
-  ASSERT_EQ(walk.nodes.size(), 2u);
-  EXPECT_EQ(walk.end, WC_E_XMLCHARACTER);
-  EXPECT_EQ(EndOf("<a x='\x1F'/>"), WC_E_XMLCHARACTER);
-  EXPECT_EQ(EndOf("<a>\xEF\xBF\xBE</a>"), WC_E_XMLCHARACTER);  // U+FFFE
 }
 
 // --- limits -------------------------------------------------------------------
