@@ -1,11 +1,16 @@
 // What every object the fake hands out through the seam shares: it counts
 // itself among the live objects of its kind for as long as it exists, so a
 // test can see a leaked or doubly released reference, and it ends with its
-// one reference, recording the Release with the interface's name.
+// one reference, recording the Release with the interface's name. Here too
+// the two ways the fake hands such objects out.
 #pragma once
 
 #include <atomic>
+#include <mutex>
+#include <string>
+#include <utility>
 
+#include "fakes/fake_arguments.h"
 #include "fakes/fake_platform.h"
 
 namespace kel::fakes {
@@ -37,5 +42,26 @@ class FakePlatform::ComObject : public Interface {
   std::atomic<int>& alive_;
   const char* interfaceName_;
 };
+
+template <class Object, class Out, class... Args>
+HRESULT FakePlatform::NewObjectUnlessTold(const char* call, Out** out, Args&&... args) {
+  if (GivesNoObject(call)) {
+    *out = nullptr;
+    return S_OK;
+  }
+  *out = new Object(*this, std::forward<Args>(args)...);
+  return S_OK;
+}
+
+template <class Object, class Out>
+HRESULT FakePlatform::CoCreate(const char* classId, const char* interfaceId, DWORD context, Out** out,
+                               const HRESULT& result, const bool& givesObject) {
+  Record("CoCreateInstance", std::string(classId) + ", null, " + Arg(context) + ", " + interfaceId);
+  *out = nullptr;
+  if (Inject()) return E_OUTOFMEMORY;
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (Succeeded(result) && givesObject) *out = new Object(*this);
+  return result;
+}
 
 }  // namespace kel::fakes

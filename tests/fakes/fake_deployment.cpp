@@ -102,12 +102,7 @@ class FakePlatform::PackageCollectionObject final : public ComObject<platform::P
       : ComObject(owner, owner.deploymentObjectsAlive, "PackageCollection"), packages_(std::move(packages)) {}
   HRESULT First(platform::PackageIterator** iterator) override {
     owner_.Record("First", "");
-    if (owner_.GivesNoObject("First")) {
-      *iterator = nullptr;
-      return S_OK;
-    }
-    *iterator = new PackageIteratorObject(owner_, packages_);
-    return S_OK;
+    return owner_.NewObjectUnlessTold<PackageIteratorObject>("First", iterator, packages_);
   }
 
  private:
@@ -135,7 +130,6 @@ class FakePlatform::PackageManagerObject final : public ComObject<platform::Depl
     *packages = nullptr;
     std::lock_guard<std::recursive_mutex> lock(owner_.mutex_);
     if (Failed(owner_.findPackagesResult)) return owner_.findPackagesResult;
-    if (owner_.GivesNoObject("FindPackagesByUserSecurityId...")) return S_OK;
     std::vector<FakePackage*> found;
     for (const auto& entry : owner_.deployed) {
       if (entry.userSid != sid) continue;
@@ -143,8 +137,8 @@ class FakePlatform::PackageManagerObject final : public ComObject<platform::Depl
         continue;  // exact, as the service compares
       found.push_back(entry.package);
     }
-    *packages = new PackageCollectionObject(owner_, std::move(found));
-    return S_OK;
+    return owner_.NewObjectUnlessTold<PackageCollectionObject>("FindPackagesByUserSecurityId...", packages,
+                                                               std::move(found));
   }
 };
 
@@ -157,9 +151,7 @@ HRESULT FakePlatform::ActivatePackageManager(platform::DeploymentPackageManager*
   *manager = nullptr;
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (Failed(activatePackageManagerResult)) return activatePackageManagerResult;
-  if (GivesNoObject("RoActivateInstance")) return S_OK;
-  *manager = new PackageManagerObject(*this);
-  return S_OK;
+  return NewObjectUnlessTold<PackageManagerObject>("RoActivateInstance", manager);
 }
 
 WString FakePlatform::DescribeError(HRESULT error) { return FormatWide(u"runtime error 0x%08X", {error}); }

@@ -74,12 +74,7 @@ class FakePlatform::AppxApplicationsObject final : public ComObject<platform::Ap
       const auto failure = owner_.appxGetCurrentFailures.find(next_);
       if (failure != owner_.appxGetCurrentFailures.end()) return failure->second;
     }
-    if (owner_.GivesNoObject("GetCurrent")) {
-      *application = nullptr;
-      return S_OK;
-    }
-    *application = new AppxApplicationObject(owner_, names_[next_]);
-    return S_OK;
+    return owner_.NewObjectUnlessTold<AppxApplicationObject>("GetCurrent", application, names_[next_]);
   }
   HRESULT GetHasCurrent(BOOL* hasCurrent) override {
     owner_.Record("GetHasCurrent", "");
@@ -104,12 +99,7 @@ class FakePlatform::AppxManifestReaderObject final : public ComObject<platform::
       : ComObject(owner, owner.appxObjectsAlive, "AppxManifestReader"), names_(std::move(names)) {}
   HRESULT GetApplications(platform::AppxApplicationsEnumerator** applications) override {
     owner_.Record("GetApplications", "");
-    if (owner_.GivesNoObject("GetApplications")) {
-      *applications = nullptr;
-      return S_OK;
-    }
-    *applications = new AppxApplicationsObject(owner_, names_);
-    return S_OK;
+    return owner_.NewObjectUnlessTold<AppxApplicationsObject>("GetApplications", applications, names_);
   }
 
  private:
@@ -127,9 +117,7 @@ HRESULT FakePlatform::CreateAppxManifestReader(const WCHAR* manifestPath, platfo
   if (Failed(createAppxManifestReaderResult)) return createAppxManifestReaderResult;
   auto it = appxApplications.find(manifestPath);
   if (it == appxApplications.end()) return HresultFromWin32(ERROR_FILE_NOT_FOUND);
-  if (GivesNoObject("CreateAppxManifestReader")) return S_OK;
-  *reader = new AppxManifestReaderObject(*this, it->second);
-  return S_OK;
+  return NewObjectUnlessTold<AppxManifestReaderObject>("CreateAppxManifestReader", reader, it->second);
 }
 
 void FakePlatform::CoTaskMemFree(void* memory) {
@@ -140,18 +128,9 @@ void FakePlatform::CoTaskMemFree(void* memory) {
 }
 
 HRESULT FakePlatform::CreateAppVisibility(DWORD context, platform::AppVisibility** object) {
-  Record("CoCreateInstance",
-         "{7E5FE3D9-985F-4908-91F9-EE19F9FD1514}, null, " + Arg(context) + ", {2246EA2D-CAEA-4444-A3C4-6DE827E44313}");
-  if (Inject()) {
-    *object = nullptr;
-    return E_OUTOFMEMORY;
-  }
-  *object = nullptr;
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  if (Succeeded(createAppVisibilityResult) && createAppVisibilityGivesObject) {
-    *object = new AppVisibilityObject(*this);
-  }
-  return createAppVisibilityResult;
+  return CoCreate<AppVisibilityObject>("{7E5FE3D9-985F-4908-91F9-EE19F9FD1514}",
+                                       "{2246EA2D-CAEA-4444-A3C4-6DE827E44313}", context, object,
+                                       createAppVisibilityResult, createAppVisibilityGivesObject);
 }
 
 class FakePlatform::ActivationManagerObject final : public ComObject<platform::ApplicationActivationManager> {
@@ -168,18 +147,9 @@ class FakePlatform::ActivationManagerObject final : public ComObject<platform::A
 
 HRESULT FakePlatform::CreateApplicationActivationManager(DWORD context,
                                                          platform::ApplicationActivationManager** manager) {
-  Record("CoCreateInstance",
-         "{45BA127D-10A8-46EA-8AB7-56EA9078943C}, null, " + Arg(context) + ", {2E941141-7F97-4756-BA1D-9DECDE894A3D}");
-  if (Inject()) {
-    *manager = nullptr;
-    return E_OUTOFMEMORY;
-  }
-  *manager = nullptr;
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  if (Succeeded(createActivationManagerResult) && createActivationManagerGivesObject) {
-    *manager = new ActivationManagerObject(*this);
-  }
-  return createActivationManagerResult;
+  return CoCreate<ActivationManagerObject>("{45BA127D-10A8-46EA-8AB7-56EA9078943C}",
+                                           "{2E941141-7F97-4756-BA1D-9DECDE894A3D}", context, manager,
+                                           createActivationManagerResult, createActivationManagerGivesObject);
 }
 
 HRESULT FakePlatform::CoAllowSetForegroundWindow(platform::ApplicationActivationManager*) {
