@@ -201,52 +201,71 @@ const WalkCase kComments[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Comments, XmlReaderWalk, ::testing::ValuesIn(kComments), CaseName());
 
-TEST(XmlReader, ProcessingInstructionTargetIsNameAndRestIsValue) {
-  struct Case {
-    const char* xml;
-    std::u16string target;
-    std::u16string value;
-  };
-  const Case cases[] = {
-      {"<?pi?><a/>", u"pi", u""},
-      {"<?pi ?><a/>", u"pi", u""},
-      {"<?pi  ?><a/>", u"pi", u""},
-      {"<?pi pi data?><a/>", u"pi", u"pi data"},
-      {"<?pi pi data  ?><a/>", u"pi", u"pi data  "},
-      {"<?pi    data  ?><a/>", u"pi", u"data  "},
-      {"<?pi a\r\nb\rc\n\r\r\nd?><a/>", u"pi", u"a\nb\nc\n\n\nd"},
-      {"<?pi a\r?><a/>", u"pi", u"a\n"},
-      {"<?xml-stylesheet ?><a/>", u"xml-stylesheet", u""},
-  };
-  for (const Case& c : cases) {
-    const Walk walk = ReadAll(c.xml);
-    ASSERT_EQ(walk.nodes.size(), 2u) << c.xml;
-    EXPECT_EQ(walk.nodes[0].type, XmlNodeType_ProcessingInstruction) << c.xml;
-    EXPECT_EQ(walk.nodes[0].localName, c.target) << c.xml;
-    EXPECT_EQ(walk.nodes[0].value, c.value) << c.xml;
-  }
-}
+const WalkCase kProcessingInstructions[] = {
+    {"ProcessingInstructionWithoutData",
+     "<?pi?><a/>",
+     {{.type = XmlNodeType_ProcessingInstruction, .localName = u"pi", .value = u""}, {}},
+     S_FALSE},
+    {"ProcessingInstructionWithASpaceAndNoData",
+     "<?pi ?><a/>",
+     {{.type = XmlNodeType_ProcessingInstruction, .localName = u"pi", .value = u""}, {}},
+     S_FALSE},
+    {"ProcessingInstructionWithSpacesAndNoData",
+     "<?pi  ?><a/>",
+     {{.type = XmlNodeType_ProcessingInstruction, .localName = u"pi", .value = u""}, {}},
+     S_FALSE},
+    {"ProcessingInstructionValueIsTheRestAfterItsTarget",
+     "<?pi pi data?><a/>",
+     {{.type = XmlNodeType_ProcessingInstruction, .localName = u"pi", .value = u"pi data"}, {}},
+     S_FALSE},
+    {"ProcessingInstructionValueKeepsTrailingSpaces",
+     "<?pi pi data  ?><a/>",
+     {{.type = XmlNodeType_ProcessingInstruction, .localName = u"pi", .value = u"pi data  "}, {}},
+     S_FALSE},
+    {"ProcessingInstructionValueLosesLeadingSpaces",
+     "<?pi    data  ?><a/>",
+     {{.type = XmlNodeType_ProcessingInstruction, .localName = u"pi", .value = u"data  "}, {}},
+     S_FALSE},
+    {"ProcessingInstructionLineEndsAreNormalised",
+     "<?pi a\r\nb\rc\n\r\r\nd?><a/>",
+     {{.type = XmlNodeType_ProcessingInstruction, .localName = u"pi", .value = u"a\nb\nc\n\n\nd"}, {}},
+     S_FALSE},
+    {"ProcessingInstructionEndingInACarriageReturn",
+     "<?pi a\r?><a/>",
+     {{.type = XmlNodeType_ProcessingInstruction, .localName = u"pi", .value = u"a\n"}, {}},
+     S_FALSE},
+    {"ProcessingInstructionTargetMayStartWithXml",
+     "<?xml-stylesheet ?><a/>",
+     {{.type = XmlNodeType_ProcessingInstruction, .localName = u"xml-stylesheet", .value = u""}, {}},
+     S_FALSE},
+};
+INSTANTIATE_TEST_SUITE_P(ProcessingInstructionTargetIsNameAndRestIsValue, XmlReaderWalk,
+                         ::testing::ValuesIn(kProcessingInstructions), CaseName());
 
-TEST(XmlReader, CDataIsOneNodeWithNormalisedLineEnds) {
-  struct Case {
-    const char* xml;
-    std::u16string value;
-  };
-  const Case cases[] = {
-      {"<a><![CDATA[ ]]data ]]></a>", u" ]]data "},
-      {"<a><![CDATA[<![CDATA[ data ]]]]></a>", u"<![CDATA[ data ]]"},
-      {"<a><![CDATA[\n \r\n \n\n ]]></a>", u"\n \n \n\n "},
-      {"<a><![CDATA[\r\r \n\r \r \n\n ]]></a>", u"\n\n \n\n \n \n\n "},
-      {"<a><![CDATA[]]></a>", u""},
-  };
-  for (const Case& c : cases) {
-    const Walk walk = ReadAll(c.xml);
-    ASSERT_EQ(walk.nodes.size(), 3u) << c.xml;
-    EXPECT_EQ(walk.nodes[1].type, XmlNodeType_CDATA) << c.xml;
-    EXPECT_EQ(walk.nodes[1].localName, u"") << c.xml;
-    EXPECT_EQ(walk.nodes[1].value, c.value) << c.xml;
-  }
-}
+const WalkCase kCDataSections[] = {
+    {"CDataKeepsBracketsNotFollowedByGreaterThan",
+     "<a><![CDATA[ ]]data ]]></a>",
+     {{}, {.type = XmlNodeType_CDATA, .localName = u"", .value = u" ]]data "}, {}},
+     S_FALSE},
+    {"CDataKeepsAnOpeningMarkupInside",
+     "<a><![CDATA[<![CDATA[ data ]]]]></a>",
+     {{}, {.type = XmlNodeType_CDATA, .localName = u"", .value = u"<![CDATA[ data ]]"}, {}},
+     S_FALSE},
+    {"CDataCrLfBecomesALineFeed",
+     "<a><![CDATA[\n \r\n \n\n ]]></a>",
+     {{}, {.type = XmlNodeType_CDATA, .localName = u"", .value = u"\n \n \n\n "}, {}},
+     S_FALSE},
+    {"CDataCarriageReturnBecomesALineFeed",
+     "<a><![CDATA[\r\r \n\r \r \n\n ]]></a>",
+     {{}, {.type = XmlNodeType_CDATA, .localName = u"", .value = u"\n\n \n\n \n \n\n "}, {}},
+     S_FALSE},
+    {"CDataMayBeEmpty",
+     "<a><![CDATA[]]></a>",
+     {{}, {.type = XmlNodeType_CDATA, .localName = u"", .value = u""}, {}},
+     S_FALSE},
+};
+INSTANTIATE_TEST_SUITE_P(CDataIsOneNodeWithNormalisedLineEnds, XmlReaderWalk, ::testing::ValuesIn(kCDataSections),
+                         CaseName());
 
 // --- references and value normalisation --------------------------------------
 
