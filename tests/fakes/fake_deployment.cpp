@@ -49,11 +49,7 @@ void FakePlatform::HoldIfPackageQueriesAreHeld() {
 
 HRESULT FakePlatform::RoInitialize(int initType) {
   Record("RoInitialize", Arg(static_cast<DWORD>(initType)));
-  if (Inject()) {
-    return E_OUTOFMEMORY;
-  }
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  return roInitializeResult;
+  return ResultUnlessInjected(roInitializeResult);
 }
 
 void FakePlatform::RoUninitialize() { Record("RoUninitialize", ""); }

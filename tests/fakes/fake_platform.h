@@ -345,6 +345,9 @@ class FakePlatform : public platform::Platform {
   std::size_t launcherCalls_ = 0;
   void Record(const char* name, std::string args);
   bool Inject();
+  // A call that answers only with a result: an injected failure gives
+  // E_OUTOFMEMORY, otherwise `result` as the test set it.
+  HRESULT ResultUnlessInjected(const HRESULT& result);
   void HoldIfPackageQueriesAreHeld();
   std::atomic<int> failCallAt_{0};
   std::atomic<int> injectableCalls_{0};

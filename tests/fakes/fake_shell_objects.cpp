@@ -14,11 +14,7 @@ namespace kel::fakes {
 
 HRESULT FakePlatform::CoInitializeEx(DWORD coInit) {
   Record("CoInitializeEx", Arg(coInit));
-  if (Inject()) {
-    return E_OUTOFMEMORY;
-  }
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  return coInitializeResult;
+  return ResultUnlessInjected(coInitializeResult);
 }
 
 void FakePlatform::CoUninitialize() { Record("CoUninitialize", ""); }
