@@ -54,24 +54,20 @@ HRESULT FakePlatform::RoInitialize(int initType) {
 
 void FakePlatform::RoUninitialize() { Record("RoUninitialize", ""); }
 
-class FakePlatform::PackageIteratorObject final : public ComObject<platform::PackageIterator> {
+class FakePlatform::PackageIteratorObject final : public EnumeratorObject<platform::PackageIterator, FakePackage*> {
  public:
   PackageIteratorObject(FakePlatform& owner, std::vector<FakePackage*> packages)
-      : ComObject(owner, owner.deploymentObjectsAlive, "PackageIterator"), packages_(std::move(packages)) {}
-  HRESULT GetHasCurrent(BOOL* hasCurrent) override {
-    owner_.Record("get_HasCurrent", "");
-    *hasCurrent = next_ < packages_.size() ? 1 : 0;
-    return S_OK;
-  }
+      : EnumeratorObject(owner, owner.deploymentObjectsAlive, "PackageIterator", "get_HasCurrent",
+                         std::move(packages)) {}
   HRESULT GetCurrent(platform::Package** package) override {
     owner_.Record("get_Current", "");
-    if (next_ >= packages_.size()) return E_FAIL;
+    if (!HasCurrent()) return E_FAIL;
     if (owner_.GivesNoObject("get_Current")) {
       *package = nullptr;
       return S_OK;
     }
-    packages_[next_]->AddRef();
-    *package = packages_[next_];
+    items_[next_]->AddRef();
+    *package = items_[next_];
     Handle eventToSet = nullptr;
     {
       std::lock_guard<std::recursive_mutex> lock(owner_.mutex_);
@@ -80,16 +76,6 @@ class FakePlatform::PackageIteratorObject final : public ComObject<platform::Pac
     if (eventToSet != nullptr) owner_.SetEvent(eventToSet);
     return S_OK;
   }
-  HRESULT MoveNext(BOOL* hasCurrent) override {
-    owner_.Record("MoveNext", "");
-    ++next_;
-    *hasCurrent = next_ < packages_.size() ? 1 : 0;
-    return S_OK;
-  }
-
- private:
-  std::vector<FakePackage*> packages_;
-  std::size_t next_ = 0;
 };
 
 class FakePlatform::PackageCollectionObject final : public ComObject<platform::PackageCollection> {

@@ -322,6 +322,8 @@ class FakePlatform : public platform::Platform {
 
   template <class Interface>
   class ComObject;
+  template <class Interface, class Item>
+  class EnumeratorObject;
   class AppVisibilityObject;
   class AppxApplicationObject;
   class AppxApplicationsObject;

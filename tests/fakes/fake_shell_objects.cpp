@@ -57,36 +57,23 @@ class FakePlatform::AppxApplicationObject final : public ComObject<platform::App
   WString name_;
 };
 
-class FakePlatform::AppxApplicationsObject final : public ComObject<platform::AppxApplicationsEnumerator> {
+class FakePlatform::AppxApplicationsObject final
+    : public EnumeratorObject<platform::AppxApplicationsEnumerator, WString> {
  public:
   AppxApplicationsObject(FakePlatform& owner, std::vector<WString> names)
-      : ComObject(owner, owner.appxObjectsAlive, "AppxApplicationsEnumerator"), names_(std::move(names)) {}
+      : EnumeratorObject(owner, owner.appxObjectsAlive, "AppxApplicationsEnumerator", "GetHasCurrent",
+                         std::move(names)) {}
   HRESULT GetCurrent(platform::AppxApplication** application) override {
     owner_.Record("GetCurrent", "");
     *application = nullptr;
-    if (next_ >= names_.size()) return E_FAIL;
+    if (!HasCurrent()) return E_FAIL;
     {
       std::lock_guard<std::recursive_mutex> lock(owner_.mutex_);
       const auto failure = owner_.appxGetCurrentFailures.find(next_);
       if (failure != owner_.appxGetCurrentFailures.end()) return failure->second;
     }
-    return owner_.NewObjectUnlessTold<AppxApplicationObject>("GetCurrent", application, names_[next_]);
+    return owner_.NewObjectUnlessTold<AppxApplicationObject>("GetCurrent", application, items_[next_]);
   }
-  HRESULT GetHasCurrent(BOOL* hasCurrent) override {
-    owner_.Record("GetHasCurrent", "");
-    *hasCurrent = next_ < names_.size() ? 1 : 0;
-    return S_OK;
-  }
-  HRESULT MoveNext(BOOL* hasNext) override {
-    owner_.Record("MoveNext", "");
-    ++next_;
-    *hasNext = next_ < names_.size() ? 1 : 0;
-    return S_OK;
-  }
-
- private:
-  std::vector<WString> names_;
-  std::size_t next_ = 0;
 };
 
 class FakePlatform::AppxManifestReaderObject final : public ComObject<platform::AppxManifestReader> {
