@@ -201,68 +201,38 @@ const WalkCase kComments[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Comments, XmlReaderWalk, ::testing::ValuesIn(kComments), CaseName());
 
+// A processing instruction before an empty root: its target and value.
+WalkCase ProcessingInstructionCase(const char* name, const char* document, const char16_t* target,
+                                   const char16_t* value) {
+  return {
+      name, document, {{.type = XmlNodeType_ProcessingInstruction, .localName = target, .value = value}, {}}, S_FALSE};
+}
+
 const WalkCase kProcessingInstructions[] = {
-    {"ProcessingInstructionWithoutData",
-     "<?pi?><a/>",
-     {{.type = XmlNodeType_ProcessingInstruction, .localName = u"pi", .value = u""}, {}},
-     S_FALSE},
-    {"ProcessingInstructionWithASpaceAndNoData",
-     "<?pi ?><a/>",
-     {{.type = XmlNodeType_ProcessingInstruction, .localName = u"pi", .value = u""}, {}},
-     S_FALSE},
-    {"ProcessingInstructionWithSpacesAndNoData",
-     "<?pi  ?><a/>",
-     {{.type = XmlNodeType_ProcessingInstruction, .localName = u"pi", .value = u""}, {}},
-     S_FALSE},
-    {"ProcessingInstructionValueIsTheRestAfterItsTarget",
-     "<?pi pi data?><a/>",
-     {{.type = XmlNodeType_ProcessingInstruction, .localName = u"pi", .value = u"pi data"}, {}},
-     S_FALSE},
-    {"ProcessingInstructionValueKeepsTrailingSpaces",
-     "<?pi pi data  ?><a/>",
-     {{.type = XmlNodeType_ProcessingInstruction, .localName = u"pi", .value = u"pi data  "}, {}},
-     S_FALSE},
-    {"ProcessingInstructionValueLosesLeadingSpaces",
-     "<?pi    data  ?><a/>",
-     {{.type = XmlNodeType_ProcessingInstruction, .localName = u"pi", .value = u"data  "}, {}},
-     S_FALSE},
-    {"ProcessingInstructionLineEndsAreNormalised",
-     "<?pi a\r\nb\rc\n\r\r\nd?><a/>",
-     {{.type = XmlNodeType_ProcessingInstruction, .localName = u"pi", .value = u"a\nb\nc\n\n\nd"}, {}},
-     S_FALSE},
-    {"ProcessingInstructionEndingInACarriageReturn",
-     "<?pi a\r?><a/>",
-     {{.type = XmlNodeType_ProcessingInstruction, .localName = u"pi", .value = u"a\n"}, {}},
-     S_FALSE},
-    {"ProcessingInstructionTargetMayStartWithXml",
-     "<?xml-stylesheet ?><a/>",
-     {{.type = XmlNodeType_ProcessingInstruction, .localName = u"xml-stylesheet", .value = u""}, {}},
-     S_FALSE},
+    ProcessingInstructionCase("WithoutData", "<?pi?><a/>", u"pi", u""),
+    ProcessingInstructionCase("WithASpaceAndNoData", "<?pi ?><a/>", u"pi", u""),
+    ProcessingInstructionCase("WithSpacesAndNoData", "<?pi  ?><a/>", u"pi", u""),
+    ProcessingInstructionCase("ValueIsTheRestAfterItsTarget", "<?pi pi data?><a/>", u"pi", u"pi data"),
+    ProcessingInstructionCase("ValueKeepsTrailingSpaces", "<?pi pi data  ?><a/>", u"pi", u"pi data  "),
+    ProcessingInstructionCase("ValueLosesLeadingSpaces", "<?pi    data  ?><a/>", u"pi", u"data  "),
+    ProcessingInstructionCase("LineEndsAreNormalised", "<?pi a\r\nb\rc\n\r\r\nd?><a/>", u"pi", u"a\nb\nc\n\n\nd"),
+    ProcessingInstructionCase("EndingInACarriageReturn", "<?pi a\r?><a/>", u"pi", u"a\n"),
+    ProcessingInstructionCase("TargetMayStartWithXml", "<?xml-stylesheet ?><a/>", u"xml-stylesheet", u""),
 };
 INSTANTIATE_TEST_SUITE_P(ProcessingInstructionTargetIsNameAndRestIsValue, XmlReaderWalk,
                          ::testing::ValuesIn(kProcessingInstructions), CaseName());
 
+// A CDATA section as the only content of the root: its value.
+WalkCase CDataCase(const char* name, const char* document, const char16_t* value) {
+  return {name, document, {{}, {.type = XmlNodeType_CDATA, .localName = u"", .value = value}, {}}, S_FALSE};
+}
+
 const WalkCase kCDataSections[] = {
-    {"CDataKeepsBracketsNotFollowedByGreaterThan",
-     "<a><![CDATA[ ]]data ]]></a>",
-     {{}, {.type = XmlNodeType_CDATA, .localName = u"", .value = u" ]]data "}, {}},
-     S_FALSE},
-    {"CDataKeepsAnOpeningMarkupInside",
-     "<a><![CDATA[<![CDATA[ data ]]]]></a>",
-     {{}, {.type = XmlNodeType_CDATA, .localName = u"", .value = u"<![CDATA[ data ]]"}, {}},
-     S_FALSE},
-    {"CDataCrLfBecomesALineFeed",
-     "<a><![CDATA[\n \r\n \n\n ]]></a>",
-     {{}, {.type = XmlNodeType_CDATA, .localName = u"", .value = u"\n \n \n\n "}, {}},
-     S_FALSE},
-    {"CDataCarriageReturnBecomesALineFeed",
-     "<a><![CDATA[\r\r \n\r \r \n\n ]]></a>",
-     {{}, {.type = XmlNodeType_CDATA, .localName = u"", .value = u"\n\n \n\n \n \n\n "}, {}},
-     S_FALSE},
-    {"CDataMayBeEmpty",
-     "<a><![CDATA[]]></a>",
-     {{}, {.type = XmlNodeType_CDATA, .localName = u"", .value = u""}, {}},
-     S_FALSE},
+    CDataCase("KeepsBracketsNotFollowedByGreaterThan", "<a><![CDATA[ ]]data ]]></a>", u" ]]data "),
+    CDataCase("KeepsAnOpeningMarkupInside", "<a><![CDATA[<![CDATA[ data ]]]]></a>", u"<![CDATA[ data ]]"),
+    CDataCase("CrLfBecomesALineFeed", "<a><![CDATA[\n \r\n \n\n ]]></a>", u"\n \n \n\n "),
+    CDataCase("CarriageReturnBecomesALineFeed", "<a><![CDATA[\r\r \n\r \r \n\n ]]></a>", u"\n\n \n\n \n \n\n "),
+    CDataCase("MayBeEmpty", "<a><![CDATA[]]></a>", u""),
 };
 INSTANTIATE_TEST_SUITE_P(CDataIsOneNodeWithNormalisedLineEnds, XmlReaderWalk, ::testing::ValuesIn(kCDataSections),
                          CaseName());
