@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "text/xml/xml_reader.h"
+#include "text/xml_walk_records.h"
 
 namespace kel::xml::reader_test {
 
@@ -21,28 +22,6 @@ using kel::HRESULT;
 using kel::S_FALSE;
 using kel::S_OK;
 using kel::UINT;
-
-struct Attr {
-  std::u16string prefix;
-  std::u16string localName;
-  std::u16string value;
-  UINT depth = 0;
-};
-
-struct Node {
-  XmlNodeType type = XmlNodeType_None;
-  std::u16string prefix;
-  std::u16string localName;
-  std::u16string value;
-  UINT depth = 0;
-  bool empty = false;
-  std::vector<Attr> attributes;
-};
-
-struct Walk {
-  std::vector<Node> nodes;
-  HRESULT end = S_OK;
-};
 
 inline std::u16string LocalName(XmlReader& reader) {
   const char16_t* text = nullptr;
