@@ -36,8 +36,8 @@ struct EndGroup {
 };
 
 // Every group's cases, each named after its behaviour and itself.
-template <std::size_t kGroups>
-std::vector<EndCase> Flattened(const EndGroup (&groups)[kGroups]) {
+template <std::size_t Count>
+std::vector<EndCase> Flattened(const EndGroup (&groups)[Count]) {
   std::vector<EndCase> cases;
   for (const EndGroup& group : groups) {
     for (const EndCase& c : group.cases) {
