@@ -49,33 +49,25 @@ void FakePlatform::HoldIfPackageQueriesAreHeld() {
 
 HRESULT FakePlatform::RoInitialize(int initType) {
   Record("RoInitialize", Arg(static_cast<DWORD>(initType)));
-  if (Inject()) {
-    return E_OUTOFMEMORY;
-  }
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  return roInitializeResult;
+  return ResultUnlessInjected(roInitializeResult);
 }
 
 void FakePlatform::RoUninitialize() { Record("RoUninitialize", ""); }
 
-class FakePlatform::PackageIteratorObject final : public ComObject<platform::PackageIterator> {
+class FakePlatform::PackageIteratorObject final : public EnumeratorObject<platform::PackageIterator, FakePackage*> {
  public:
   PackageIteratorObject(FakePlatform& owner, std::vector<FakePackage*> packages)
-      : ComObject(owner, owner.deploymentObjectsAlive, "PackageIterator"), packages_(std::move(packages)) {}
-  HRESULT GetHasCurrent(BOOL* hasCurrent) override {
-    owner_.Record("get_HasCurrent", "");
-    *hasCurrent = next_ < packages_.size() ? 1 : 0;
-    return S_OK;
-  }
+      : EnumeratorObject(owner, owner.deploymentObjectsAlive, "PackageIterator", "get_HasCurrent",
+                         std::move(packages)) {}
   HRESULT GetCurrent(platform::Package** package) override {
     owner_.Record("get_Current", "");
-    if (next_ >= packages_.size()) return E_FAIL;
+    if (!HasCurrent()) return E_FAIL;
     if (owner_.GivesNoObject("get_Current")) {
       *package = nullptr;
       return S_OK;
     }
-    packages_[next_]->AddRef();
-    *package = packages_[next_];
+    items_[next_]->AddRef();
+    *package = items_[next_];
     Handle eventToSet = nullptr;
     {
       std::lock_guard<std::recursive_mutex> lock(owner_.mutex_);
@@ -84,16 +76,6 @@ class FakePlatform::PackageIteratorObject final : public ComObject<platform::Pac
     if (eventToSet != nullptr) owner_.SetEvent(eventToSet);
     return S_OK;
   }
-  HRESULT MoveNext(BOOL* hasCurrent) override {
-    owner_.Record("MoveNext", "");
-    ++next_;
-    *hasCurrent = next_ < packages_.size() ? 1 : 0;
-    return S_OK;
-  }
-
- private:
-  std::vector<FakePackage*> packages_;
-  std::size_t next_ = 0;
 };
 
 class FakePlatform::PackageCollectionObject final : public ComObject<platform::PackageCollection> {
@@ -102,12 +84,7 @@ class FakePlatform::PackageCollectionObject final : public ComObject<platform::P
       : ComObject(owner, owner.deploymentObjectsAlive, "PackageCollection"), packages_(std::move(packages)) {}
   HRESULT First(platform::PackageIterator** iterator) override {
     owner_.Record("First", "");
-    if (owner_.GivesNoObject("First")) {
-      *iterator = nullptr;
-      return S_OK;
-    }
-    *iterator = new PackageIteratorObject(owner_, packages_);
-    return S_OK;
+    return owner_.NewObjectUnlessTold<PackageIteratorObject>("First", iterator, packages_);
   }
 
  private:
@@ -135,7 +112,6 @@ class FakePlatform::PackageManagerObject final : public ComObject<platform::Depl
     *packages = nullptr;
     std::lock_guard<std::recursive_mutex> lock(owner_.mutex_);
     if (Failed(owner_.findPackagesResult)) return owner_.findPackagesResult;
-    if (owner_.GivesNoObject("FindPackagesByUserSecurityId...")) return S_OK;
     std::vector<FakePackage*> found;
     for (const auto& entry : owner_.deployed) {
       if (entry.userSid != sid) continue;
@@ -143,8 +119,8 @@ class FakePlatform::PackageManagerObject final : public ComObject<platform::Depl
         continue;  // exact, as the service compares
       found.push_back(entry.package);
     }
-    *packages = new PackageCollectionObject(owner_, std::move(found));
-    return S_OK;
+    return owner_.NewObjectUnlessTold<PackageCollectionObject>("FindPackagesByUserSecurityId...", packages,
+                                                               std::move(found));
   }
 };
 
@@ -157,9 +133,7 @@ HRESULT FakePlatform::ActivatePackageManager(platform::DeploymentPackageManager*
   *manager = nullptr;
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (Failed(activatePackageManagerResult)) return activatePackageManagerResult;
-  if (GivesNoObject("RoActivateInstance")) return S_OK;
-  *manager = new PackageManagerObject(*this);
-  return S_OK;
+  return NewObjectUnlessTold<PackageManagerObject>("RoActivateInstance", manager);
 }
 
 WString FakePlatform::DescribeError(HRESULT error) { return FormatWide(u"runtime error 0x%08X", {error}); }

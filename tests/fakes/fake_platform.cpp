@@ -35,6 +35,12 @@ bool FakePlatform::Inject() {
   return injectableCalls_.fetch_add(1) + 1 == failCallAt_;
 }
 
+HRESULT FakePlatform::ResultUnlessInjected(const HRESULT& result) {
+  if (Inject()) return E_OUTOFMEMORY;
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return result;
+}
+
 void FakePlatform::FailCall(int n) {
   injectableCalls_ = 0;
   failCallAt_ = n;

@@ -322,6 +322,8 @@ class FakePlatform : public platform::Platform {
 
   template <class Interface>
   class ComObject;
+  template <class Interface, class Item>
+  class EnumeratorObject;
   class AppVisibilityObject;
   class AppxApplicationObject;
   class AppxApplicationsObject;
@@ -330,10 +332,24 @@ class FakePlatform : public platform::Platform {
   class PackageCollectionObject;
   class PackageManagerObject;
   class ActivationManagerObject;
+  // Hands the caller a new Object made from this fake and `args`, or none,
+  // with S_OK all the same, when the test told `call` to give none.
+  template <class Object, class Out, class... Args>
+  HRESULT NewObjectUnlessTold(const char* call, Out** out, Args&&... args);
+  // Makes an object as CoCreateInstance would (the call is recorded with its
+  // class and interface): an injected failure gives none, and otherwise
+  // `result` decides, with an object only when it succeeds and
+  // `givesObject` lets it.
+  template <class Object, class Out>
+  HRESULT CoCreate(const char* classId, const char* interfaceId, DWORD context, Out** out, const HRESULT& result,
+                   const bool& givesObject);
   std::atomic<int> packagesHandedOut_{0};
   std::size_t launcherCalls_ = 0;
   void Record(const char* name, std::string args);
   bool Inject();
+  // A call that answers only with a result: an injected failure gives
+  // E_OUTOFMEMORY, otherwise `result` as the test set it.
+  HRESULT ResultUnlessInjected(const HRESULT& result);
   void HoldIfPackageQueriesAreHeld();
   std::atomic<int> failCallAt_{0};
   std::atomic<int> injectableCalls_{0};

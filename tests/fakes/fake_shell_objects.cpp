@@ -14,11 +14,7 @@ namespace kel::fakes {
 
 HRESULT FakePlatform::CoInitializeEx(DWORD coInit) {
   Record("CoInitializeEx", Arg(coInit));
-  if (Inject()) {
-    return E_OUTOFMEMORY;
-  }
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  return coInitializeResult;
+  return ResultUnlessInjected(coInitializeResult);
 }
 
 void FakePlatform::CoUninitialize() { Record("CoUninitialize", ""); }
@@ -61,41 +57,23 @@ class FakePlatform::AppxApplicationObject final : public ComObject<platform::App
   WString name_;
 };
 
-class FakePlatform::AppxApplicationsObject final : public ComObject<platform::AppxApplicationsEnumerator> {
+class FakePlatform::AppxApplicationsObject final
+    : public EnumeratorObject<platform::AppxApplicationsEnumerator, WString> {
  public:
   AppxApplicationsObject(FakePlatform& owner, std::vector<WString> names)
-      : ComObject(owner, owner.appxObjectsAlive, "AppxApplicationsEnumerator"), names_(std::move(names)) {}
+      : EnumeratorObject(owner, owner.appxObjectsAlive, "AppxApplicationsEnumerator", "GetHasCurrent",
+                         std::move(names)) {}
   HRESULT GetCurrent(platform::AppxApplication** application) override {
     owner_.Record("GetCurrent", "");
     *application = nullptr;
-    if (next_ >= names_.size()) return E_FAIL;
+    if (!HasCurrent()) return E_FAIL;
     {
       std::lock_guard<std::recursive_mutex> lock(owner_.mutex_);
       const auto failure = owner_.appxGetCurrentFailures.find(next_);
       if (failure != owner_.appxGetCurrentFailures.end()) return failure->second;
     }
-    if (owner_.GivesNoObject("GetCurrent")) {
-      *application = nullptr;
-      return S_OK;
-    }
-    *application = new AppxApplicationObject(owner_, names_[next_]);
-    return S_OK;
+    return owner_.NewObjectUnlessTold<AppxApplicationObject>("GetCurrent", application, items_[next_]);
   }
-  HRESULT GetHasCurrent(BOOL* hasCurrent) override {
-    owner_.Record("GetHasCurrent", "");
-    *hasCurrent = next_ < names_.size() ? 1 : 0;
-    return S_OK;
-  }
-  HRESULT MoveNext(BOOL* hasNext) override {
-    owner_.Record("MoveNext", "");
-    ++next_;
-    *hasNext = next_ < names_.size() ? 1 : 0;
-    return S_OK;
-  }
-
- private:
-  std::vector<WString> names_;
-  std::size_t next_ = 0;
 };
 
 class FakePlatform::AppxManifestReaderObject final : public ComObject<platform::AppxManifestReader> {
@@ -104,12 +82,7 @@ class FakePlatform::AppxManifestReaderObject final : public ComObject<platform::
       : ComObject(owner, owner.appxObjectsAlive, "AppxManifestReader"), names_(std::move(names)) {}
   HRESULT GetApplications(platform::AppxApplicationsEnumerator** applications) override {
     owner_.Record("GetApplications", "");
-    if (owner_.GivesNoObject("GetApplications")) {
-      *applications = nullptr;
-      return S_OK;
-    }
-    *applications = new AppxApplicationsObject(owner_, names_);
-    return S_OK;
+    return owner_.NewObjectUnlessTold<AppxApplicationsObject>("GetApplications", applications, names_);
   }
 
  private:
@@ -127,9 +100,7 @@ HRESULT FakePlatform::CreateAppxManifestReader(const WCHAR* manifestPath, platfo
   if (Failed(createAppxManifestReaderResult)) return createAppxManifestReaderResult;
   auto it = appxApplications.find(manifestPath);
   if (it == appxApplications.end()) return HresultFromWin32(ERROR_FILE_NOT_FOUND);
-  if (GivesNoObject("CreateAppxManifestReader")) return S_OK;
-  *reader = new AppxManifestReaderObject(*this, it->second);
-  return S_OK;
+  return NewObjectUnlessTold<AppxManifestReaderObject>("CreateAppxManifestReader", reader, it->second);
 }
 
 void FakePlatform::CoTaskMemFree(void* memory) {
@@ -140,18 +111,9 @@ void FakePlatform::CoTaskMemFree(void* memory) {
 }
 
 HRESULT FakePlatform::CreateAppVisibility(DWORD context, platform::AppVisibility** object) {
-  Record("CoCreateInstance",
-         "{7E5FE3D9-985F-4908-91F9-EE19F9FD1514}, null, " + Arg(context) + ", {2246EA2D-CAEA-4444-A3C4-6DE827E44313}");
-  if (Inject()) {
-    *object = nullptr;
-    return E_OUTOFMEMORY;
-  }
-  *object = nullptr;
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  if (Succeeded(createAppVisibilityResult) && createAppVisibilityGivesObject) {
-    *object = new AppVisibilityObject(*this);
-  }
-  return createAppVisibilityResult;
+  return CoCreate<AppVisibilityObject>("{7E5FE3D9-985F-4908-91F9-EE19F9FD1514}",
+                                       "{2246EA2D-CAEA-4444-A3C4-6DE827E44313}", context, object,
+                                       createAppVisibilityResult, createAppVisibilityGivesObject);
 }
 
 class FakePlatform::ActivationManagerObject final : public ComObject<platform::ApplicationActivationManager> {
@@ -168,18 +130,9 @@ class FakePlatform::ActivationManagerObject final : public ComObject<platform::A
 
 HRESULT FakePlatform::CreateApplicationActivationManager(DWORD context,
                                                          platform::ApplicationActivationManager** manager) {
-  Record("CoCreateInstance",
-         "{45BA127D-10A8-46EA-8AB7-56EA9078943C}, null, " + Arg(context) + ", {2E941141-7F97-4756-BA1D-9DECDE894A3D}");
-  if (Inject()) {
-    *manager = nullptr;
-    return E_OUTOFMEMORY;
-  }
-  *manager = nullptr;
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  if (Succeeded(createActivationManagerResult) && createActivationManagerGivesObject) {
-    *manager = new ActivationManagerObject(*this);
-  }
-  return createActivationManagerResult;
+  return CoCreate<ActivationManagerObject>("{45BA127D-10A8-46EA-8AB7-56EA9078943C}",
+                                           "{2E941141-7F97-4756-BA1D-9DECDE894A3D}", context, manager,
+                                           createActivationManagerResult, createActivationManagerGivesObject);
 }
 
 HRESULT FakePlatform::CoAllowSetForegroundWindow(platform::ApplicationActivationManager*) {

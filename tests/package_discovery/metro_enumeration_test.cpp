@@ -121,34 +121,41 @@ TEST_F(MetroEnumeration, RuntimeErrorDuringTheQueryGivesFailAndTwoExitLines) {
   EXPECT_EQ(fake->CallsNamed({"RoUninitialize"}).size(), 1u);
 }
 
-class MetroEnumerationWithoutObject : public MetroEnumeration, public ::testing::WithParamInterface<const char*> {};
+// The call named by the parameter succeeds without its object while Mail is
+// deployed for the user.
+class MetroEnumerationWithoutObject : public MetroEnumeration, public ::testing::WithParamInterface<const char*> {
+ protected:
+  void SetUp() override {
+    MetroEnumeration::SetUp();
+    EnableLog();
+    fake->deployed.push_back({fake->userSid, &mail});
+    fake->succeedsWithoutObject = GetParam();
+  }
+
+  // Whatever the query handed out was released and the runtime was left once.
+  void ExpectEverythingReleased() {
+    EXPECT_EQ(fake->deploymentObjectsAlive, 0);
+    EXPECT_EQ(mail.references, 1);
+    EXPECT_EQ(fake->CallsNamed({"RoUninitialize"}).size(), 1u);
+  }
+};
 
 TEST_P(MetroEnumerationWithoutObject, RefreshTakesASuccessWithoutAnObjectAsARuntimeError) {
-  EnableLog();
-  fake->deployed.push_back({fake->userSid, &mail});
-  fake->succeedsWithoutObject = GetParam();
   EXPECT_EQ(manager.RefreshMetroApps(), E_FAIL);
   EXPECT_TRUE(manager.m_AppNameList.Packages().empty());
   EXPECT_EQ(LogLinesStartingWith("CKELPackageManager::RefreshMetroApps OUT"),
             (std::vector<std::string>{"CKELPackageManager::RefreshMetroApps OUT(runtime error 0x80004003)\r\n",
                                       "CKELPackageManager::RefreshMetroApps OUT(0x80004005)\r\n"}));
-  EXPECT_EQ(fake->deploymentObjectsAlive, 0);
-  EXPECT_EQ(mail.references, 1);
-  EXPECT_EQ(fake->CallsNamed({"RoUninitialize"}).size(), 1u);
+  ExpectEverythingReleased();
   EXPECT_EQ(fake->LiveLocalAllocations(), 0u);
 }
 
 TEST_P(MetroEnumerationWithoutObject, LookupTakesASuccessWithoutAnObjectAsNoPackage) {
-  EnableLog();
-  fake->deployed.push_back({fake->userSid, &mail});
-  fake->succeedsWithoutObject = GetParam();
   EXPECT_EQ(CKELPackageManager::FindPackageByName(u"Example.Mail_abc"), nullptr);
   EXPECT_EQ(LogLinesStartingWith("CKELPackageManager::FindPackageByName OUT"),
             (std::vector<std::string>{"CKELPackageManager::FindPackageByName OUT(runtime error 0x80004003)\r\n",
                                       "CKELPackageManager::FindPackageByName OUT(0x00000000)\r\n"}));
-  EXPECT_EQ(fake->deploymentObjectsAlive, 0);
-  EXPECT_EQ(mail.references, 1);
-  EXPECT_EQ(fake->CallsNamed({"RoUninitialize"}).size(), 1u);
+  ExpectEverythingReleased();
 }
 
 INSTANTIATE_TEST_SUITE_P(EachCall, MetroEnumerationWithoutObject,

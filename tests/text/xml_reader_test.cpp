@@ -20,70 +20,89 @@ using namespace kel::xml::reader_test;
 
 // --- document structure -------------------------------------------------------
 
-TEST(XmlReader, RootElementIsAtDepthZero) {
-  const Walk walk = ReadAll("<root/>");
-  ASSERT_EQ(walk.nodes.size(), 1u);
-  EXPECT_EQ(walk.nodes[0].type, XmlNodeType_Element);
-  EXPECT_EQ(walk.nodes[0].localName, u"root");
-  EXPECT_EQ(walk.nodes[0].depth, 0u);
-  EXPECT_EQ(walk.end, S_FALSE);
+TEST_P(XmlReaderWalk, ReportsEachNodeAndTheEnd) {
+  const WalkCase& c = GetParam();
+  const Walk walk = ReadAll(c.document);
+  ASSERT_EQ(walk.nodes.size(), c.nodes.size());
+  for (std::size_t i = 0; i < c.nodes.size(); ++i) ExpectNode(walk.nodes[i], c.nodes[i], i);
+  EXPECT_EQ(walk.end, c.end);
 }
 
-TEST(XmlReader, EndTagReportsItsStartTagDepthPlusOne) {
-  const Walk walk = ReadAll("<a attr1=\"_a\"><b attr2=\"_b\">text<c attr3=\"_c\"/><d attr4=\"_d\"></d></b></a>");
-  const std::vector<XmlNodeType> types = {XmlNodeType_Element,    XmlNodeType_Element,   XmlNodeType_Text,
-                                          XmlNodeType_Element,    XmlNodeType_Element,   XmlNodeType_EndElement,
-                                          XmlNodeType_EndElement, XmlNodeType_EndElement};
-  const std::vector<UINT> depths = {0, 1, 2, 2, 2, 3, 2, 1};
-  ASSERT_EQ(walk.nodes.size(), types.size());
-  for (std::size_t i = 0; i < types.size(); ++i) {
-    EXPECT_EQ(walk.nodes[i].type, types[i]) << i;
-    EXPECT_EQ(walk.nodes[i].depth, depths[i]) << i;
-  }
-  EXPECT_EQ(walk.end, S_FALSE);
-}
-
-TEST(XmlReader, AttributeDepthIsItsElementDepthPlusOne) {
-  const Walk walk = ReadAll("<a x=\"1\"><b y=\"2\" z=\"3\"/></a>");
-  ASSERT_EQ(walk.nodes.size(), 3u);
-  ASSERT_EQ(walk.nodes[0].attributes.size(), 1u);
-  EXPECT_EQ(walk.nodes[0].attributes[0].depth, 1u);
-  ASSERT_EQ(walk.nodes[1].attributes.size(), 2u);
-  EXPECT_EQ(walk.nodes[1].attributes[0].depth, 2u);
-  EXPECT_EQ(walk.nodes[1].attributes[1].depth, 2u);
-  EXPECT_EQ(walk.nodes[1].depth, 1u);
-}
-
-TEST(XmlReader, ContentIsOneLevelBelowItsElement) {
-  const Walk walk = ReadAll("<a>\n <!--c--><?p d?>t<![CDATA[x]]></a>");
-  ASSERT_EQ(walk.nodes.size(), 7u);
-  for (std::size_t i = 1; i <= 5; ++i) EXPECT_EQ(walk.nodes[i].depth, 1u) << i;
-  EXPECT_EQ(walk.nodes[1].type, XmlNodeType_Whitespace);
-  EXPECT_EQ(walk.nodes[2].type, XmlNodeType_Comment);
-  EXPECT_EQ(walk.nodes[3].type, XmlNodeType_ProcessingInstruction);
-  EXPECT_EQ(walk.nodes[4].type, XmlNodeType_Text);
-  EXPECT_EQ(walk.nodes[5].type, XmlNodeType_CDATA);
-}
-
-TEST(XmlReader, EmptyElementIsOneNodeWithoutEndElement) {
-  const Walk walk = ReadAll("<a><b/><c /></a>");
-  ASSERT_EQ(walk.nodes.size(), 4u);
-  EXPECT_FALSE(walk.nodes[0].empty);
-  EXPECT_EQ(walk.nodes[1].type, XmlNodeType_Element);
-  EXPECT_TRUE(walk.nodes[1].empty);
-  EXPECT_EQ(walk.nodes[2].type, XmlNodeType_Element);
-  EXPECT_TRUE(walk.nodes[2].empty);
-  EXPECT_EQ(walk.nodes[3].type, XmlNodeType_EndElement);
-  EXPECT_EQ(walk.nodes[3].localName, u"a");
-}
-
-TEST(XmlReader, ElementWithSeparateEndTagIsNotEmpty) {
-  const Walk walk = ReadAll("<a></a>");
-  ASSERT_EQ(walk.nodes.size(), 2u);
-  EXPECT_FALSE(walk.nodes[0].empty);
-  EXPECT_EQ(walk.nodes[1].type, XmlNodeType_EndElement);
-  EXPECT_EQ(walk.nodes[1].depth, 1u);
-}
+const WalkCase kStructures[] = {
+    {"RootElementIsAtDepthZero", "<root/>", {{.type = XmlNodeType_Element, .localName = u"root", .depth = 0}}, S_FALSE},
+    {"EndTagReportsItsStartTagDepthPlusOne",
+     "<a attr1=\"_a\"><b attr2=\"_b\">text<c attr3=\"_c\"/><d attr4=\"_d\"></d></b></a>",
+     {{.type = XmlNodeType_Element, .depth = 0},
+      {.type = XmlNodeType_Element, .depth = 1},
+      {.type = XmlNodeType_Text, .depth = 2},
+      {.type = XmlNodeType_Element, .depth = 2},
+      {.type = XmlNodeType_Element, .depth = 2},
+      {.type = XmlNodeType_EndElement, .depth = 3},
+      {.type = XmlNodeType_EndElement, .depth = 2},
+      {.type = XmlNodeType_EndElement, .depth = 1}},
+     S_FALSE},
+    {"AttributeDepthIsItsElementDepthPlusOne",
+     "<a x=\"1\"><b y=\"2\" z=\"3\"/></a>",
+     {{.attributes = {{.depth = 1}}}, {.depth = 1, .attributes = {{.depth = 2}, {.depth = 2}}}, {}},
+     S_FALSE},
+    {"ContentIsOneLevelBelowItsElement",
+     "<a>\n <!--c--><?p d?>t<![CDATA[x]]></a>",
+     {{},
+      {.type = XmlNodeType_Whitespace, .depth = 1},
+      {.type = XmlNodeType_Comment, .depth = 1},
+      {.type = XmlNodeType_ProcessingInstruction, .depth = 1},
+      {.type = XmlNodeType_Text, .depth = 1},
+      {.type = XmlNodeType_CDATA, .depth = 1},
+      {}},
+     S_FALSE},
+    {"EmptyElementIsOneNodeWithoutEndElement",
+     "<a><b/><c /></a>",
+     {{.empty = false},
+      {.type = XmlNodeType_Element, .empty = true},
+      {.type = XmlNodeType_Element, .empty = true},
+      {.type = XmlNodeType_EndElement, .localName = u"a"}},
+     S_FALSE},
+    {"ElementWithSeparateEndTagIsNotEmpty",
+     "<a></a>",
+     {{.empty = false}, {.type = XmlNodeType_EndElement, .depth = 1}},
+     S_FALSE},
+    {"WhitespaceOnlyTextIsWhitespaceNode",
+     "<a> \t\r\n <b/>x y</a>",
+     {{},
+      {.type = XmlNodeType_Whitespace, .value = u" \t\n "},
+      {.type = XmlNodeType_Element},
+      {.type = XmlNodeType_Text, .value = u"x y"},
+      {}},
+     S_FALSE},
+    {"TextLineEndsAreNormalised",
+     "<a>\r \r\r\n \n\n text</a>",
+     {{}, {.type = XmlNodeType_Text, .value = u"\n \n\n \n\n text"}, {}},
+     S_FALSE},
+    {"NodesOutsideTheRootAreReported",
+     "<!-- comment1 --><!-- comment2 --><?pi1 pi1body ?><!-- comment3 --> \t \r \n<!-- comment4 -->"
+     "<a>\r\n\t<b/>text<!-- comment -->text2<?pi pibody ?>\r\n</a>",
+     {{.type = XmlNodeType_Comment, .value = u" comment1 "},
+      {.type = XmlNodeType_Comment, .value = u" comment2 "},
+      {.type = XmlNodeType_ProcessingInstruction, .value = u"pi1body "},
+      {.type = XmlNodeType_Comment, .value = u" comment3 "},
+      {.type = XmlNodeType_Whitespace, .value = u" \t \n \n"},
+      {.type = XmlNodeType_Comment, .value = u" comment4 "},
+      {.type = XmlNodeType_Element, .value = u""},
+      {.type = XmlNodeType_Whitespace, .value = u"\n\t"},
+      {.type = XmlNodeType_Element, .value = u""},
+      {.type = XmlNodeType_Text, .value = u"text"},
+      {.type = XmlNodeType_Comment, .value = u" comment "},
+      {.type = XmlNodeType_Text, .value = u"text2"},
+      {.type = XmlNodeType_ProcessingInstruction, .value = u"pibody "},
+      {.type = XmlNodeType_Whitespace, .value = u"\n"},
+      {.type = XmlNodeType_EndElement, .value = u""}},
+     S_FALSE},
+    {"WhitespaceAfterTheRootIsReportedBeforeTheEnd",
+     "<a/>\r\n",
+     {{}, {.type = XmlNodeType_Whitespace, .value = u"\n", .depth = 0}},
+     S_FALSE},
+};
+INSTANTIATE_TEST_SUITE_P(DocumentStructure, XmlReaderWalk, ::testing::ValuesIn(kStructures), CaseName());
 
 TEST(XmlReader, EmptyFlagIsClearedOnTheElementsAttributes) {
   XmlReader reader;
@@ -127,61 +146,6 @@ TEST(XmlReader, ReadBeforeAnyInputReportsNothing) {
   EXPECT_EQ(reader.GetNodeType(&type), S_FALSE);
 }
 
-TEST(XmlReader, WhitespaceOnlyTextIsWhitespaceNode) {
-  const Walk walk = ReadAll("<a> \t\r\n <b/>x y</a>");
-  ASSERT_EQ(walk.nodes.size(), 5u);
-  EXPECT_EQ(walk.nodes[1].type, XmlNodeType_Whitespace);
-  EXPECT_EQ(walk.nodes[1].value, u" \t\n ");
-  EXPECT_EQ(walk.nodes[2].type, XmlNodeType_Element);
-  EXPECT_EQ(walk.nodes[3].type, XmlNodeType_Text);
-  EXPECT_EQ(walk.nodes[3].value, u"x y");
-}
-
-TEST(XmlReader, TextLineEndsAreNormalised) {
-  const Walk walk = ReadAll("<a>\r \r\r\n \n\n text</a>");
-  ASSERT_EQ(walk.nodes.size(), 3u);
-  EXPECT_EQ(walk.nodes[1].type, XmlNodeType_Text);
-  EXPECT_EQ(walk.nodes[1].value, u"\n \n\n \n\n text");
-}
-
-TEST(XmlReader, NodesOutsideTheRootAreReported) {
-  const Walk walk = ReadAll(
-      "<!-- comment1 --><!-- comment2 --><?pi1 pi1body ?><!-- comment3 --> \t \r \n<!-- comment4 -->"
-      "<a>\r\n\t<b/>text<!-- comment -->text2<?pi pibody ?>\r\n</a>");
-  const std::vector<std::pair<XmlNodeType, std::u16string>> expected = {
-      {XmlNodeType_Comment, u" comment1 "},
-      {XmlNodeType_Comment, u" comment2 "},
-      {XmlNodeType_ProcessingInstruction, u"pi1body "},
-      {XmlNodeType_Comment, u" comment3 "},
-      {XmlNodeType_Whitespace, u" \t \n \n"},
-      {XmlNodeType_Comment, u" comment4 "},
-      {XmlNodeType_Element, u""},
-      {XmlNodeType_Whitespace, u"\n\t"},
-      {XmlNodeType_Element, u""},
-      {XmlNodeType_Text, u"text"},
-      {XmlNodeType_Comment, u" comment "},
-      {XmlNodeType_Text, u"text2"},
-      {XmlNodeType_ProcessingInstruction, u"pibody "},
-      {XmlNodeType_Whitespace, u"\n"},
-      {XmlNodeType_EndElement, u""},
-  };
-  ASSERT_EQ(walk.nodes.size(), expected.size());
-  for (std::size_t i = 0; i < expected.size(); ++i) {
-    EXPECT_EQ(walk.nodes[i].type, expected[i].first) << i;
-    EXPECT_EQ(walk.nodes[i].value, expected[i].second) << i;
-  }
-  EXPECT_EQ(walk.end, S_FALSE);
-}
-
-TEST(XmlReader, WhitespaceAfterTheRootIsReportedBeforeTheEnd) {
-  const Walk walk = ReadAll("<a/>\r\n");
-  ASSERT_EQ(walk.nodes.size(), 2u);
-  EXPECT_EQ(walk.nodes[1].type, XmlNodeType_Whitespace);
-  EXPECT_EQ(walk.nodes[1].value, u"\n");
-  EXPECT_EQ(walk.nodes[1].depth, 0u);
-  EXPECT_EQ(walk.end, S_FALSE);
-}
-
 // --- the declaration ----------------------------------------------------------
 
 TEST(XmlReader, XmlDeclarationIsANodeWithItsAttributes) {
@@ -219,71 +183,59 @@ TEST(XmlReader, XmlDeclarationIsANodeWithItsAttributes) {
   EXPECT_EQ(reader.Read(&type), S_FALSE);
 }
 
-TEST(XmlReader, XmlDeclarationWithOnlyVersionHasOneAttribute) {
-  const Walk walk = ReadAll("<?xml version='1.0'?><RegistrationInfo/>");
-  ASSERT_EQ(walk.nodes.size(), 2u);
-  ASSERT_EQ(walk.nodes[0].attributes.size(), 1u);
-  EXPECT_EQ(walk.nodes[0].attributes[0].localName, u"version");
-  EXPECT_EQ(walk.nodes[1].localName, u"RegistrationInfo");
-  EXPECT_TRUE(walk.nodes[1].empty);
-}
+const WalkCase kShortDeclarations[] = {
+    {"XmlDeclarationWithOnlyVersionHasOneAttribute",
+     "<?xml version='1.0'?><RegistrationInfo/>",
+     {{.attributes = {{.localName = u"version"}}}, {.localName = u"RegistrationInfo", .empty = true}},
+     S_FALSE},
+};
+INSTANTIATE_TEST_SUITE_P(Declaration, XmlReaderWalk, ::testing::ValuesIn(kShortDeclarations), CaseName());
 
 // --- comments, processing instructions, CDATA -------------------------------
 
-TEST(XmlReader, CommentValueIsItsText) {
-  const Walk walk = ReadAll("<!-- - comment--><a/>");
-  ASSERT_EQ(walk.nodes.size(), 2u);
-  EXPECT_EQ(walk.nodes[0].type, XmlNodeType_Comment);
-  EXPECT_EQ(walk.nodes[0].localName, u"");
-  EXPECT_EQ(walk.nodes[0].value, u" - comment");
+const WalkCase kComments[] = {
+    {"CommentValueIsItsText",
+     "<!-- - comment--><a/>",
+     {{.type = XmlNodeType_Comment, .localName = u"", .value = u" - comment"}, {}},
+     S_FALSE},
+};
+INSTANTIATE_TEST_SUITE_P(Comments, XmlReaderWalk, ::testing::ValuesIn(kComments), CaseName());
+
+// A processing instruction before an empty root: its target and value.
+WalkCase ProcessingInstructionCase(const char* name, const char* document, const char16_t* target,
+                                   const char16_t* value) {
+  return {
+      name, document, {{.type = XmlNodeType_ProcessingInstruction, .localName = target, .value = value}, {}}, S_FALSE};
 }
 
-TEST(XmlReader, ProcessingInstructionTargetIsNameAndRestIsValue) {
-  struct Case {
-    const char* xml;
-    std::u16string target;
-    std::u16string value;
-  };
-  const Case cases[] = {
-      {"<?pi?><a/>", u"pi", u""},
-      {"<?pi ?><a/>", u"pi", u""},
-      {"<?pi  ?><a/>", u"pi", u""},
-      {"<?pi pi data?><a/>", u"pi", u"pi data"},
-      {"<?pi pi data  ?><a/>", u"pi", u"pi data  "},
-      {"<?pi    data  ?><a/>", u"pi", u"data  "},
-      {"<?pi a\r\nb\rc\n\r\r\nd?><a/>", u"pi", u"a\nb\nc\n\n\nd"},
-      {"<?pi a\r?><a/>", u"pi", u"a\n"},
-      {"<?xml-stylesheet ?><a/>", u"xml-stylesheet", u""},
-  };
-  for (const Case& c : cases) {
-    const Walk walk = ReadAll(c.xml);
-    ASSERT_EQ(walk.nodes.size(), 2u) << c.xml;
-    EXPECT_EQ(walk.nodes[0].type, XmlNodeType_ProcessingInstruction) << c.xml;
-    EXPECT_EQ(walk.nodes[0].localName, c.target) << c.xml;
-    EXPECT_EQ(walk.nodes[0].value, c.value) << c.xml;
-  }
+const WalkCase kProcessingInstructions[] = {
+    ProcessingInstructionCase("WithoutData", "<?pi?><a/>", u"pi", u""),
+    ProcessingInstructionCase("WithASpaceAndNoData", "<?pi ?><a/>", u"pi", u""),
+    ProcessingInstructionCase("WithSpacesAndNoData", "<?pi  ?><a/>", u"pi", u""),
+    ProcessingInstructionCase("ValueIsTheRestAfterItsTarget", "<?pi pi data?><a/>", u"pi", u"pi data"),
+    ProcessingInstructionCase("ValueKeepsTrailingSpaces", "<?pi pi data  ?><a/>", u"pi", u"pi data  "),
+    ProcessingInstructionCase("ValueLosesLeadingSpaces", "<?pi    data  ?><a/>", u"pi", u"data  "),
+    ProcessingInstructionCase("LineEndsAreNormalised", "<?pi a\r\nb\rc\n\r\r\nd?><a/>", u"pi", u"a\nb\nc\n\n\nd"),
+    ProcessingInstructionCase("EndingInACarriageReturn", "<?pi a\r?><a/>", u"pi", u"a\n"),
+    ProcessingInstructionCase("TargetMayStartWithXml", "<?xml-stylesheet ?><a/>", u"xml-stylesheet", u""),
+};
+INSTANTIATE_TEST_SUITE_P(ProcessingInstructionTargetIsNameAndRestIsValue, XmlReaderWalk,
+                         ::testing::ValuesIn(kProcessingInstructions), CaseName());
+
+// A CDATA section as the only content of the root: its value.
+WalkCase CDataCase(const char* name, const char* document, const char16_t* value) {
+  return {name, document, {{}, {.type = XmlNodeType_CDATA, .localName = u"", .value = value}, {}}, S_FALSE};
 }
 
-TEST(XmlReader, CDataIsOneNodeWithNormalisedLineEnds) {
-  struct Case {
-    const char* xml;
-    std::u16string value;
-  };
-  const Case cases[] = {
-      {"<a><![CDATA[ ]]data ]]></a>", u" ]]data "},
-      {"<a><![CDATA[<![CDATA[ data ]]]]></a>", u"<![CDATA[ data ]]"},
-      {"<a><![CDATA[\n \r\n \n\n ]]></a>", u"\n \n \n\n "},
-      {"<a><![CDATA[\r\r \n\r \r \n\n ]]></a>", u"\n\n \n\n \n \n\n "},
-      {"<a><![CDATA[]]></a>", u""},
-  };
-  for (const Case& c : cases) {
-    const Walk walk = ReadAll(c.xml);
-    ASSERT_EQ(walk.nodes.size(), 3u) << c.xml;
-    EXPECT_EQ(walk.nodes[1].type, XmlNodeType_CDATA) << c.xml;
-    EXPECT_EQ(walk.nodes[1].localName, u"") << c.xml;
-    EXPECT_EQ(walk.nodes[1].value, c.value) << c.xml;
-  }
-}
+const WalkCase kCDataSections[] = {
+    CDataCase("KeepsBracketsNotFollowedByGreaterThan", "<a><![CDATA[ ]]data ]]></a>", u" ]]data "),
+    CDataCase("KeepsAnOpeningMarkupInside", "<a><![CDATA[<![CDATA[ data ]]]]></a>", u"<![CDATA[ data ]]"),
+    CDataCase("CrLfBecomesALineFeed", "<a><![CDATA[\n \r\n \n\n ]]></a>", u"\n \n \n\n "),
+    CDataCase("CarriageReturnBecomesALineFeed", "<a><![CDATA[\r\r \n\r \r \n\n ]]></a>", u"\n\n \n\n \n \n\n "),
+    CDataCase("MayBeEmpty", "<a><![CDATA[]]></a>", u""),
+};
+INSTANTIATE_TEST_SUITE_P(CDataIsOneNodeWithNormalisedLineEnds, XmlReaderWalk, ::testing::ValuesIn(kCDataSections),
+                         CaseName());
 
 // --- references and value normalisation --------------------------------------
 
@@ -318,65 +270,41 @@ TEST(XmlReader, CharacterReferenceAboveU10000IsASurrogatePair) {
   EXPECT_EQ(walk.nodes[1].value, u"\U00010000");
 }
 
-TEST(XmlReader, TextReferencesAreDecoded) {
-  const Walk walk = ReadAll("<a b=\"c\">&#x1f3;&#x103;&gt;</a>");
-  ASSERT_EQ(walk.nodes.size(), 3u);
-  EXPECT_EQ(walk.nodes[1].type, XmlNodeType_Text);
-  EXPECT_EQ(walk.nodes[1].value, u"\u01F3\u0103>");
-  EXPECT_EQ(walk.end, S_FALSE);
-}
-
-TEST(XmlReader, ReferencedSpaceIsText) {
-  const Walk walk = ReadAll("<a>&#32;</a>");
-  ASSERT_EQ(walk.nodes.size(), 3u);
-  EXPECT_EQ(walk.nodes[1].type, XmlNodeType_Text);
-  EXPECT_EQ(walk.nodes[1].value, u" ");
-}
+const WalkCase kTextReferences[] = {
+    {"TextReferencesAreDecoded",
+     "<a b=\"c\">&#x1f3;&#x103;&gt;</a>",
+     {{}, {.type = XmlNodeType_Text, .value = u"\u01F3\u0103>"}, {}},
+     S_FALSE},
+    {"ReferencedSpaceIsText", "<a>&#32;</a>", {{}, {.type = XmlNodeType_Text, .value = u" "}, {}}, S_FALSE},
+};
+INSTANTIATE_TEST_SUITE_P(References, XmlReaderWalk, ::testing::ValuesIn(kTextReferences), CaseName());
 
 // --- namespaces and prefixes --------------------------------------------------
 
-TEST(XmlReader, PrefixesAreReportedApartFromLocalNames) {
-  struct Case {
-    const char* xml;
-    std::u16string element;
-    std::u16string first;
-    std::u16string second;
-  };
-  const Case cases[] = {
-      {"<b xmlns=\"defns\" xml:a=\"a ns\"/>", u"", u"", u"xml"},
-      {"<c:b xmlns:c=\"c ns\" xml:a=\"a ns\"/>", u"c", u"xmlns", u"xml"},
-  };
-  for (const Case& c : cases) {
-    const Walk walk = ReadAll(c.xml);
-    ASSERT_EQ(walk.nodes.size(), 1u) << c.xml;
-    EXPECT_EQ(walk.nodes[0].prefix, c.element);
-    ASSERT_EQ(walk.nodes[0].attributes.size(), 2u);
-    EXPECT_EQ(walk.nodes[0].attributes[0].prefix, c.first);
-    EXPECT_EQ(walk.nodes[0].attributes[1].prefix, c.second);
-    EXPECT_EQ(walk.nodes[0].attributes[1].localName, u"a");
-  }
-}
-
-TEST(XmlReader, NamespaceDeclarationNamesAndValues) {
-  const Walk walk = ReadAll("<r xmlns=\"urn:d\" xmlns:p=\"urn:p\"/>");
-  ASSERT_EQ(walk.nodes.size(), 1u);
-  ASSERT_EQ(walk.nodes[0].attributes.size(), 2u);
-  EXPECT_EQ(walk.nodes[0].attributes[0].prefix, u"");
-  EXPECT_EQ(walk.nodes[0].attributes[0].localName, u"xmlns");
-  EXPECT_EQ(walk.nodes[0].attributes[0].value, u"urn:d");
-  EXPECT_EQ(walk.nodes[0].attributes[1].prefix, u"xmlns");
-  EXPECT_EQ(walk.nodes[0].attributes[1].localName, u"p");
-  EXPECT_EQ(walk.nodes[0].attributes[1].value, u"urn:p");
-}
-
-TEST(XmlReader, EndElementOfPrefixedElementHasItsNames) {
-  const Walk walk = ReadAll("<p:a xmlns:p='u'></p:a>");
-  ASSERT_EQ(walk.nodes.size(), 2u);
-  EXPECT_EQ(walk.nodes[1].type, XmlNodeType_EndElement);
-  EXPECT_EQ(walk.nodes[1].prefix, u"p");
-  EXPECT_EQ(walk.nodes[1].localName, u"a");
-  EXPECT_EQ(EndOf("<p:a xmlns:p='u' xmlns:q='u'></q:a>"), WC_E_ELEMENTMATCH);
-}
+const WalkCase kNamespaces[] = {
+    {"PrefixesAreReportedApartFromLocalNamesUnderADefaultNamespace",
+     "<b xmlns=\"defns\" xml:a=\"a ns\"/>",
+     {{.prefix = u"", .attributes = {{.prefix = u""}, {.prefix = u"xml", .localName = u"a"}}}},
+     S_FALSE},
+    {"PrefixesAreReportedApartFromLocalNamesUnderADeclaredPrefix",
+     "<c:b xmlns:c=\"c ns\" xml:a=\"a ns\"/>",
+     {{.prefix = u"c", .attributes = {{.prefix = u"xmlns"}, {.prefix = u"xml", .localName = u"a"}}}},
+     S_FALSE},
+    {"NamespaceDeclarationNamesAndValues",
+     "<r xmlns=\"urn:d\" xmlns:p=\"urn:p\"/>",
+     {{.attributes = {{.prefix = u"", .localName = u"xmlns", .value = u"urn:d"},
+                      {.prefix = u"xmlns", .localName = u"p", .value = u"urn:p"}}}},
+     S_FALSE},
+    {"EndElementOfPrefixedElementHasItsNames",
+     "<p:a xmlns:p='u'></p:a>",
+     {{}, {.type = XmlNodeType_EndElement, .prefix = u"p", .localName = u"a"}},
+     S_FALSE},
+    {"EndTagWithAnotherPrefixForTheSameUriDoesNotMatch",
+     "<p:a xmlns:p='u' xmlns:q='u'></q:a>",
+     {{}},
+     WC_E_ELEMENTMATCH},
+};
+INSTANTIATE_TEST_SUITE_P(Namespaces, XmlReaderWalk, ::testing::ValuesIn(kNamespaces), CaseName());
 
 TEST(XmlReader, AppxManifestIsWalked) {
   XmlReader reader;

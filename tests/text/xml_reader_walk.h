@@ -1,15 +1,20 @@
 // What the reader's tests share: a walk that records every node with its
 // attributes as the reader reports them, the result that ends a document,
-// and documents in the encodings the reader decodes.
+// a table form for walks (a document, what each of its nodes must show and
+// how it ends), and documents in the encodings the reader decodes.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <optional>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "text/xml/xml_reader.h"
+#include "text/xml_walk_records.h"
 
 namespace kel::xml::reader_test {
 
@@ -17,28 +22,6 @@ using kel::HRESULT;
 using kel::S_FALSE;
 using kel::S_OK;
 using kel::UINT;
-
-struct Attr {
-  std::u16string prefix;
-  std::u16string localName;
-  std::u16string value;
-  UINT depth = 0;
-};
-
-struct Node {
-  XmlNodeType type = XmlNodeType_None;
-  std::u16string prefix;
-  std::u16string localName;
-  std::u16string value;
-  UINT depth = 0;
-  bool empty = false;
-  std::vector<Attr> attributes;
-};
-
-struct Walk {
-  std::vector<Node> nodes;
-  HRESULT end = S_OK;
-};
 
 inline std::u16string LocalName(XmlReader& reader) {
   const char16_t* text = nullptr;
@@ -111,6 +94,77 @@ inline std::u16string FirstAttributeValue(std::string_view document) {
   EXPECT_EQ(type, XmlNodeType_Element);
   EXPECT_EQ(reader.MoveToFirstAttribute(), S_OK);
   return Value(reader);
+}
+
+// What a walk must report of one attribute; a field left empty is not checked.
+struct AttrExpectation {
+  std::optional<std::u16string> prefix;
+  std::optional<std::u16string> localName;
+  std::optional<std::u16string> value;
+  std::optional<UINT> depth;
+};
+
+// What a walk must report of one node; a field left empty is not checked.
+// Attributes, when any are given, are checked in number and one by one.
+struct NodeExpectation {
+  std::optional<XmlNodeType> type;
+  std::optional<std::u16string> prefix;
+  std::optional<std::u16string> localName;
+  std::optional<std::u16string> value;
+  std::optional<UINT> depth;
+  std::optional<bool> empty;
+  std::vector<AttrExpectation> attributes;
+};
+
+// A document, one expectation for each node its walk reports, and the
+// result that ends the walk; the name says what the document shows.
+struct WalkCase {
+  const char* name;
+  std::string document;
+  std::vector<NodeExpectation> nodes;
+  HRESULT end;
+};
+
+inline void PrintTo(const WalkCase& c, std::ostream* out) { *out << c.name; }
+
+// Names a parameterised case after its `name` field.
+struct CaseName {
+  template <typename Case>
+  std::string operator()(const ::testing::TestParamInfo<Case>& info) const {
+    return info.param.name;
+  }
+};
+
+// Walks each case's document (instantiated beside the tests of the
+// behaviour the cases show).
+class XmlReaderWalk : public ::testing::TestWithParam<WalkCase> {};
+
+template <typename T, typename Actual>
+void ExpectGiven(const std::optional<T>& expected, const Actual& actual, std::string_view what) {
+  if (expected) EXPECT_EQ(actual, *expected) << what;
+}
+
+inline void ExpectAttribute(const Attr& actual, const AttrExpectation& expected, std::size_t node, std::size_t index) {
+  const std::string where = "node " + std::to_string(node) + " attribute " + std::to_string(index);
+  ExpectGiven(expected.prefix, actual.prefix, where + " prefix");
+  ExpectGiven(expected.localName, actual.localName, where + " local name");
+  ExpectGiven(expected.value, actual.value, where + " value");
+  ExpectGiven(expected.depth, actual.depth, where + " depth");
+}
+
+inline void ExpectNode(const Node& actual, const NodeExpectation& expected, std::size_t index) {
+  const std::string where = "node " + std::to_string(index);
+  ExpectGiven(expected.type, actual.type, where + " type");
+  ExpectGiven(expected.prefix, actual.prefix, where + " prefix");
+  ExpectGiven(expected.localName, actual.localName, where + " local name");
+  ExpectGiven(expected.value, actual.value, where + " value");
+  ExpectGiven(expected.depth, actual.depth, where + " depth");
+  ExpectGiven(expected.empty, actual.empty, where + " empty");
+  if (expected.attributes.empty()) return;
+  ASSERT_EQ(actual.attributes.size(), expected.attributes.size()) << where << " attributes";
+  for (std::size_t i = 0; i < actual.attributes.size(); ++i) {
+    ExpectAttribute(actual.attributes[i], expected.attributes[i], index, i);
+  }
 }
 
 inline std::string Utf16Le(std::u16string_view text, bool byteOrderMark) {

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <iterator>
 #include <random>
 #include <string>
@@ -22,6 +23,18 @@ using kel::S_OK;
 using kel::UINT;
 
 constexpr char kStart[] = "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
+
+// Opens `elements`, each inside the one before. The results go unchecked:
+// the tests that use this are about what the writer does next.
+void OpenElements(XmlWriter& writer, std::initializer_list<const char16_t*> elements) {
+  for (const char16_t* name : elements) (void)writer.WriteStartElement(nullptr, name, nullptr);
+}
+
+// Starts the document and opens `elements` as OpenElements does.
+void StartDocumentWith(XmlWriter& writer, std::initializer_list<const char16_t*> elements) {
+  (void)writer.WriteStartDocument();
+  OpenElements(writer, elements);
+}
 
 TEST(XmlWriter, StartDocumentWritesByteOrderMarkAndDeclaration) {
   XmlWriter writer;
@@ -47,10 +60,7 @@ TEST(XmlWriter, CatalogueHasTheIndentedShape) {
 
 TEST(XmlWriter, NestedElementsAreIndentedTwoSpacesPerLevel) {
   XmlWriter writer;
-  (void)writer.WriteStartDocument();
-  (void)writer.WriteStartElement(nullptr, u"a", nullptr);
-  (void)writer.WriteStartElement(nullptr, u"b", nullptr);
-  (void)writer.WriteStartElement(nullptr, u"c", nullptr);
+  StartDocumentWith(writer, {u"a", u"b", u"c"});
   (void)writer.WriteAttributeString(nullptr, u"x", nullptr, u"1");
   (void)writer.WriteAttributeString(nullptr, u"y", nullptr, u"2");
   (void)writer.WriteEndElement();
@@ -72,16 +82,14 @@ TEST(XmlWriter, NestedElementsAreIndentedTwoSpacesPerLevel) {
 
 TEST(XmlWriter, ChildlessRootIsSelfClosedWithSpaceBeforeSlash) {
   XmlWriter writer;
-  (void)writer.WriteStartDocument();
-  (void)writer.WriteStartElement(nullptr, u"AppNameList", nullptr);
+  StartDocumentWith(writer, {u"AppNameList"});
   ASSERT_EQ(writer.WriteEndDocument(), S_OK);
   EXPECT_EQ(writer.Output(), std::string(kStart) + "\r\n<AppNameList />");
 }
 
 TEST(XmlWriter, WithoutStartDocumentTheRootStartsTheOutput) {
   XmlWriter writer;
-  (void)writer.WriteStartElement(nullptr, u"a", nullptr);
-  (void)writer.WriteStartElement(nullptr, u"b", nullptr);
+  OpenElements(writer, {u"a", u"b"});
   (void)writer.WriteEndDocument();
   EXPECT_EQ(writer.Output(), "<a>\r\n  <b />\r\n</a>");
 }
@@ -94,30 +102,26 @@ TEST(XmlWriter, OpenStartTagIsLeftOpenUntilSomethingFollows) {
   EXPECT_EQ(writer.Output(), "<a x=\"1\"");
 }
 
-TEST(XmlWriter, AttributeValuesAreEscaped) {
+// What the writer makes of `element` with the one attribute v="`value`".
+std::string ElementWithAttribute(const char16_t* element, const char16_t* value) {
   XmlWriter writer;
-  (void)writer.WriteStartElement(nullptr, u"a", nullptr);
-  ASSERT_EQ(writer.WriteAttributeString(nullptr, u"v", nullptr, u"& < > \" ' \t \r \n ]]>"), S_OK);
+  (void)writer.WriteStartElement(nullptr, element, nullptr);
+  EXPECT_EQ(writer.WriteAttributeString(nullptr, u"v", nullptr, value), S_OK);
   (void)writer.WriteEndElement();
-  EXPECT_EQ(writer.Output(), "<a v=\"&amp; &lt; &gt; &quot; ' &#x9; &#xD; &#xA; ]]&gt;\" />");
+  return writer.Output();
+}
+
+TEST(XmlWriter, AttributeValuesAreEscaped) {
+  EXPECT_EQ(ElementWithAttribute(u"a", u"& < > \" ' \t \r \n ]]>"),
+            "<a v=\"&amp; &lt; &gt; &quot; ' &#x9; &#xD; &#xA; ]]&gt;\" />");
 }
 
 TEST(XmlWriter, NonAsciiAndSupplementaryCharactersAreUtf8) {
-  XmlWriter writer;
-  (void)writer.WriteStartElement(nullptr, u"\u30EB\u30FC\u30C8", nullptr);
-  ASSERT_EQ(writer.WriteAttributeString(nullptr, u"v", nullptr, u"caf\u00E9 \U0001F600 \u20AC"), S_OK);
-  (void)writer.WriteEndElement();
-  EXPECT_EQ(writer.Output(),
+  EXPECT_EQ(ElementWithAttribute(u"\u30EB\u30FC\u30C8", u"caf\u00E9 \U0001F600 \u20AC"),
             "<\xE3\x83\xAB\xE3\x83\xBC\xE3\x83\x88 v=\"caf\xC3\xA9 \xF0\x9F\x98\x80 \xE2\x82\xAC\" />");
 }
 
-TEST(XmlWriter, NullAttributeValueIsEmpty) {
-  XmlWriter writer;
-  (void)writer.WriteStartElement(nullptr, u"a", nullptr);
-  ASSERT_EQ(writer.WriteAttributeString(nullptr, u"v", nullptr, nullptr), S_OK);
-  (void)writer.WriteEndElement();
-  EXPECT_EQ(writer.Output(), "<a v=\"\" />");
-}
+TEST(XmlWriter, NullAttributeValueIsEmpty) { EXPECT_EQ(ElementWithAttribute(u"a", nullptr), "<a v=\"\" />"); }
 
 TEST(XmlWriter, UnwritableCharactersAreRefusedAndNothingIsWritten) {
   XmlWriter writer;
@@ -198,10 +202,7 @@ TEST(XmlWriter, SecondRootElementIsInvalidAction) {
 
 TEST(XmlWriter, EndDocumentClosesEveryOpenElement) {
   XmlWriter writer;
-  (void)writer.WriteStartDocument();
-  (void)writer.WriteStartElement(nullptr, u"a", nullptr);
-  (void)writer.WriteStartElement(nullptr, u"b", nullptr);
-  (void)writer.WriteStartElement(nullptr, u"c", nullptr);
+  StartDocumentWith(writer, {u"a", u"b", u"c"});
   ASSERT_EQ(writer.WriteEndDocument(), S_OK);
   EXPECT_EQ(writer.Output(), std::string(kStart) + "\r\n<a>\r\n  <b>\r\n    <c />\r\n  </b>\r\n</a>");
   EXPECT_EQ(writer.WriteStartElement(nullptr, u"d", nullptr), WR_E_INVALIDACTION);

@@ -1,7 +1,7 @@
 // Differential check of kel::xml::XmlReader against the system's IXmlReader
 // (xmllite.dll). Build it for Windows and run it under Wine or on Windows:
 //
-//   x86_64-w64-mingw32-g++-posix -std=c++20 -static -I src
+//   x86_64-w64-mingw32-g++-posix -std=c++20 -static -I src -I tests
 //       tests/wine/xml_differential.cpp src/text/xml/xml_reader.cpp
 //       src/text/cp932/cp932.cpp
 //       -lole32 -lshlwapi -luuid -o xmldiff.exe        (one command line)
@@ -29,6 +29,7 @@
 // Our reader first: its result constants share names with the Windows
 // macros, which must not be defined while it is read.
 #include "text/xml/xml_reader.h"
+#include "text/xml_walk_records.h"
 
 #include <windows.h>
 #include <objbase.h>
@@ -43,6 +44,10 @@
 #include <vector>
 
 namespace {
+
+using kel::xml::reader_test::Attr;
+using kel::xml::reader_test::Node;
+using kel::xml::reader_test::Walk;
 
 constexpr int kMaxReportedMismatches = 50;
 // Enough for any corpus document; stops a reader that never ends.
@@ -75,28 +80,6 @@ constexpr KnownDifference kKnownDifferences[] = {
     {"utf16be_bom.xml", "", "Wine reads no node of a UTF-16 BE document"},
 };
 
-struct Attribute {
-  std::u16string localName;
-  std::u16string prefix;
-  std::u16string value;
-  UINT depth = 0;
-};
-
-struct Node {
-  int type = 0;
-  std::u16string localName;
-  std::u16string prefix;
-  std::u16string value;
-  UINT depth = 0;
-  bool empty = false;
-  std::vector<Attribute> attributes;
-};
-
-struct Walk {
-  std::vector<Node> nodes;
-  HRESULT end = S_OK;  // the result of the last Read
-};
-
 std::u16string FromWide(const WCHAR* text, UINT length) {
   return text ? std::u16string(reinterpret_cast<const char16_t*>(text), length) : std::u16string();
 }
@@ -114,7 +97,7 @@ Walk WalkReader(Reader& reader) {
       return walk;
     }
     Node node;
-    node.type = static_cast<int>(type);
+    node.type = static_cast<kel::xml::XmlNodeType>(type);
     const Char* text = nullptr;
     UINT length = 0;
     if (reader.GetLocalName(&text, &length) == S_OK)
@@ -124,7 +107,7 @@ Walk WalkReader(Reader& reader) {
     reader.GetDepth(&node.depth);
     node.empty = reader.IsEmptyElement() != 0;
     for (HRESULT more = reader.MoveToFirstAttribute(); more == S_OK; more = reader.MoveToNextAttribute()) {
-      Attribute attribute;
+      Attr attribute;
       if (reader.GetLocalName(&text, &length) == S_OK) {
         attribute.localName = FromWide(reinterpret_cast<const WCHAR*>(text), length);
       }
@@ -202,10 +185,11 @@ std::vector<std::string> Compare(const Walk& system, const Walk& ours) {
   for (std::size_t i = 0; i < common; ++i) {
     const Node& a = system.nodes[i];
     const Node& b = ours.nodes[i];
-    const std::string at =
-        "node " + std::to_string(i) + " (type " + std::to_string(a.type) + " " + Show(a.localName) + ")";
+    const std::string at = "node " + std::to_string(i) + " (type " + std::to_string(static_cast<int>(a.type)) + " " +
+                           Show(a.localName) + ")";
     if (a.type != b.type)
-      differences.push_back(at + ": type system " + std::to_string(a.type) + ", ours " + std::to_string(b.type));
+      differences.push_back(at + ": type system " + std::to_string(static_cast<int>(a.type)) + ", ours " +
+                            std::to_string(static_cast<int>(b.type)));
     if (a.localName != b.localName)
       differences.push_back(at + ": local name system " + Show(a.localName) + ", ours " + Show(b.localName));
     if (a.prefix != b.prefix)
@@ -221,8 +205,8 @@ std::vector<std::string> Compare(const Walk& system, const Walk& ours) {
     }
     const std::size_t attributes = std::min(a.attributes.size(), b.attributes.size());
     for (std::size_t k = 0; k < attributes; ++k) {
-      const Attribute& x = a.attributes[k];
-      const Attribute& y = b.attributes[k];
+      const Attr& x = a.attributes[k];
+      const Attr& y = b.attributes[k];
       const std::string where = at + " attribute " + std::to_string(k) + " " + Show(x.localName);
       if (x.localName != y.localName)
         differences.push_back(where + ": local name system " + Show(x.localName) + ", ours " + Show(y.localName));
@@ -323,9 +307,10 @@ Walk WalkSystemReader(CreateXmlReaderFunction createReader, const std::string& b
 
 void Dump(const char* who, const Walk& walk) {
   for (const Node& node : walk.nodes) {
-    std::printf("  %s: type %d depth %u %s:%s %s%s\n", who, node.type, node.depth, Show(node.prefix).c_str(),
-                Show(node.localName).c_str(), Show(node.value).c_str(), node.empty ? " empty" : "");
-    for (const Attribute& attribute : node.attributes) {
+    std::printf("  %s: type %d depth %u %s:%s %s%s\n", who, static_cast<int>(node.type), node.depth,
+                Show(node.prefix).c_str(), Show(node.localName).c_str(), Show(node.value).c_str(),
+                node.empty ? " empty" : "");
+    for (const Attr& attribute : node.attributes) {
       std::printf("  %s:     @ depth %u %s:%s = %s\n", who, attribute.depth, Show(attribute.prefix).c_str(),
                   Show(attribute.localName).c_str(), Show(attribute.value).c_str());
     }
@@ -430,8 +415,8 @@ int main(int argc, char** argv) {
       }
       // The twin's declaration names UTF-16: the one value in which the two
       // documents differ by construction.
-      if (!systemWalk.nodes.empty() && systemWalk.nodes[0].type == XmlNodeType_XmlDeclaration) {
-        for (Attribute& attribute : systemWalk.nodes[0].attributes) {
+      if (!systemWalk.nodes.empty() && systemWalk.nodes[0].type == kel::xml::XmlNodeType_XmlDeclaration) {
+        for (Attr& attribute : systemWalk.nodes[0].attributes) {
           if (attribute.localName == u"encoding") attribute.value.assign(encodingName.begin(), encodingName.end());
         }
       }
